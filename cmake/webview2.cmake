@@ -1,0 +1,13 @@
+# webview2: the declarations; webview2_loader: CreateCoreWebView2EnvironmentWithOptions.
+# Both are ours, unless VISTEL_WEBVIEW2_SDK names an unpacked SDK package of the vendor.
+add_library(webview2 INTERFACE)
+if(VISTEL_WEBVIEW2_SDK)
+    target_include_directories(webview2 SYSTEM INTERFACE "${VISTEL_WEBVIEW2_SDK}/build/native/include")
+    add_library(webview2_loader INTERFACE)
+    target_link_libraries(webview2_loader INTERFACE webview2
+        "${VISTEL_WEBVIEW2_SDK}/build/native/x64/WebView2LoaderStatic.lib" advapi32 version)
+else()
+    target_include_directories(webview2 SYSTEM INTERFACE ${PROJECT_SOURCE_DIR}/platform/webview2/include)
+    add_library(webview2_loader STATIC platform/webview2/loader.cpp)
+    target_link_libraries(webview2_loader PUBLIC webview2 PRIVATE platform advapi32 user32)
+endif()

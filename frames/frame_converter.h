@@ -1,0 +1,28 @@
+// Draws the picture in a frame slot onto the NV12 canvas: fitted, centred on black, rotated and mirrored as the frame's
+// descriptor says. Pure: no Windows calls.
+#pragma once
+
+#include "frames/frame_plan.h"
+#include "platform/hresult.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace receiver {
+
+class FrameConverter {
+public:
+    // Draws `slot` onto `canvas`, which becomes canvasWidth * canvasHeight * 3 / 2 bytes of NV12 (BT.601, limited
+    // range). The page may write to the slot meanwhile; that can spoil the picture and nothing else.
+    // MF_E_INVALIDMEDIATYPE: the format is not supported or lacks planes; the canvas is black.
+    // E_INVALIDARG: the planes leave the slot; the canvas is untouched.
+    [[nodiscard]] HRESULT Convert(std::span<const std::uint8_t> slot, const FrameDescriptor& descriptor,
+                                  std::uint32_t canvasWidth, std::uint32_t canvasHeight,
+                                  std::vector<std::uint8_t>& canvas);
+
+private:
+    FramePlan plan_; // of the last geometry; most frames repeat it
+};
+
+} // namespace receiver

@@ -1,0 +1,60 @@
+#include "frames/frame_file.h"
+
+#include <atomic>
+#include <cstring>
+
+namespace receiver {
+
+static_assert(std::atomic_ref<std::uint64_t>::is_always_lock_free, "other processes take part in the protocol");
+static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
+
+bool IsFrameGeometry(std::uint32_t width, std::uint32_t height) noexcept {
+    return (width == 1280 && height == 720) || (width == 1920 && height == 1080);
+}
+
+bool IsHeaderValid(const FrameFileHeader& header) noexcept {
+    return header.magic == FrameFileMagic && header.version == FrameFileVersion &&
+           IsFrameGeometry(header.width, header.height) && header.stride == header.width &&
+           header.frameSize == Nv12Size(header.width, header.height);
+}
+
+void ResetFrameFile(FrameFileLayout& file) noexcept {
+    constexpr std::size_t Kept = offsetof(FrameFileHeader, sequence);
+    std::memset(reinterpret_cast<std::uint8_t*>(&file) + Kept, 0, sizeof(file) - Kept);
+    file.header.magic = FrameFileMagic;
+    file.header.version = FrameFileVersion;
+    file.header.width = 1280;
+    file.header.height = 720;
+    file.header.stride = 1280;
+    file.header.frameSize = Nv12Size(1280, 720);
+}
+
+std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept {
+    FrameFileHeader& header = file.header;
+    std::atomic_ref<std::uint64_t> sequence(header.sequence);
+    if (sequence.load() % 2 != 0) {
+        sequence.fetch_add(1);
+    }
+    // Odd before any byte below: a sequentially consistent read-modify-write is a full barrier on x64.
+    sequence.fetch_add(1);
+
+    header.width = width;
+    header.height = height;
+    header.stride = width;
+    header.frameSize = Nv12Size(width, height);
+    const std::uint32_t active = std::atomic_ref<std::uint32_t>(header.activeBuffer).load();
+    return file.buffers[active == 0 ? 1 : 0];
+}
+
+void CompleteFrame(FrameFileLayout& file, const std::uint8_t* buffer, std::uint64_t timestampMs) noexcept {
+    FrameFileHeader& header = file.header;
+    // The frame's bytes are visible before the index that points at them.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    std::atomic_ref<std::uint32_t>(header.activeBuffer).exchange(buffer == file.buffers[0] ? 0 : 1);
+    std::atomic_ref<std::uint64_t>(header.timestamp).exchange(timestampMs);
+    // Index and time stamp are visible before the sequence says that they are consistent.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    std::atomic_ref<std::uint64_t>(header.sequence).fetch_add(1);
+}
+
+} // namespace receiver

@@ -1,0 +1,60 @@
+// Layout of the shared frame file and the publishing of one frame into it, over plain memory.
+// Pure: frames/shared_frame_file.cpp opens and maps the real file. All fields are little-endian.
+//
+// A reader reads `sequence`, retries while it is odd, copies the buffer that `activeBuffer` names, and accepts the copy
+// when `sequence` has not changed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace receiver {
+
+inline constexpr std::uint32_t MaxFrameSize = 1920 * 1080 * 3 / 2; // bytes of the largest frame
+inline constexpr std::uint32_t FrameFileMagic = 0x4C545356; // the bytes "VSTL"
+inline constexpr std::uint32_t FrameFileVersion = 2;
+
+struct FrameFileHeader {
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::uint32_t width; // pixels: 1280 or 1920
+    std::uint32_t height; // pixels: 720 or 1080
+    std::uint32_t stride; // bytes per luma row; equals width
+    std::uint32_t frameSize; // bytes of one NV12 frame
+    std::uint64_t sequence; // odd while a frame is being written
+    std::uint32_t activeBuffer; // buffer that holds the newest complete frame
+    std::uint32_t reserved0;
+    std::uint64_t timestamp; // milliseconds since system start when the newest frame was completed
+    std::uint64_t reserved1[2];
+};
+static_assert(sizeof(FrameFileHeader) == 64);
+static_assert(offsetof(FrameFileHeader, frameSize) == 20 && offsetof(FrameFileHeader, sequence) == 24);
+static_assert(offsetof(FrameFileHeader, activeBuffer) == 32 && offsetof(FrameFileHeader, timestamp) == 40);
+
+struct FrameFileLayout {
+    FrameFileHeader header;
+    std::uint8_t buffers[2][MaxFrameSize]; // NV12, the first frameSize bytes of each
+};
+static_assert(sizeof(FrameFileLayout) == 6220864);
+
+// True for the two frame sizes that the file can hold.
+[[nodiscard]] bool IsFrameGeometry(std::uint32_t width, std::uint32_t height) noexcept;
+
+// Bytes of an NV12 frame of an even size.
+[[nodiscard]] constexpr std::uint32_t Nv12Size(std::uint32_t width, std::uint32_t height) noexcept {
+    return width * height * 3 / 2;
+}
+
+[[nodiscard]] bool IsHeaderValid(const FrameFileHeader& header) noexcept;
+
+// Zeroes sequence, timestamp, index and both buffers and describes 1280 x 720 frames.
+void ResetFrameFile(FrameFileLayout& file) noexcept;
+
+// First half of publishing: makes the sequence odd, stores the geometry and returns the buffer to write to, the one
+// that readers are not pointed at. A sequence that a dead writer left odd is made even first.
+[[nodiscard]] std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept;
+
+// Second half, once the frame's bytes stand in `buffer`: points readers at it, stamps it and makes the sequence even.
+void CompleteFrame(FrameFileLayout& file, const std::uint8_t* buffer, std::uint64_t timestampMs) noexcept;
+
+} // namespace receiver

@@ -1,0 +1,40 @@
+// The text of a frame message, parsed into a FrameDescriptor. Pure: no Windows calls.
+// The slot digit in front of it is the business of frames/frame_slots.cpp.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace receiver {
+
+// Bytes of one frame slot: a 1920 x 1080 frame at 4 bytes per pixel.
+inline constexpr std::uint32_t SlotSize = 1920 * 1080 * 4;
+
+// Where one plane lies in its slot, in bytes. Sent by the page: both values may be hostile.
+struct PlaneLayout {
+    std::uint64_t offset = 0;
+    std::uint64_t stride = 0; // bytes per row
+
+    bool operator==(const PlaneLayout&) const = default;
+};
+
+// One frame as the page describes it.
+struct FrameDescriptor {
+    std::wstring format; // the page's name of the pixel format, such as "NV12"
+    std::uint32_t codedWidth = 0; // size of the planes in the slot, even
+    std::uint32_t codedHeight = 0;
+    bool flipA = false;
+    std::uint32_t rotation = 0; // degrees, clockwise: 0, 90, 180 or 270
+    bool flipB = false;
+    std::uint32_t displayWidth = 0; // used for the aspect ratio alone
+    std::uint32_t displayHeight = 0;
+    std::vector<PlaneLayout> planes; // in the format's own order
+};
+
+// Parses "format:codedWidth:codedHeight:flipA:rotation:flipB:displayWidth:displayHeight:offset,stride;offset,stride..."
+// and checks every limit but the planes' extent. False for any malformed text; `descriptor` is then unspecified.
+[[nodiscard]] bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor);
+
+} // namespace receiver

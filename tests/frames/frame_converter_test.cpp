@@ -1,0 +1,752 @@
+// FrameConverter against a plain reference over formats, rotations, mirrors, sizes and paddings; hand-computed pictures
+// and colours for both; refused frames; plans kept from frame to frame.
+#include "frames/frame_converter.h"
+#include "reference_converter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <random>
+#include <span>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct Size {
+    std::uint32_t width;
+    std::uint32_t height;
+};
+
+constexpr std::array<const wchar_t*, 7> Formats = {L"NV12", L"I420", L"I420A", L"RGBA", L"RGBX", L"BGRA", L"BGRX"};
+constexpr std::array<std::uint32_t, 4> Rotations = {0, 90, 180, 270};
+constexpr std::array<Size, 2> Canvases = {{{1280, 720}, {1920, 1080}}};
+
+// A frame whose planes follow each other without a gap, displayed at its coded size.
+FrameDescriptor TightFrame(const std::wstring& format, Size size) {
+    FrameDescriptor frame;
+    frame.format = format;
+    frame.codedWidth = frame.displayWidth = size.width;
+    frame.codedHeight = frame.displayHeight = size.height;
+    std::uint64_t offset = 0;
+    for (const PlaneSize& plane : ReferencePlanes(format, size.width, size.height)) {
+        frame.planes.push_back({.offset = offset, .stride = plane.rowBytes});
+        offset += plane.rowBytes * plane.rowCount;
+    }
+    return frame;
+}
+
+Bytes RandomBytes(std::size_t size, std::uint64_t seed) {
+    std::mt19937_64 generator(seed);
+    Bytes bytes(size);
+    for (std::size_t at = 0; at < size; at += sizeof(std::uint64_t)) {
+        const std::uint64_t value = generator();
+        std::memcpy(bytes.data() + at, &value, std::min(sizeof value, size - at));
+    }
+    return bytes;
+}
+
+// A slot of exactly the size that the frame needs, so that the address sanitizer sees a read past its end.
+Bytes RandomSlot(const FrameDescriptor& frame, std::uint64_t seed) {
+    return RandomBytes(static_cast<std::size_t>(ReferenceSlotSize(frame)), seed);
+}
+
+std::string Describe(const FrameDescriptor& frame, Size canvas) {
+    std::ostringstream text;
+    text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
+         << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
+         << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
+    for (const PlaneLayout& plane : frame.planes) {
+        text << ' ' << plane.offset << ',' << plane.stride;
+    }
+    text << " canvas " << canvas.width << " x " << canvas.height;
+    return text.str();
+}
+
+::testing::AssertionResult SameCanvas(const Bytes& expected, const Bytes& actual, Size canvas) {
+    if (expected.size() != actual.size()) {
+        return ::testing::AssertionFailure() << actual.size() << " bytes instead of " << expected.size();
+    }
+    const auto difference = std::mismatch(expected.begin(), expected.end(), actual.begin());
+    if (difference.first == expected.end()) {
+        return ::testing::AssertionSuccess();
+    }
+    const auto index = static_cast<std::size_t>(difference.first - expected.begin());
+    return ::testing::AssertionFailure() << "byte " << index << ", column " << index % canvas.width << " of row "
+                                         << index / canvas.width << ", is " << int{*difference.second} << " instead of "
+                                         << int{*difference.first};
+}
+
+// Converts over whatever `canvasBytes` holds and compares with the reference.
+void ExpectReferenceCanvas(FrameConverter& converter, std::span<const std::uint8_t> slot, const FrameDescriptor& frame,
+                           Size canvas, Bytes& canvasBytes) {
+    const HRESULT result = converter.Convert(slot, frame, canvas.width, canvas.height, canvasBytes);
+    EXPECT_EQ(S_OK, result) << Describe(frame, canvas);
+    if (result == S_OK) {
+        EXPECT_TRUE(SameCanvas(ReferenceConvert(slot, frame, canvas.width, canvas.height), canvasBytes, canvas))
+            << Describe(frame, canvas);
+    }
+}
+
+void ExpectRefused(FrameConverter& converter, std::span<const std::uint8_t> slot, const FrameDescriptor& frame,
+                   Size canvas) {
+    const Bytes before = RandomBytes(1001, 1);
+    Bytes after = before;
+    EXPECT_EQ(E_INVALIDARG, converter.Convert(slot, frame, canvas.width, canvas.height, after))
+        << Describe(frame, canvas);
+    EXPECT_TRUE(before == after) << "canvas touched by " << Describe(frame, canvas);
+}
+
+// What product and reference both make of a frame.
+Bytes Converted(std::span<const std::uint8_t> slot, const FrameDescriptor& frame, Size canvas) {
+    FrameConverter converter;
+    Bytes bytes;
+    ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+    return bytes;
+}
+
+class FrameConverterFormat : public ::testing::TestWithParam<std::tuple<const wchar_t*, Size>> {};
+
+TEST_P(FrameConverterFormat, EqualsTheReferenceInEveryRotationAndFlip) {
+    const auto& [format, canvas] = GetParam();
+    // Coded and display sizes of odd fits, with the bytes that each row and the start of each plane are padded by.
+    struct Case {
+        Size coded;
+        Size display;
+        std::uint32_t rowPadding;
+        std::uint32_t gap;
+    };
+    constexpr std::array<Case, 8> Cases = {{{{1280, 720}, {1280, 720}, 0, 0},
+                                            {{640, 480}, {640, 480}, 16, 3},
+                                            {{720, 1280}, {720, 1280}, 1, 1},
+                                            {{1366, 768}, {1366, 767}, 10, 64},
+                                            {{322, 178}, {321, 177}, 7, 5},
+                                            {{1920, 1080}, {1919, 1079}, 0, 0},
+                                            {{854, 480}, {4096, 2160}, 42, 7},
+                                            {{62, 1082}, {607, 1080}, 3, 0}}};
+    FrameConverter converter;
+    Bytes canvasBytes;
+    std::size_t next = 0;
+    for (const bool flipA : {false, true}) {
+        for (const bool flipB : {false, true}) {
+            for (const std::uint32_t rotation : Rotations) {
+                // Five steps from case to case: over the 16 turns every case comes twice, once mirrored.
+                const Case& shape = Cases.at(next++ * 5 % Cases.size());
+                FrameDescriptor frame = TightFrame(format, shape.coded);
+                frame.flipA = flipA;
+                frame.rotation = rotation;
+                frame.flipB = flipB;
+                frame.displayWidth = shape.display.width;
+                frame.displayHeight = shape.display.height;
+                std::uint64_t shift = shape.gap;
+                for (PlaneLayout& plane : frame.planes) {
+                    plane.offset += shift;
+                    plane.stride += shape.rowPadding;
+                    shift += shape.gap + std::uint64_t{shape.rowPadding} * shape.coded.height;
+                }
+                ExpectReferenceCanvas(converter, RandomSlot(frame, next), frame, canvas, canvasBytes);
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FrameConverterFormat,
+                         ::testing::Combine(::testing::ValuesIn(Formats), ::testing::ValuesIn(Canvases)),
+                         [](const ::testing::TestParamInfo<FrameConverterFormat::ParamType>& run) {
+                             const std::wstring format = std::get<0>(run.param);
+                             return std::string(format.begin(), format.end()) + "On" +
+                                    std::to_string(std::get<1>(run.param).height);
+                         });
+
+TEST(FrameConverter, EqualsTheReferenceForTheSmallestAndTheLargestSizes) {
+    constexpr std::array<Size, 8> CodedSizes = {
+        {{2, 2}, {2, 4}, {4, 2}, {6, 2}, {4096, 2}, {2, 2160}, {4096, 2160}, {4094, 2158}}};
+    constexpr std::array<Size, 6> DisplaySizes = {{{1, 1}, {1, 4096}, {4096, 1}, {17, 4096}, {4096, 4095}, {16, 9}}};
+    FrameConverter converter;
+    Bytes canvasBytes;
+    std::uint32_t turn = 0;
+    for (const wchar_t* format : Formats) {
+        for (const Size& coded : CodedSizes) {
+            FrameDescriptor frame = TightFrame(format, coded);
+            if (ReferenceSlotSize(frame) > SlotSize) { // rows that overlap are allowed
+                for (PlaneLayout& plane : frame.planes) {
+                    plane = {.offset = turn % 5, .stride = 1 + turn % 3};
+                }
+            }
+            const Bytes slot = RandomSlot(frame, turn);
+            for (const Size& display : DisplaySizes) {
+                frame.displayWidth = display.width;
+                frame.displayHeight = display.height;
+                for (const std::uint32_t rotation : Rotations) {
+                    frame.rotation = rotation;
+                    frame.flipB = turn++ % 3 == 0;
+                    ExpectReferenceCanvas(converter, slot, frame, {50, 34}, canvasBytes);
+                }
+            }
+            ExpectReferenceCanvas(converter, slot, frame, Canvases.at(turn++ % Canvases.size()), canvasBytes);
+        }
+    }
+}
+
+class Random {
+public:
+    explicit Random(std::uint32_t seed) : generator_(seed) {}
+
+    // 0 to count - 1.
+    std::uint32_t Below(std::uint32_t count) { return static_cast<std::uint32_t>(generator_()) % count; }
+    bool OneIn(std::uint32_t count) { return Below(count) == 0; }
+
+    // An even size from 2, rarely above `usual`.
+    std::uint32_t EvenSize(std::uint32_t usual, std::uint32_t largest) {
+        const std::uint32_t limit = OneIn(32) ? largest : usual;
+        return 2 + Below(limit / 2) * 2;
+    }
+
+private:
+    std::mt19937 generator_;
+};
+
+FrameDescriptor RandomFrame(Random& random) {
+    FrameDescriptor frame;
+    frame.format = Formats.at(random.Below(Formats.size()));
+    frame.codedWidth = random.EvenSize(70, 4096);
+    frame.codedHeight = random.EvenSize(70, 2160);
+    frame.flipA = random.OneIn(2);
+    frame.rotation = Rotations.at(random.Below(Rotations.size()));
+    frame.flipB = random.OneIn(2);
+    const std::uint32_t displayLimit = random.OneIn(4) ? 4096 : 100;
+    frame.displayWidth = 1 + random.Below(displayLimit);
+    frame.displayHeight = 1 + random.Below(displayLimit);
+    const bool large = frame.codedWidth * frame.codedHeight > 500000;
+    for (const PlaneSize& plane : ReferencePlanes(frame.format, frame.codedWidth, frame.codedHeight)) {
+        const auto rowBytes = static_cast<std::uint32_t>(plane.rowBytes);
+        std::uint32_t stride = 1 + random.Below(large ? 500 : rowBytes); // rows that overlap
+        if (!large && !random.OneIn(4)) {
+            stride = rowBytes + (random.OneIn(2) ? 0 : random.Below(70));
+        }
+        frame.planes.push_back({.offset = random.Below(300), .stride = stride});
+    }
+    return frame;
+}
+
+TEST(FrameConverter, EqualsTheReferenceForRandomGeometries) {
+    constexpr std::uint32_t FrameCount = 10000;
+    FrameConverter converter;
+    Bytes canvasBytes;
+    for (std::uint32_t seed = 1; seed <= FrameCount && !HasFailure(); ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Random random(seed);
+        const FrameDescriptor frame = RandomFrame(random);
+        const Size canvas = {random.EvenSize(100, 300), random.EvenSize(100, 300)};
+        // The slot starts at any address and ends with its heap block.
+        const std::size_t lead = random.OneIn(2) ? 0 : random.Below(8);
+        const Bytes memory = RandomBytes(lead + static_cast<std::size_t>(ReferenceSlotSize(frame)), seed);
+        const std::span<const std::uint8_t> slot = std::span(memory).subspan(lead);
+        ExpectReferenceCanvas(converter, slot, frame, canvas, canvasBytes);
+        ExpectRefused(converter, slot.first(slot.size() - 1), frame, canvas);
+    }
+}
+
+TEST(FrameConverter, CopiesAnNv12FrameOfTheCanvasSizeByteForByte) {
+    for (const Size& canvas : Canvases) {
+        const FrameDescriptor frame = TightFrame(L"NV12", canvas);
+        const Bytes slot = RandomSlot(frame, 1);
+        EXPECT_TRUE(SameCanvas(slot, Converted(slot, frame, canvas), canvas));
+    }
+}
+
+TEST(FrameConverter, InterleavesThePlanesOfAnI420FrameOfTheCanvasSize) {
+    const Size canvas = {1280, 720};
+    const FrameDescriptor frame = TightFrame(L"I420", canvas);
+    const Bytes slot = RandomSlot(frame, 1);
+    Bytes expected(slot.begin(), slot.begin() + 921600);
+    for (std::size_t index = 0; index < 230400; ++index) {
+        expected.push_back(slot[921600 + index]);
+        expected.push_back(slot[1152000 + index]);
+    }
+    EXPECT_TRUE(SameCanvas(expected, Converted(slot, frame, canvas), canvas));
+}
+
+TEST(FrameConverter, CentresA640x480FrameOnBlack) {
+    const Size canvas = {1280, 720};
+    const FrameDescriptor frame = TightFrame(L"NV12", {640, 480});
+    const Bytes slot = RandomSlot(frame, 1);
+    Bytes expected = BlackCanvas(1280, 720);
+    for (std::size_t y = 0; y < 720; ++y) {
+        for (std::size_t x = 160; x < 1120; ++x) {
+            expected[y * 1280 + x] = slot[y * 480 / 720 * 640 + (x - 160) * 640 / 960];
+        }
+    }
+    for (std::size_t y = 0; y < 720; y += 2) {
+        for (std::size_t x = 160; x < 1120; x += 2) {
+            const std::size_t source = 307200 + y * 480 / 720 / 2 * 640 + (x - 160) * 640 / 960 / 2 * 2;
+            const std::size_t target = 921600 + y / 2 * 1280 + x;
+            expected[target] = slot[source];
+            expected[target + 1] = slot[source + 1];
+        }
+    }
+    EXPECT_TRUE(SameCanvas(expected, Converted(slot, frame, canvas), canvas));
+}
+
+TEST(FrameConverter, DrawsAPortraitPictureInColumns656To1261) {
+    const Size canvas = {1920, 1080};
+    const FrameDescriptor frame = TightFrame(L"NV12", {720, 1280});
+    const Bytes slot(static_cast<std::size_t>(ReferenceSlotSize(frame)), 200);
+    Bytes expected = BlackCanvas(1920, 1080);
+    for (std::size_t row = 0; row < 1080 * 3 / 2; ++row) {
+        const auto first = expected.begin() + static_cast<std::ptrdiff_t>(row * 1920 + 656);
+        std::fill(first, first + 606, std::uint8_t{200});
+    }
+    EXPECT_TRUE(SameCanvas(expected, Converted(slot, frame, canvas), canvas));
+}
+
+TEST(FrameConverter, ReadsTheLeftmostColumnOfAQuarterTurnFromTheBottomRow) {
+    FrameDescriptor frame = TightFrame(L"NV12", {1280, 720});
+    frame.rotation = 90;
+    const Bytes slot = RandomSlot(frame, 1);
+    const Bytes canvas = Converted(slot, frame, {1280, 720});
+    for (std::size_t y = 0; y < 720; ++y) { // row 719 begins at byte 920320
+        ASSERT_EQ(slot[920320 + y * 1280 / 720], canvas[y * 1280]) << "row " << y;
+    }
+}
+
+// The source is "abcd" above "efgh", its two chroma samples are (U, V) and (u, v).
+TEST(FrameConverter, TurnsAndMirrorsASmallPictureAsDrawnByHand) {
+    struct Case {
+        std::uint32_t rotation;
+        bool mirrored;
+        std::string_view canvas; // luma, then chroma
+    };
+    constexpr std::array<Case, 8> Cases = {{{0, false, "abcdefghUVuv"},
+                                            {0, true, "dcbahgfeuvUV"},
+                                            {90, false, "eafbgchdUVuv"},
+                                            {90, true, "aebfcgdhUVuv"},
+                                            {180, false, "hgfedcbauvUV"},
+                                            {180, true, "efghabcdUVuv"},
+                                            {270, false, "dhcgbfaeuvUV"},
+                                            {270, true, "hdgcfbeauvUV"}}};
+    constexpr std::string_view Nv12Slot = "abcdefghUVuv";
+    constexpr std::string_view I420Slot = "abcdefghUuVv";
+    for (const Case& turn : Cases) {
+        const Size canvas = turn.rotation % 180 == 0 ? Size{4, 2} : Size{2, 4};
+        for (const bool flipA : {false, true}) {
+            for (const wchar_t* format : {L"NV12", L"I420", L"I420A"}) {
+                FrameDescriptor frame = TightFrame(format, {4, 2});
+                frame.rotation = turn.rotation;
+                frame.flipA = flipA;
+                frame.flipB = flipA != turn.mirrored; // two flips undo each other
+                frame.displayWidth = canvas.width;
+                frame.displayHeight = canvas.height;
+                const std::string_view source = frame.planes.size() == 2 ? Nv12Slot : I420Slot;
+                const Bytes drawn = Converted(Bytes(source.begin(), source.end()), frame, canvas);
+                EXPECT_EQ(turn.canvas, std::string(drawn.begin(), drawn.end())) << Describe(frame, canvas);
+            }
+        }
+    }
+}
+
+TEST(FrameConverter, ConvertsPackedColoursAsComputedByHand) {
+    struct Case {
+        std::uint8_t red, green, blue;
+        std::uint8_t y, u, v;
+    };
+    constexpr std::array<Case, 9> Cases = {{{255, 255, 255, 235, 128, 128},
+                                            {255, 0, 0, 82, 90, 240},
+                                            {0, 255, 0, 144, 54, 34},
+                                            {0, 0, 255, 41, 240, 110},
+                                            {0, 0, 0, 16, 128, 128},
+                                            {255, 255, 0, 210, 16, 146},
+                                            {1, 2, 3, 18, 129, 127},
+                                            {200, 100, 50, 123, 91, 175},
+                                            {128, 128, 128, 126, 128, 128}}};
+    const Size canvas = {8, 4};
+    for (const Case& colour : Cases) {
+        Bytes expected(32, colour.y);
+        for (int pair = 0; pair < 8; ++pair) {
+            expected.push_back(colour.u);
+            expected.push_back(colour.v);
+        }
+        for (const wchar_t* format : {L"RGBA", L"RGBX", L"BGRA", L"BGRX"}) {
+            const bool redFirst = format[0] == L'R';
+            for (const std::uint8_t alpha : {std::uint8_t{0}, std::uint8_t{77}, std::uint8_t{255}}) {
+                const FrameDescriptor frame = TightFrame(format, {4, 2});
+                Bytes slot;
+                for (int pixel = 0; pixel < 8; ++pixel) {
+                    slot.push_back(redFirst ? colour.red : colour.blue);
+                    slot.push_back(colour.green);
+                    slot.push_back(redFirst ? colour.blue : colour.red);
+                    slot.push_back(alpha);
+                }
+                EXPECT_TRUE(SameCanvas(expected, Converted(slot, frame, canvas), canvas)) << Describe(frame, canvas);
+            }
+        }
+    }
+}
+
+TEST(FrameConverter, TakesTheChromaOfAPackedBlockFromItsTopLeftPixel) {
+    const FrameDescriptor frame = TightFrame(L"RGBA", {2, 2});
+    const Bytes slot = {255, 0, 0, 0, 0, 255, 0, 0, 0, 0, 255, 0, 255, 255, 255, 0}; // red, green, blue, white
+    EXPECT_EQ((Bytes{82, 144, 41, 235, 90, 240}), Converted(slot, frame, {2, 2}));
+}
+
+TEST(FrameConverter, ConvertsColoursOfTheWholeCubeLikeTheReference) {
+    constexpr std::array<std::uint8_t, 16> Levels = {0,   1,   2,   15,  16,  31,  64,  100,
+                                                     127, 128, 129, 200, 235, 240, 254, 255};
+    // Each colour fills a block of two by two pixels, so that its chroma is drawn too; 16 rows of 256 blocks.
+    Bytes slot;
+    for (const std::uint8_t red : Levels) {
+        Bytes row;
+        for (const std::uint8_t green : Levels) {
+            for (const std::uint8_t blue : Levels) {
+                row.insert(row.end(), {red, green, blue, 9, red, green, blue, 7});
+            }
+        }
+        slot.insert(slot.end(), row.begin(), row.end());
+        slot.insert(slot.end(), row.begin(), row.end());
+    }
+    const Size size = {512, 32};
+    for (const wchar_t* format : {L"RGBA", L"RGBX", L"BGRA", L"BGRX"}) {
+        const FrameDescriptor frame = TightFrame(format, size);
+        ASSERT_EQ(slot.size(), ReferenceSlotSize(frame));
+        EXPECT_EQ(512U * 48U, Converted(slot, frame, size).size()); // compares with the reference
+    }
+}
+
+TEST(FrameConverter, BlackensTheCanvasForAnUnsupportedFormat) {
+    using namespace std::string_view_literals;
+    const Bytes slot = RandomBytes(1024, 1);
+    FrameConverter converter;
+    struct Case {
+        std::wstring_view format;
+        std::size_t planeCount;
+    };
+    for (const Case& wrong :
+         {Case{L"YUY2"sv, 1}, Case{L"YUY2"sv, 4}, Case{L""sv, 3}, Case{L"nv12"sv, 2}, Case{L"NV12 "sv, 2},
+          Case{L"NV12\0"sv, 2}, Case{L"NV21"sv, 2}, Case{L"I422"sv, 3}, Case{L"I420AA"sv, 4}, Case{L"RGB"sv, 1},
+          Case{L"ABGR"sv, 1}, Case{L"NV12"sv, 0}, Case{L"NV12"sv, 1}, Case{L"I420"sv, 0}, Case{L"I420"sv, 2},
+          Case{L"I420A"sv, 2}, Case{L"RGBA"sv, 0}, Case{L"BGRX"sv, 0}}) {
+        FrameDescriptor frame = TightFrame(L"I420A", {16, 16});
+        frame.format = wrong.format;
+        frame.planes.resize(wrong.planeCount, {.offset = 0, .stride = 16});
+        for (const Size& canvas : Canvases) {
+            for (const std::size_t sizeBefore :
+                 {std::size_t{0}, std::size_t{100}, std::size_t{1382400}, std::size_t{3110400}, std::size_t{4000000}}) {
+                Bytes bytes(sizeBefore, 0xA5);
+                EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, frame, canvas.width, canvas.height, bytes));
+                EXPECT_TRUE(SameCanvas(BlackCanvas(canvas.width, canvas.height), bytes, canvas))
+                    << Describe(frame, canvas) << " from " << sizeBefore;
+            }
+        }
+    }
+}
+
+// The canvas is black before the planes are looked at.
+TEST(FrameConverter, FindsAFormatUnsupportedBeforeItsPlanesLeaveTheSlot) {
+    FrameDescriptor frame = TightFrame(L"NV12", {16, 16});
+    frame.planes[0].stride = std::numeric_limits<std::uint64_t>::max();
+    FrameConverter converter;
+    for (const std::size_t planeCount : {std::size_t{2}, std::size_t{1}}) {
+        frame.format = planeCount == 2 ? L"YUY2" : L"NV12";
+        frame.planes.resize(planeCount);
+        Bytes bytes(77, 0xA5);
+        EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert({}, frame, 32, 16, bytes));
+        EXPECT_EQ(BlackCanvas(32, 16), bytes);
+    }
+}
+
+TEST(FrameConverter, IgnoresPlanesThatTheFormatDoesNotDraw) {
+    const PlaneLayout hostile = {.offset = std::numeric_limits<std::uint64_t>::max(),
+                                 .stride = std::numeric_limits<std::uint64_t>::max()};
+    for (const wchar_t* format : Formats) {
+        FrameDescriptor frame = TightFrame(format, {16, 12});
+        const Bytes slot = RandomSlot(frame, 1);
+        const Bytes plain = Converted(slot, frame, {32, 18});
+        frame.planes.push_back(hostile);
+        EXPECT_EQ(plain, Converted(slot, frame, {32, 18})) << Describe(frame, {32, 18});
+    }
+}
+
+TEST(FrameConverter, DrawsTheSameOverACanvasOfAnySizeAndContent) {
+    FrameConverter converter;
+    for (const wchar_t* format : {L"NV12", L"RGBA"}) {
+        const FrameDescriptor frame = TightFrame(format, {64, 48});
+        const Bytes slot = RandomSlot(frame, 1);
+        for (const Size& canvas : Canvases) {
+            for (const std::size_t sizeBefore : {std::size_t{0}, std::size_t{1}, std::size_t{1382399},
+                                                 std::size_t{1382400}, std::size_t{3110400}, std::size_t{3110401}}) {
+                Bytes bytes = RandomBytes(sizeBefore, sizeBefore);
+                ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+            }
+        }
+    }
+}
+
+TEST(FrameConverter, KeepsTheMemoryOfTheCanvas) {
+    const FrameDescriptor frame = TightFrame(L"NV12", {64, 48});
+    const Bytes slot = RandomSlot(frame, 1);
+    FrameConverter converter;
+    Bytes bytes;
+    ExpectReferenceCanvas(converter, slot, frame, {1920, 1080}, bytes);
+    const std::uint8_t* memory = bytes.data();
+    for (const Size& canvas : {Size{1280, 720}, Size{1920, 1080}, Size{1920, 1080}}) {
+        ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+        EXPECT_EQ(memory, bytes.data());
+    }
+}
+
+TEST(FrameConverter, RefusesAPlaneThatLeavesTheSlotByOneByte) {
+    const Size canvas = {64, 36};
+    FrameConverter converter;
+    for (const wchar_t* format : Formats) {
+        for (const Size& coded : {Size{64, 36}, Size{2, 2}, Size{4096, 2}, Size{2, 2160}}) {
+            const std::vector<PlaneSize> planes = ReferencePlanes(format, coded.width, coded.height);
+            for (std::size_t last = 0; last < planes.size(); ++last) {
+                FrameDescriptor frame = TightFrame(format, coded);
+                frame.planes.at(last).offset = ReferenceSlotSize(frame) + 5; // nothing lies behind this plane
+                const Bytes slot = RandomSlot(frame, last);
+                Bytes bytes;
+                ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+
+                ExpectRefused(converter, std::span(slot).first(slot.size() - 1), frame, canvas);
+                FrameDescriptor moved = frame;
+                moved.planes.at(last).offset += 1;
+                ExpectRefused(converter, slot, moved, canvas);
+                FrameDescriptor widened = frame;
+                widened.planes.at(last).stride += 1;
+                if (planes.at(last).rowCount > 1) {
+                    ExpectRefused(converter, slot, widened, canvas);
+                } else {
+                    ExpectReferenceCanvas(converter, slot, widened, canvas, bytes);
+                }
+                ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+            }
+        }
+    }
+}
+
+TEST(FrameConverter, RefusesAFrameThatEndsOneByteBehindTheWholeSlot) {
+    const Bytes slot = RandomBytes(SlotSize, 1);
+    FrameConverter converter;
+    Bytes bytes;
+    FrameDescriptor frame = TightFrame(L"BGRA", {1920, 1080});
+    ExpectReferenceCanvas(converter, slot, frame, {1920, 1080}, bytes);
+    frame.planes[0].offset = 1;
+    ExpectRefused(converter, slot, frame, {1920, 1080});
+
+    frame = TightFrame(L"NV12", {1280, 720});
+    frame.planes[1].offset = 8294400 - 460800;
+    ExpectReferenceCanvas(converter, slot, frame, {1280, 720}, bytes);
+    frame.planes[1].offset += 1;
+    ExpectRefused(converter, slot, frame, {1280, 720});
+    frame.planes[1] = {.offset = 8294399, .stride = 1280};
+    ExpectRefused(converter, slot, frame, {1280, 720});
+}
+
+TEST(FrameConverter, RefusesOffsetsAndStridesThatWouldWrap) {
+    constexpr std::uint64_t Largest = std::numeric_limits<std::uint64_t>::max();
+    constexpr std::uint64_t LowWord = std::uint64_t{1} << 32;
+    FrameConverter converter;
+    for (const wchar_t* format : Formats) {
+        // Five rows before the last, two in subsampled chroma.
+        const FrameDescriptor good = TightFrame(format, {32, 6});
+        const Bytes slot = RandomSlot(good, 1);
+        const std::vector<PlaneSize> planes = ReferencePlanes(format, 32, 6);
+        for (std::size_t plane = 0; plane < planes.size(); ++plane) {
+            for (const std::uint64_t offset : {Largest, Largest - 1, Largest - 31, Largest - planes[plane].rowBytes + 1,
+                                               Largest - 191, Largest / 2 + 1, LowWord, LowWord + 1}) {
+                FrameDescriptor frame = good;
+                frame.planes.at(plane).offset = offset;
+                ExpectRefused(converter, slot, frame, {32, 18});
+            }
+            // Five times the last two is 1 modulo 2^64 and 2^32; twice some others is 0.
+            for (const std::uint64_t stride : {Largest, Largest - 31, Largest / 2 + 1, Largest / 5, Largest / 5 + 1,
+                                               Largest / 6 + 1, Largest / 3 + 1, LowWord, LowWord + 32, LowWord / 2,
+                                               std::uint64_t{0xCCCCCCCCCCCCCCCD}, std::uint64_t{0xCCCCCCCD}}) {
+                FrameDescriptor frame = good;
+                frame.planes.at(plane).stride = stride;
+                ExpectRefused(converter, slot, frame, {32, 18});
+                // The last row would wrap to the start of the slot.
+                frame.planes.at(plane).offset = 0 - (planes[plane].rowCount - 1) * stride;
+                ExpectRefused(converter, slot, frame, {32, 18});
+            }
+        }
+        ExpectRefused(converter, {}, good, {32, 18});
+    }
+}
+
+struct Change {
+    const char* name;
+    std::function<void(FrameDescriptor&, Size&)> apply;
+};
+
+TEST(FrameConverter, FollowsAChangeOfAnySingleFieldAndTheWayBack) {
+    const std::vector<Change> changes = {
+        {"codedWidth", [](FrameDescriptor& frame, Size&) { frame.codedWidth = 60; }},
+        {"codedHeight", [](FrameDescriptor& frame, Size&) { frame.codedHeight = 34; }},
+        {"flipA", [](FrameDescriptor& frame, Size&) { frame.flipA = true; }},
+        {"rotation 90", [](FrameDescriptor& frame, Size&) { frame.rotation = 90; }},
+        {"rotation 180", [](FrameDescriptor& frame, Size&) { frame.rotation = 180; }},
+        {"rotation 270", [](FrameDescriptor& frame, Size&) { frame.rotation = 270; }},
+        {"flipB", [](FrameDescriptor& frame, Size&) { frame.flipB = true; }},
+        {"displayWidth", [](FrameDescriptor& frame, Size&) { frame.displayWidth = 40; }},
+        {"displayHeight", [](FrameDescriptor& frame, Size&) { frame.displayHeight = 20; }},
+        {"canvas width", [](FrameDescriptor&, Size& canvas) { canvas.width = 90; }},
+        {"canvas height", [](FrameDescriptor&, Size& canvas) { canvas.height = 50; }},
+        {"offset of plane 0", [](FrameDescriptor& frame, Size&) { frame.planes[0].offset += 3; }},
+        {"stride of plane 0", [](FrameDescriptor& frame, Size&) { frame.planes[0].stride += 3; }},
+        {"offset of plane 1", [](FrameDescriptor& frame, Size&) { frame.planes.at(1).offset += 3; }},
+        {"stride of plane 1", [](FrameDescriptor& frame, Size&) { frame.planes.at(1).stride += 3; }},
+        {"offset of plane 2", [](FrameDescriptor& frame, Size&) { frame.planes.at(2).offset += 3; }},
+        {"stride of plane 2", [](FrameDescriptor& frame, Size&) { frame.planes.at(2).stride += 3; }},
+    };
+    for (const wchar_t* format : {L"NV12", L"I420", L"RGBA"}) {
+        const FrameDescriptor usual = TightFrame(format, {64, 36});
+        const Size usualCanvas = {80, 44};
+        const Bytes slot = RandomBytes(static_cast<std::size_t>(ReferenceSlotSize(usual)) + 200, 1);
+        FrameConverter converter;
+        Bytes bytes;
+        ExpectReferenceCanvas(converter, slot, usual, usualCanvas, bytes);
+        const Bytes usualBytes = bytes;
+        const std::size_t planeChanges = (3 - usual.planes.size()) * 2;
+        for (std::size_t index = 0; index < changes.size() - planeChanges; ++index) {
+            const Change& change = changes[index];
+            SCOPED_TRACE(change.name);
+            FrameDescriptor changed = usual;
+            Size changedCanvas = usualCanvas;
+            change.apply(changed, changedCanvas);
+            ExpectReferenceCanvas(converter, slot, changed, changedCanvas, bytes);
+            EXPECT_FALSE(usualBytes == bytes) << "this change shows nothing";
+            ExpectReferenceCanvas(converter, slot, usual, usualCanvas, bytes);
+            // The same picture again, from new bytes.
+            const Bytes other = RandomBytes(slot.size(), index + 2);
+            ExpectReferenceCanvas(converter, other, usual, usualCanvas, bytes);
+        }
+    }
+}
+
+TEST(FrameConverter, FollowsEveryChangeOfFormat) {
+    // One layout of planes that serves all formats.
+    FrameDescriptor frame = TightFrame(L"RGBA", {64, 36});
+    frame.planes = {{0, 256}, {16, 256}, {48, 256}};
+    const Bytes slot = RandomSlot(frame, 1);
+    FrameConverter converter;
+    Bytes bytes;
+    for (const wchar_t* from : Formats) {
+        for (const wchar_t* to : Formats) {
+            for (const wchar_t* format : {from, to}) {
+                frame.format = format;
+                ExpectReferenceCanvas(converter, slot, frame, {64, 36}, bytes);
+            }
+        }
+    }
+}
+
+TEST(FrameConverter, RefusesARepeatedFrameOnceTheSlotIsTooSmall) {
+    const Size canvas = {64, 36};
+    FrameConverter converter;
+    for (const wchar_t* format : Formats) {
+        const FrameDescriptor frame = TightFrame(format, {64, 36});
+        const Bytes slot = RandomSlot(frame, 1);
+        const Bytes shorter(slot.begin(), slot.end() - 1);
+        Bytes bytes;
+        for (int round = 0; round < 3; ++round) {
+            ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
+            ExpectRefused(converter, shorter, frame, canvas);
+            ExpectRefused(converter, shorter, frame, canvas);
+        }
+    }
+}
+
+TEST(FrameConverter, IsNotLedAstrayByRefusedFrames) {
+    const Size canvas = {64, 36};
+    FrameConverter converter;
+    for (const wchar_t* format : Formats) {
+        const FrameDescriptor good = TightFrame(format, {64, 36});
+        FrameDescriptor leaving = good;
+        leaving.planes[0].offset = ReferenceSlotSize(good);
+        FrameDescriptor unsupported = good;
+        unsupported.format = L"YUY2";
+        const Bytes slot = RandomSlot(good, 1);
+        Bytes bytes;
+        ExpectRefused(converter, slot, leaving, canvas);
+        ExpectRefused(converter, slot, leaving, canvas);
+        ExpectReferenceCanvas(converter, slot, good, canvas, bytes);
+        ExpectRefused(converter, slot, leaving, canvas);
+        ExpectReferenceCanvas(converter, slot, good, canvas, bytes);
+        EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, unsupported, 64, 36, bytes));
+        EXPECT_EQ(BlackCanvas(64, 36), bytes);
+        ExpectReferenceCanvas(converter, slot, good, canvas, bytes);
+    }
+}
+
+// The page fills the slot with two values in turn while it is converted: any mixture of them is a valid outcome.
+TEST(FrameConverter, SurvivesASlotThatChangesWhileItIsRead) {
+    constexpr std::uint8_t First = 40;
+    constexpr std::uint8_t Second = 190;
+    constexpr int ConversionCount = 60;
+    const Size canvas = {1280, 720};
+    for (const wchar_t* format : {L"NV12", L"I420", L"RGBA"}) {
+        FrameDescriptor frame = TightFrame(format, {640, 480});
+        Bytes slot(static_cast<std::size_t>(ReferenceSlotSize(frame)), First);
+        std::atomic<bool> stop = false;
+        std::atomic<std::uint64_t> fills = 0;
+        std::thread page([&] {
+            while (!stop) {
+                const std::uint8_t value = fills % 2 == 0 ? Second : First;
+                for (std::uint8_t& byte : slot) {
+                    std::atomic_ref(byte).store(value, std::memory_order_relaxed);
+                }
+                ++fills;
+            }
+        });
+        FrameConverter converter;
+        Bytes bytes;
+        // At least so many conversions, and as many more as it takes until the page was seen at work.
+        for (int count = 0; count < ConversionCount || fills < 4; ++count) {
+            frame.rotation = Rotations.at(static_cast<std::size_t>(count) % Rotations.size());
+            const HRESULT result = converter.Convert(slot, frame, canvas.width, canvas.height, bytes);
+            EXPECT_EQ(S_OK, result);
+            if (result != S_OK) {
+                break;
+            }
+            Bytes expected = BlackCanvas(canvas.width, canvas.height);
+            bool valid = bytes.size() == expected.size();
+            for (std::size_t index = 0; valid && index < bytes.size(); ++index) {
+                const std::size_t column = index % 1280;
+                const bool picture = column >= 160 && column < 1120;
+                const bool packed = frame.planes.size() == 1;
+                const bool luma = index < std::size_t{1280} * 720;
+                const std::uint8_t byte = bytes[index];
+                if (!picture) {
+                    valid = byte == expected[index];
+                } else if (!packed) {
+                    valid = byte == First || byte == Second;
+                } else if (luma) {
+                    valid = byte >= 50 && byte <= 179; // between the two greys
+                } else {
+                    valid = byte >= 62 && byte <= 194; // of colours mixed from the two
+                }
+            }
+            EXPECT_TRUE(valid) << Describe(frame, canvas);
+        }
+        stop = true;
+        page.join();
+    }
+}
+
+} // namespace
+} // namespace receiver
