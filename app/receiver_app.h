@@ -1,0 +1,112 @@
+// ReceiverApp: the one application object. It owns the window, the browser objects, the frame pipeline's state, the
+// recorder and the settings in force, all used on the UI thread alone. Its operations live in the files named below.
+#pragma once
+
+#include "capture/video_recorder.h"
+#include "frames/frame_converter.h"
+#include "frames/shared_frame_file.h"
+#include "platform/com_ptr.h"
+#include "platform/handles.h"
+
+#include <windows.h>
+
+#include <WebView2.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace receiver {
+
+inline constexpr UINT_PTR UsageTimer = 1; // the window's timer that polls usageEvent
+
+class ReceiverApp {
+public:
+    ReceiverApp() = default;
+    ReceiverApp(const ReceiverApp&) = delete;
+    ReceiverApp& operator=(const ReceiverApp&) = delete;
+
+    // app/receiver_app.cpp
+    // The whole life of the program after start-up; returns the process exit code. `address` empty: built-in page.
+    [[nodiscard]] int Run(HINSTANCE instance, int showCommand, std::wstring address);
+    // Logs, then shows a modal error box. The caller decides what follows.
+    void ShowFatalError(const wchar_t* message, HRESULT result) noexcept;
+    static LRESULT CALLBACK WindowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
+
+    // app/window_layout.cpp
+    void ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view modeWord);
+    void FitBrowserToWindow() noexcept;
+
+    // browser/bring_up.cpp: results go back to WebView2 as those of the handlers.
+    HRESULT OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* environment);
+    HRESULT OnControllerCreated(HRESULT result, ICoreWebView2Controller* controller);
+    HRESULT OnPermissionRequested(ICoreWebView2* sender, ICoreWebView2PermissionRequestedEventArgs* args) noexcept;
+    HRESULT OnNavigationCompleted(ICoreWebView2* sender, ICoreWebView2NavigationCompletedEventArgs* args);
+
+    // browser/page_protocol.cpp
+    HRESULT OnWebMessageReceived(ICoreWebView2* sender, ICoreWebView2WebMessageReceivedEventArgs* args);
+    // `text` must be null-terminated. Nothing is posted while the browser does not exist.
+    void PostJsonToPage(const wchar_t* text) noexcept;
+    void PostMediaResult(std::wstring_view action, HRESULT code, std::wstring_view path);
+
+    // browser/diagnostics.cpp
+    [[nodiscard]] HRESULT PostDiagnostics();
+
+    // frames/frame_slots.cpp
+    [[nodiscard]] HRESULT CreateAndPostFrameSlots();
+    // `message` is the whole text, "frame:" included.
+    [[nodiscard]] HRESULT HandleFrameMessage(std::wstring_view message);
+
+    // frames/usage_monitor.cpp
+    void InitializeUsageMonitor() noexcept;
+    void OnUsageTimer() noexcept;
+
+private:
+    // app/receiver_app.cpp
+    [[nodiscard]] bool CreateMainWindow() noexcept;
+    [[nodiscard]] bool PrepareUserDataFolder();
+    [[nodiscard]] bool RequestEnvironment();
+
+    // browser/bring_up.cpp
+    [[nodiscard]] HRESULT RegisterHandlers();
+    [[nodiscard]] HRESULT NavigateToPage() noexcept;
+
+    // browser/page_protocol.cpp
+    [[nodiscard]] HRESULT HandleReady();
+    [[nodiscard]] HRESULT HandleOrientation(std::wstring_view mode);
+    [[nodiscard]] HRESULT HandleSnapshot();
+    [[nodiscard]] HRESULT HandleRecordStart();
+    [[nodiscard]] HRESULT HandleRecordStop();
+    [[nodiscard]] HRESULT HandleQuality(std::wstring_view value);
+
+    // frames/frame_slots.cpp
+    [[nodiscard]] HRESULT ConvertAndPublishFrame(const std::uint8_t* slot, std::wstring_view text);
+
+    // Destroyed in reverse order, after COM and Media Foundation have been shut down.
+    HINSTANCE instance = nullptr;
+    HWND window = nullptr;
+    UniqueHandle usageEvent;
+    std::wstring userDataFolder;
+    std::wstring receiverAddress; // with the client query; empty: the built-in page
+    std::uint64_t lastConsumerTick = 0; // milliseconds since system start
+    bool consumerActive = false; // some application is pulling frames from the virtual camera
+    bool pageReady = false; // never reset
+    std::array<EventRegistrationToken, 3> messageTokens{};
+    ComPtr<ICoreWebView2Environment> environment;
+    ComPtr<ICoreWebView2Controller> controller;
+    ComPtr<ICoreWebView2> webView; // set: the browser exists
+    std::array<ComPtr<ICoreWebView2SharedBuffer>, 2> slotBuffers;
+    std::array<std::uint8_t*, 2> slotData{}; // SlotSize bytes each, owned by slotBuffers
+    SharedFrameFile sharedFrameFile;
+    VideoRecorder recorder;
+    FrameConverter frameConverter;
+    std::vector<std::uint8_t> scratchBuffer; // the canvas: the last converted frame, NV12
+    std::uint32_t outputWidth = 1280;
+    std::uint32_t outputHeight = 720;
+    std::uint64_t framesHandled = 0;
+    std::wstring layoutName = L"setup";
+};
+
+} // namespace receiver

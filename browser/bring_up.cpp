@@ -1,0 +1,92 @@
+// From the created environment to the navigated page: controller, settings, event handlers, permissions, navigation.
+
+#include "app/receiver_app.h"
+#include "app/receiver_log.h"
+#include "browser/webview_callbacks.h"
+#include "page/receiver_page.h"
+#include "platform/hresult.h"
+
+#include <string>
+
+namespace receiver {
+
+HRESULT ReceiverApp::OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* createdEnvironment) {
+    ReceiverLog::Write(L"WebView2 environment callback", result);
+    if (FAILED(result) || createdEnvironment == nullptr) {
+        ShowFatalError(L"WebView2 Runtime is unavailable.", result);
+        return result;
+    }
+    environment = ComPtr(createdEnvironment);
+    const auto handler = MakeCallback<ControllerCallback>(*this);
+    return handler ? environment->CreateCoreWebView2Controller(window, handler.Get()) : E_OUTOFMEMORY;
+}
+
+HRESULT ReceiverApp::OnControllerCreated(HRESULT result, ICoreWebView2Controller* createdController) {
+    ReceiverLog::Write(L"WebView2 controller callback", result);
+    if (FAILED(result) || createdController == nullptr) {
+        ShowFatalError(L"Unable to create the Vistel browser controller.", result);
+        return result;
+    }
+    controller = ComPtr(createdController);
+    RETURN_IF_FAILED(controller->get_CoreWebView2(webView.Put()));
+    FitBrowserToWindow();
+
+    ComPtr<ICoreWebView2Settings> settings;
+    if (SUCCEEDED(webView->get_Settings(settings.Put()))) {
+        // A browser that keeps one of these still shows the page.
+        (void)settings->put_AreDefaultContextMenusEnabled(FALSE);
+        (void)settings->put_AreDevToolsEnabled(FALSE);
+        (void)settings->put_IsStatusBarEnabled(FALSE);
+    }
+    RETURN_IF_FAILED(RegisterHandlers());
+
+    if (!receiverAddress.empty()) {
+        ReceiverLog::Write(L"Receiver URL: " + receiverAddress);
+    }
+    const HRESULT navigation = NavigateToPage();
+    ReceiverLog::Write(L"Receiver page navigation requested", navigation);
+    if (FAILED(navigation)) {
+        ShowFatalError(L"Unable to load the receiver page.", navigation);
+    }
+    return navigation;
+}
+
+HRESULT ReceiverApp::RegisterHandlers() {
+    const auto webMessages = MakeCallback<WebMessageCallback>(*this);
+    const auto permissions = MakeCallback<PermissionCallback>(*this);
+    const auto navigations = MakeCallback<NavigationCallback>(*this);
+    if (!webMessages || !permissions || !navigations) {
+        return E_OUTOFMEMORY;
+    }
+    RETURN_IF_FAILED(webView->add_WebMessageReceived(webMessages.Get(), &messageTokens[0]));
+    RETURN_IF_FAILED(webView->add_PermissionRequested(permissions.Get(), &messageTokens[1]));
+    return webView->add_NavigationCompleted(navigations.Get(), &messageTokens[2]);
+}
+
+HRESULT ReceiverApp::NavigateToPage() noexcept {
+    return receiverAddress.empty() ? webView->NavigateToString(ReceiverPage)
+                                   : webView->Navigate(receiverAddress.c_str());
+}
+
+HRESULT ReceiverApp::OnPermissionRequested(ICoreWebView2*, ICoreWebView2PermissionRequestedEventArgs* args) noexcept {
+    COREWEBVIEW2_PERMISSION_KIND kind = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
+    if (FAILED(args->get_PermissionKind(&kind)) || kind != COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY) {
+        return S_OK; // Camera, microphone and the rest stay with the browser's own handling.
+    }
+    return args->put_State(COREWEBVIEW2_PERMISSION_STATE_ALLOW);
+}
+
+HRESULT ReceiverApp::OnNavigationCompleted(ICoreWebView2*, ICoreWebView2NavigationCompletedEventArgs* args) {
+    BOOL success = FALSE;
+    COREWEBVIEW2_WEB_ERROR_STATUS status = COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN;
+    CoTaskString source;
+    // A value that cannot be read is logged as 0 or empty.
+    (void)args->get_IsSuccess(&success);
+    (void)args->get_WebErrorStatus(&status);
+    (void)webView->get_Source(source.Put());
+    ReceiverLog::Write(L"Navigation completed: success=" + std::to_wstring(success) + L", status=" +
+                       std::to_wstring(static_cast<int>(status)) + L", source=" + (source ? source.Get() : L""));
+    return S_OK;
+}
+
+} // namespace receiver

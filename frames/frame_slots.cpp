@@ -1,0 +1,83 @@
+// The two frame slots shared with the page, and what happens to a frame that the page announces in one of them.
+
+#include "app/receiver_app.h"
+#include "app/receiver_log.h"
+#include "browser/page_json.h"
+#include "frames/frame_message.h"
+#include "platform/hresult.h"
+
+#include <new>
+#include <string>
+
+namespace receiver {
+
+HRESULT ReceiverApp::CreateAndPostFrameSlots() {
+    if (!environment || !webView) {
+        return E_POINTER;
+    }
+    ComPtr<ICoreWebView2Environment12> bufferFactory;
+    RETURN_IF_FAILED(environment.As(IID_ICoreWebView2Environment12, bufferFactory));
+    ComPtr<ICoreWebView2_17> bufferPoster;
+    RETURN_IF_FAILED(webView.As(IID_ICoreWebView2_17, bufferPoster));
+    // No slot is posted without a file to publish to.
+    RETURN_IF_FAILED(sharedFrameFile.OpenSharedFrameFile());
+
+    for (unsigned slot = 0; slot < slotBuffers.size(); ++slot) {
+        slotData[slot] = nullptr; // It dies with the buffer that is released next.
+        RETURN_IF_FAILED(bufferFactory->CreateSharedBuffer(SlotSize, slotBuffers[slot].Put()));
+        RETURN_IF_FAILED(slotBuffers[slot]->get_Buffer(&slotData[slot]));
+        RETURN_IF_FAILED(bufferPoster->PostSharedBufferToScript(
+            slotBuffers[slot].Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE, SlotJson(slot).c_str()));
+    }
+    return S_OK;
+}
+
+HRESULT ReceiverApp::HandleFrameMessage(std::wstring_view message) {
+    constexpr std::size_t SlotIndex = 6; // behind "frame:"
+    constexpr std::size_t DescriptorIndex = 8;
+    if (message.size() <= DescriptorIndex || message[SlotIndex + 1] != L':' ||
+        (message[SlotIndex] != L'0' && message[SlotIndex] != L'1')) {
+        return E_INVALIDARG;
+    }
+    const std::uint8_t* const slot = slotData[message[SlotIndex] == L'0' ? 0 : 1];
+    if (slot == nullptr) {
+        return E_INVALIDARG;
+    }
+    const bool first = framesHandled == 0;
+    if (first) {
+        ReceiverLog::Write(L"First frame descriptor: " + std::wstring(message));
+    }
+    const HRESULT result = ConvertAndPublishFrame(slot, message.substr(DescriptorIndex));
+    ++framesHandled;
+    if (first) {
+        ReceiverLog::Write(L"First browser frame published", result);
+    }
+    return result;
+}
+
+HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstring_view text) try {
+    if (slot == nullptr) {
+        return E_POINTER;
+    }
+    FrameDescriptor descriptor;
+    if (!ParseFrameDescriptor(text, descriptor)) {
+        return E_INVALIDARG;
+    }
+    RETURN_IF_FAILED(frameConverter.Convert({slot, SlotSize}, descriptor, outputWidth, outputHeight, scratchBuffer));
+    const auto size = static_cast<std::uint32_t>(scratchBuffer.size());
+    const HRESULT published = sharedFrameFile.PublishFrame(scratchBuffer.data(), size, outputWidth, outputHeight);
+    if (FAILED(published) || !recorder.Recording()) {
+        return published;
+    }
+    const HRESULT written = recorder.WriteFrame(scratchBuffer.data(), static_cast<std::int32_t>(size));
+    if (FAILED(written)) {
+        std::wstring path;
+        (void)recorder.Stop(&path); // The page is told why the recording ended, not how its file was closed.
+        PostMediaResult(L"recording-failed", written, path);
+    }
+    return written;
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY; // Counted and, for the first frame, logged like every other result.
+}
+
+} // namespace receiver

@@ -1,0 +1,32 @@
+// The shared frame file on disk, mapped for writing: the one way by which frames reach the virtual camera.
+// The receiver is its only writer; frames/frame_file.h holds the layout and the protocol with readers.
+#pragma once
+
+#include "frames/frame_file.h"
+#include "platform/handles.h"
+
+#include <cstdint>
+
+namespace receiver {
+
+class SharedFrameFile {
+public:
+    // Opens, sizes, maps and validates "frame-buffer.bin" in the data folder. S_OK at once when it is open already.
+    // A failure leaves the object closed.
+    [[nodiscard]] HRESULT OpenSharedFrameFile();
+    // Publishes one tightly packed NV12 frame of 1280 x 720 or 1920 x 1080, opening the file first if need be.
+    // E_INVALIDARG, with the file untouched, for any other size or a null pointer.
+    [[nodiscard]] HRESULT PublishFrame(const std::uint8_t* data, std::uint32_t size, std::uint32_t width,
+                                       std::uint32_t height);
+    // May be called in any state. The file stays on disk.
+    void CloseSharedFrameFile() noexcept;
+
+private:
+    [[nodiscard]] FrameFileLayout& Layout() const noexcept { return *static_cast<FrameFileLayout*>(view_.Get()); }
+
+    UniqueFile file_;
+    UniqueHandle mapping_;
+    MappedView view_; // set exactly while the file is open
+};
+
+} // namespace receiver
