@@ -83,7 +83,9 @@ HRESULT ReceiverApp::OnNavigationCompleted(ICoreWebView2*, ICoreWebView2Navigati
     // A value that cannot be read is logged as 0 or empty.
     (void)args->get_IsSuccess(&success);
     (void)args->get_WebErrorStatus(&status);
-    (void)webView->get_Source(source.Put());
+    if (webView) {
+        (void)webView->get_Source(source.Put());
+    }
     ReceiverLog::Write(L"Navigation completed: success=" + std::to_wstring(success) + L", status=" +
                        std::to_wstring(static_cast<int>(status)) + L", source=" + (source ? source.Get() : L""));
     return S_OK;
