@@ -1,0 +1,58 @@
+// Sends a video track through a real WebRTC connection inside this page and hands out what comes out of it.
+
+/** Far more than the picture needs: the encoder should never have to make it worse. */
+const MaxBitrate = 16000000;
+
+/**
+ * @param {MediaStreamTrack} source
+ * @param {(state: RTCPeerConnectionState) => void} onState  Hears the receiving side's state.
+ * @returns {Promise<MediaStreamTrack>}  The received track, once both sides have agreed.
+ */
+export async function openLoopback(source, onState) {
+    const sender = new RTCPeerConnection();
+    const receiver = new RTCPeerConnection();
+    forwardCandidates(sender, receiver);
+    forwardCandidates(receiver, sender);
+    receiver.addEventListener("connectionstatechange", () => onState(receiver.connectionState));
+    const received = new Promise((resolve) => {
+        receiver.addEventListener("track", (event) => resolve(event.track), { once: true });
+    });
+
+    const rtpSender = sender.addTrack(source);
+    const parameters = rtpSender.getParameters();
+    parameters.encodings = [{ ...parameters.encodings[0], maxBitrate: MaxBitrate, scaleResolutionDownBy: 1 }];
+    await rtpSender.setParameters(parameters);
+
+    await sender.setLocalDescription(await sender.createOffer());
+    await receiver.setRemoteDescription(sender.localDescription);
+    await receiver.setLocalDescription(await receiver.createAnswer());
+    await sender.setRemoteDescription(receiver.localDescription);
+    return received;
+}
+
+function forwardCandidates(from, to) {
+    from.addEventListener("icecandidate", ({ candidate }) => {
+        if (candidate) {
+            to.addIceCandidate(candidate);
+        }
+    });
+}
+
+/**
+ * Hands each decoded frame of a track to take, one at a time, until the track ends. take has to close it.
+ * @param {MediaStreamTrack} track
+ * @param {(frame: VideoFrame) => Promise<unknown>} take
+ */
+export async function readFrames(track, take) {
+    if (!("MediaStreamTrackProcessor" in globalThis)) {
+        throw new Error("MediaStreamTrackProcessor is unavailable");
+    }
+    const reader = new MediaStreamTrackProcessor({ track }).readable.getReader();
+    for (;;) {
+        const { done, value: frame } = await reader.read();
+        if (done) {
+            return;
+        }
+        await take(frame);
+    }
+}

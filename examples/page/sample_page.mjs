@@ -1,0 +1,347 @@
+// The sample page: a test picture goes through WebRTC and into the receiver, and everything heard is shown.
+// Query: size=720p|1080p, fps=1..60, pattern=card|bars, colours=fast|exact; for runs that nobody watches, in seconds
+// after the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS records for so long.
+
+import { openLoopback, readFrames } from "./loopback.mjs";
+import { PatternNames, TestCard } from "./test_card.mjs";
+import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
+
+const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
+const RefreshMs = 250;
+const RateWindowMs = 2000;
+const MaxEvents = 50;
+
+const element = (id) => document.getElementById(id);
+
+/** Leaves a text that has not changed alone; mood is "wait", "good", "bad" or nothing. */
+function setText(target, text, mood = "") {
+    if (target.textContent !== text) {
+        target.textContent = text;
+    }
+    target.classList.remove("wait", "good", "bad");
+    if (mood) {
+        target.classList.add(mood);
+    }
+}
+
+function addEvent(text, mood = "") {
+    const item = document.createElement("li");
+    const time = document.createElement("time");
+    time.textContent = new Date().toTimeString().slice(0, 8);
+    item.append(time, text);
+    if (mood) {
+        item.classList.add(mood);
+    }
+    element("event-list").prepend(item);
+    while (element("event-list").children.length > MaxEvents) {
+        element("event-list").lastChild.remove();
+    }
+}
+
+function pressOnly(group, value) {
+    for (const button of group.children) {
+        button.setAttribute("aria-pressed", String(button.dataset.value === value));
+    }
+}
+
+/** Reads a query parameter, or says why it is not used. */
+function choice(query, name, allowed, fallback) {
+    const value = query.get(name) ?? fallback;
+    if (!allowed.includes(value)) {
+        addEvent(`${name}=${value} is none of ${allowed.join(", ")}`, "bad");
+        return fallback;
+    }
+    return value;
+}
+
+/** Reads a query parameter that is so many numbers of seconds, separated by colons; null when there is none. */
+function seconds(query, name, count) {
+    const value = query.get(name);
+    if (value === null) {
+        return null;
+    }
+    const parts = value.split(":");
+    if (parts.length !== count || !parts.every((part) => /^\d+(\.\d+)?$/.test(part))) {
+        addEvent(`${name}=${value} is not ${count === 1 ? "a number of seconds" : "AFTER:SECONDS"}`, "bad");
+        return null;
+    }
+    return parts.map(Number);
+}
+
+const delay = (forSeconds) => new Promise((resolve) => setTimeout(resolve, forSeconds * 1000));
+
+function minutesText(ms) {
+    const two = (value) => String(value).padStart(2, "0");
+    return `${two(Math.floor(ms / 60000))}:${two(Math.floor(ms / 1000) % 60)}`;
+}
+
+function readOptions() {
+    const query = new URLSearchParams(location.search);
+    const rates = Array.from({ length: 60 }, (_, index) => String(index + 1));
+    return {
+        size: choice(query, "size", Object.keys(Sizes), "720p"),
+        exactColours: choice(query, "colours", ["fast", "exact"], "fast") === "exact",
+        pattern: choice(query, "pattern", PatternNames, "card"),
+        fps: Number(choice(query, "fps", rates, "30")),
+        snapshot: seconds(query, "snapshot", 1),
+        record: seconds(query, "record", 2),
+    };
+}
+
+class SamplePage {
+    #receiver = new VistelReceiver();
+    #card;
+    #options;
+    #mirror = false;
+    #failed = false;
+    /** Path, start time and frame count at the start of the recording that runs. */
+    #recording = null;
+    /** Times and counts of the last refreshes, for the frame rate. */
+    #counts = [];
+
+    constructor(options) {
+        this.#options = options;
+        this.#card = new TestCard(options.pattern, options.fps);
+        this.#hearReceiver();
+        this.#hearButtons();
+        addEventListener("error", (event) => this.#fail(event.error ?? event.message));
+        addEventListener("unhandledrejection", (event) => this.#fail(event.reason));
+        setInterval(() => this.#refresh(), RefreshMs);
+    }
+
+    async run() {
+        this.#notice("Connecting", "Waiting for the receiver's frame slots.");
+        setText(element("state"), "Waiting for slots", "wait");
+        await this.#receiver.connect();
+        this.#setSize(this.#options.size);
+        this.#card.start();
+
+        setText(element("state"), "Connecting", "wait");
+        const [source] = this.#card.canvas.captureStream(this.#options.fps).getVideoTracks();
+        // Keeps the size: quality is to suffer before resolution does.
+        source.contentHint = "detail";
+        const track = await openLoopback(source, (state) => this.#onConnection(state));
+        element("video").srcObject = new MediaStream([track]);
+        await readFrames(track, (frame) => this.#postFrame(frame));
+        throw new Error("The video track has ended");
+    }
+
+    fail(reason) {
+        this.#fail(reason);
+    }
+
+    async #postFrame(frame) {
+        const isFirst = this.#receiver.framesPosted === 0;
+        const { exactColours } = this.#options;
+        const posted = await this.#receiver.postFrame(frame, { mirror: this.#mirror, exactColours });
+        if (posted && isFirst) {
+            this.#captureUnattended();
+        }
+    }
+
+    #captureUnattended() {
+        const { snapshot, record } = this.#options;
+        if (snapshot) {
+            this.#capture(this.#snapshotAfter(...snapshot));
+        }
+        if (record) {
+            this.#capture(this.#recordAfter(...record));
+        }
+    }
+
+    async #snapshotAfter(waitSeconds) {
+        await delay(waitSeconds);
+        await this.#receiver.takeSnapshot();
+    }
+
+    async #recordAfter(waitSeconds, lengthSeconds) {
+        await delay(waitSeconds);
+        await this.#receiver.startRecording();
+        await delay(lengthSeconds);
+        await this.#receiver.stopRecording();
+    }
+
+    #setSize(size) {
+        this.#receiver.setQuality(size);
+        this.#card.resize(...Sizes[size]);
+        pressOnly(element("quality"), size);
+        addEvent(`Asked for ${size}`);
+    }
+
+    #onConnection(state) {
+        addEvent(`WebRTC ${state}`);
+        if (!this.#failed && state === "connected") {
+            setText(element("state"), "WebRTC connected", "good");
+            element("notice").hidden = true;
+        } else if (state === "failed") {
+            this.#fail(new Error("The WebRTC connection failed"));
+        }
+    }
+
+    #hearReceiver() {
+        const receiver = this.#receiver;
+        receiver.addEventListener("slots", () => addEvent("Both frame slots arrived"));
+        receiver.addEventListener("diagnostics", ({ detail }) => {
+            setText(element("app-version"), detail.appVersion);
+            setText(element("windows"), `${detail.windowsVersion} ${detail.architecture}`);
+            setText(element("supported"), detail.osSupported ? "yes" : "no", detail.osSupported ? "good" : "bad");
+            setText(element("webview2"), detail.webView2Ready ? "ready" : "not ready",
+                detail.webView2Ready ? "good" : "bad");
+            setText(element("camera"), detail.virtualCameraRegistered ? "registered" : "not registered",
+                detail.virtualCameraRegistered ? "good" : "bad");
+            addEvent("Diagnostics arrived");
+        });
+        receiver.addEventListener("usage", ({ detail: active }) => {
+            setText(element("usage"), active ? "Camera in use" : "Camera idle", active ? "good" : "");
+            addEvent(active ? "A camera application started" : "The camera applications stopped");
+        });
+        receiver.addEventListener("media-result", ({ detail }) => {
+            const outcome = this.#outcome(detail);
+            addEvent(`${detail.action}: ${outcome}`, detail.success ? "" : "bad");
+            if (detail.action === "snapshot") {
+                setText(element("snapshot-result"), outcome, detail.success ? "" : "bad");
+            } else {
+                this.#followRecording(detail, outcome);
+            }
+        });
+    }
+
+    #outcome({ success, error, path }) {
+        if (success) {
+            return path || "nothing was being recorded";
+        }
+        return errorText(error) + (path ? `, ${path}` : "");
+    }
+
+    #followRecording({ action, success, path }, outcome) {
+        const progress = this.#recording ? `${this.#recordingProgress()}, ` : "";
+        if (action !== "recording-started") {
+            this.#recording = null;
+        } else if (success) {
+            this.#recording = { path, startMs: performance.now(), startFrames: this.#receiver.framesPosted };
+        }
+        if (!this.#recording) {
+            setText(element("recording-result"), progress + outcome, success ? "" : "bad");
+        }
+        this.#showRecording();
+    }
+
+    /** Frames are those posted: the receiver does not say how many it has written. */
+    #recordingProgress() {
+        const { startMs, startFrames } = this.#recording;
+        return `${minutesText(performance.now() - startMs)}, ${this.#receiver.framesPosted - startFrames} frames`;
+    }
+
+    #hearButtons() {
+        for (const button of element("quality").children) {
+            button.addEventListener("click", () => this.#setSize(button.dataset.value));
+        }
+        for (const button of element("orientation").children) {
+            button.addEventListener("click", () => {
+                this.#receiver.setOrientation(button.dataset.value);
+                pressOnly(element("orientation"), button.dataset.value);
+            });
+        }
+        pressOnly(element("orientation"), "setup");
+        element("mirror").addEventListener("click", () => {
+            this.#mirror = !this.#mirror;
+            element("mirror").setAttribute("aria-pressed", String(this.#mirror));
+            element("picture").classList.toggle("mirrored", this.#mirror);
+        });
+        this.#onClick(element("snapshot"), () => this.#capture(this.#receiver.takeSnapshot()));
+        this.#onClick(element("record"), () => this.#capture(this.#receiver.recording
+            ? this.#receiver.stopRecording() : this.#receiver.startRecording()));
+        this.#onClick(element("reconnect"), () => this.#receiver.connect());
+        this.#onClick(element("log"), () => {
+            this.#receiver.reportError("A line that the sample page was asked for");
+            addEvent("Asked for a line in the receiver's log");
+        });
+    }
+
+    /** Keeps the button from being pressed again before its work is done. */
+    #onClick(button, work) {
+        button.addEventListener("click", async () => {
+            button.disabled = true;
+            try {
+                await work();
+            } finally {
+                button.disabled = false;
+            }
+        });
+    }
+
+    /** A capture that fails does not end the page's work. */
+    async #capture(work) {
+        try {
+            await work;
+        } catch (error) {
+            if (!(error instanceof MediaError)) { // The result has been shown already.
+                addEvent(error.message, "bad");
+            }
+        }
+    }
+
+    #showRecording() {
+        const running = this.#receiver.recording;
+        element("record").textContent = running ? "Stop" : "Record";
+        element("record").classList.toggle("running", running);
+        element("recording-label").classList.toggle("running", running);
+        if (this.#recording) {
+            setText(element("recording-result"), `${this.#recordingProgress()}, ${this.#recording.path}`);
+        }
+    }
+
+    #refresh() {
+        const receiver = this.#receiver;
+        const now = performance.now();
+        this.#counts.push([now, receiver.framesPosted]);
+        while (now - this.#counts[0][0] > RateWindowMs) {
+            this.#counts.shift();
+        }
+        const [then, count] = this.#counts[0];
+        const rate = now > then ? (receiver.framesPosted - count) * 1000 / (now - then) : 0;
+        setText(element("posted"), String(receiver.framesPosted));
+        setText(element("rate"), rate.toFixed(1));
+        setText(element("dropped"), String(receiver.framesDropped));
+        this.#showRecording();
+
+        const last = receiver.lastPicture;
+        if (last) {
+            const turned = (last.rotation ? ` turned ${last.rotation}` : "") +
+                (last.flip !== last.mirror ? " mirrored" : "");
+            setText(element("last-frame"), `${last.format} ${last.width}x${last.height}${turned}`);
+        }
+        receiver.slotSizes.forEach((size, slot) => {
+            const tile = element(`slot-${slot}`);
+            tile.classList.toggle("filled", size > 0);
+            const use = last?.slot === slot ? "newest" : `${(size / 1e6).toFixed(1)} MB`;
+            setText(tile.querySelector("b"), size ? use : "waiting");
+        });
+    }
+
+    #notice(title, text, mood = "") {
+        setText(element("notice-title"), title);
+        setText(element("notice-text"), text);
+        element("notice").className = mood;
+        element("notice").hidden = false;
+    }
+
+    #fail(reason) {
+        const message = reason?.message ?? String(reason);
+        this.#failed = true;
+        setText(element("state"), "Error", "bad");
+        this.#notice("The page has failed", message, "bad");
+        addEvent(message, "bad");
+        this.#receiver.reportError(message);
+    }
+}
+
+if (VistelReceiver.available) {
+    const page = new SamplePage(readOptions());
+    page.run().catch((error) => page.fail(error));
+} else {
+    setText(element("command"), `vistel-receiver.exe --url=${location.href}`);
+    for (const button of document.querySelectorAll("button")) {
+        button.disabled = true;
+    }
+}
