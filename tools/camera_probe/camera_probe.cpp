@@ -1,0 +1,224 @@
+// camera_probe.exe: a stand-in for the virtual camera. Watches the shared frame file, reads every new frame, and tells
+// at the end what it saw, as a sentence, as a JSON report and as a picture of the newest frame.
+#include "platform/handles.h"
+#include "tools/camera_probe/frame_picture.h"
+#include "tools/camera_probe/frame_reader.h"
+#include "tools/camera_probe/probe_report.h"
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <timeapi.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace receiver {
+namespace {
+
+using Clock = ProbeReport::Clock;
+
+constexpr char Usage[] = "usage: camera_probe [--file PATH] [--seconds N] [--report FILE.json] [--picture FILE.png]\n"
+                         "Reads frames until its standard input ends, or for N whole seconds;\n"
+                         "0 takes the newest frame and nothing else.\n";
+
+// How long one read may meet a writer at work when only the newest frame is wanted.
+constexpr std::chrono::seconds NewestFrameLimit{1};
+
+struct Options {
+    std::wstring file;
+    std::optional<std::chrono::seconds> duration; // empty: until standard input ends
+    std::wstring report;
+    std::wstring picture;
+};
+
+std::wstring DefaultFramePath() {
+    const DWORD size = GetEnvironmentVariableW(L"ProgramData", nullptr, 0);
+    std::wstring folder(size, L'\0');
+    folder.resize(size == 0 ? 0 : GetEnvironmentVariableW(L"ProgramData", folder.data(), size));
+    return (folder.empty() ? L"C:\\ProgramData" : folder) + L"\\Vistel\\frame-buffer.bin";
+}
+
+// Decimal digits only, at most 999999.
+std::optional<std::chrono::seconds> ParseSeconds(std::wstring_view text) {
+    if (text.empty() || text.size() > 6) {
+        return std::nullopt;
+    }
+    int value = 0;
+    for (const wchar_t digit : text) {
+        if (digit < L'0' || digit > L'9') {
+            return std::nullopt;
+        }
+        value = value * 10 + (digit - L'0');
+    }
+    return std::chrono::seconds(value);
+}
+
+std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
+    Options options;
+    for (int i = 1; i < count; i += 2) {
+        const std::wstring_view name = arguments[i];
+        const std::wstring_view value = i + 1 < count ? arguments[i + 1] : L"";
+        if (value.empty()) {
+            return std::nullopt;
+        }
+        if (name == L"--file") {
+            options.file = value;
+        } else if (name == L"--report") {
+            options.report = value;
+        } else if (name == L"--picture") {
+            options.picture = value;
+        } else if (name == L"--seconds") {
+            options.duration = ParseSeconds(value);
+            if (!options.duration) {
+                return std::nullopt;
+            }
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (options.file.empty()) {
+        options.file = DefaultFramePath();
+    }
+    return options;
+}
+
+// Signals `ended` once standard input has no more bytes.
+void WaitForInputEnd(HANDLE ended) {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    std::array<char, 256> bytes{};
+    DWORD count = 0;
+    while (ReadFile(input, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr) != FALSE && count != 0) {
+    }
+    SetEvent(ended);
+}
+
+class Probe {
+public:
+    explicit Probe(const std::wstring& file) : reader_(file), startTickMs_(GetTickCount64()) {}
+
+    // Reads new frames until `ended` is signalled or `duration` is over, one poll per millisecond.
+    void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration) {
+        const Clock::time_point start = Clock::now();
+        while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration)) {
+            ReadOnce();
+        }
+        TakeNewest();
+    }
+
+    // Reads the newest frame unless it is known already, waiting for a writer at work.
+    void TakeNewest() {
+        const Clock::time_point start = Clock::now();
+        while (ReadOnce() == vistel::ReadResult::Busy && Clock::now() - start < NewestFrameLimit) {
+            Sleep(1);
+        }
+    }
+
+    [[nodiscard]] const vistel::Frame& NewestFrame() const noexcept { return frame_; }
+    [[nodiscard]] const ProbeReport& Report() noexcept {
+        report_.SetRetries(reader_.RetryCount());
+        return report_;
+    }
+
+private:
+    vistel::ReadResult ReadOnce() {
+        const vistel::ReadResult result = reader_.ReadNewFrame(frame_);
+        if (result == vistel::ReadResult::NewFrame) {
+            const Clock::time_point now = Clock::now();
+            const std::uint64_t nowMs = GetTickCount64();
+            // A time stamp from the future was made before the system was started anew.
+            const std::uint64_t ageMs = nowMs > frame_.timestampMs ? nowMs - frame_.timestampMs : 0;
+            const bool current = frame_.timestampMs >= startTickMs_ && frame_.timestampMs <= nowMs;
+            report_.AddFrame(frame_, ageMs, current, now);
+            if (reader_.IsContradicted(frame_)) {
+                report_.AddTornRead();
+            }
+        } else if (result == vistel::ReadResult::Damaged) {
+            report_.AddTornRead();
+        }
+        return result;
+    }
+
+    vistel::FrameReader reader_;
+    vistel::Frame frame_;
+    ProbeReport report_;
+    std::uint64_t startTickMs_;
+};
+
+bool WriteText(const std::wstring& path, std::string_view text) {
+    const UniqueFile file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    return file && WriteFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != FALSE &&
+           written == text.size();
+}
+
+void Run(Probe& probe, const Options& options) {
+    if (options.duration == std::chrono::seconds(0)) {
+        probe.TakeNewest();
+        return;
+    }
+    const UniqueHandle ended(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread inputWatcher;
+    if (!options.duration) {
+        inputWatcher = std::thread(WaitForInputEnd, ended.Get());
+    }
+    timeBeginPeriod(1);
+    probe.Watch(ended.Get(), options.duration);
+    timeEndPeriod(1);
+    if (inputWatcher.joinable()) {
+        inputWatcher.join();
+    }
+}
+
+int Main(int count, wchar_t** arguments) {
+    const std::optional<Options> options = ParseOptions(count, arguments);
+    if (!options) {
+        std::fputs(Usage, stderr);
+        return 2;
+    }
+    Probe probe(options->file);
+    Run(probe, *options);
+
+    const ProbeReport& report = probe.Report();
+    if (report.FramesRead() == 0) {
+        std::puts("No frame was seen in the shared frame file.");
+    } else {
+        std::printf("%llu frames read, %llu torn, %.2f frames per second.\n",
+                    static_cast<unsigned long long>(report.FramesRead()),
+                    static_cast<unsigned long long>(report.TornReads()), report.FramesPerSecond());
+    }
+    int exitCode = 0;
+    if (!options->report.empty() && !WriteText(options->report, report.ToJson())) {
+        std::fputs("The report could not be written.\n", stderr);
+        exitCode = 1;
+    }
+    if (!options->picture.empty()) {
+        const HRESULT result = WriteFramePicture(probe.NewestFrame(), options->picture);
+        if (FAILED(result)) {
+            std::fprintf(stderr, "The picture could not be written: 0x%08lX.\n", static_cast<unsigned long>(result));
+            exitCode = 1;
+        }
+    }
+    return exitCode;
+}
+
+} // namespace
+} // namespace receiver
+
+int wmain(int count, wchar_t** arguments) {
+    const HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (FAILED(result)) {
+        std::fprintf(stderr, "COM could not be initialised: 0x%08lX.\n", static_cast<unsigned long>(result));
+        return 1;
+    }
+    const int exitCode = receiver::Main(count, arguments);
+    CoUninitialize();
+    return exitCode;
+}

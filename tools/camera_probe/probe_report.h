@@ -1,0 +1,45 @@
+// What a run of the camera probe saw: counts, rate, ages, and their text as JSON.
+#pragma once
+
+#include "tools/camera_probe/frame_reader.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace receiver {
+
+class ProbeReport {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // A frame that was there before the probe came is counted, but neither its age nor its time tells anything about
+    // the writer, unless it stays the only one.
+    void AddFrame(const vistel::Frame& frame, std::uint64_t ageMs, bool publishedWhileWatching, Clock::time_point now);
+    void AddTornRead() noexcept { ++tornReads_; }
+    void SetRetries(std::uint64_t retries) noexcept { retries_ = retries; }
+
+    [[nodiscard]] std::uint64_t FramesRead() const noexcept { return framesRead_; }
+    [[nodiscard]] std::uint64_t TornReads() const noexcept { return tornReads_; }
+
+    // Between the first and the last frame published while watching; 0 when there are fewer than two.
+    [[nodiscard]] double FramesPerSecond() const noexcept;
+
+    // One line. The ages are null when no frame was read.
+    [[nodiscard]] std::string ToJson() const;
+
+private:
+    std::uint64_t framesRead_ = 0;
+    std::uint64_t tornReads_ = 0;
+    std::uint64_t retries_ = 0;
+    std::uint32_t width_ = 0;
+    std::uint32_t height_ = 0;
+    std::uint64_t sequence_ = 0;
+    std::uint64_t oldFrameAgeMs_ = 0;
+    std::vector<std::uint64_t> agesMs_; // of the frames published while watching
+    Clock::time_point firstTime_;
+    Clock::time_point lastTime_;
+};
+
+} // namespace receiver
