@@ -1,0 +1,347 @@
+// One page of a browser: carries out what the host asks for and reports what the page does.
+import { randomBytes } from 'node:crypto';
+import { closeSync, openSync, readFileSync, writeFileSync, writeSync } from 'node:fs';
+import { writeFile } from 'node:fs/promises';
+import { join } from 'node:path';
+
+const shim = readFileSync(new URL('page_shim.js', import.meta.url), 'utf8').trim().replace(/^(\/\/.*\n)*/, '');
+
+// COREWEBVIEW2_WEB_ERROR_STATUS; whatever is not listed is UNKNOWN, 0.
+const OperationCanceled = 14;
+const errorStatus = {
+    'net::ERR_CERT_COMMON_NAME_INVALID': 1, 'net::ERR_CERT_DATE_INVALID': 2, 'net::ERR_CERT_REVOKED': 4,
+    'net::ERR_CERT_AUTHORITY_INVALID': 5, 'net::ERR_CERT_INVALID': 5, 'net::ERR_ADDRESS_UNREACHABLE': 6,
+    'net::ERR_TIMED_OUT': 7, 'net::ERR_CONNECTION_TIMED_OUT': 7, 'net::ERR_INVALID_HTTP_RESPONSE': 8,
+    'net::ERR_CONNECTION_ABORTED': 9, 'net::ERR_CONNECTION_RESET': 10, 'net::ERR_INTERNET_DISCONNECTED': 11,
+    'net::ERR_CONNECTION_REFUSED': 12, 'net::ERR_NAME_NOT_RESOLVED': 13, 'net::ERR_ABORTED': OperationCanceled,
+    'net::ERR_TOO_MANY_REDIRECTS': 15,
+};
+
+export class PageSession {
+    token = randomBytes(16).toString('hex');
+    #chromium;
+    #session;
+    #targetId;
+    #toHost;
+    #events;
+    #screencast;
+    #shmFolder;
+    #name;
+    #pendingHtml;
+    #document; // What the main frame shows while its load has not ended yet.
+    #ending; // The report of an ended load, held until what the page has posted so far is with the host.
+    #endings = 0;
+    #loads = new Map(); // Loader id: { httpStatus, errorText }
+    #source = 'about:blank';
+    #buffers = new Map(); // Id: { name, file }
+    #lastBuffer = 0;
+    #castStarted = false;
+    #shownPicture; // What the host is painting,
+    #nextPicture; // and what it is to paint then.
+    #socket;
+
+    // `toHost` sends a line that concerns this page; `events` receives what tests may want to see.
+    static async open({ chromium, socketUrl, toHost, events, screencast, shmFolder, name, onOpening }) {
+        const page = new PageSession();
+        page.#chromium = chromium;
+        page.#toHost = toHost;
+        page.#events = events;
+        page.#screencast = screencast;
+        page.#shmFolder = shmFolder;
+        page.#name = name;
+        const { targetId } = await chromium.send('Target.createTarget', { url: 'about:blank' });
+        page.#targetId = targetId;
+        page.#session = (await chromium.send('Target.attachToTarget', { targetId, flatten: true })).sessionId;
+        onOpening(page);
+        const source = `(${shim})(${JSON.stringify(`${socketUrl}/${page.token}`)})`;
+        await Promise.all([
+            page.#send('Page.enable'),
+            page.#send('Runtime.enable'),
+            page.#send('Network.enable'),
+            page.#send('Inspector.enable'),
+            page.#send('Page.setBypassCSP', { enabled: true }),
+            page.#send('Page.addScriptToEvaluateOnNewDocument', { source }),
+        ]);
+        return page;
+    }
+
+    get session() {
+        return this.#session;
+    }
+
+    get targetId() {
+        return this.#targetId;
+    }
+
+    // --- For tests ---
+
+    async evaluate(expression) {
+        const { result, exceptionDetails } = await this.#send('Runtime.evaluate', {
+            expression, awaitPromise: true, returnByValue: true,
+        });
+        if (exceptionDetails) {
+            throw new Error(exceptionDetails.exception?.description ?? exceptionDetails.text);
+        }
+        return result.value;
+    }
+
+    async screenshot(file) {
+        const { data } = await this.#send('Page.captureScreenshot', { format: 'png' });
+        await writeFile(file, Buffer.from(data, 'base64'));
+    }
+
+    // --- From the host ---
+
+    setBounds(width, height) {
+        if (width < 1 || height < 1) {
+            return; // Zero would mean the browser's own size.
+        }
+        this.#post('Emulation.setDeviceMetricsOverride', { width, height, deviceScaleFactor: 1, mobile: false });
+        if (this.#screencast && !this.#castStarted) {
+            this.#castStarted = true;
+            this.#post('Page.startScreencast', { format: 'jpeg', quality: 80, everyNthFrame: 1 });
+        }
+    }
+
+    async navigate(url) {
+        this.#pendingHtml = undefined;
+        let result;
+        try {
+            result = await this.#send('Page.navigate', { url });
+        } catch {
+            this.#reportNavigation(false, 0, url); // An address that Chromium cannot read.
+            return;
+        }
+        if (result.errorText === 'net::ERR_ABORTED') {
+            this.#reportNavigation(false, OperationCanceled, this.#source); // Overtaken or a download: no document.
+        } else if (!result.loaderId) {
+            this.#reportNavigation(true, 0, url); // Within the same document.
+        }
+    }
+
+    // A blank document first, so that the page's script finds chrome.webview; the text then replaces its content.
+    navigateToString(html) {
+        this.#pendingHtml = html;
+        this.#post('Page.navigate', { url: 'about:blank' });
+    }
+
+    postJson(json) {
+        this.#call('message', json);
+    }
+
+    postBuffer(name, size, mode, json) {
+        const file = openSync(join(this.#shmFolder, name), 'r+');
+        const id = ++this.#lastBuffer;
+        this.#buffers.set(id, { name, file });
+        const content = readFileSync(join(this.#shmFolder, name));
+        const isEmpty = content.equals(Buffer.alloc(size));
+        this.#call('buffer', id, size, json, mode === 'read-only', isEmpty ? '' : content.toString('base64'));
+    }
+
+    closeBuffer(name) {
+        for (const [id, buffer] of this.#buffers) {
+            if (buffer.name === name) {
+                this.#buffers.delete(id);
+                closeSync(buffer.file);
+                this.#call('forget', id);
+            }
+        }
+    }
+
+    answerPermission(id, state) {
+        this.#call('permission', id, state);
+    }
+
+    // The host has decoded the picture that it was sent.
+    painted() {
+        this.#releasePicture(this.#shownPicture);
+        this.#shownPicture = undefined;
+        this.#sendPicture();
+    }
+
+    close() {
+        for (const { file } of this.#buffers.values()) {
+            closeSync(file);
+        }
+        this.#buffers.clear();
+        this.#socket?.terminate();
+        this.#chromium.send('Target.closeTarget', { targetId: this.#targetId }).catch(() => {});
+    }
+
+    // --- From the page ---
+
+    // A new document brings a new socket.
+    onSocket(socket) {
+        this.#socket = socket;
+        socket.on('close', () => {
+            if (socket === this.#socket) {
+                this.#reportEnding();
+            }
+        });
+        socket.on('message', (data, isBinary) => {
+            if (isBinary) {
+                this.#store(data);
+                socket.send('');
+            } else {
+                this.#onPageMessage(JSON.parse(data.toString()));
+            }
+        });
+        socket.on('error', () => {}); // The document went away in the middle of a message.
+    }
+
+    #store(data) {
+        const runs = data.readUInt32LE(0);
+        let offset = 4 + runs * 12;
+        for (let i = 0; i < runs; ++i) {
+            const header = 4 + i * 12;
+            const buffer = this.#buffers.get(data.readUInt32LE(header));
+            const position = data.readUInt32LE(header + 4);
+            const length = data.readUInt32LE(header + 8);
+            for (let done = 0; buffer && done < length;) {
+                done += writeSync(buffer.file, data, offset + done, length - done, position + done);
+            }
+            offset += length;
+        }
+    }
+
+    #onPageMessage(message) {
+        if (message.type === 'message') {
+            this.#toHost('message', this.#name, message.kind, message.text, message.source);
+            this.#events.emit('message', message);
+        } else if (message.type === 'flushed') {
+            if (message.number === this.#endings) {
+                this.#reportEnding();
+            }
+        } else {
+            this.#toHost('permission', this.#name, message.id, message.kind, message.uri, message.userInitiated);
+            this.#events.emit('permission', message);
+        }
+    }
+
+    onChromiumEvent(method, params) {
+        switch (method) {
+        case 'Network.responseReceived':
+            if (params.type === 'Document') {
+                this.#loads.set(params.requestId, { httpStatus: params.response.status });
+            }
+            break;
+        case 'Network.loadingFailed':
+            if (params.type === 'Document') {
+                this.#loads.set(params.requestId, { errorText: params.errorText });
+            }
+            break;
+        case 'Page.frameNavigated':
+            if (!params.frame.parentId) {
+                this.#reportEnding();
+                this.#document = params.frame;
+                this.#setSource(params.frame.unreachableUrl ?? params.frame.url + (params.frame.urlFragment ?? ''));
+            }
+            break;
+        case 'Page.navigatedWithinDocument':
+            if (params.frameId === this.#targetId) {
+                this.#setSource(params.url);
+            }
+            break;
+        case 'Page.loadEventFired':
+            this.#onLoad();
+            break;
+        case 'Page.javascriptDialogOpening':
+            this.#events.emit('dialog', { type: params.type, text: params.message });
+            this.#post('Page.handleJavaScriptDialog', { accept: true });
+            break;
+        case 'Page.screencastFrame':
+            this.#onPicture(params);
+            break;
+        case 'Inspector.targetCrashed':
+            this.#events.emit('crashed', { what: 'page' });
+            break;
+        }
+    }
+
+    #setSource(url) {
+        this.#source = url;
+        this.#toHost('source', this.#name, url);
+    }
+
+    #onLoad() {
+        if (!this.#document) {
+            return;
+        }
+        if (this.#pendingHtml !== undefined) {
+            const html = JSON.stringify(this.#pendingHtml);
+            this.#pendingHtml = undefined;
+            this.#post('Runtime.evaluate', {
+                expression: `document.open(); document.write(${html}); document.close();`,
+            });
+            return; // The written document has a load event of its own.
+        }
+        const { unreachableUrl, loaderId } = this.#document;
+        const { httpStatus = 0, errorText } = this.#loads.get(loaderId) ?? {};
+        this.#document = undefined;
+        this.#loads.clear();
+        const isSuccess = !unreachableUrl && httpStatus < 400;
+        this.#reportEnding();
+        this.#ending = [isSuccess, unreachableUrl ? errorStatus[errorText] ?? 0 : 0, this.#source];
+        this.#flush(++this.#endings);
+    }
+
+    // What the page posted while it loaded reaches the host before the end of the load does, as it does in the real
+    // browser: the report follows a mark through the page's own socket. An error page has none.
+    async #flush(number) {
+        const expression = `window.chrome?.webview?.__rig.flush(${number}) ?? false`;
+        const isComing = await this.evaluate(expression).catch(() => false);
+        if (!isComing && number === this.#endings) {
+            this.#reportEnding();
+        }
+    }
+
+    #reportEnding() {
+        if (this.#ending) {
+            this.#reportNavigation(...this.#ending);
+            this.#ending = undefined;
+        }
+    }
+
+    #reportNavigation(isSuccess, status, source) {
+        this.#toHost('navigation', this.#name, isSuccess, status, source);
+        this.#events.emit('navigated', { isSuccess, status, source });
+    }
+
+    // One picture at a time goes to the host. Chromium holds back new ones while it waits for some to be released; each
+    // has to be, also one that nobody has seen.
+    #onPicture(picture) {
+        if (this.#nextPicture) {
+            this.#releasePicture(this.#nextPicture);
+        }
+        this.#nextPicture = picture;
+        this.#sendPicture();
+    }
+
+    #sendPicture() {
+        if (this.#nextPicture && !this.#shownPicture) {
+            this.#shownPicture = this.#nextPicture;
+            this.#nextPicture = undefined;
+            const file = join(this.#shmFolder, `picture-${this.token}.jpg`);
+            writeFileSync(file, Buffer.from(this.#shownPicture.data, 'base64'));
+            this.#toHost('picture', this.#name, file);
+        }
+    }
+
+    #releasePicture({ sessionId }) {
+        this.#post('Page.screencastFrameAck', { sessionId });
+    }
+
+    #call(method, ...values) {
+        const list = values.map((value) => JSON.stringify(value)).join();
+        this.#post('Runtime.evaluate', { expression: `chrome.webview.__rig.${method}(${list})` });
+    }
+
+    #send(method, params = {}) {
+        return this.#chromium.send(method, params, this.#session);
+    }
+
+    // For commands that nobody waits for: they fail only when the page or the browser has just ended.
+    #post(method, params) {
+        this.#send(method, params).catch(() => {});
+    }
+}

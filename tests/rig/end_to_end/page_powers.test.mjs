@@ -1,0 +1,80 @@
+// What a page can do beside posting frames: play, ask for a camera, open windows, be loaded anew.
+import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { readdir } from 'node:fs/promises';
+import { test } from 'node:test';
+
+import { within } from '../processes.mjs';
+import { fillNoise } from './pages/noise.mjs';
+import { logTexts } from './receiver_texts.mjs';
+import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+
+const EventLimitMs = 60000;
+
+// A second of silence: 8000 samples of one byte behind the head of a WAV file.
+const PlaySilence = `(() => {
+    const file = new DataView(new ArrayBuffer(8044));
+    const text = (at, letters) => [...letters].forEach((letter, i) => file.setUint8(at + i, letter.charCodeAt(0)));
+    text(0, 'RIFF');
+    file.setUint32(4, 8036, true);
+    text(8, 'WAVEfmt ');
+    [[16, 16], [24, 8000], [28, 8000], [40, 8000]].forEach(([at, value]) => file.setUint32(at, value, true));
+    [[20, 1], [22, 1], [32, 1], [34, 8]].forEach(([at, value]) => file.setUint16(at, value, true));
+    text(36, 'data');
+    return new Audio(URL.createObjectURL(new Blob([file]))).play().then(() => 'plays', (error) => error.name);
+})()`;
+
+test('a page may play but not film', async (t) => {
+    const { run, page } = await startOnSlotPage(t);
+    const asked = [];
+    run.browser.events.on('permission', ({ kind }) => asked.push(kind));
+    assert.equal(await page.evaluate(PlaySilence), 'plays');
+    for (const wish of ['video', 'audio']) {
+        assert.equal(await page.evaluate(
+            `navigator.mediaDevices.getUserMedia({ ${wish}: true }).then(() => 'allowed', (error) => error.name)`),
+                     'NotAllowedError');
+    }
+    assert.equal(await page.evaluate('Notification.requestPermission()'), 'default');
+    assert.deepEqual(asked, [9, 2, 1, 4]);
+    assert.equal(await run.closeWindow(), 0);
+});
+
+test('a page that opens a window stays where it is', async (t) => {
+    const slotPage = await startOnSlotPage(t, { extraChromiumFlags: ['--disable-popup-blocking'] });
+    const { run, page } = slotPage;
+    await slotPage.connect();
+    const opened = once(run.browser.events, 'newwindow');
+    await page.evaluate('void window.open("about:blank")');
+    await within(EventLimitMs, 'new window', opened);
+    assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
+    assert.equal(await run.closeWindow(), 0);
+    assert.equal((await logTexts(run)).filter((text) => text.startsWith('Navigation completed: ')).length, 1);
+});
+
+test('a page that is loaded anew gets new slots', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    const { run, frameFile } = slotPage;
+    const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
+    let seed = 0;
+    for (let round = 0; round < 3; ++round) {
+        assert.deepEqual(await slotPage.connect(), [8294400, 8294400]);
+        assert.equal((await readdir(run.browser.shmFolder)).length, 2);
+        for (const slot of [0, 1]) {
+            fillNoise(noise, ++seed);
+            await slotPage.fill(slot, seed);
+            assert.deepEqual(await slotPage.post(goodMessage(slot)), { [Ok]: 1 });
+            const { sequence, picture } = await frameFile.newestFrame();
+            assert.equal(sequence, 2 * seed);
+            assert.ok(picture.equals(Buffer.from(noise.buffer)), `round ${round}, slot ${slot}`);
+        }
+        await slotPage.reload();
+    }
+    assert.equal(await run.closeWindow(), 0);
+    const texts = await logTexts(run);
+    for (const [start, times] of [
+        ['Navigation completed: success=1', 4], ['Web message: ready', 3], ['System diagnostics posted to script', 3],
+        ['First frame descriptor: ', 1], ['First browser frame published', 1],
+    ]) {
+        assert.equal(texts.filter((text) => text.startsWith(start)).length, times, start);
+    }
+});

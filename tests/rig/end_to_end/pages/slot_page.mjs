@@ -1,0 +1,33 @@
+// A page that does what a test says: puts bytes into the slots and posts texts. See slot_page_run.mjs.
+import { fillNoise } from './noise.mjs';
+
+const slots = [];
+
+chrome.webview.addEventListener('sharedbufferreceived', (event) => {
+    slots[event.additionalData.slot] = event.getBuffer();
+});
+
+globalThis.slotPage = {
+    // Byte sizes of the slots that have arrived.
+    slotSizes: () => slots.map((slot) => slot.byteLength),
+
+    fill(slot, seed) {
+        fillNoise(new Uint32Array(slots[slot]), seed);
+    },
+
+    post(messages) {
+        messages.forEach((message) => chrome.webview.postMessage(message));
+    },
+
+    // Posts a message again and again until the page is gone.
+    repeat(message) {
+        const { port1, port2 } = new MessageChannel();
+        port1.onmessage = async () => {
+            await chrome.webview.__room();
+            new Uint32Array(slots[0]).fill(performance.now());
+            chrome.webview.postMessage(message);
+            port2.postMessage('');
+        };
+        port2.postMessage('');
+    },
+};

@@ -1,0 +1,87 @@
+// More than one receiver on one machine: at the same time, and one after the other that was killed.
+import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { mkdtemp, rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { within } from '../processes.mjs';
+import { fillNoise } from './pages/noise.mjs';
+import { logTexts } from './receiver_texts.mjs';
+import { watchForLeftovers } from './run_traces.mjs';
+import { goodMessage, Ok, serveSlotPage, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
+
+const EventLimitMs = 60000;
+
+test('two receivers share the machine', async (t) => {
+    const first = await startOnSlotPage(t);
+    const { run, frameFile } = first;
+    await first.connect();
+    await first.post('before the second', goodMessage());
+
+    const controllerMade = once(run.browser.events, 'controller');
+    const secondProgram = await run.startAnother(`--url=${await serveSlotPage(t)}?second`);
+    const [page] = await within(EventLimitMs, 'second browser', controllerMade);
+    await run.waitForLog(/Navigation completed: success=1.*\?second/);
+    const texts = await logTexts(run);
+    assert.equal(texts.filter((text) => text === 'Vistel receiver log').length, 1);
+    assert.equal(texts[1], 'Receiver starting');
+    assert.ok(!texts.includes('Web message: before the second'));
+
+    const second = new SlotPage(run, page);
+    await second.connect();
+    assert.equal(frameFile.header().sequence, 2);
+    for (const [round, slotPage] of [first, second, first, second].entries()) {
+        await slotPage.post(goodMessage(), `round ${round}`);
+        assert.equal(frameFile.header().sequence, 4 + 2 * round);
+        assert.ok((await logTexts(run)).includes(`Web message: round ${round}`));
+    }
+
+    const isMainWindow = ({ class: name, process }) =>
+        name === 'VistelReceiverWindow' && process === secondProgram.process;
+    await run.driver.ask('system', (await run.driver.windows()).find(isMainWindow).window, 'close');
+    assert.equal(await within(EventLimitMs, 'end of the second receiver', secondProgram.exited), 0);
+    await first.post(goodMessage());
+    assert.equal(frameFile.header().sequence, 12);
+    assert.equal(await run.closeWindow(), 0);
+});
+
+test('a receiver goes on where another was killed', async (t) => {
+    const out = await mkdtemp(join(tmpdir(), 'killed-receiver-'));
+    t.after(() => rm(out, { recursive: true, force: true }));
+
+    const killed = await startOnSlotPage(t, { out });
+    const leftovers = await watchForLeftovers(killed.run);
+    await killed.connect();
+    await killed.page.evaluate(`slotPage.repeat(${JSON.stringify(goodMessage())})`);
+    await killed.frameFile.waitForFrames(20, EventLimitMs);
+    process.kill(await killed.run.linuxProcessId(), 'SIGKILL');
+    await killed.run.waitForExit();
+    await killed.run.stop();
+    assert.deepEqual(await leftovers(), []);
+
+    const { frameFile } = killed;
+    const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
+    const goOn = async (seed) => {
+        const sequence = frameFile.header().sequence;
+        const next = await startOnSlotPage(t, { out });
+        await next.connect();
+        assert.equal(frameFile.header().sequence, sequence);
+        assert.ok(!(await next.run.logLines()).some((line) => line.includes('First ')));
+        for (const [slot, end] of [sequence + 2 + sequence % 2, sequence + 4 + sequence % 2].entries()) {
+            await next.fill(slot, seed + slot);
+            assert.deepEqual(await next.post(goodMessage(slot)), { [Ok]: 1 });
+            const frame = await frameFile.newestFrame();
+            fillNoise(noise, seed + slot);
+            assert.equal(frame.sequence, end);
+            assert.ok(frame.picture.equals(Buffer.from(noise.buffer)));
+        }
+        assert.equal(await next.run.closeWindow(), 0);
+        await next.run.stop();
+    };
+    await goOn(1);
+    // Where a kill in the middle of a frame leaves the counter.
+    frameFile.setSequence(frameFile.header().sequence + 1);
+    await goOn(3);
+});

@@ -1,0 +1,115 @@
+// The receiver with a page in it that a test writes frames on by hand.
+import { once } from 'node:events';
+import { fileURLToPath } from 'node:url';
+
+import { within } from '../processes.mjs';
+import { startReceiver } from '../receiver_run.mjs';
+import { serveFolder } from '../static_server.mjs';
+import { FrameFile } from './frame_file.mjs';
+
+export const Ok = '00000000';
+export const InvalidArgument = '80070057';
+export const InvalidMediaType = 'C00D36B4';
+
+const AnswerLimitMs = 60000;
+
+// The text of a frame message; `planes` is a list of pairs: byte offset and stride.
+export function frameMessage({
+    slot = 0, format, codedWidth, codedHeight, flipA = 0, rotation = 0, flipB = 0,
+    displayWidth = codedWidth, displayHeight = codedHeight, planes,
+}) {
+    return [
+        'frame', slot, format, codedWidth, codedHeight, flipA, rotation, flipB, displayWidth, displayHeight,
+        planes.join(';'),
+    ].join(':');
+}
+
+// A message that the receiver publishes, whatever lies in the slot.
+export const goodMessage = (slot = 0) => frameMessage({
+    slot, format: 'NV12', codedWidth: 1280, codedHeight: 720, planes: [[0, 1280], [921600, 1280]],
+});
+
+// The address of the page, served until the test ends.
+export async function serveSlotPage(t) {
+    const server = await serveFolder(fileURLToPath(new URL('pages', import.meta.url)));
+    t.after(() => server.stop());
+    return `http://127.0.0.1:${server.port}/slot_page.html`;
+}
+
+// Starts the receiver, until the test ends at most, and waits for the page. The options are those of startReceiver.
+export async function startOnSlotPage(t, options = {}) {
+    const address = await serveSlotPage(t);
+    const run = await startReceiver({ ...options, args: [`--url=${address}`] });
+    t.after(() => run.stop());
+    // The log of a run before this one may still be there.
+    await run.waitForLog(`source=${address}`);
+    return new SlotPage(run, await run.browser.page());
+}
+
+let marks = 0;
+
+export class SlotPage {
+    // `page` is the browser's page.
+    constructor(run, page) {
+        this.run = run;
+        this.page = page;
+        this.frameFile = new FrameFile(run.out);
+    }
+
+    // Asks for the slots and waits for them; their sizes.
+    async connect() {
+        await this.post('ready');
+        return this.page.evaluate('slotPage.slotSizes()');
+    }
+
+    // Fills a slot with the noise of a seed.
+    async fill(slot, seed) {
+        await this.page.evaluate(`slotPage.fill(${slot}, ${seed})`);
+    }
+
+    // Posts messages and resolves to what the receiver has answered the browser: { HRESULT: how often }.
+    post(...messages) {
+        return this.postAll(JSON.stringify(messages));
+    }
+
+    // The same for an array that the page makes.
+    async postAll(expression) {
+        const { browser, exited } = this.run;
+        const results = {};
+        const count = (result, times) => {
+            if (times > 0) {
+                const code = Number(result).toString(16).toUpperCase().padStart(8, '0');
+                results[code] = (results[code] ?? 0) + times;
+            }
+        };
+        // Behind the messages, in the same order as all that the page posts.
+        const mark = `mark ${++marks}`;
+        let onHandled;
+        const answered = new Promise((resolve) => {
+            onHandled = ({ text, result }) => (text === mark ? resolve() : count(result, 1));
+        });
+        browser.events.on('handled', onHandled);
+        try {
+            const before = await browser.callbackResults();
+            await this.page.evaluate(`slotPage.post(${expression}), chrome.webview.postMessage("${mark}")`);
+            await within(AnswerLimitMs, `answer to ${expression.slice(0, 200)}`, Promise.race([
+                answered,
+                exited.then((code) => Promise.reject(new Error(`the receiver ended with ${code}`))),
+            ]));
+            for (const [result, times] of Object.entries(await browser.callbackResults())) {
+                count(result, times - (before[result] ?? 0));
+            }
+            return results;
+        } finally {
+            browser.events.off('handled', onHandled);
+        }
+    }
+
+    // Loads the page anew; the receiver has been told of it.
+    async reload() {
+        const navigated = once(this.run.browser.events, 'navigated');
+        await this.page.evaluate('void location.reload()');
+        await within(AnswerLimitMs, 'reload of the page', navigated);
+        await this.post();
+    }
+}

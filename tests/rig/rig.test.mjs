@@ -1,0 +1,159 @@
+// The parts of the rig that need neither Wine nor a browser, and the words that ./dev understands.
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { request } from 'node:http';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, test } from 'node:test';
+
+import { FrameCounter } from './frame_counter.mjs';
+import { SourceFolder } from './prefix.mjs';
+import { end, lock, lockHolder, run, start, until, within } from './processes.mjs';
+import { parseOptions } from './run_options.mjs';
+import { serveFolder } from './static_server.mjs';
+
+const LimitMs = 60000;
+
+const folder = mkdtempSync(join(tmpdir(), 'rig-test-'));
+after(() => rmSync(folder, { recursive: true }));
+
+function dev(...words) {
+    return spawnSync(join(SourceFolder, 'dev'), words, { encoding: 'utf8' });
+}
+
+test('run takes its options in any order and leaves the rest to the receiver', () => {
+    const words = ['--camera', '--seconds', '2.5', '--out=/a b', '--show', '--', '--url=x', '--', 'y'];
+    assert.deepEqual(parseOptions(words), {
+        out: '/a b', seconds: 2.5, camera: true, show: true, receiverArguments: ['--url=x', '--', 'y'],
+    });
+    assert.deepEqual(parseOptions([]), { out: join(SourceFolder, 'build/run'), camera: false, show: false });
+    assert.deepEqual(parseOptions(['--']).receiverArguments, []);
+});
+
+for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], ['--seconds', '0'], ['--seconds', '-1'],
+                     ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--camera=1']]) {
+    test(`run refuses ${words.join(' ')} with its usage and code 2`, () => {
+        const result = dev('run', ...words);
+        assert.equal(result.status, 2);
+        assert.match(result.stderr, /^\.\/dev run: .+\nusage: \.\/dev run /);
+        assert.equal(result.stdout, '');
+    });
+}
+
+const Mistypes = { tset: 'test', rnu: 'run', 'set-up': 'setup', biuld: 'build', Clean: 'clean' };
+for (const [word, nearest] of Object.entries(Mistypes)) {
+    test(`dev names ${nearest} as the command nearest to ${word}`, () => {
+        const result = dev(word);
+        assert.equal(result.status, 2);
+        assert.match(result.stderr, new RegExp(`no command "${word}"; the nearest is "${nearest}"\nusage: `));
+    });
+}
+
+test('dev refuses a preset that is not there before it builds anything', () => {
+    const result = dev('build', 'linux', 'amiga');
+    assert.equal(result.status, 2);
+    assert.match(result.stderr, /no preset "amiga"/);
+    assert.equal(result.stdout, '');
+});
+
+test('a lock is held by one at a time and ends with its holder, however that ends', async () => {
+    const path = join(folder, 'lock');
+    const script = `import { lock } from '${new URL('processes.mjs', import.meta.url)}';
+        const held = lock(process.argv[1], { wait: false });
+        console.log(held ? 'held' : 'taken');
+        if (held) setInterval(() => held, 1000);`;
+    const attempt = () => start(process.execPath, ['--input-type=module', '-e', script, path], {
+        stdio: ['ignore', 'pipe', 'inherit'],
+    });
+    const word = async (child) => {
+        for await (const chunk of child.stdout) {
+            return String(chunk).trim();
+        }
+        return 'nothing';
+    };
+    const holder = attempt();
+    try {
+        assert.equal(await within(LimitMs, 'first lock', word(holder)), 'held');
+        assert.equal(lockHolder(path), String(holder.pid));
+        assert.equal(lock(path, { wait: false }), null);
+        assert.equal(await within(LimitMs, 'second lock', word(attempt())), 'taken');
+        holder.kill('SIGKILL');
+        const mine = lock(path, { wait: true });
+        assert.equal(lockHolder(path), String(process.pid));
+        mine.release();
+    } finally {
+        await end(holder);
+    }
+});
+
+test('a failing program is reported with its code and what it wrote', async () => {
+    await assert.rejects(run('sh', ['-c', 'echo because >&2; exit 3']), /ended with 3: because/);
+    await assert.rejects(run('/nonexistent/program', []), /cannot start \/nonexistent\/program/);
+    await assert.rejects(until(50, 'a miracle', () => false), /a miracle: not within 0\.05 s/);
+});
+
+test('ending a program ends its children, even those that do not want to', async () => {
+    const child = start('sh', ['-c', 'trap "" TERM; sleep 1000 & echo $!; wait'], {
+        stdio: ['ignore', 'pipe', 'ignore'],
+    });
+    const [grandchild] = await new Promise((resolve) => child.stdout.once('data', (text) => resolve([Number(text)])));
+    child.kill('SIGKILL');
+    await end(child);
+    await until(LimitMs, 'end of the grandchild', () => {
+        try {
+            return /^State:\tZ/m.test(readFileSync(`/proc/${grandchild}/status`, 'utf8'));
+        } catch {
+            return true;
+        }
+    });
+});
+
+test('the frame counter counts what is new, and begins anew when the counter is set back', async () => {
+    const path = join(folder, 'frame-buffer.bin');
+    const publish = (sequence) => {
+        const header = Buffer.alloc(64);
+        header.writeBigUInt64LE(BigInt(sequence), 24);
+        writeFileSync(path, header);
+    };
+    const count = async (...sequences) => {
+        const counter = new FrameCounter(path);
+        for (const sequence of sequences) {
+            publish(sequence);
+            await until(LimitMs, 'a look at the file', () => counter.held === Math.floor(sequence / 2));
+        }
+        return counter.stop();
+    };
+    publish(100);
+    assert.deepEqual(await count(), { frames: 0, framesPerSecond: 0 });
+    assert.deepEqual(await count(102), { frames: 0, framesPerSecond: 0 });
+    const counted = await count(104, 107, 110);
+    assert.equal(counted.frames, 3);
+    assert.ok(counted.framesPerSecond > 0);
+    assert.equal((await count(0, 2, 6)).frames, 2);
+    rmSync(path);
+    assert.equal((await count(2, 8)).frames, 3);
+});
+
+test('the page server serves its folder and nothing beside it', async () => {
+    writeFileSync(join(folder, 'page.html'), 'page');
+    const server = await serveFolder(folder);
+    // Unlike fetch, this sends the path as it is.
+    const get = (path) => new Promise((resolve, reject) => {
+        request({ host: '127.0.0.1', port: server.port, path }, (response) => {
+            let body = '';
+            response.setEncoding('utf8').on('data', (text) => {
+                body += text;
+            }).on('end', () => resolve({ status: response.statusCode, type: response.headers['content-type'], body }));
+        }).on('error', reject).end();
+    });
+    try {
+        assert.deepEqual(await get('/page.html?query=1'),
+                         { status: 200, type: 'text/html; charset=utf-8', body: 'page' });
+        for (const path of ['/', '/none', '/../../../../../../etc/passwd', '/%2e%2e/%2e%2e/%2e%2e/etc/passwd', '/%']) {
+            assert.equal((await get(path)).status, 404, path);
+        }
+    } finally {
+        await server.stop();
+    }
+});

@@ -1,0 +1,114 @@
+// The body of `./dev run`: the real receiver in a folder that is its world, until it is asked to end.
+import * as fs from 'node:fs/promises';
+import { join, relative } from 'node:path';
+import { setTimeout as delay } from 'node:timers/promises';
+
+import { FrameCounter } from './frame_counter.mjs';
+import { SourceFolder } from './prefix.mjs';
+import { lock, lockHolder } from './processes.mjs';
+import { startReceiver } from './receiver_run.mjs';
+import { parseOptions } from './run_options.mjs';
+import { serveFolder } from './static_server.mjs';
+
+const Results = ['window.png', 'camera.png', 'camera.json', 'exit-code.txt'];
+
+// Two promises: the first request to end, and the second one, of somebody who has lost patience.
+function stopRequests() {
+    const requests = [];
+    const promises = [0, 1].map(() => new Promise((resolve) => requests.push(resolve)));
+    for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+        process.on(signal, () => requests.shift()?.());
+    }
+    return promises;
+}
+
+function say(text) {
+    process.stdout.write(`${text}\n`);
+}
+
+function shown(path) {
+    const short = relative(process.cwd(), path);
+    return short.startsWith('..') ? path : short;
+}
+
+async function runOnce(options) {
+    const [stopRequested, abortRequested] = stopRequests();
+    await fs.mkdir(options.out, { recursive: true });
+    const outLock = lock(join(options.out, '.run.lock'), { wait: false });
+    if (!outLock) {
+        const holder = lockHolder(join(options.out, '.run.lock'));
+        throw new Error(`${shown(options.out)} is in use by another run (process ${holder}): give this one --out`);
+    }
+    await Promise.all(Results.map((name) => fs.rm(join(options.out, name), { force: true })));
+
+    const page = options.receiverArguments ? undefined : await serveFolder(join(SourceFolder, 'examples/page'));
+    let run;
+    try {
+        run = await startReceiver({
+            out: options.out, show: options.show, screencast: true, log: (text) => say(`rig: ${text}`),
+            args: options.receiverArguments ?? [`--url=http://127.0.0.1:${page.port}/index.html`],
+        });
+        const aborted = abortRequested.then(() => {
+            throw new Error('ended at the second request, without waiting for the receiver');
+        });
+        return await Promise.race([watch(run, options, stopRequested), aborted]);
+    } finally {
+        await run?.stop();
+        await page?.stop();
+    }
+}
+
+async function watch(run, options, stopRequested) {
+    const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
+    say(`Running the receiver ${until}; its world is ${shown(options.out)}`);
+    const counter = new FrameCounter(join(options.out, 'ProgramData/Vistel/frame-buffer.bin'));
+    const cameraPicture = join(options.out, 'camera.png');
+    const camera = options.camera ? run.camera({ picture: cameraPicture }) : undefined;
+
+    const timer = new AbortController();
+    await Promise.race([
+        stopRequested,
+        run.exited,
+        ...(options.seconds ? [delay(options.seconds * 1000, undefined, { signal: timer.signal })] : []),
+    ]).finally(() => timer.abort());
+
+    const endedByItself = run.exitCode !== undefined;
+    const counted = counter.stop();
+    const windowPicture = join(options.out, 'window.png');
+    const windowSeen = !endedByItself && await run.windowPicture(windowPicture).catch((error) => {
+        say(`No picture of the window: ${error.message}`);
+        return false;
+    });
+    const report = await (camera ?? run.camera({ seconds: 0, picture: cameraPicture })).finish();
+    if (options.camera) {
+        await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(report, null, 2)}\n`);
+    }
+
+    if (!endedByItself) {
+        say('Closing the window');
+    }
+    const exitCode = endedByItself ? run.exitCode : await run.closeWindow();
+    await fs.writeFile(join(options.out, 'exit-code.txt'), `${exitCode}\n`);
+
+    if (endedByItself) {
+        say(`The receiver ended by itself with exit code ${exitCode}`);
+    }
+    if (windowSeen) {
+        say(`The window:  ${shown(windowPicture)}`);
+    }
+    say(`The camera:  ${shown(cameraPicture)}`);
+    const rate = options.camera ? report.framesPerSecond : counted.framesPerSecond;
+    const frames = options.camera ? `${report.framesRead} frames read, ${report.tornReads} torn`
+                                  : `${counted.frames} frames`;
+    say(`${rate.toFixed(1)} frames per second reached the camera (${frames})`);
+    return exitCode;
+}
+
+try {
+    const exitCode = await runOnce(parseOptions(process.argv.slice(2)));
+    // A shell sees the low 8 bits; a failure must not turn into a success there.
+    process.exitCode = exitCode & 0xff || (exitCode === 0 ? 0 : 1);
+} catch (error) {
+    process.stderr.write(`./dev run: ${error.message}\n`);
+    process.exitCode = 1;
+}

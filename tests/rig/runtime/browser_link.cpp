@@ -1,0 +1,134 @@
+#include "browser_link.h"
+
+#include "module.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace rig {
+namespace {
+
+constexpr UINT LineArrived = WM_APP;
+constexpr wchar_t ClassName[] = L"RigBrowserLink";
+
+SOCKET ConnectToServer() {
+    static WSADATA winsock;
+    static const int startResult = WSAStartup(MAKEWORD(2, 2), &winsock);
+    const unsigned long port = std::wcstoul(EnvironmentValue(L"RIG_PORT").c_str(), nullptr, 10);
+    if (startResult != 0 || port == 0 || port > 0xFFFF) {
+        return INVALID_SOCKET;
+    }
+    const SOCKET connection = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<u_short>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        closesocket(connection);
+        return INVALID_SOCKET;
+    }
+    const BOOL noDelay = TRUE;
+    setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&noDelay), sizeof(noDelay));
+    return connection;
+}
+
+} // namespace
+
+std::shared_ptr<BrowserLink> BrowserLink::Connect(LineHandler onLine) {
+    const SOCKET connection = ConnectToServer();
+    if (connection == INVALID_SOCKET) {
+        return nullptr;
+    }
+    RegisterWindowClass(ClassName, WindowProcedure);
+    const HWND window =
+        CreateWindowExW(0, ClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, ModuleHandle(), nullptr);
+    if (window == nullptr) {
+        closesocket(connection);
+        return nullptr;
+    }
+    auto link = std::make_shared<BrowserLink>(connection, window, std::move(onLine));
+    SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(link.get()));
+    link->reader_ = std::thread(&BrowserLink::ReadLines, link.get());
+    return link;
+}
+
+BrowserLink::BrowserLink(SOCKET socket, HWND window, LineHandler onLine)
+    : socket_(socket), window_(window), onLine_(std::move(onLine)) {}
+
+BrowserLink::~BrowserLink() {
+    shutdown(socket_, SD_BOTH); // Ends the reader's recv.
+    reader_.join();
+    closesocket(socket_);
+    SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
+    DestroyWindow(window_);
+}
+
+void BrowserLink::Send(std::initializer_list<std::string_view> fields) {
+    const std::string line = EncodeLine(fields);
+    const std::lock_guard lock(sendMutex_);
+    for (std::size_t sent = 0; sent < line.size();) {
+        const int count = send(socket_, line.data() + sent, static_cast<int>(line.size() - sent), 0);
+        if (count <= 0) {
+            return;
+        }
+        sent += static_cast<std::size_t>(count);
+    }
+}
+
+void BrowserLink::ReadLines() {
+    std::string pending;
+    std::vector<char> chunk(65536);
+    for (;;) {
+        const int count = recv(socket_, chunk.data(), static_cast<int>(chunk.size()), 0);
+        if (count <= 0) {
+            Enqueue("gone");
+            return;
+        }
+        // Only what has just come can hold a line's end.
+        std::size_t searchFrom = pending.size();
+        pending.append(chunk.data(), static_cast<std::size_t>(count));
+        std::size_t start = 0;
+        for (std::size_t end = pending.find('\n', searchFrom); end != std::string::npos;
+             end = pending.find('\n', searchFrom)) {
+            Enqueue(pending.substr(start, end - start));
+            start = searchFrom = end + 1;
+        }
+        pending.erase(0, start);
+    }
+}
+
+void BrowserLink::Enqueue(std::string line) {
+    const std::lock_guard lock(lineMutex_);
+    lines_.push_back(std::move(line));
+    if (lines_.size() == 1) {
+        PostMessageW(window_, LineArrived, 0, 0);
+    }
+}
+
+void BrowserLink::HandleNextLine() {
+    // The line stays in the queue while it is handled: a queue that is not empty posts no further message, so a message
+    // loop inside the callback handles nothing.
+    std::string line;
+    {
+        const std::lock_guard lock(lineMutex_);
+        line = lines_.front();
+    }
+    onLine_(DecodeLine(line));
+    const std::lock_guard lock(lineMutex_);
+    lines_.pop_front();
+    if (!lines_.empty()) {
+        PostMessageW(window_, LineArrived, 0, 0);
+    }
+}
+
+LRESULT CALLBACK BrowserLink::WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    auto* const link = reinterpret_cast<BrowserLink*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (message == LineArrived && link != nullptr) {
+        const auto alive = link->shared_from_this(); // The callback may drop the last reference.
+        alive->HandleNextLine();
+        return 0;
+    }
+    return DefWindowProcW(window, message, wParam, lParam);
+}
+
+} // namespace rig

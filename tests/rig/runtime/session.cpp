@@ -1,0 +1,132 @@
+#include "session.h"
+
+#include "environment.h"
+#include "faults.h"
+
+#include "platform/hresult.h"
+
+#include <utility>
+
+namespace rig {
+namespace {
+
+constexpr unsigned CallbackRecordsPerLine = 32;
+
+// As the real runtime: it keeps its files in a folder of its own below the host's.
+HRESULT MakeUserDataFolder(const std::wstring& folder) {
+    for (const std::wstring& path : {folder, folder + L"\\EBWebView"}) {
+        if (!CreateDirectoryW(path.c_str(), nullptr)) {
+            const DWORD error = GetLastError();
+            const DWORD attributes = GetFileAttributesW(path.c_str());
+            if (error != ERROR_ALREADY_EXISTS) {
+                return HRESULT_FROM_WIN32(error);
+            }
+            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+                return HRESULT_FROM_WIN32(ERROR_FILE_EXISTS);
+            }
+        }
+    }
+    return S_OK;
+}
+
+} // namespace
+
+HRESULT Session::Start(PCWSTR userDataFolder, EnvironmentHandler* handler) {
+    RETURN_IF_FAILED(FaultFor("environment-call"));
+    auto session = std::make_shared<Session>();
+    session->userDataFolder_ = userDataFolder == nullptr ? L"" : userDataFolder;
+    if (!session->userDataFolder_.empty()) {
+        RETURN_IF_FAILED(MakeUserDataFolder(session->userDataFolder_));
+    }
+    session->link_ = BrowserLink::Connect([weak = std::weak_ptr(session)](const Fields& line) {
+        if (const std::shared_ptr<Session> alive = weak.lock()) {
+            alive->OnLine(line);
+        }
+    });
+    if (!session->link_) {
+        return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    }
+    session->pendingHandler_ = receiver::ComPtr(handler);
+    session->pendingSelf_ = session;
+    session->Send("environment");
+    return S_OK;
+}
+
+HRESULT Session::Enter(const char* method) const {
+    if (GetCurrentThreadId() != threadId_) {
+        return RPC_E_WRONG_THREAD;
+    }
+    return FaultFor(method);
+}
+
+HRESULT Session::ReportStub(const char* method) {
+    RETURN_IF_FAILED(Enter(method));
+    Send("stub", method);
+    return E_NOTIMPL;
+}
+
+std::string Session::AddPage(Page* page) {
+    std::string name = std::to_string(++pagesMade_);
+    pages_[name] = page;
+    return name;
+}
+
+std::string Session::NewBufferName() { return serverName_ + "-" + std::to_string(++buffersMade_); }
+
+void Session::RecordCallback(long long ticks, HRESULT result) {
+    if (!callbackRecords_.empty()) {
+        callbackRecords_ += ',';
+    }
+    callbackRecords_.append(std::to_string(ticks)).append(":").append(HexCode(result));
+    if (++callbackRecordCount_ == CallbackRecordsPerLine) {
+        SendCallbackRecords();
+    }
+}
+
+void Session::SendCallbackRecords() {
+    if (callbackRecordCount_ == 0) {
+        return;
+    }
+    LARGE_INTEGER ticksPerSecond;
+    QueryPerformanceFrequency(&ticksPerSecond);
+    Send("callbacks", std::to_string(ticksPerSecond.QuadPart), callbackRecords_);
+    callbackRecords_.clear();
+    callbackRecordCount_ = 0;
+}
+
+void Session::OnLine(const Fields& line) {
+    if (line[0] == "environment") {
+        serverName_ = line.at(1);
+        version_ = ToWide(line.at(2));
+        CompleteEnvironment(FaultFor("environment-callback"));
+    } else if (line[0] == "environment-failed") {
+        CompleteEnvironment(E_FAIL);
+    } else if (line[0] == "callbacks") {
+        SendCallbackRecords();
+        Send("callbacks-sent");
+    } else if (line[0] == "gone") {
+        browserGone_ = true;
+        if (pendingHandler_) {
+            CompleteEnvironment(E_FAIL);
+        }
+        for (const auto& [name, page] : std::map(pages_)) {
+            if (pages_.contains(name)) {
+                page->OnLine(line);
+            }
+        }
+    } else if (const auto found = pages_.find(line.at(1)); found != pages_.end()) {
+        found->second->OnLine(line);
+    }
+}
+
+void Session::CompleteEnvironment(HRESULT result) {
+    const std::shared_ptr<Session> self = std::exchange(pendingSelf_, nullptr);
+    const receiver::ComPtr<EnvironmentHandler> handler = std::exchange(pendingHandler_, {});
+    receiver::ComPtr<ICoreWebView2Environment> environment;
+    if (SUCCEEDED(result) && SUCCEEDED(FaultFor("environment-null"))) {
+        environment = receiver::ComPtr<ICoreWebView2Environment>::Attach(new Environment(self));
+    }
+    (void)handler->Invoke(result, environment.Get());
+}
+
+} // namespace rig
