@@ -1,0 +1,174 @@
+// wWinMain itself: what it starts, in which order it takes that down, and what it makes of the command line.
+#include "tests/support/shell_test.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <mfapi.h>
+#include <objbase.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class EntryPointTest : public ShellTest {
+protected:
+    void SetUp() override { app.reset(); } // The entry point has an object of its own.
+
+    // Runs the entry point; the calls of COM and Media Foundation are recorded among those of the browser.
+    int Main(const wchar_t* commandLine, std::function<void()> inLoop = {}) {
+        const ImportPatch comStarts("ole32.dll", "CoInitializeEx", &CoInitializeEx,
+                                    [this](auto* original, LPVOID reserved, DWORD model) {
+                                        EXPECT_EQ(reserved, nullptr);
+                                        browser.Note(L"CoInitializeEx " + std::to_wstring(model));
+                                        return FAILED(comResult) ? comResult : original(reserved, model);
+                                    });
+        const ImportPatch comEnds("ole32.dll", "CoUninitialize", &CoUninitialize, [this](auto* original) {
+            browser.Note(L"CoUninitialize");
+            original();
+        });
+        const ImportPatch mediaStarts(
+            "mfplat.dll", "MFStartup", &MFStartup, [this](auto* original, ULONG version, DWORD flags) {
+                browser.Note(L"MFStartup " + std::to_wstring(version) + L' ' + std::to_wstring(flags));
+                return FAILED(mediaResult) ? mediaResult : original(version, flags);
+            });
+        const ImportPatch mediaEnds("mfplat.dll", "MFShutdown", &MFShutdown, [this](auto* original) {
+            browser.Note(L"MFShutdown");
+            return original();
+        });
+        std::wstring text = commandLine != nullptr ? commandLine : L"";
+        return RunLoopOf(
+            [&] {
+                std::optional<AllocationFault> fault;
+                if (failingAllocation) {
+                    fault.emplace(*failingAllocation);
+                }
+                const int exitCode = wWinMain(GetModuleHandleW(nullptr), nullptr,
+                                              commandLine != nullptr ? text.data() : nullptr, SW_SHOWNORMAL);
+                allocationFailed = fault && fault->Happened();
+                return exitCode;
+            },
+            std::move(inLoop));
+    }
+    // How a start with this command line navigates.
+    std::wstring NavigationOf(const wchar_t* commandLine) {
+        std::wstring navigation;
+        EXPECT_EQ(Main(commandLine,
+                       [&] {
+                           (void)browser.TakeCalls();
+                           browser.CompleteBoth();
+                           const auto calls = browser.TakeCalls();
+                           navigation = calls.at(calls.size() - 2); // behind it: "released Settings"
+                       }),
+                  0);
+        EndReceiver();
+        return navigation;
+    }
+
+    HRESULT comResult = S_OK; // S_OK: the system starts it
+    HRESULT mediaResult = S_OK;
+    std::optional<unsigned> failingAllocation;
+    bool allocationFailed = false; // in the last start
+};
+
+TEST_F(EntryPointTest, TakesAllDownBeforeTheApplicationLetsGo) {
+    EXPECT_EQ(Main(L"",
+                   [this] {
+                       EXPECT_EQ(browser.TakeCalls().at(1), L"MFStartup 131184 0"); // 0x00020070
+                       browser.CompleteBoth();
+                       EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
+                       (void)browser.TakeCalls();
+                   }),
+              0);
+    EXPECT_THAT(browser.TakeCalls(),
+                ElementsAre(L"MFShutdown", L"CoUninitialize", L"released SharedBuffer1", L"released SharedBuffer0",
+                            L"released WebView", L"released Controller", L"released Environment"));
+}
+
+TEST_F(EntryPointTest, StartsComAsASingleThreadedApartmentAndMediaFoundationInFull) {
+    EXPECT_EQ(Main(L"",
+                   [this] {
+                       const auto calls = browser.TakeCalls();
+                       ASSERT_EQ(calls.size(), 3U);
+                       EXPECT_EQ(calls[0], L"CoInitializeEx 2");
+                       EXPECT_EQ(calls[1], L"MFStartup 131184 0");
+                       EXPECT_THAT(calls[2], testing::StartsWith(L"CreateCoreWebView2EnvironmentWithOptions"));
+                   }),
+              0);
+}
+
+TEST_F(EntryPointTest, EndsWithoutCom) {
+    comResult = RPC_E_CHANGED_MODE;
+    EXPECT_EQ(Main(L""), 1);
+    EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"CoInitializeEx 2"));
+    EXPECT_EQ(MainWindow(), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(log));
+    EXPECT_THAT(boxes, IsEmpty());
+}
+
+TEST_F(EntryPointTest, EndsWithoutMediaFoundation) {
+    mediaResult = E_NOTIMPL;
+    EXPECT_EQ(Main(L""), 1);
+    EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"CoInitializeEx 2", L"MFStartup 131184 0", L"CoUninitialize"));
+    EXPECT_EQ(MainWindow(), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(log));
+    EXPECT_THAT(boxes, IsEmpty());
+}
+
+TEST_F(EntryPointTest, ReturnsWhatTheRunReturned) {
+    EXPECT_EQ(Main(L"", [] { PostQuitMessage(5); }), 5);
+}
+
+TEST_F(EntryPointTest, TakesAllDownAfterAStartThatFailed) {
+    browser.Fail(L"CreateCoreWebView2EnvironmentWithOptions", E_FAIL);
+    EXPECT_EQ(Main(L""), 1);
+    const auto calls = browser.TakeCalls();
+    ASSERT_EQ(calls.size(), 5U);
+    EXPECT_EQ(calls[3], L"MFShutdown");
+    EXPECT_EQ(calls[4], L"CoUninitialize");
+}
+
+TEST_F(EntryPointTest, TakesAllDownWhenMemoryRunsOut) {
+    failingAllocation = 0;
+    EXPECT_EQ(Main(L"--url=https://page.example/with-an-address-on-the-heap"), 1);
+    EXPECT_THAT(browser.TakeCalls(),
+                ElementsAre(L"CoInitializeEx 2", L"MFStartup 131184 0", L"MFShutdown", L"CoUninitialize"));
+}
+
+TEST_F(EntryPointTest, MemoryThatCannotBeHadNeverEscapes) {
+    do {
+        failingAllocation = failingAllocation ? *failingAllocation + 1 : 0;
+        const int exitCode = Main(L"--url=https://page.example/with-an-address-on-the-heap");
+        EndReceiver();
+        EXPECT_TRUE(exitCode == 0 || (allocationFailed && exitCode == 1)) << exitCode;
+        const auto calls = browser.TakeCalls();
+        EXPECT_THAT(std::vector<std::wstring>(calls.end() - 2, calls.end()),
+                    ElementsAre(L"MFShutdown", L"CoUninitialize"));
+    } while (allocationFailed);
+    EXPECT_GT(*failingAllocation, 0U);
+}
+
+TEST_F(EntryPointTest, OpensThePageThatTheCommandLineNames) {
+    const std::wstring standard = L"Navigate " VISTEL_RECEIVER_URL L"?clientVersion=0.1.3";
+    EXPECT_EQ(NavigationOf(nullptr), standard);
+    EXPECT_EQ(NavigationOf(L""), standard);
+    EXPECT_EQ(NavigationOf(L"--embedded "), standard);
+    EXPECT_EQ(LogLines().at(5), "Receiver URL: " VISTEL_RECEIVER_URL "?clientVersion=0.1.3");
+    EXPECT_EQ(NavigationOf(L"--url=\"https://page.example/a b\""),
+              L"Navigate https://page.example/a b?clientVersion=0.1.3");
+    EXPECT_THAT(NavigationOf(L"--embedded"), testing::StartsWith(L"NavigateToString "));
+    EXPECT_THAT(NavigationOf(L"--url=\"\""), testing::StartsWith(L"NavigateToString "));
+}
+
+} // namespace
+} // namespace receiver

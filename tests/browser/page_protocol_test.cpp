@@ -1,0 +1,216 @@
+// The page's texts, from the browser's event to what the receiver logs, posts and returns.
+#include "tests/support/shell_test.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr wchar_t GrayFrame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
+
+class PageProtocolTest : public ShellTest {
+protected:
+    void SetUp() override {
+        OpenBrowser();
+        std::filesystem::remove(log);
+    }
+    // The page's text, and the call by which the receiver read it out of the way.
+    HRESULT Post(const std::wstring& text) {
+        const HRESULT result = browser.RaiseWebMessage(text.c_str());
+        calls = browser.TakeCalls();
+        EXPECT_EQ(calls.at(0), L"TryGetWebMessageAsString");
+        calls.erase(calls.begin());
+        return result;
+    }
+    // Width and height in the header of the shared frame file.
+    std::vector<unsigned> PublishedSize() const {
+        const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
+        unsigned size[2] = {};
+        if (bytes.size() == 6220864) {
+            std::memcpy(size, bytes.data() + 8, sizeof(size));
+        }
+        return {size[0], size[1]};
+    }
+
+    std::vector<std::wstring> calls; // that the last text led to
+};
+
+TEST_F(PageProtocolTest, ReadyPostsTheSlotsAndReports) {
+    EXPECT_EQ(Post(L"ready"), S_OK);
+    EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
+                                        StartsWith("System diagnostics posted to script")));
+    EXPECT_THAT(calls, testing::IsSupersetOf({std::wstring(L"PostSharedBufferToScript SharedBuffer0 1 {\"slot\":0}"),
+                                              std::wstring(L"PostSharedBufferToScript SharedBuffer1 1 {\"slot\":1}")}));
+}
+
+TEST_F(PageProtocolTest, ReadyThatFailsReportsNothing) {
+    browser.Fail(L"CreateSharedBuffer", E_ABORT);
+    EXPECT_EQ(Post(L"ready"), E_ABORT);
+    EXPECT_THAT(LogLines(),
+                ElementsAre("Web message: ready", "Shared frame buffers posted to script (HRESULT 0x80004004)"));
+}
+
+TEST_F(PageProtocolTest, EveryReadyIsAnsweredInFull) {
+    EXPECT_EQ(Post(L"ready"), S_OK);
+    std::filesystem::remove(log);
+    EXPECT_EQ(Post(L"ready"), S_OK);
+    EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
+                                        StartsWith("System diagnostics posted to script")));
+}
+
+TEST_F(PageProtocolTest, TextsOfNoMeaningAreLoggedAndNothingElse) {
+    for (const char* text : {"", "Ready", "ready ", " ready", "window:orientation", "media:snapshot ", "Media:snapshot",
+                             "media:record:pause", "quality", "Quality:720p", "frame", "Frame:0:", "error:no camera"}) {
+        std::filesystem::remove(log);
+        const std::string narrow = text;
+        EXPECT_EQ(Post(std::wstring(narrow.begin(), narrow.end())), S_OK) << narrow;
+        EXPECT_THAT(LogLines(), ElementsAre("Web message: " + narrow));
+        EXPECT_THAT(calls, IsEmpty()) << narrow;
+    }
+}
+
+TEST_F(PageProtocolTest, ANullStringCountsAsEmpty) {
+    EXPECT_EQ(browser.RaiseWebMessage(nullptr), S_OK);
+    EXPECT_THAT(LogLines(), ElementsAre("Web message: "));
+}
+
+TEST_F(PageProtocolTest, AMessageThatIsNoStringGetsNoReaction) {
+    browser.Fail(L"TryGetWebMessageAsString", E_INVALIDARG, 0);
+    browser.Fail(L"TryGetWebMessageAsString", RPC_E_WRONG_THREAD, 1);
+    EXPECT_EQ(Post(L"ready"), E_INVALIDARG);
+    EXPECT_EQ(Post(L"ready"), RPC_E_WRONG_THREAD);
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(log));
+}
+
+TEST_F(PageProtocolTest, CharactersBeyondOneByteAreLoggedAsQuestionMarks) {
+    EXPECT_EQ(Post(L"caf\u00E9 \u20AC \U0001F600 \u0100 \u00FF end"), S_OK);
+    EXPECT_EQ(Post(L"next"), S_OK);
+    EXPECT_THAT(LogLines(), ElementsAre("Web message: caf\xE9 ? ? ? \xFF end", "Web message: next"));
+}
+
+TEST_F(PageProtocolTest, TheOrientationsAreAccepted) {
+    for (const wchar_t* mode : {L"landscape", L"portrait", L"setup"}) {
+        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + mode), S_OK);
+    }
+}
+
+TEST_F(PageProtocolTest, AnyOtherOrientationIsRefusedSilently) {
+    for (const wchar_t* mode : {L"", L"Portrait", L"LANDSCAPE", L"setup ", L" setup", L"square"}) {
+        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + mode), E_INVALIDARG);
+        EXPECT_THAT(calls, IsEmpty());
+    }
+    EXPECT_FALSE(std::filesystem::exists(log));
+}
+
+TEST_F(PageProtocolTest, ASnapshotBeforeAnyFrameFailsWithItsResultPosted) {
+    EXPECT_EQ(Post(L"media:snapshot"), static_cast<HRESULT>(0xC00D36D6));
+    EXPECT_THAT(calls, ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"snapshot\","
+                                   L"\"success\":false,\"path\":\"\",\"error\":3222091478}"));
+    EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0xC00D36D6)"));
+}
+
+TEST_F(PageProtocolTest, AResultThatCannotBePostedChangesNothing) {
+    browser.Fail(L"PostWebMessageAsJson", E_FAIL);
+    EXPECT_EQ(Post(L"media:snapshot"), static_cast<HRESULT>(0xC00D36D6));
+    EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0xC00D36D6)"));
+}
+
+TEST_F(PageProtocolTest, ARecordingThatIsNotRunningStopsWithSuccessAndNoPath) {
+    EXPECT_EQ(Post(L"media:record:stop"), S_FALSE);
+    EXPECT_THAT(calls, ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"recording-stopped\","
+                                   L"\"success\":true,\"path\":\"\",\"error\":1}"));
+    EXPECT_THAT(LogLines(), ElementsAre("Recording stopped"));
+}
+
+TEST_F(PageProtocolTest, ARecordingsStartIsLoggedAndItsResultPosted) {
+    const HRESULT result = Post(L"media:record:start");
+    ASSERT_EQ(calls.size(), 1U);
+    const std::wstring success = SUCCEEDED(result) ? L"true" : L"false";
+    EXPECT_THAT(calls[0], StartsWith(L"PostWebMessageAsJson {\"type\":\"media-result\","
+                                     L"\"action\":\"recording-started\",\"success\":" +
+                                     success + L",\"path\":\""));
+    EXPECT_THAT(LogLines(), ElementsAre(StartsWith("Recording started")));
+}
+
+TEST_F(PageProtocolTest, NothingIsPostedWithoutABrowser) {
+    ReceiverApp withoutBrowser;
+    withoutBrowser.PostJsonToPage(L"{}");
+    withoutBrowser.PostMediaResult(L"snapshot", S_OK, L"C:\\picture.jpg");
+    EXPECT_THAT(browser.TakeCalls(), IsEmpty());
+}
+
+TEST_F(PageProtocolTest, AMediaResultsPathIsEscaped) {
+    app->PostMediaResult(L"snapshot", S_OK, L"C:\\Users\\a\\Pictures\\\"x\".jpg");
+    EXPECT_THAT(browser.TakeCalls(),
+                ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"snapshot\",\"success\":true,"
+                            L"\"path\":\"C:\\\\Users\\\\a\\\\Pictures\\\\\\\"x\\\".jpg\",\"error\":0}"));
+}
+
+TEST_F(PageProtocolTest, AQualityIsLoggedAndTakesEffectWithTheNextFrame) {
+    ASSERT_EQ(Post(L"ready"), S_OK);
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
+    std::filesystem::remove(log);
+
+    const HRESULT result = Post(L"quality:1080p");
+    EXPECT_TRUE(result == S_OK || result == E_FAIL) << result; // E_FAIL: the value could not be saved.
+    EXPECT_THAT(LogLines(), ElementsAre("Video quality selected: 1080p"));
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_THAT(PublishedSize(), ElementsAre(1920U, 1080U));
+
+    (void)Post(L"quality:720p");
+    EXPECT_EQ(LogLines().back(), "Video quality selected: 720p");
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
+}
+
+TEST_F(PageProtocolTest, AnUnknownQualityIsRefusedSilentlyAndChangesNothing) {
+    ASSERT_EQ(Post(L"ready"), S_OK);
+    std::filesystem::remove(log);
+    for (const wchar_t* value : {L"", L"480p", L"1080P", L"1080p ", L" 720p"}) {
+        EXPECT_EQ(Post(std::wstring(L"quality:") + value), E_INVALIDARG);
+        EXPECT_THAT(calls, IsEmpty());
+    }
+    EXPECT_FALSE(std::filesystem::exists(log));
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
+}
+
+TEST_F(PageProtocolTest, AMalformedFrameIsRefusedSilently) {
+    for (const wchar_t* text : {L"frame:", L"frame:0", L"frame:0:", L"frame:0:NV12"}) {
+        EXPECT_EQ(Post(text), E_INVALIDARG);
+    }
+    EXPECT_FALSE(std::filesystem::exists(log));
+}
+
+TEST_F(PageProtocolTest, MemoryThatCannotBeHadNeverEscapes) {
+    for (const wchar_t* text : {L"ready", L"window:orientation:portrait", L"media:snapshot", L"media:record:stop",
+                                L"quality:1080p", L"a text that is long enough to be put on the heap"}) {
+        bool failed = true;
+        for (unsigned allocation = 0; failed; ++allocation) {
+            const AllocationFault fault(allocation);
+            (void)browser.RaiseWebMessage(text);
+            failed = fault.Happened();
+            ASSERT_LT(allocation, 1000U);
+        }
+    }
+    EXPECT_EQ(Post(L"ready"), S_OK); // All is as before.
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+}
+
+} // namespace
+} // namespace receiver

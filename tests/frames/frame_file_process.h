@@ -1,0 +1,89 @@
+// Another process that takes part in a test of the shared frame file. Its output goes to a file; it ends by itself, or
+// when its standard input ends, which the death of this process brings about as well.
+#pragma once
+
+#include "platform/handles.h"
+#include "tests/support/test_files.h"
+
+#include <windows.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace receiver {
+
+// Of a program built with this one; `relativePath` starts from the folder of this program.
+[[nodiscard]] inline std::wstring BuiltProgram(const char* relativePath) {
+    std::array<wchar_t, 1024> self{};
+    GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
+    return (std::filesystem::path(self.data()).parent_path() / relativePath).lexically_normal().make_preferred();
+}
+
+class ChildProcess {
+public:
+    // `outputFile` receives what the program prints; `arguments` stand as they are behind the program's name.
+    ChildProcess(const std::wstring& program, const std::wstring& arguments, std::filesystem::path outputFile)
+        : outputFile_(std::move(outputFile)) {
+        SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+        const UniqueFile output(CreateFileW(outputFile_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        UniqueHandle input;
+        Require(output && CreatePipe(input.Put(), input_.Put(), &inherit, 0) != FALSE, "pipe");
+        Require(SetHandleInformation(input_.Get(), HANDLE_FLAG_INHERIT, 0) != FALSE, "pipe end");
+
+        STARTUPINFOW startup{};
+        startup.cb = sizeof(startup);
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = input.Get();
+        startup.hStdOutput = output.Get();
+        startup.hStdError = output.Get();
+        PROCESS_INFORMATION information{};
+        std::wstring commandLine = L'"' + program + L"\" " + arguments;
+        Require(CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                               &startup, &information) != FALSE,
+                "process");
+        process_.Reset(information.hProcess);
+        const UniqueHandle thread(information.hThread);
+    }
+    ChildProcess(ChildProcess&&) = default;
+    ~ChildProcess() {
+        if (process_ && IsRunning()) {
+            TerminateProcess(process_.Get(), 99);
+            WaitForSingleObject(process_.Get(), INFINITE);
+        }
+    }
+
+    // Ends the process's standard input: it comes to an end by itself.
+    void Stop() { input_.Reset(); }
+
+    [[nodiscard]] bool IsRunning() const { return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT; }
+
+    // Empty when the process is still running after `limit`.
+    [[nodiscard]] std::optional<DWORD> WaitForExit(std::chrono::milliseconds limit) const {
+        DWORD code = 0;
+        if (WaitForSingleObject(process_.Get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0 ||
+            GetExitCodeProcess(process_.Get(), &code) == FALSE) {
+            return std::nullopt;
+        }
+        return code;
+    }
+
+    [[nodiscard]] std::string Output() const { return ReadBytes(outputFile_); }
+
+private:
+    static void Require(bool condition, const char* what) {
+        if (!condition) {
+            throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
+        }
+    }
+
+    std::filesystem::path outputFile_;
+    UniqueHandle input_;
+    UniqueHandle process_;
+};
+
+} // namespace receiver

@@ -1,0 +1,186 @@
+// What keeps the shared frame file from being opened, and what each failure leaves behind: nothing open, and a next try
+// that works.
+#include "frames/shared_frame_file.h"
+
+#include "platform/handles.h"
+#include "tests/frames/shared_frame_file_fixture.h"
+#include "tests/frames/shared_frame_file_pattern.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/test_files.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace receiver {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST_F(SharedFrameFileTest, AMissingParentFolderIsNotCreated) {
+    const fs::path missing = folder.Path() / L"missing";
+    const VariableScope programData(L"ProgramData", missing.c_str());
+    EXPECT_EQ(file.OpenSharedFrameFile(), Win32Result(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_PATH_NOT_FOUND));
+    EXPECT_FALSE(fs::exists(missing));
+
+    fs::create_directory(missing);
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+    EXPECT_EQ(SequenceIn(missing / L"Vistel" / L"frame-buffer.bin"), 2U);
+}
+
+TEST_F(SharedFrameFileTest, AFileInTheFoldersPlaceFails) {
+    WriteBytes(dataFolder, "abc");
+    EXPECT_EQ(file.OpenSharedFrameFile(), Win32Result(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(ReadBytes(dataFolder), "abc");
+
+    fs::remove(dataFolder);
+    EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
+}
+
+TEST_F(SharedFrameFileTest, AFolderInTheFilesPlaceFails) {
+    fs::create_directories(path);
+    EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_ACCESS_DENIED));
+    EXPECT_TRUE(fs::is_directory(path));
+
+    fs::remove(path);
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileTest, AFileThatSomebodyElseHoldsAloneFails) {
+    fs::create_directory(dataFolder);
+    WriteBytes(path, "abc");
+    {
+        const UniqueFile exclusive = OpenForReading(0);
+        ASSERT_TRUE(exclusive);
+        EXPECT_EQ(file.OpenSharedFrameFile(), Win32Result(ERROR_SHARING_VIOLATION));
+    }
+    ExpectClosed();
+    EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
+}
+
+TEST_F(SharedFrameFileTest, AReadOnlyFileFails) {
+    fs::create_directory(dataFolder);
+    WriteBytes(path, "abc");
+    ASSERT_NE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY), FALSE);
+    const bool writable = static_cast<bool>(UniqueFile(
+        CreateFileW(path.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));
+    const HRESULT result = writable ? S_OK : file.OpenSharedFrameFile();
+    ASSERT_NE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL), FALSE);
+    if (writable) {
+        GTEST_SKIP() << "Wine lets root write to a read-only file.";
+    }
+    EXPECT_EQ(result, Win32Result(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(ReadBytes(path), "abc");
+    ExpectClosed();
+    EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
+}
+
+// The calls that no state of a disk makes fail on demand; ERROR_DISK_FULL stands for any error.
+class SharedFrameFileFailureTest : public SharedFrameFileTest {
+protected:
+    // A body for ImportPatch.
+    template <typename Result>
+    static auto Failing(Result result) {
+        return [result](auto*, auto...) {
+            SetLastError(ERROR_DISK_FULL);
+            return result;
+        };
+    }
+
+    void ExpectPublishFails() {
+        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
+        ExpectClosed();
+    }
+};
+
+TEST_F(SharedFrameFileFailureTest, AFolderThatCannotBeCreatedFailsBeforeTheFileIsTouched) {
+    {
+        const ImportPatch patch("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW, Failing(FALSE));
+        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
+        EXPECT_FALSE(fs::exists(dataFolder));
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileFailureTest, AFileThatCannotBeOpenedFails) {
+    {
+        const ImportPatch patch("kernel32.dll", "CreateFileW", &CreateFileW, Failing(INVALID_HANDLE_VALUE));
+        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
+        EXPECT_FALSE(fs::exists(path));
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileFailureTest, AFilePointerThatCannotBeSetClosesEverything) {
+    {
+        const ImportPatch patch("kernel32.dll", "SetFilePointerEx", &SetFilePointerEx, Failing(FALSE));
+        ExpectPublishFails();
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileFailureTest, ASizeThatCannotBeSetClosesEverything) {
+    {
+        const ImportPatch patch("kernel32.dll", "SetEndOfFile", &SetEndOfFile, Failing(FALSE));
+        ExpectPublishFails();
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileFailureTest, AMappingThatCannotBeMadeClosesEverything) {
+    {
+        const ImportPatch patch("kernel32.dll", "CreateFileMappingW", &CreateFileMappingW, Failing(HANDLE{}));
+        ExpectPublishFails();
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileFailureTest, AViewThatCannotBeMappedClosesEverything) {
+    {
+        const ImportPatch patch("kernel32.dll", "MapViewOfFile", &MapViewOfFile, Failing(LPVOID{}));
+        ExpectPublishFails();
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileTest, ClosesInAnyState) {
+    file.CloseSharedFrameFile();
+    file.CloseSharedFrameFile();
+    fs::create_directories(path);
+    EXPECT_NE(file.OpenSharedFrameFile(), S_OK);
+    file.CloseSharedFrameFile();
+    fs::remove(path);
+
+    ASSERT_EQ(PublishPattern(file, 2), S_OK);
+    file.CloseSharedFrameFile();
+    ExpectClosed();
+    file.CloseSharedFrameFile();
+    EXPECT_EQ(SequenceIn(path), 2U);
+
+    ASSERT_EQ(PublishPattern(file, 4), S_OK);
+    EXPECT_EQ(SequenceIn(path), 4U);
+}
+
+TEST_F(SharedFrameFileTest, DestructionClosesTheFileAndLeavesItOnDisk) {
+    {
+        SharedFrameFile temporary;
+        ASSERT_EQ(PublishPattern(temporary, 2), S_OK);
+        EXPECT_FALSE(OpenForReading(0));
+    }
+    ExpectClosed();
+    EXPECT_EQ(fs::file_size(path), FrameFileSize);
+}
+
+TEST_F(SharedFrameFileTest, ManyOpensAndClosesLeaveNoHandleBehind) {
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
+        file.CloseSharedFrameFile();
+    }
+    ExpectClosed();
+}
+
+} // namespace
+} // namespace receiver

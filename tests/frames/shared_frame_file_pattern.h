@@ -1,0 +1,19 @@
+// Publishing pattern frames into the shared frame file on disk.
+#pragma once
+
+#include "frames/shared_frame_file.h"
+#include "tests/frames/frame_pattern.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace receiver {
+
+[[nodiscard]] inline HRESULT PublishPattern(SharedFrameFile& file, std::uint32_t number) {
+    const PatternSize size = SizeOfPattern(number);
+    std::vector<std::uint8_t> frame(size.Bytes());
+    FillPattern(frame.data(), frame.size(), number);
+    return file.PublishFrame(frame.data(), size.Bytes(), size.width, size.height);
+}
+
+} // namespace receiver

@@ -1,0 +1,53 @@
+// Replaces operator new of the whole test program. The array and the nothrow forms come through here too.
+#include "tests/support/allocation_fault.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace receiver {
+namespace {
+
+thread_local bool armed = false;
+thread_local unsigned allocationsLeft = 0; // until the one that fails
+thread_local bool happened = false;
+thread_local unsigned pauses = 0;
+
+bool TakeFault() noexcept {
+    if (!armed || pauses > 0 || allocationsLeft-- > 0) {
+        return false;
+    }
+    armed = false;
+    happened = true;
+    return true;
+}
+
+} // namespace
+
+AllocationFault::AllocationFault(unsigned index) noexcept {
+    armed = true;
+    allocationsLeft = index;
+    happened = false;
+}
+
+AllocationFault::~AllocationFault() { armed = false; }
+
+bool AllocationFault::Happened() const noexcept { return happened; }
+
+AllocationPause::AllocationPause() noexcept { ++pauses; }
+
+AllocationPause::~AllocationPause() { --pauses; }
+
+} // namespace receiver
+
+void* operator new(std::size_t size) {
+    void* const memory = receiver::TakeFault() ? nullptr : std::malloc(size > 0 ? size : 1);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

@@ -1,0 +1,150 @@
+#include "tests/support/shell_test.h"
+
+#include "browser/webview_callbacks.h"
+
+#include <exception>
+#include <iterator>
+#include <regex>
+#include <string_view>
+#include <utility>
+
+namespace receiver {
+namespace {
+
+constexpr wchar_t LoopHookClass[] = L"VistelTestLoopHook";
+constexpr wchar_t MainWindowClass[] = L"VistelReceiverWindow";
+constexpr UINT RunInLoopMessage = WM_APP;
+
+} // namespace
+
+ShellTest::ShellTest() : app(std::in_place) {
+    current_ = this;
+    for (const auto& path : {programData, localAppData, temp}) {
+        std::filesystem::create_directory(path);
+    }
+    WNDCLASSW hookClass{};
+    hookClass.lpfnWndProc = LoopHookProc;
+    hookClass.hInstance = GetModuleHandleW(nullptr);
+    hookClass.lpszClassName = LoopHookClass;
+    RegisterClassW(&hookClass); // Fails from the second test of a process on, when it exists already.
+    loopHook_ =
+        CreateWindowExW(0, LoopHookClass, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, hookClass.hInstance, nullptr);
+}
+
+ShellTest::~ShellTest() {
+    DestroyWindow(loopHook_);
+    current_ = nullptr;
+}
+
+void ShellTest::TearDown() {
+    EndReceiver();
+    EXPECT_THAT(browser.Leaks(), testing::IsEmpty());
+}
+
+int ShellTest::Run(std::wstring address, std::function<void()> inLoop) {
+    return RunLoopOf([&] { return app->Run(GetModuleHandleW(nullptr), SW_SHOWNORMAL, std::move(address)); },
+                     std::move(inLoop));
+}
+
+int ShellTest::RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop) {
+    inLoop_ = std::move(inLoop);
+    PostMessageW(loopHook_, RunInLoopMessage, 0, 0);
+    const int result = program();
+    MSG unseen{};
+    PeekMessageW(&unseen, loopHook_, RunInLoopMessage, RunInLoopMessage, PM_REMOVE); // The loop was never reached.
+    inLoop_ = nullptr;
+    return result;
+}
+
+LRESULT CALLBACK ShellTest::LoopHookProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message != RunInLoopMessage) {
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+    current_->RunInLoop();
+    return 0;
+}
+
+void ShellTest::RunInLoop() noexcept {
+    const AllocationPause pause;
+    try {
+        if (inLoop_) {
+            inLoop_();
+        }
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << "in the message loop: " << error.what();
+    }
+    MSG quit{};
+    if (PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_NOREMOVE) == 0) {
+        PostMessageW(MainWindow(), WM_CLOSE, 0, 0);
+    }
+}
+
+void ShellTest::EndReceiver() {
+    if (const HWND window = MainWindow()) {
+        if (!app) {
+            SetWindowLongPtrW(window, GWLP_USERDATA, 0); // The object that the window knew is gone.
+        }
+        DestroyWindow(window);
+        MSG message{};
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) { // With it the request to quit.
+        }
+    }
+    app.reset();
+    UnregisterClassW(MainWindowClass, GetModuleHandleW(nullptr));
+}
+
+void ShellTest::OpenBrowser() {
+    const auto handler = MakeCallback<EnvironmentCallback>(*app);
+    ASSERT_EQ(browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
+    browser.CompleteBoth();
+    (void)browser.TakeCalls();
+}
+
+HWND ShellTest::MainWindow() {
+    HWND found = nullptr;
+    EnumThreadWindows(
+        GetCurrentThreadId(),
+        [](HWND window, LPARAM result) -> BOOL {
+            wchar_t name[std::size(MainWindowClass) + 1] = L"";
+            GetClassNameW(window, name, static_cast<int>(std::size(name)));
+            if (std::wstring_view(name) != MainWindowClass) {
+                return TRUE;
+            }
+            *reinterpret_cast<HWND*>(result) = window;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&found));
+    return found;
+}
+
+std::vector<std::string> ShellTest::LogLines() const {
+    static const std::regex entry(R"(\d\d:\d\d:\d\d  (.*))");
+    const std::string bytes = ReadBytes(log);
+    std::vector<std::string> lines;
+    for (std::size_t begin = 0; begin < bytes.size();) {
+        const std::size_t end = bytes.find("\r\n", begin);
+        if (end == std::string::npos) {
+            ADD_FAILURE() << "the log's last line has no end";
+            break;
+        }
+        const std::string line = bytes.substr(begin, end - begin);
+        std::smatch text;
+        lines.push_back(std::regex_match(line, text, entry) ? text[1].str() : line);
+        begin = end + 2;
+    }
+    return lines;
+}
+
+std::vector<std::string> ShellTest::StartLines(const std::vector<std::string>& more) {
+    std::vector<std::string> lines{"Vistel receiver log", "Receiver starting", "WebView2 environment request accepted"};
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+int WINAPI ShellTest::RecordMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags) {
+    const AllocationPause pause;
+    current_->boxes.push_back({owner, text, caption, flags});
+    return IDOK;
+}
+
+} // namespace receiver

@@ -1,0 +1,78 @@
+// The ground of the tests that run the receiver's Windows half: folders of their own, the fake browser, the
+// application object, its message loop, its log and its message boxes.
+#pragma once
+
+#include "app/receiver_app.h"
+#include "tests/support/import_patch.h"
+#include "tests/support/test_files.h"
+#include "tests/support/webview2_fakes.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace receiver {
+
+struct MessageBoxCall {
+    HWND owner;
+    std::wstring text;
+    std::wstring caption;
+    UINT flags;
+};
+
+class ShellTest : public testing::Test {
+protected:
+    ShellTest();
+    ~ShellTest() override;
+    // Ends the receiver and checks that it returned what it held.
+    void TearDown() override;
+
+    // ReceiverApp::Run. `inLoop` is called once from its message loop; unless it ends that itself, the window is closed
+    // behind it.
+    int Run(std::wstring address, std::function<void()> inLoop = {});
+    // The same around any call that runs the receiver's message loop.
+    int RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop);
+    // The window and the application object go; what they held has been released afterwards.
+    void EndReceiver();
+    // Brings the browser up without a window, as far as the page's first message.
+    void OpenBrowser();
+    // The receiver's main window; null when there is none.
+    [[nodiscard]] static HWND MainWindow();
+
+    // The lines of the log, without their times.
+    [[nodiscard]] std::vector<std::string> LogLines() const;
+    // Log lines of a start up to the accepted environment request, followed by `more`.
+    [[nodiscard]] static std::vector<std::string> StartLines(const std::vector<std::string>& more = {});
+
+    const PrivateFolder folder;
+    const std::filesystem::path programData = folder.Path() / L"ProgramData";
+    const std::filesystem::path localAppData = folder.Path() / L"LocalAppData";
+    const std::filesystem::path temp = folder.Path() / L"Temp";
+    const std::filesystem::path log = temp / L"vistel-receiver.log";
+    BrowserFakes browser;
+    std::optional<ReceiverApp> app;
+    std::vector<MessageBoxCall> boxes;
+
+private:
+    static int WINAPI RecordMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags);
+    static LRESULT CALLBACK LoopHookProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    void RunInLoop() noexcept;
+
+    static inline ShellTest* current_ = nullptr;
+
+    VariableScope programDataVariable_{L"ProgramData", programData.c_str()};
+    VariableScope localAppDataVariable_{L"LOCALAPPDATA", localAppData.c_str()};
+    VariableScope tempVariable_{L"TMP", temp.c_str()};
+    ImportRedirection messageBoxes_{"user32.dll", "MessageBoxW", reinterpret_cast<void*>(&RecordMessageBox)};
+    HWND loopHook_ = nullptr; // Its messages arrive through any message loop of this thread.
+    std::function<void()> inLoop_;
+};
+
+} // namespace receiver

@@ -1,0 +1,49 @@
+#include "tests/support/test_files.h"
+
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+namespace receiver {
+
+PrivateFolder::PrivateFolder() {
+    static unsigned made = 0; // by this process
+    path_ = std::filesystem::temp_directory_path() /
+            (L"vistel-test-" + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(made++));
+    std::filesystem::remove_all(path_); // Left there by a process of the same number that was killed.
+    std::filesystem::create_directory(path_);
+}
+
+PrivateFolder::~PrivateFolder() {
+    std::error_code ignored; // What is still open stays behind in the temporary folder.
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ReadBytes(const std::filesystem::path& path) {
+    std::error_code missing;
+    const auto size = std::filesystem::file_size(path, missing);
+    std::string bytes(missing ? 0 : static_cast<std::size_t>(size), '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    return bytes;
+}
+
+void WriteBytes(const std::filesystem::path& path, std::string_view bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+VariableScope::VariableScope(std::wstring name, const wchar_t* value) : name_(std::move(name)) {
+    std::wstring old(32768, L'\0'); // No variable is longer.
+    SetLastError(ERROR_SUCCESS);
+    const DWORD length = GetEnvironmentVariableW(name_.c_str(), old.data(), static_cast<DWORD>(old.size()));
+    if (length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND) {
+        oldValue_ = old.substr(0, length);
+    }
+    SetEnvironmentVariableW(name_.c_str(), value);
+}
+
+VariableScope::~VariableScope() { SetEnvironmentVariableW(name_.c_str(), oldValue_ ? oldValue_->c_str() : nullptr); }
+
+} // namespace receiver

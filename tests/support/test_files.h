@@ -1,0 +1,44 @@
+// A test's own folder and the files in it, and environment variables that hold for one test.
+#pragma once
+
+#include <windows.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace receiver {
+
+// An empty folder that is removed with all that it holds.
+class PrivateFolder {
+public:
+    PrivateFolder();
+    PrivateFolder(const PrivateFolder&) = delete;
+    PrivateFolder& operator=(const PrivateFolder&) = delete;
+    ~PrivateFolder();
+
+    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+// All bytes of a file; none when it cannot be read.
+[[nodiscard]] std::string ReadBytes(const std::filesystem::path& path);
+void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
+
+// Sets a variable of this process, or unsets it, and puts the old value back in the end.
+class VariableScope {
+public:
+    VariableScope(std::wstring name, const wchar_t* value);
+    VariableScope(const VariableScope&) = delete;
+    VariableScope& operator=(const VariableScope&) = delete;
+    ~VariableScope();
+
+private:
+    std::wstring name_;
+    std::optional<std::wstring> oldValue_;
+};
+
+} // namespace receiver

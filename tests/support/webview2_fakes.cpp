@@ -1,0 +1,354 @@
+#include "tests/support/webview2_fakes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace receiver {
+namespace {
+
+BrowserFakes* currentFakes = nullptr;
+
+} // namespace
+
+// One object
+
+FakeObject::FakeObject(BrowserFakes& owner, std::wstring ownName, std::vector<Identity> identities)
+    : fakes(owner), name(std::move(ownName)), identities_(std::move(identities)) {
+    FillTable(std::make_index_sequence<TableSize>());
+    functions_[0] = reinterpret_cast<void*>(&Query);
+    functions_[1] = reinterpret_cast<void*>(&AddReference);
+    functions_[2] = reinterpret_cast<void*>(&ReleaseReference);
+}
+
+template <std::size_t... Slots>
+void FakeObject::FillTable(std::index_sequence<Slots...>) {
+    functions_ = {reinterpret_cast<void*>(&Unexpected<Slots>)...};
+}
+
+template <std::size_t Slot>
+HRESULT STDMETHODCALLTYPE FakeObject::Unexpected(FakeObject* self) {
+    const AllocationPause pause;
+    ADD_FAILURE() << "unexpected call of method " << Slot << " of " << testing::PrintToString(self->name);
+    return E_NOTIMPL;
+}
+
+bool FakeObject::IsReferenced() const {
+    if (references == 0) {
+        ADD_FAILURE() << "call without a reference to " << testing::PrintToString(name);
+    }
+    return references > 0;
+}
+
+HRESULT STDMETHODCALLTYPE FakeObject::Query(FakeObject* self, REFIID id, void** object) {
+    const AllocationPause pause;
+    *object = nullptr;
+    if (!self->IsReferenced()) {
+        return E_UNEXPECTED;
+    }
+    for (const Identity& identity : self->identities_) {
+        if (IsEqualIID(identity.id, id)) {
+            const HRESULT result = self->fakes.Asked(identity.name);
+            return SUCCEEDED(result) ? self->HandOut(reinterpret_cast<IUnknown**>(object)) : result;
+        }
+    }
+    ADD_FAILURE() << testing::PrintToString(self->name) << " was asked for an interface that it does not have";
+    return E_NOINTERFACE;
+}
+
+ULONG STDMETHODCALLTYPE FakeObject::AddReference(FakeObject* self) { return ++self->references; }
+
+ULONG STDMETHODCALLTYPE FakeObject::ReleaseReference(FakeObject* self) {
+    const AllocationPause pause;
+    if (!self->IsReferenced()) {
+        return 0;
+    }
+    const ULONG left = --self->references;
+    if (left == 0 && self->onReleased) {
+        self->onReleased();
+    }
+    return left;
+}
+
+// The runtime
+
+BrowserFakes::BrowserFakes() : stringFree_("ole32.dll", "CoTaskMemFree", reinterpret_cast<void*>(&FreeString)) {
+    currentFakes = this;
+    MakeEnvironment();
+    MakeController();
+    MakeWebView();
+    MakeSettings();
+    MakeEventArguments();
+}
+
+BrowserFakes::~BrowserFakes() { currentFakes = nullptr; }
+
+BrowserFakes& BrowserFakes::Current() { return *currentFakes; }
+
+FakeObject& BrowserFakes::Make(std::wstring name, std::vector<FakeObject::Identity> identities) {
+    FakeObject& object =
+        *objects_.emplace_back(std::make_unique<FakeObject>(*this, std::move(name), std::move(identities)));
+    object.onReleased = [this, &object] { Note(L"released " + object.name); };
+    return object;
+}
+
+void BrowserFakes::MakeEnvironment() {
+    environment_ = &Make(L"Environment", {{L"ICoreWebView2Environment", IID_ICoreWebView2Environment},
+                                          {L"ICoreWebView2Environment12", IID_ICoreWebView2Environment12}});
+    environment_->Answer(
+        &ICoreWebView2Environment::CreateCoreWebView2Controller,
+        [](FakeObject& self, HWND window, ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
+            const HRESULT result = self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window));
+            if (SUCCEEDED(result)) {
+                self.fakes.controllerHandler_ = ComPtr(handler);
+            }
+            return result;
+        });
+    environment_->Answer(&ICoreWebView2Environment12::CreateSharedBuffer,
+                         [](FakeObject& self, UINT64 size, ICoreWebView2SharedBuffer** buffer) {
+                             const HRESULT result = self.fakes.Asked(L"CreateSharedBuffer", size);
+                             return SUCCEEDED(result) ? self.fakes.MakeSharedBuffer(size).HandOut(buffer) : result;
+                         });
+}
+
+void BrowserFakes::MakeController() {
+    controller_ = &Make(L"Controller", {{L"ICoreWebView2Controller", IID_ICoreWebView2Controller}});
+    controller_->Answer(&ICoreWebView2Controller::put_Bounds, [](FakeObject& self, RECT bounds) {
+        return self.fakes.Asked(L"put_Bounds", bounds.left, bounds.top, bounds.right, bounds.bottom);
+    });
+    controller_->Answer(&ICoreWebView2Controller::get_CoreWebView2, [](FakeObject& self, ICoreWebView2** webView) {
+        const HRESULT result = self.fakes.Asked(L"get_CoreWebView2");
+        return SUCCEEDED(result) ? self.fakes.webView_->HandOut(webView) : result;
+    });
+}
+
+void BrowserFakes::MakeWebView() {
+    webView_ = &Make(L"WebView", {{L"ICoreWebView2", IID_ICoreWebView2}, {L"ICoreWebView2_17", IID_ICoreWebView2_17}});
+    webView_->Answer(&ICoreWebView2::get_Settings, [](FakeObject& self, ICoreWebView2Settings** settings) {
+        const HRESULT result = self.fakes.Asked(L"get_Settings");
+        return SUCCEEDED(result) ? self.fakes.settings_->HandOut(settings) : result;
+    });
+    webView_->Answer(&ICoreWebView2::get_Source, [](FakeObject& self, LPWSTR* copy) {
+        const HRESULT result = self.fakes.Asked(L"get_Source");
+        return SUCCEEDED(result) ? self.fakes.GiveString(self.fakes.source, copy) : result;
+    });
+    webView_->Answer(&ICoreWebView2::Navigate,
+                     [](FakeObject& self, LPCWSTR address) { return self.fakes.Asked(L"Navigate", address); });
+    webView_->Answer(&ICoreWebView2::NavigateToString,
+                     [](FakeObject& self, LPCWSTR page) { return self.fakes.Asked(L"NavigateToString", page); });
+    webView_->Answer(&ICoreWebView2::PostWebMessageAsJson,
+                     [](FakeObject& self, LPCWSTR json) { return self.fakes.Asked(L"PostWebMessageAsJson", json); });
+    webView_->Answer(
+        &ICoreWebView2::add_WebMessageReceived,
+        [](FakeObject& self, ICoreWebView2WebMessageReceivedEventHandler* handler, EventRegistrationToken* token) {
+            return self.fakes.Register(L"add_WebMessageReceived", handler, self.fakes.messageHandlers_, *token);
+        });
+    webView_->Answer(
+        &ICoreWebView2::add_PermissionRequested,
+        [](FakeObject& self, ICoreWebView2PermissionRequestedEventHandler* handler, EventRegistrationToken* token) {
+            return self.fakes.Register(L"add_PermissionRequested", handler, self.fakes.permissionHandlers_, *token);
+        });
+    webView_->Answer(
+        &ICoreWebView2::add_NavigationCompleted,
+        [](FakeObject& self, ICoreWebView2NavigationCompletedEventHandler* handler, EventRegistrationToken* token) {
+            return self.fakes.Register(L"add_NavigationCompleted", handler, self.fakes.navigationHandlers_, *token);
+        });
+    webView_->Answer(&ICoreWebView2_17::PostSharedBufferToScript,
+                     [](FakeObject& self, ICoreWebView2SharedBuffer* buffer, COREWEBVIEW2_SHARED_BUFFER_ACCESS access,
+                        LPCWSTR additionalData) {
+                         const FakeObject& posted = *reinterpret_cast<FakeObject*>(buffer);
+                         return self.fakes.Asked(L"PostSharedBufferToScript", posted.name.c_str(), access,
+                                                 additionalData);
+                     });
+}
+
+void BrowserFakes::MakeSettings() {
+    settings_ = &Make(L"Settings", {{L"ICoreWebView2Settings", IID_ICoreWebView2Settings}});
+    settings_->Answer(&ICoreWebView2Settings::put_AreDefaultContextMenusEnabled, [](FakeObject& self, BOOL enabled) {
+        return self.fakes.Asked(L"put_AreDefaultContextMenusEnabled", enabled);
+    });
+    settings_->Answer(&ICoreWebView2Settings::put_AreDevToolsEnabled, [](FakeObject& self, BOOL enabled) {
+        return self.fakes.Asked(L"put_AreDevToolsEnabled", enabled);
+    });
+    settings_->Answer(&ICoreWebView2Settings::put_IsStatusBarEnabled, [](FakeObject& self, BOOL enabled) {
+        return self.fakes.Asked(L"put_IsStatusBarEnabled", enabled);
+    });
+}
+
+void BrowserFakes::MakeEventArguments() {
+    messageArguments_ = &Make(L"WebMessageReceivedEventArgs", {});
+    messageArguments_->Answer(&ICoreWebView2WebMessageReceivedEventArgs::TryGetWebMessageAsString,
+                              [](FakeObject& self, LPWSTR* text) {
+                                  const HRESULT result = self.fakes.Asked(L"TryGetWebMessageAsString");
+                                  if (FAILED(result) || self.fakes.message_ == nullptr) {
+                                      return result;
+                                  }
+                                  return self.fakes.GiveString(self.fakes.message_, text);
+                              });
+
+    permissionArguments_ = &Make(L"PermissionRequestedEventArgs", {});
+    permissionArguments_->Answer(&ICoreWebView2PermissionRequestedEventArgs::get_PermissionKind,
+                                 [](FakeObject& self, COREWEBVIEW2_PERMISSION_KIND* kind) {
+                                     return self.fakes.Store(L"get_PermissionKind", self.fakes.permissionKind_, *kind);
+                                 });
+    permissionArguments_->Answer(&ICoreWebView2PermissionRequestedEventArgs::put_State,
+                                 [](FakeObject& self, COREWEBVIEW2_PERMISSION_STATE state) {
+                                     const HRESULT result = self.fakes.Asked(L"put_State", state);
+                                     if (SUCCEEDED(result)) {
+                                         self.fakes.permissionState_ = state;
+                                     }
+                                     return result;
+                                 });
+
+    navigationArguments_ = &Make(L"NavigationCompletedEventArgs", {});
+    navigationArguments_->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_IsSuccess,
+                                 [](FakeObject& self, BOOL* success) {
+                                     return self.fakes.Store(L"get_IsSuccess", self.fakes.navigationSuccess_, *success);
+                                 });
+    navigationArguments_->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_WebErrorStatus,
+                                 [](FakeObject& self, COREWEBVIEW2_WEB_ERROR_STATUS* status) {
+                                     return self.fakes.Store(L"get_WebErrorStatus", self.fakes.navigationStatus_,
+                                                             *status);
+                                 });
+
+    for (FakeObject* arguments : {messageArguments_, permissionArguments_, navigationArguments_}) {
+        arguments->onReleased = nullptr; // Borrowed by every handler: no news.
+    }
+}
+
+FakeObject& BrowserFakes::MakeSharedBuffer(UINT64 size) {
+    FakeObject& buffer = Make(L"SharedBuffer" + std::to_wstring(sharedBuffers_.size()), {});
+    sharedBuffers_.push_back(&buffer);
+    buffer.memory = static_cast<std::uint8_t*>(
+        VirtualAlloc(nullptr, static_cast<SIZE_T>(size), MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    buffer.onReleased = [this, &buffer] {
+        VirtualFree(buffer.memory, 0, MEM_RELEASE);
+        Note(L"released " + buffer.name);
+    };
+    buffer.Answer(&ICoreWebView2SharedBuffer::get_Buffer, [](FakeObject& self, BYTE** memory) {
+        return self.fakes.Store(L"get_Buffer", self.memory, *memory);
+    });
+    return buffer;
+}
+
+HRESULT BrowserFakes::Record(const std::wstring& method, std::initializer_list<std::wstring> arguments) {
+    std::wstring call = method;
+    for (const std::wstring& argument : arguments) {
+        call += L' ' + argument;
+    }
+    calls_.push_back(std::move(call));
+    const auto fault = faults_.find({method, callCounts_[method]++});
+    return fault == faults_.end() ? S_OK : fault->second;
+}
+
+HRESULT BrowserFakes::GiveString(std::wstring_view text, LPWSTR* copy) {
+    const std::size_t bytes = text.size() * sizeof(wchar_t);
+    *copy = static_cast<LPWSTR>(CoTaskMemAlloc(bytes + sizeof(wchar_t)));
+    std::memcpy(*copy, text.data(), bytes);
+    (*copy)[text.size()] = L'\0';
+    strings_.insert(*copy);
+    return S_OK;
+}
+
+void WINAPI BrowserFakes::FreeString(void* text) {
+    Current().strings_.erase(text);
+    reinterpret_cast<void(WINAPI*)(void*)>(Current().stringFree_.Original())(text);
+}
+
+HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFolder,
+                                         ICoreWebView2EnvironmentOptions* options,
+                                         ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
+    const AllocationPause pause;
+    const HRESULT result = Asked(L"CreateCoreWebView2EnvironmentWithOptions", browserFolder, userDataFolder,
+                                 static_cast<const void*>(options));
+    if (SUCCEEDED(result)) {
+        environmentHandler_ = ComPtr(handler);
+    }
+    return result;
+}
+
+HRESULT BrowserFakes::CompleteEnvironment(HRESULT result, bool withObject) {
+    const auto environment =
+        withObject ? environment_->Reference<ICoreWebView2Environment>() : ComPtr<ICoreWebView2Environment>();
+    return environmentHandler_->Invoke(result, environment.Get());
+}
+
+HRESULT BrowserFakes::CompleteController(HRESULT result, bool withObject) {
+    const auto controller =
+        withObject ? controller_->Reference<ICoreWebView2Controller>() : ComPtr<ICoreWebView2Controller>();
+    return controllerHandler_->Invoke(result, controller.Get());
+}
+
+void BrowserFakes::CompleteBoth() {
+    ASSERT_EQ(CompleteEnvironment(), S_OK);
+    ASSERT_EQ(CompleteController(), S_OK);
+}
+
+HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
+    message_ = text;
+    const auto sender = webView_->Reference<ICoreWebView2>();
+    const auto arguments = messageArguments_->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
+    return messageHandlers_.at(messageHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+}
+
+HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state) {
+    permissionKind_ = kind;
+    permissionState_ = state;
+    const auto sender = webView_->Reference<ICoreWebView2>();
+    const auto arguments = permissionArguments_->Reference<ICoreWebView2PermissionRequestedEventArgs>();
+    const HRESULT result =
+        permissionHandlers_.at(permissionHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+    state = permissionState_;
+    return result;
+}
+
+HRESULT BrowserFakes::RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ERROR_STATUS status) {
+    navigationSuccess_ = success;
+    navigationStatus_ = status;
+    const auto sender = webView_->Reference<ICoreWebView2>();
+    const auto arguments = navigationArguments_->Reference<ICoreWebView2NavigationCompletedEventArgs>();
+    return navigationHandlers_.at(navigationHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+}
+
+std::vector<std::wstring> BrowserFakes::Leaks() {
+    std::vector<std::wstring> leaks;
+    for (const auto& object : objects_) {
+        if (object->references > 0) {
+            leaks.push_back(object->name + L": " + std::to_wstring(object->references));
+        }
+    }
+    if (!strings_.empty()) {
+        leaks.push_back(L"strings: " + std::to_wstring(strings_.size()));
+    }
+    const auto letGo = [&leaks](auto& handler, const wchar_t* name) {
+        if (handler) {
+            handler->AddRef();
+            if (handler->Release() != 1) {
+                leaks.push_back(name);
+            }
+            handler.Reset();
+        }
+    };
+    letGo(environmentHandler_, L"environment handler");
+    letGo(controllerHandler_, L"controller handler");
+    for (auto& handler : messageHandlers_) {
+        letGo(handler, L"message handler");
+    }
+    for (auto& handler : permissionHandlers_) {
+        letGo(handler, L"permission handler");
+    }
+    for (auto& handler : navigationHandlers_) {
+        letGo(handler, L"navigation handler");
+    }
+    return leaks;
+}
+
+} // namespace receiver
+
+// Takes the place of the loader's.
+HRESULT STDMETHODCALLTYPE CreateCoreWebView2EnvironmentWithOptions(
+    PCWSTR browserExecutableFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* environmentOptions,
+    ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* environmentCreatedHandler) {
+    return receiver::BrowserFakes::Current().RequestEnvironment(browserExecutableFolder, userDataFolder,
+                                                                environmentOptions, environmentCreatedHandler);
+}

@@ -1,0 +1,206 @@
+// In-process stand-ins for the WebView2 objects that the receiver uses. They record every call, let any call fail, and
+// count every reference. The test takes the runtime's part: it completes creations and raises events.
+#pragma once
+
+#include "platform/com_ptr.h"
+#include "tests/support/allocation_fault.h"
+#include "tests/support/function_table.h"
+#include "tests/support/import_patch.h"
+
+#include <windows.h>
+
+#include <WebView2.h>
+#include <objbase.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace receiver {
+
+class BrowserFakes;
+
+// One object. Its callers see the table of functions in front; a method that no test expects to be called fails the
+// test. It stays in memory without references, so that a call through a released pointer is noticed.
+class FakeObject {
+public:
+    struct Identity {
+        std::wstring name;
+        IID id;
+    };
+
+    // `identities`: the interfaces that a query finds, by the names under which they are recorded.
+    FakeObject(BrowserFakes& fakes, std::wstring name, std::vector<Identity> identities);
+    FakeObject(const FakeObject&) = delete;
+    FakeObject& operator=(const FakeObject&) = delete;
+
+    // Gives a method its body, called with this object in front of the arguments.
+    template <typename Interface, typename... Arguments, typename Body>
+    void Answer(HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body) {
+        functions_[SlotOf(method)] = reinterpret_cast<void*>(&Call<Body, Arguments...>);
+    }
+
+    // A new reference, as a method hands it out.
+    template <typename Interface>
+    [[nodiscard]] ComPtr<Interface> Reference() {
+        return ComPtr<Interface>(reinterpret_cast<Interface*>(this));
+    }
+    template <typename Interface>
+    HRESULT HandOut(Interface** object) {
+        *object = reinterpret_cast<Interface*>(this);
+        (*object)->AddRef();
+        return S_OK;
+    }
+
+private:
+    void** const table_ = functions_.data(); // All that callers know of the object: keep it in front.
+
+public:
+    BrowserFakes& fakes;
+    const std::wstring name;
+    unsigned long references = 0;
+    std::function<void()> onReleased; // called when the last reference is gone
+    std::uint8_t* memory = nullptr; // of a shared buffer
+
+private:
+    template <typename Body, typename... Arguments>
+    static HRESULT STDMETHODCALLTYPE Call(FakeObject* self, Arguments... arguments) {
+        const AllocationPause pause;
+        return self->IsReferenced() ? Body{}(*self, arguments...) : E_UNEXPECTED;
+    }
+    template <std::size_t Slot>
+    static HRESULT STDMETHODCALLTYPE Unexpected(FakeObject* self);
+    static HRESULT STDMETHODCALLTYPE Query(FakeObject* self, REFIID id, void** object);
+    static ULONG STDMETHODCALLTYPE AddReference(FakeObject* self);
+    static ULONG STDMETHODCALLTYPE ReleaseReference(FakeObject* self);
+
+    template <std::size_t... Slots>
+    void FillTable(std::index_sequence<Slots...>);
+    [[nodiscard]] bool IsReferenced() const;
+
+    std::vector<Identity> identities_;
+    std::array<void*, TableSize> functions_{};
+};
+
+// The runtime of one test: all its objects, and the record of what they were asked. One at a time.
+class BrowserFakes {
+public:
+    BrowserFakes();
+    BrowserFakes(const BrowserFakes&) = delete;
+    BrowserFakes& operator=(const BrowserFakes&) = delete;
+    ~BrowserFakes();
+
+    // The record, in order: method names with their plain arguments behind blanks; a query is recorded by the name of
+    // the interface, the last reference to an object as "released" and its name.
+    [[nodiscard]] std::vector<std::wstring> TakeCalls() { return std::exchange(calls_, {}); }
+    void Note(std::wstring text) { calls_.push_back(std::move(text)); }
+
+    // Lets call number `call` of `method`, counted from 0 over the whole test, fail with `code`.
+    void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults_[{method, call}] = code; }
+
+    // Completions. Without an object the handler gets a null pointer beside the code.
+    HRESULT CompleteEnvironment(HRESULT result = S_OK, bool withObject = true);
+    HRESULT CompleteController(HRESULT result = S_OK, bool withObject = true);
+    // Both with success, for a test that begins behind them.
+    void CompleteBoth();
+
+    // Events, each returning what its handler returned. A page's text may be a null pointer.
+    HRESULT RaiseWebMessage(const wchar_t* text);
+    HRESULT RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state);
+    HRESULT RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ERROR_STATUS status);
+
+    // Memory of the shared buffers in the order of their creation; it cannot be touched once the buffer was released.
+    [[nodiscard]] std::uint8_t* BufferMemory(unsigned number) const { return sharedBuffers_.at(number)->memory; }
+
+    std::wstring source = L"https://receiver.example/page"; // of the page shown
+
+    // What the receiver still holds: objects, strings, and handlers that somebody else than the runtime still counts.
+    // The runtime lets go of its handlers here. Empty when all is well.
+    [[nodiscard]] std::vector<std::wstring> Leaks();
+
+    static BrowserFakes& Current();
+    // The loader's request.
+    HRESULT RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* options,
+                               ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler);
+
+private:
+    friend FakeObject;
+
+    static std::wstring Text(const wchar_t* text) { return text != nullptr ? text : L"(null)"; }
+    static std::wstring Text(const void* pointer) { return Text(reinterpret_cast<std::uintptr_t>(pointer)); }
+    template <typename Number>
+    requires std::is_arithmetic_v<Number> || std::is_enum_v<Number>
+    static std::wstring Text(Number number) { return std::to_wstring(+number); }
+
+    // Records a call; returns its code.
+    template <typename... Arguments>
+    HRESULT Asked(const std::wstring& method, Arguments... arguments) {
+        return Record(method, {Text(arguments)...});
+    }
+    // The same for one that registers a handler, and for one that reads a value.
+    template <typename Handler>
+    HRESULT Register(const std::wstring& method, Handler* handler, std::vector<ComPtr<Handler>>& handlers,
+                     EventRegistrationToken& token) {
+        const HRESULT result = Asked(method);
+        if (SUCCEEDED(result)) {
+            handlers.emplace_back(handler);
+            token.value = static_cast<INT64>(handlers.size());
+        }
+        return result;
+    }
+    template <typename Value>
+    HRESULT Store(const std::wstring& method, const Value& value, Value& result) {
+        const HRESULT code = Asked(method);
+        if (SUCCEEDED(code)) {
+            result = value;
+        }
+        return code;
+    }
+    HRESULT Record(const std::wstring& method, std::initializer_list<std::wstring> arguments);
+    FakeObject& Make(std::wstring name, std::vector<FakeObject::Identity> identities);
+    void MakeEnvironment();
+    void MakeController();
+    void MakeWebView();
+    void MakeSettings();
+    void MakeEventArguments();
+    FakeObject& MakeSharedBuffer(UINT64 size);
+    HRESULT GiveString(std::wstring_view text, LPWSTR* copy);
+    static void WINAPI FreeString(void* text);
+
+    std::vector<std::wstring> calls_;
+    std::map<std::pair<std::wstring, unsigned>, HRESULT> faults_;
+    std::map<std::wstring, unsigned> callCounts_;
+    std::vector<std::unique_ptr<FakeObject>> objects_;
+    std::vector<FakeObject*> sharedBuffers_;
+    FakeObject* environment_ = nullptr;
+    FakeObject* controller_ = nullptr;
+    FakeObject* webView_ = nullptr;
+    FakeObject* settings_ = nullptr;
+    FakeObject* messageArguments_ = nullptr;
+    FakeObject* permissionArguments_ = nullptr;
+    FakeObject* navigationArguments_ = nullptr;
+    const wchar_t* message_ = nullptr; // of the event that is being raised, like those below
+    COREWEBVIEW2_PERMISSION_KIND permissionKind_ = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
+    COREWEBVIEW2_PERMISSION_STATE permissionState_ = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
+    BOOL navigationSuccess_ = FALSE;
+    COREWEBVIEW2_WEB_ERROR_STATUS navigationStatus_ = COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN;
+    std::set<const void*> strings_; // given to the receiver and not freed yet
+    ImportRedirection stringFree_;
+    ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
+    ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> controllerHandler_;
+    std::vector<ComPtr<ICoreWebView2WebMessageReceivedEventHandler>> messageHandlers_;
+    std::vector<ComPtr<ICoreWebView2PermissionRequestedEventHandler>> permissionHandlers_;
+    std::vector<ComPtr<ICoreWebView2NavigationCompletedEventHandler>> navigationHandlers_;
+};
+
+} // namespace receiver

@@ -1,0 +1,231 @@
+// camera_probe.exe as its users meet it: arguments, report, picture, exit code.
+#include "platform/com_ptr.h"
+#include "platform/hresult.h"
+#include "tests/frames/frame_file_process.h"
+#include "tests/frames/shared_frame_file_pattern.h"
+#include "tests/support/test_files.h"
+#include "tools/camera_probe/probe_report.h"
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <wincodec.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::milliseconds Limit = 60s;
+
+struct Picture {
+    UINT width = 0;
+    UINT height = 0;
+    std::vector<std::uint8_t> bgr;
+
+    [[nodiscard]] std::array<int, 3> RedGreenBlue(std::size_t x, std::size_t y) const {
+        const std::uint8_t* const pixel = bgr.data() + 3 * (y * width + x);
+        return {pixel[2], pixel[1], pixel[0]};
+    }
+};
+
+HRESULT DecodePng(const std::filesystem::path& path, Picture& picture) {
+    ComPtr<IWICImagingFactory> factory;
+    RETURN_IF_FAILED(CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER, IID_IWICImagingFactory,
+                                      factory.PutVoid()));
+    ComPtr<IWICBitmapDecoder> decoder;
+    RETURN_IF_FAILED(factory->CreateDecoderFromFilename(path.c_str(), nullptr, GENERIC_READ,
+                                                        WICDecodeMetadataCacheOnDemand, decoder.Put()));
+    GUID container{};
+    RETURN_IF_FAILED(decoder->GetContainerFormat(&container));
+    EXPECT_TRUE(IsEqualGUID(container, GUID_ContainerFormatPng));
+    ComPtr<IWICBitmapFrameDecode> frame;
+    RETURN_IF_FAILED(decoder->GetFrame(0, frame.Put()));
+    WICPixelFormatGUID format{};
+    RETURN_IF_FAILED(frame->GetPixelFormat(&format));
+    EXPECT_TRUE(IsEqualGUID(format, GUID_WICPixelFormat24bppBGR));
+    RETURN_IF_FAILED(frame->GetSize(&picture.width, &picture.height));
+    picture.bgr.resize(std::size_t{3} * picture.width * picture.height);
+    return frame->CopyPixels(nullptr, 3 * picture.width, static_cast<UINT>(picture.bgr.size()), picture.bgr.data());
+}
+
+class CameraProbe : public testing::Test {
+protected:
+    CameraProbe() { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK); }
+    ~CameraProbe() override { CoUninitialize(); }
+
+    [[nodiscard]] ChildProcess Start(const std::wstring& arguments) const {
+        return {BuiltProgram(VISTEL_CAMERA_PROBE), arguments, folder.Path() / L"output.txt"};
+    }
+
+    // With report and picture.
+    [[nodiscard]] ChildProcess StartReporting(const std::wstring& arguments) const {
+        return Start(arguments + L" --report \"" + report.wstring() + L"\" --picture \"" + picture.wstring() + L'"');
+    }
+
+    const PrivateFolder folder;
+    const std::filesystem::path report = folder.Path() / L"report.json";
+    const std::filesystem::path picture = folder.Path() / L"picture of the camera.png";
+    SharedFrameFile file;
+
+private:
+    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
+};
+
+TEST_F(CameraProbe, WrongArgumentsGiveTheUsageAndExitCode2) {
+    for (const wchar_t* arguments :
+         {L"--seconds", L"--seconds -1", L"--seconds 1.5", L"--seconds x", L"--seconds 1000000", L"--seconds \"\"",
+          L"--file", L"--report", L"--picture", L"--unknown 1", L"5", L"--seconds 0 extra"}) {
+        const ChildProcess probe = Start(arguments);
+        EXPECT_EQ(probe.WaitForExit(Limit), 2U);
+        EXPECT_THAT(probe.Output(), testing::HasSubstr("usage: camera_probe")) << std::filesystem::path(arguments);
+    }
+}
+
+TEST_F(CameraProbe, WithoutAFrameThePictureIsBlackAndTheReportEmpty) {
+    const ChildProcess probe = StartReporting(L"--seconds 0");
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    EXPECT_THAT(probe.Output(), testing::HasSubstr("No frame was seen"));
+    EXPECT_EQ(ReadBytes(report),
+              "{\"framesRead\":0,\"tornReads\":0,\"retries\":0,\"framesPerSecond\":0.00,\"ageMs\":{\"median\":null,"
+              "\"p99\":null,\"max\":null},\"width\":0,\"height\":0,\"sequence\":0}\n");
+    Picture black;
+    ASSERT_EQ(DecodePng(picture, black), S_OK);
+    EXPECT_EQ(black.width, 1280U);
+    EXPECT_EQ(black.height, 720U);
+    EXPECT_EQ(black.bgr, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720));
+}
+
+TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
+    // Left half: red above, blue below; right half: white above, grey below.
+    std::vector<std::uint8_t> frame(1382400);
+    for (std::size_t y = 0; y < 720; ++y) {
+        for (std::size_t x = 0; x < 1280; ++x) {
+            const bool left = x < 640;
+            const bool above = y < 360;
+            frame[y * 1280 + x] = left ? (above ? 81 : 41) : (above ? 235 : 126);
+            if (y % 2 == 0 && x % 2 == 0) {
+                std::uint8_t* const chroma = frame.data() + 921600 + y / 2 * 1280 + x;
+                chroma[0] = left ? (above ? 90 : 240) : 128;
+                chroma[1] = left ? (above ? 240 : 110) : 128;
+            }
+        }
+    }
+    ASSERT_EQ(PublishPattern(file, 3), S_OK);
+    ASSERT_EQ(file.PublishFrame(frame.data(), 1382400, 1280, 720), S_OK);
+    const ChildProcess probe = StartReporting(L"--seconds 0");
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    EXPECT_THAT(probe.Output(), testing::HasSubstr("1 frames read, 0 torn"));
+    EXPECT_THAT(ReadBytes(report), testing::StartsWith("{\"framesRead\":1,\"tornReads\":0,\"retries\":0,"));
+    EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1280,\"height\":720,\"sequence\":4}\n"));
+
+    Picture colours;
+    ASSERT_EQ(DecodePng(picture, colours), S_OK);
+    ASSERT_EQ(colours.width, 1280U);
+    ASSERT_EQ(colours.height, 720U);
+    using Colour = std::array<int, 3>;
+    for (const auto& [x, y] : {std::array<std::size_t, 2>{0, 0}, {639, 0}, {0, 359}, {639, 359}}) {
+        EXPECT_EQ(colours.RedGreenBlue(x, y), (Colour{255, 0, 0}));
+        EXPECT_EQ(colours.RedGreenBlue(x, y + 360), (Colour{0, 0, 255}));
+        EXPECT_EQ(colours.RedGreenBlue(x + 640, y), (Colour{255, 255, 255}));
+        EXPECT_EQ(colours.RedGreenBlue(x + 640, y + 360), (Colour{128, 128, 128}));
+    }
+}
+
+TEST_F(CameraProbe, WatchesUntilItsInputEnds) {
+    constexpr std::uint32_t FrameCount = 50;
+    ChildProcess probe = StartReporting(L"");
+    for (std::uint32_t number = 1; number <= FrameCount; ++number) {
+        ASSERT_EQ(PublishPattern(file, number), S_OK);
+    }
+    EXPECT_TRUE(probe.IsRunning());
+    probe.Stop();
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    // The last frame is always seen, whatever the probe missed before.
+    EXPECT_THAT(ReadBytes(report), testing::HasSubstr("\"tornReads\":0,"));
+    EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1280,\"height\":720,\"sequence\":100}\n"));
+    Picture last;
+    ASSERT_EQ(DecodePng(picture, last), S_OK);
+    EXPECT_EQ(last.width, 1280U);
+}
+
+TEST_F(CameraProbe, ReadsTheFileThatIsNamed) {
+    ASSERT_EQ(PublishPattern(file, 3), S_OK);
+    file.CloseSharedFrameFile();
+    const std::filesystem::path named = folder.Path() / L"another file.bin";
+    std::filesystem::rename(folder.Path() / L"Vistel" / L"frame-buffer.bin", named);
+    const ChildProcess probe = StartReporting(L"--seconds 1 --file \"" + named.wstring() + L'"');
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1920,\"height\":1080,\"sequence\":2}\n"));
+}
+
+TEST_F(CameraProbe, CountsAHeaderThatContradictsItselfAsATornRead) {
+    ASSERT_EQ(PublishPattern(file, 3), S_OK);
+    file.CloseSharedFrameFile();
+    const std::filesystem::path path = folder.Path() / L"Vistel" / L"frame-buffer.bin";
+    std::string bytes = ReadBytes(path);
+    bytes[8] = 0; // of the width
+    WriteBytes(path, bytes);
+    const ChildProcess probe = StartReporting(L"--seconds 0");
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    EXPECT_THAT(ReadBytes(report), testing::StartsWith("{\"framesRead\":0,\"tornReads\":1,"));
+}
+
+TEST_F(CameraProbe, AReportOrPictureThatCannotBeWrittenGivesExitCode1) {
+    const std::wstring missing = (folder.Path() / L"missing" / L"file").wstring();
+    for (const wchar_t* option : {L"--report", L"--picture"}) {
+        const ChildProcess probe = Start(L"--seconds 0 " + std::wstring(option) + L" \"" + missing + L'"');
+        EXPECT_EQ(probe.WaitForExit(Limit), 1U);
+        EXPECT_THAT(probe.Output(), testing::HasSubstr("could not be written"));
+    }
+}
+
+TEST(ProbeReport, TellsRateAndAgesOfTheFramesPublishedWhileWatching) {
+    ProbeReport report;
+    vistel::Frame frame;
+    frame.width = 1920;
+    frame.height = 1080;
+    const ProbeReport::Clock::time_point start{};
+    frame.sequence = 2;
+    report.AddFrame(frame, 1000000, false, start - 10s); // an old frame
+    for (std::uint64_t i = 0; i < 101; ++i) { // ages 100 down to 0
+        frame.sequence += 2;
+        report.AddFrame(frame, 100 - i, true, start + i * 40ms);
+    }
+    report.AddTornRead();
+    report.SetRetries(7);
+    EXPECT_EQ(report.FramesRead(), 102U);
+    EXPECT_DOUBLE_EQ(report.FramesPerSecond(), 25.0);
+    EXPECT_EQ(report.ToJson(),
+              "{\"framesRead\":102,\"tornReads\":1,\"retries\":7,\"framesPerSecond\":25.00,\"ageMs\":{"
+              "\"median\":50,\"p99\":99,\"max\":100},\"width\":1920,\"height\":1080,\"sequence\":204}\n");
+}
+
+TEST(ProbeReport, AnOldFrameCountsOnlyAsLongAsThereIsNoOther) {
+    ProbeReport report;
+    vistel::Frame frame;
+    frame.width = 1280;
+    frame.height = 720;
+    frame.sequence = 8;
+    report.AddFrame(frame, 5000, false, ProbeReport::Clock::time_point{});
+    EXPECT_EQ(report.FramesPerSecond(), 0.0);
+    EXPECT_THAT(report.ToJson(), testing::HasSubstr("\"ageMs\":{\"median\":5000,\"p99\":5000,\"max\":5000}"));
+    frame.sequence = 10;
+    report.AddFrame(frame, 3, true, ProbeReport::Clock::time_point{});
+    EXPECT_EQ(report.FramesPerSecond(), 0.0);
+    EXPECT_THAT(report.ToJson(), testing::HasSubstr("\"ageMs\":{\"median\":3,\"p99\":3,\"max\":3}"));
+}
+
+} // namespace
+} // namespace receiver
