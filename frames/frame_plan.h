@@ -44,7 +44,8 @@ struct FrameGeometry {
 [[nodiscard]] FrameGeometry MakeGeometry(const FrameDescriptor& descriptor, PixelLayout layout,
                                          std::uint32_t canvasWidth, std::uint32_t canvasHeight) noexcept;
 
-// True when every plane that the layout reads, as offset, stride and coded size describe it, lies inside a slot of `slotSize` bytes.
+// True when every plane that the layout reads, as offset, stride and coded size describe it, lies inside a slot of
+// `slotSize` bytes.
 [[nodiscard]] bool FitsSlot(const FrameGeometry& geometry, std::size_t slotSize) noexcept;
 
 // A rectangle on the canvas in pixels, all four numbers even.

@@ -2,9 +2,11 @@
 find_program(CLANG_FORMAT clang-format REQUIRED)
 find_program(RUN_CLANG_TIDY run-clang-tidy REQUIRED)
 
-file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
-    app/*.cpp app/*.h browser/*.cpp browser/*.h frames/*.cpp frames/*.h capture/*.cpp capture/*.h platform/*.cpp
-    platform/*.h tests/*.cpp tests/*.h tools/*.cpp tools/*.h examples/*.h)
+set(patterns)
+foreach(folder IN ITEMS app browser capture examples frames platform tests tools)
+    list(APPEND patterns ${PROJECT_SOURCE_DIR}/${folder}/*.cpp ${PROJECT_SOURCE_DIR}/${folder}/*.h)
+endforeach()
+file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${patterns})
 list(FILTER sources EXCLUDE REGEX "^platform/webview2/include/") # Its methods stand one to a line, as the slots do.
 add_test(NAME lint/format COMMAND ${CLANG_FORMAT} --dry-run -Werror ${sources} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
 

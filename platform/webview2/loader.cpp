@@ -179,9 +179,9 @@ extern "C" HRESULT STDMETHODCALLTYPE CreateCoreWebView2EnvironmentWithOptions(
         const PCWSTR dataFolder = dataOverride ? dataOverride->c_str() : userDataFolder;
         const std::wstring fixedFolder =
             folderOverride.value_or(browserExecutableFolder != nullptr ? browserExecutableFolder : L"");
-        const std::optional<Runtime> runtime = fixedFolder.empty()
-                                                   ? FindInstalledRuntime()
-                                                   : Runtime{RuntimeType::FixedVersion, ClientLibraryIn(ResolveFolder(fixedFolder))};
+        const std::optional<Runtime> runtime =
+            fixedFolder.empty() ? FindInstalledRuntime()
+                                : Runtime{RuntimeType::FixedVersion, ClientLibraryIn(ResolveFolder(fixedFolder))};
         if (!runtime) {
             return FailFromMessageLoop(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND), environmentCreatedHandler);
         }
