@@ -6,6 +6,7 @@ import http.server
 import os
 import pathlib
 import shutil
+import tempfile
 import threading
 
 import pytest
@@ -52,23 +53,28 @@ def server():
 
 
 @pytest.fixture(scope="session")
-def driver(tmp_path_factory):
-    """One browser for the whole run; everything that it leaves is in a folder of the run."""
-    folder = tmp_path_factory.mktemp("chromium")
+def browser_folder():
+    """Takes everything that the browser leaves. Its path is short: Chromium puts a socket into it."""
+    with tempfile.TemporaryDirectory(prefix="vistel-page-", dir="/tmp", ignore_cleanup_errors=True) as folder:
+        yield folder
+
+
+@pytest.fixture(scope="session")
+def driver(browser_folder):
+    """One browser for the whole run."""
     options = webdriver.ChromeOptions()
     options.binary_location = shutil.which("chromium")
     for flag in FLAGS:
         options.add_argument(flag)
-    options.add_argument(f"--user-data-dir={folder / 'profile'}")
+    options.add_argument(f"--user-data-dir={browser_folder}/profile")
     if not os.access("/dev/shm", os.W_OK):
         options.add_argument("--disable-dev-shm-usage")
-    environment = {**os.environ, "HOME": str(folder), "TMPDIR": str(folder)}
+    environment = {**os.environ, "HOME": browser_folder, "TMPDIR": browser_folder}
     browser = webdriver.Chrome(service=Service(shutil.which("chromedriver"), env=environment), options=options)
     browser.set_script_timeout(LIMIT_SECONDS)
     browser.set_page_load_timeout(LIMIT_SECONDS)
     yield browser
     browser.quit()
-    shutil.rmtree(folder, ignore_errors=True)
 
 
 class Page:
