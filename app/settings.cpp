@@ -1,8 +1,47 @@
 #include "app/settings.h"
 
-namespace receiver {
+#include "app/installation_id.h"
+#include "platform/environment_variable.h"
+#include "platform/folder.h"
 
-std::wstring ReadInstallationId() { return {}; }
-bool SaveVideoQuality(std::wstring_view) { return false; }
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+namespace receiver {
+namespace {
+
+std::optional<std::wstring> DataFolder() {
+    const std::optional<std::wstring> programData = ReadEnvironmentVariable(L"ProgramData");
+    return programData ? std::optional(JoinPath(*programData, L"Vistel")) : std::nullopt;
+}
+
+} // namespace
+
+std::wstring ReadInstallationId() {
+    const std::optional<std::wstring> folder = DataFolder();
+    if (!folder) {
+        return {};
+    }
+    std::ifstream file(std::filesystem::path(JoinPath(*folder, L"installation-id.txt")));
+    std::string line;
+    std::getline(file, line);
+    return IsInstallationId(line) ? std::wstring(line.begin(), line.end()) : std::wstring();
+}
+
+bool SaveVideoQuality(std::wstring_view value) {
+    const std::optional<std::wstring> folder = DataFolder();
+    if (!folder || FAILED(EnsureFolderTree(*folder))) {
+        return false;
+    }
+    std::ofstream file(std::filesystem::path(JoinPath(*folder, L"video-quality.txt")),
+                       std::ios::binary | std::ios::trunc);
+    if (!file) {
+        return false;
+    }
+    file << (value == L"1080p" ? "1080p" : "720p");
+    return file.good();
+}
 
 } // namespace receiver

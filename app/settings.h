@@ -1,4 +1,5 @@
-// The small machine-wide files in the product's data folder. Not built yet: no identifier is known, nothing is saved.
+// The two small machine-wide files in the data folder: the installation identifier, which is only read, and the video
+// quality, which is only written, for the rest of the product. Nothing is logged here.
 #pragma once
 
 #include <string>
@@ -6,10 +7,11 @@
 
 namespace receiver {
 
-// The installation identifier, or an empty text when there is none.
+// The identifier in the first line of "installation-id.txt" exactly as it stands there, or an empty text when the file
+// is missing or holds anything else.
 [[nodiscard]] std::wstring ReadInstallationId();
 
-// True when "720p" or "1080p" has been written for the rest of the product to read.
+// Replaces the content of "video-quality.txt" by "1080p" or, for every other value, "720p". False when that failed.
 [[nodiscard]] bool SaveVideoQuality(std::wstring_view value);
 
 } // namespace receiver

@@ -1,11 +1,47 @@
-// The window's shape and the browser's place in it.
+// The window's layout modes, and the browser's place in it. The geometry itself is in app/window_placement.h.
 
 #include "app/receiver_app.h"
+#include "app/receiver_log.h"
+#include "app/window_placement.h"
 
 namespace receiver {
+namespace {
 
-void ReceiverApp::ApplyWindowLayout(std::int32_t, std::int32_t, std::wstring_view) {
-    // The layout modes are not built yet: the window keeps its shape.
+WindowRectangle ToRectangle(const RECT& rect) noexcept { return {rect.left, rect.top, rect.right, rect.bottom}; }
+
+} // namespace
+
+void ReceiverApp::ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view modeWord) {
+    if (window == nullptr || IsIconic(window) != 0) {
+        return;
+    }
+    if (IsZoomed(window) != 0) {
+        layoutName = modeWord;
+        ReceiverLog::Write(L"Receiver window layout changed while maximized; preserving maximized state");
+        return;
+    }
+    if (modeWord == layoutName) {
+        return;
+    }
+    RECT current{};
+    RECT outer{0, 0, clientWidth, clientHeight};
+    const auto style = static_cast<DWORD>(GetWindowLongPtrW(window, GWL_STYLE));
+    const auto extendedStyle = static_cast<DWORD>(GetWindowLongPtrW(window, GWL_EXSTYLE));
+    MONITORINFO monitor{};
+    monitor.cbSize = sizeof(monitor);
+    if (GetWindowRect(window, &current) == 0 ||
+        AdjustWindowRectExForDpi(&outer, style, FALSE, extendedStyle, GetDpiForWindow(window)) == 0 ||
+        GetMonitorInfoW(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), &monitor) == 0) {
+        return;
+    }
+    const WindowRectangle place = PlaceWindow(ToRectangle(current), outer.right - outer.left, outer.bottom - outer.top,
+                                              ToRectangle(monitor.rcWork));
+    if (SetWindowPos(window, nullptr, place.left, place.top, place.right - place.left, place.bottom - place.top,
+                     SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER) == 0) {
+        return;
+    }
+    layoutName = modeWord;
+    ReceiverLog::Write(L"Receiver window layout: " + layoutName);
 }
 
 void ReceiverApp::FitBrowserToWindow() noexcept {

@@ -1,11 +1,44 @@
 // The report on the system that answers the page's "ready".
 
 #include "app/receiver_app.h"
+#include "browser/page_json.h"
+#include "platform/handles.h"
+#include "platform/hresult.h"
+
+#include <windows.h>
 
 namespace receiver {
+namespace {
+
+// The true version; zeros when the system does not tell it.
+OsVersion ReadOsVersion() noexcept {
+    using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
+    RTL_OSVERSIONINFOW version{};
+    version.dwOSVersionInfoSize = sizeof(version);
+    const HMODULE library = GetModuleHandleW(L"ntdll.dll");
+    const FARPROC address = library != nullptr ? GetProcAddress(library, "RtlGetVersion") : nullptr;
+    const auto getVersion = reinterpret_cast<RtlGetVersion>(reinterpret_cast<void*>(address));
+    if (getVersion == nullptr || getVersion(&version) != 0) {
+        return {};
+    }
+    return {version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber};
+}
+
+// Whether the camera's COM server is registered for 64-bit processes; its file is not looked for.
+bool IsVirtualCameraRegistered() noexcept {
+    RegistryKey key;
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                         L"SOFTWARE\\Classes\\CLSID\\{A42D576C-2AD1-4D63-94B0-31E96BDCA54F}\\InprocServer32", 0,
+                         KEY_READ | KEY_WOW64_64KEY, key.Put()) == ERROR_SUCCESS;
+}
+
+} // namespace
 
 HRESULT ReceiverApp::PostDiagnostics() {
-    return E_NOTIMPL; // Not built yet.
+    if (!webView) {
+        return E_POINTER;
+    }
+    return webView->PostWebMessageAsJson(DiagnosticsJson(ReadOsVersion(), IsVirtualCameraRegistered()).c_str());
 }
 
 } // namespace receiver

@@ -1,5 +1,7 @@
 #include "browser/page_json.h"
 
+#include "app/client_version.h"
+
 #include <cstdint>
 
 namespace receiver {
@@ -14,13 +16,15 @@ void AppendEscapedPath(std::wstring_view path, std::wstring& json) {
     }
 }
 
+std::wstring_view BooleanJson(bool value) noexcept { return value ? L"true" : L"false"; }
+
 } // namespace
 
 std::wstring MediaResultJson(std::wstring_view action, HRESULT code, std::wstring_view path) {
     std::wstring json = L"{\"type\":\"media-result\",\"action\":\"";
     json += action;
     json += L"\",\"success\":";
-    json += SUCCEEDED(code) ? L"true" : L"false";
+    json += BooleanJson(SUCCEEDED(code));
     json += L",\"path\":\"";
     AppendEscapedPath(path, json);
     json += L"\",\"error\":";
@@ -30,5 +34,23 @@ std::wstring MediaResultJson(std::wstring_view action, HRESULT code, std::wstrin
 }
 
 std::wstring SlotJson(unsigned slot) { return L"{\"slot\":" + std::to_wstring(slot) + L'}'; }
+
+std::wstring DiagnosticsJson(const OsVersion& version, bool virtualCameraRegistered) {
+    constexpr std::uint32_t SupportedMajor = 10;
+    constexpr std::uint32_t SupportedBuild = 22000;
+    const bool supported = version.major >= SupportedMajor && version.build >= SupportedBuild;
+    const std::wstring build = std::to_wstring(version.build);
+    std::wstring json = L"{\"type\":\"diagnostics\",\"diagnostics\":{\"windowsVersion\":\"";
+    json += std::to_wstring(version.major) + L'.' + std::to_wstring(version.minor) + L'.' + build;
+    json += L"\",\"buildNumber\":" + build;
+    json += L",\"architecture\":\"x64\",\"osSupported\":";
+    json += BooleanJson(supported);
+    json += L",\"webView2Ready\":true,\"virtualCameraRegistered\":"; // Whoever reads this has a working browser.
+    json += BooleanJson(virtualCameraRegistered);
+    json += L",\"appVersion\":\"";
+    json += ClientVersion;
+    json += L"\"}}";
+    return json;
+}
 
 } // namespace receiver

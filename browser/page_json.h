@@ -3,6 +3,7 @@
 
 #include "platform/hresult.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,5 +18,14 @@ inline constexpr wchar_t UsageOffJson[] = L"{\"type\":\"virtual-camera-usage\",\
 
 // Additional data of a posted frame slot: {"slot":0} or {"slot":1}.
 [[nodiscard]] std::wstring SlotJson(unsigned slot);
+
+struct OsVersion {
+    std::uint32_t major = 0;
+    std::uint32_t minor = 0;
+    std::uint32_t build = 0;
+};
+
+// The report on the system. Supported are builds from 22000 of major version 10 on.
+[[nodiscard]] std::wstring DiagnosticsJson(const OsVersion& version, bool virtualCameraRegistered);
 
 } // namespace receiver

@@ -1,19 +1,21 @@
-// Creating a folder that may exist already.
+// Paths and the making of folders.
 #pragma once
 
-#include "platform/hresult.h"
+#include <windows.h>
 
 #include <string>
+#include <string_view>
 
 namespace receiver {
 
-// Creates the last level of `path`. A folder that exists already is a success; a missing parent is not created.
-[[nodiscard]] inline HRESULT EnsureFolder(const std::wstring& path) noexcept {
-    if (CreateDirectoryW(path.c_str(), nullptr) == 0) {
-        const HRESULT result = LastErrorResult();
-        return result == HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) ? S_OK : result;
-    }
-    return S_OK;
-}
+// `folder` and `name` with one backslash between them, unless `folder` ends in a separator already.
+[[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
+
+// Creates the last level of `path`. Whatever exists already under that name is a success; a missing parent is not
+// created.
+[[nodiscard]] HRESULT EnsureFolder(const std::wstring& path) noexcept;
+
+// Creates `path` and every missing parent. A folder that exists already is a success, a file in its place is not.
+[[nodiscard]] HRESULT EnsureFolderTree(const std::wstring& path);
 
 } // namespace receiver

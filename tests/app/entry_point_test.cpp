@@ -9,6 +9,7 @@
 #include <mfapi.h>
 #include <objbase.h>
 
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -163,11 +164,19 @@ TEST_F(EntryPointTest, OpensThePageThatTheCommandLineNames) {
     EXPECT_EQ(NavigationOf(nullptr), standard);
     EXPECT_EQ(NavigationOf(L""), standard);
     EXPECT_EQ(NavigationOf(L"--embedded "), standard);
-    EXPECT_EQ(LogLines().at(5), "Receiver URL: " VISTEL_RECEIVER_URL "?clientVersion=0.1.3");
+    EXPECT_EQ(LogLines().at(6), "Receiver URL: " VISTEL_RECEIVER_URL "?clientVersion=0.1.3");
     EXPECT_EQ(NavigationOf(L"--url=\"https://page.example/a b\""),
               L"Navigate https://page.example/a b?clientVersion=0.1.3");
     EXPECT_THAT(NavigationOf(L"--embedded"), testing::StartsWith(L"NavigateToString "));
     EXPECT_THAT(NavigationOf(L"--url=\"\""), testing::StartsWith(L"NavigateToString "));
+}
+
+TEST_F(EntryPointTest, TellsThePageWhichInstallationItIs) {
+    std::filesystem::create_directory(programData / L"Vistel");
+    WriteBytes(programData / L"Vistel" / L"installation-id.txt", "01234567-89AB-cdef-0123-456789abcdef\r\n");
+    EXPECT_EQ(
+        NavigationOf(L""),
+        L"Navigate " VISTEL_RECEIVER_URL L"?installationId=01234567-89AB-cdef-0123-456789abcdef&clientVersion=0.1.3");
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 namespace receiver {
 namespace {
 
@@ -43,6 +45,38 @@ TEST(PageJson, SlotsAndUsageAreFixedTexts) {
     EXPECT_EQ(SlotJson(1), L"{\"slot\":1}");
     EXPECT_EQ(std::wstring(UsageOnJson), L"{\"type\":\"virtual-camera-usage\",\"active\":true}");
     EXPECT_EQ(std::wstring(UsageOffJson), L"{\"type\":\"virtual-camera-usage\",\"active\":false}");
+}
+
+TEST(PageJson, DiagnosticsAreOneLineInFixedOrder) {
+    EXPECT_EQ(DiagnosticsJson({10, 0, 22631}, true),
+              L"{\"type\":\"diagnostics\",\"diagnostics\":{\"windowsVersion\":\"10.0.22631\",\"buildNumber\":22631,"
+              L"\"architecture\":\"x64\",\"osSupported\":true,\"webView2Ready\":true,"
+              L"\"virtualCameraRegistered\":true,\"appVersion\":\"0.1.3\"}}");
+    EXPECT_EQ(DiagnosticsJson({}, false),
+              L"{\"type\":\"diagnostics\",\"diagnostics\":{\"windowsVersion\":\"0.0.0\",\"buildNumber\":0,"
+              L"\"architecture\":\"x64\",\"osSupported\":false,\"webView2Ready\":true,"
+              L"\"virtualCameraRegistered\":false,\"appVersion\":\"0.1.3\"}}");
+}
+
+TEST(PageJson, SupportedAreBuildsFrom22000OfMajorVersion10On) {
+    struct {
+        OsVersion version;
+        const wchar_t* text;
+    } const cases[] = {
+        {{10, 0, 21999}, L"\"10.0.21999\",\"buildNumber\":21999,\"architecture\":\"x64\",\"osSupported\":false,"},
+        {{10, 0, 22000}, L"\"10.0.22000\",\"buildNumber\":22000,\"architecture\":\"x64\",\"osSupported\":true,"},
+        {{10, 0, 22001}, L"\"10.0.22001\",\"buildNumber\":22001,\"architecture\":\"x64\",\"osSupported\":true,"},
+        {{9, 9, 22000}, L"\"9.9.22000\",\"buildNumber\":22000,\"architecture\":\"x64\",\"osSupported\":false,"},
+        {{11, 2, 22000}, L"\"11.2.22000\",\"buildNumber\":22000,\"architecture\":\"x64\",\"osSupported\":true,"},
+        {{11, 0, 21999}, L"\"11.0.21999\",\"buildNumber\":21999,\"architecture\":\"x64\",\"osSupported\":false,"},
+        {{4294967295, 4294967295, 4294967295},
+         L"\"4294967295.4294967295.4294967295\",\"buildNumber\":4294967295,\"architecture\":\"x64\","
+         L"\"osSupported\":true,"},
+    };
+    for (const auto& example : cases) {
+        const std::wstring json = DiagnosticsJson(example.version, true);
+        EXPECT_NE(json.find(std::wstring(L":") + example.text), std::wstring::npos) << testing::PrintToString(json);
+    }
 }
 
 } // namespace

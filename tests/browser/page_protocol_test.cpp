@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -43,15 +44,24 @@ protected:
         return {size[0], size[1]};
     }
 
+    const std::filesystem::path qualityFile = programData / L"Vistel" / L"video-quality.txt";
     std::vector<std::wstring> calls; // that the last text led to
 };
 
 TEST_F(PageProtocolTest, ReadyPostsTheSlotsAndReports) {
     EXPECT_EQ(Post(L"ready"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
-                                        StartsWith("System diagnostics posted to script")));
+                                        "System diagnostics posted to script"));
     EXPECT_THAT(calls, testing::IsSupersetOf({std::wstring(L"PostSharedBufferToScript SharedBuffer0 1 {\"slot\":0}"),
                                               std::wstring(L"PostSharedBufferToScript SharedBuffer1 1 {\"slot\":1}")}));
+    EXPECT_THAT(calls.back(), StartsWith(L"PostWebMessageAsJson {\"type\":\"diagnostics\","));
+}
+
+TEST_F(PageProtocolTest, AReportThatCannotBePostedLeavesReadyASuccess) {
+    browser.Fail(L"PostWebMessageAsJson", E_ABORT);
+    EXPECT_EQ(Post(L"ready"), S_OK);
+    EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
+                                        "System diagnostics posted to script (HRESULT 0x80004004)"));
 }
 
 TEST_F(PageProtocolTest, ReadyThatFailsReportsNothing) {
@@ -59,6 +69,7 @@ TEST_F(PageProtocolTest, ReadyThatFailsReportsNothing) {
     EXPECT_EQ(Post(L"ready"), E_ABORT);
     EXPECT_THAT(LogLines(),
                 ElementsAre("Web message: ready", "Shared frame buffers posted to script (HRESULT 0x80004004)"));
+    EXPECT_THAT(calls, testing::Not(testing::Contains(StartsWith(L"PostWebMessageAsJson"))));
 }
 
 TEST_F(PageProtocolTest, EveryReadyIsAnsweredInFull) {
@@ -66,7 +77,7 @@ TEST_F(PageProtocolTest, EveryReadyIsAnsweredInFull) {
     std::filesystem::remove(log);
     EXPECT_EQ(Post(L"ready"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
-                                        StartsWith("System diagnostics posted to script")));
+                                        "System diagnostics posted to script"));
 }
 
 TEST_F(PageProtocolTest, TextsOfNoMeaningAreLoggedAndNothingElse) {
@@ -164,18 +175,37 @@ TEST_F(PageProtocolTest, AQualityIsLoggedAndTakesEffectWithTheNextFrame) {
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
     std::filesystem::remove(log);
 
-    const HRESULT result = Post(L"quality:1080p");
-    EXPECT_TRUE(result == S_OK || result == E_FAIL) << result; // E_FAIL: the value could not be saved.
+    EXPECT_EQ(Post(L"quality:1080p"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Video quality selected: 1080p"));
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
     EXPECT_EQ(Post(GrayFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1920U, 1080U));
 
-    (void)Post(L"quality:720p");
+    EXPECT_EQ(Post(L"quality:720p"), S_OK);
     EXPECT_EQ(LogLines().back(), "Video quality selected: 720p");
     EXPECT_EQ(Post(GrayFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
+}
+
+TEST_F(PageProtocolTest, AQualityIsSaved) {
+    EXPECT_EQ(Post(L"quality:1080p"), S_OK);
+    EXPECT_EQ(ReadBytes(qualityFile), "1080p");
+    EXPECT_EQ(Post(L"quality:480p"), E_INVALIDARG);
+    EXPECT_EQ(ReadBytes(qualityFile), "1080p");
+    EXPECT_EQ(Post(L"quality:720p"), S_OK);
+    EXPECT_EQ(ReadBytes(qualityFile), "720p");
+}
+
+TEST_F(PageProtocolTest, AQualityThatCannotBeSavedTakesEffectAllTheSame) {
+    ASSERT_EQ(Post(L"ready"), S_OK);
+    std::filesystem::create_directory(qualityFile);
+    std::filesystem::remove(log);
+    EXPECT_EQ(Post(L"quality:1080p"), E_FAIL);
+    EXPECT_THAT(LogLines(), ElementsAre("Video quality selected: 1080p"));
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_THAT(PublishedSize(), ElementsAre(1920U, 1080U));
 }
 
 TEST_F(PageProtocolTest, AnUnknownQualityIsRefusedSilentlyAndChangesNothing) {

@@ -136,7 +136,8 @@ std::vector<std::string> ShellTest::LogLines() const {
 }
 
 std::vector<std::string> ShellTest::StartLines(const std::vector<std::string>& more) {
-    std::vector<std::string> lines{"Vistel receiver log", "Receiver starting", "WebView2 environment request accepted"};
+    std::vector<std::string> lines{"Vistel receiver log", "Receiver starting",
+                                   "Virtual camera usage monitor initialized", "WebView2 environment request accepted"};
     lines.insert(lines.end(), more.begin(), more.end());
     return lines;
 }

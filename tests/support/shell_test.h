@@ -27,6 +27,17 @@ struct MessageBoxCall {
     UINT flags;
 };
 
+// Replaces the name that all processes share, so that tests which run at the same time do not take each other's
+// signals.
+struct PrivateEventName {
+    static std::wstring Name() { return L"VistelTestEvent-" + std::to_wstring(GetCurrentProcessId()); }
+
+    HANDLE operator()(decltype(&CreateEventW) original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset,
+                      BOOL signalled, LPCWSTR name) const {
+        return original(attributes, manualReset, signalled, name != nullptr ? Name().c_str() : nullptr);
+    }
+};
+
 class ShellTest : public testing::Test {
 protected:
     ShellTest();
@@ -71,6 +82,10 @@ private:
     VariableScope localAppDataVariable_{L"LOCALAPPDATA", localAppData.c_str()};
     VariableScope tempVariable_{L"TMP", temp.c_str()};
     ImportRedirection messageBoxes_{"user32.dll", "MessageBoxW", reinterpret_cast<void*>(&RecordMessageBox)};
+    ImportPatch<HANDLE(SECURITY_ATTRIBUTES*, BOOL, BOOL, LPCWSTR), PrivateEventName> eventNames_{"kernel32.dll",
+                                                                                                 "CreateEventW",
+                                                                                                 &CreateEventW,
+                                                                                                 {}};
     HWND loopHook_ = nullptr; // Its messages arrive through any message loop of this thread.
     std::function<void()> inLoop_;
 };
