@@ -1,16 +1,14 @@
 // A hidden X display, and pictures of what is on a display.
 import { end, run, start, within } from './processes.mjs';
 
-const Width = 2560;
-const Height = 1600;
+const UsualSize = { width: 2560, height: 1600 };
 const StartLimitMs = 20000;
 
 // Starts an X server without a screen: { name, size, stop() }. It ends with this process in any case.
-export async function startDisplay() {
-    const size = { width: Width, height: Height };
+export async function startDisplay(size = UsualSize) {
     const child = start('setpriv', [
-        '--pdeathsig', 'TERM', 'Xvfb', '-displayfd', '3', '-screen', '0', `${Width}x${Height}x24`, '-nolisten', 'tcp',
-        '-noreset',
+        '--pdeathsig', 'TERM', 'Xvfb', '-displayfd', '3', '-screen', '0', `${size.width}x${size.height}x24`,
+        '-nolisten', 'tcp', '-noreset',
     ], { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] });
     const stop = () => end(child);
     try {

@@ -17,6 +17,7 @@ const WindowLimitMs = 30000;
 const EndLimitMs = 60000;
 const ReceiverPath = 'C:\\Program Files\\Vistel\\vistel-receiver.exe';
 const CameraPath = 'C:\\rig\\camera_probe.exe';
+const UsageEvent = 'Global\\VistelVirtualCameraSample-v1'; // what the virtual camera signals
 const BoxClass = '#32770'; // every dialog's
 const MainWindowClass = 'VistelReceiverWindow';
 const ButtonOk = 1;
@@ -28,7 +29,9 @@ const ButtonOk = 1;
 //   runtime           false: no WebView2 runtime is installed
 //   faults            failures of the stand-in runtime, such as "Navigate=80004005"
 //   screencast        true: the window shows the page
+//   pageScript        a script that every page runs before its own
 //   show              true: on this person's display instead of a hidden one
+//   displaySize       { width, height } of the hidden display
 //   environment       variables of the receiver: { name: text, or null for none }
 //   registry          values under HKEY_CURRENT_USER: { key: { name: text or number } }
 //   hostResolverRules, extraChromiumFlags   for the browser
@@ -75,9 +78,9 @@ class ReceiverRun {
         this.browser = await startBrowserServer({
             shmDir: this.prefix.sharedMemory, userDataRoot: this.prefix.browserFolder, screencast: options.screencast,
             hostResolverRules: options.hostResolverRules, extraChromiumFlags: options.extraChromiumFlags,
-            log: (text) => options.log?.(text),
+            pageScript: options.pageScript, log: (text) => options.log?.(text),
         });
-        this.display = options.show ? personsDisplay() : await startDisplay();
+        this.display = options.show ? personsDisplay() : await startDisplay(options.displaySize);
         this.driver = new Driver(this.prefix.start(
             await this.prefix.addFile(programs.driver, 'C:\\rig\\rig_driver.exe'), [], this.display.name, {
                 ...this.browser.environment(), RIG_FAULTS: options.faults ?? '',
@@ -201,16 +204,17 @@ class ReceiverRun {
         return true;
     }
 
-    // Starts a virtual camera that reads the frame file; finish() ends its reading and resolves to its report.
-    //   seconds   how long it reads; without it until finish(); 0: it only takes the newest frame
+    // Starts a virtual camera that reads the frame file, which the receiver notices; finish() ends its reading and
+    // resolves to its report.
+    //   seconds   how long it reads; without it until finish(); 0: it only takes the newest frame, unnoticed
     //   picture   the file for the newest frame
     camera({ seconds, picture } = {}) {
         const name = `camera-${this.#cameras.size}`;
         const report = `C:\\rig\\${name}.json`;
         const image = `C:\\rig\\${name}.png`;
         const child = this.prefix.start(CameraPath, [
-            ...(seconds === undefined ? [] : ['--seconds', String(seconds)]), '--report', report,
-            ...(picture ? ['--picture', image] : []),
+            ...(seconds === undefined ? [] : ['--seconds', String(seconds)]), '--signal', UsageEvent,
+            '--report', report, ...(picture ? ['--picture', image] : []),
         ], this.display.name);
         this.#cameras.add(child);
         child.stdin.on('error', () => {});

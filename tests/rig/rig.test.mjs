@@ -25,14 +25,25 @@ function dev(...words) {
 test('run takes its options in any order and leaves the rest to the receiver', () => {
     const words = ['--camera', '--seconds', '2.5', '--out=/a b', '--show', '--', '--url=x', '--', 'y'];
     assert.deepEqual(parseOptions(words), {
-        out: '/a b', seconds: 2.5, camera: true, show: true, receiverArguments: ['--url=x', '--', 'y'],
+        out: '/a b', seconds: 2.5, camera: { startSeconds: 0 }, show: true, receiverArguments: ['--url=x', '--', 'y'],
     });
-    assert.deepEqual(parseOptions([]), { out: join(SourceFolder, 'build/run'), camera: false, show: false });
+    assert.deepEqual(parseOptions([]), { out: join(SourceFolder, 'build/run'), show: false });
     assert.deepEqual(parseOptions(['--']).receiverArguments, []);
 });
 
+test('run lets the camera come and go when it is told to', () => {
+    const camera = (...words) => parseOptions(words).camera;
+    assert.deepEqual(camera('--camera', '5:6'), { startSeconds: 5, seconds: 6 });
+    assert.deepEqual(camera('--camera=0.5:1.25', '--show'), { startSeconds: 0.5, seconds: 1.25 });
+    assert.deepEqual(camera('--show', '--camera'), { startSeconds: 0 });
+    assert.deepEqual(camera('--camera', '--', 'x'), { startSeconds: 0 });
+});
+
 for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], ['--seconds', '0'], ['--seconds', '-1'],
-                     ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--camera=1']]) {
+                     ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--show=1'], ['--camera=1'],
+                     ['--camera='], ['--camera', 'x'], ['--camera', '5'], ['--camera', '5:'], ['--camera', ':6'],
+                     ['--camera', '5:0'], ['--camera', '-1:6'], ['--camera', '5:6:7'], ['--camera', '5:9999999'],
+                     ['--camera', '1e1:6']]) {
     test(`run refuses ${words.join(' ')} with its usage and code 2`, () => {
         const result = dev('run', ...words);
         assert.equal(result.status, 2);

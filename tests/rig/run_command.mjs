@@ -1,6 +1,8 @@
 // The body of `./dev run`: the real receiver in a folder that is its world, until it is asked to end.
+import { once } from 'node:events';
+import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
-import { join, relative } from 'node:path';
+import { dirname, join, relative } from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
 import { FrameCounter } from './frame_counter.mjs';
@@ -31,9 +33,23 @@ function shown(path) {
     return short.startsWith('..') ? path : short;
 }
 
+// Level by level: where a parent never comes to be, as under /proc, Node's own recursion does not end.
+async function makeFolder(folder) {
+    if (existsSync(folder)) {
+        if (!(await fs.stat(folder)).isDirectory()) {
+            throw new Error(`${shown(folder)} is not a folder`);
+        }
+        return;
+    }
+    await makeFolder(dirname(folder));
+    await fs.mkdir(folder).catch((error) => {
+        throw new Error(`cannot make the folder ${shown(folder)}: ${error.message}`);
+    });
+}
+
 async function runOnce(options) {
     const [stopRequested, abortRequested] = stopRequests();
-    await fs.mkdir(options.out, { recursive: true });
+    await makeFolder(options.out);
     const outLock = lock(join(options.out, '.run.lock'), { wait: false });
     if (!outLock) {
         const holder = lockHolder(join(options.out, '.run.lock'));
@@ -58,14 +74,29 @@ async function runOnce(options) {
     }
 }
 
+// The camera comes, stays for its time and leaves, at the latest when `ended` is aborted. Its report; undefined when
+// the run has ended before it came.
+async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
+    const pause = (forSeconds) => delay(forSeconds * 1000, undefined, { signal: ended }).catch(() => {});
+    await pause(startSeconds);
+    if (ended.aborted) {
+        say('The run ended before the camera came');
+        return undefined;
+    }
+    const camera = run.camera({ picture });
+    await (seconds === undefined ? once(ended, 'abort') : pause(seconds));
+    return camera.finish();
+}
+
 async function watch(run, options, stopRequested) {
     const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
     say(`Running the receiver ${until}; its world is ${shown(options.out)}`);
     const counter = new FrameCounter(join(options.out, 'ProgramData/Vistel/frame-buffer.bin'));
     const cameraPicture = join(options.out, 'camera.png');
-    const camera = options.camera ? run.camera({ picture: cameraPicture }) : undefined;
-
     const timer = new AbortController();
+    const visit = options.camera ? letCameraVisit(run, options.camera, cameraPicture, timer.signal) : undefined;
+    visit?.catch(() => {}); // It is told below.
+
     await Promise.race([
         stopRequested,
         run.exited,
@@ -79,9 +110,11 @@ async function watch(run, options, stopRequested) {
         say(`No picture of the window: ${error.message}`);
         return false;
     });
-    const report = await (camera ?? run.camera({ seconds: 0, picture: cameraPicture })).finish();
-    if (options.camera) {
+    const report = await visit;
+    if (report) {
         await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(report, null, 2)}\n`);
+    } else {
+        await run.camera({ seconds: 0, picture: cameraPicture }).finish();
     }
 
     if (!endedByItself) {
@@ -97,10 +130,14 @@ async function watch(run, options, stopRequested) {
         say(`The window:  ${shown(windowPicture)}`);
     }
     say(`The camera:  ${shown(cameraPicture)}`);
-    const rate = options.camera ? report.framesPerSecond : counted.framesPerSecond;
-    const frames = options.camera ? `${report.framesRead} frames read, ${report.tornReads} torn`
-                                  : `${counted.frames} frames`;
-    say(`${rate.toFixed(1)} frames per second reached the camera (${frames})`);
+    const log = shown(join(options.out, 'Temp/vistel-receiver.log'));
+    say(`The log:     ${log}`);
+    const rate = report ? report.framesPerSecond : counted.framesPerSecond;
+    const frames = report ? `${report.framesRead} frames read, ${report.tornReads} torn`
+                          : `${counted.frames} frames`;
+    say((report ? report.framesRead : counted.frames) > 0
+        ? `${rate.toFixed(1)} frames per second reached the camera (${frames})`
+        : `No frame reached the camera; ${log} may say why`);
     return exitCode;
 }
 

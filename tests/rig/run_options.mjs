@@ -4,12 +4,14 @@ import { fileURLToPath } from 'node:url';
 
 import { SourceFolder } from './prefix.mjs';
 
-const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera] [--show] [-- RECEIVER ARGUMENTS]';
-const MaxSeconds = 2 ** 31 / 1000; // what a timer takes
+const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--show]' +
+    ' [-- RECEIVER ARGUMENTS]';
+const MaxSeconds = (2 ** 31 - 1) / 1000; // what a timer takes
 
-// { out, seconds, camera, show, receiverArguments }; seconds and receiverArguments are undefined when not given.
+// { out, seconds, camera, show, receiverArguments }; seconds, camera and receiverArguments are undefined when not
+// given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
 export function parseOptions(words) {
-    const options = { out: join(SourceFolder, 'build/run'), camera: false, show: false };
+    const options = { out: join(SourceFolder, 'build/run'), show: false };
     const rest = [...words];
     while (rest.length > 0) {
         const [, word, attached] = /^(--[^=]+)(?:=(.*))?$/s.exec(rest[0]) ?? [undefined, rest[0]];
@@ -27,17 +29,36 @@ export function parseOptions(words) {
             options.out = resolve(value());
         } else if (word === '--seconds') {
             const text = value();
-            options.seconds = Number(text);
-            if (!/^\d+(\.\d+)?$/.test(text) || options.seconds <= 0 || options.seconds > MaxSeconds) {
+            options.seconds = parseSeconds(text);
+            if (!(options.seconds > 0)) {
                 throw new Error(`--seconds takes a number above 0, not "${text}"`);
             }
-        } else if (['--camera', '--show'].includes(word) && attached === undefined) {
-            options[word.slice(2)] = true;
+        } else if (word === '--camera') {
+            const isBare = attached === undefined && (rest[0] ?? '--').startsWith('--');
+            options.camera = isBare ? { startSeconds: 0 } : parseVisit(value());
+        } else if (word === '--show' && attached === undefined) {
+            options.show = true;
+        } else if (['--embedded', '--url'].includes(word)) {
+            throw new Error(`"${word}" is for the receiver: put it behind --`);
         } else {
             throw new Error(`unknown option "${word}"`);
         }
     }
     return options;
+}
+
+// Undefined for a text that is no decimal number, and for more than a timer takes.
+function parseSeconds(text) {
+    const seconds = /^\d+(\.\d+)?$/.test(text) ? Number(text) : Infinity;
+    return seconds <= MaxSeconds ? seconds : undefined;
+}
+
+function parseVisit(text) {
+    const [startSeconds, seconds, ...more] = text.split(':').map(parseSeconds);
+    if (startSeconds === undefined || !(seconds > 0) || more.length > 0) {
+        throw new Error(`--camera takes START:SECONDS, two numbers, the second above 0, not "${text}"`);
+    }
+    return { startSeconds, seconds };
 }
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {

@@ -1,5 +1,6 @@
-// camera_probe.exe: a stand-in for the virtual camera. Watches the shared frame file, reads every new frame, and tells
-// at the end what it saw, as a sentence, as a JSON report and as a picture of the newest frame.
+// camera_probe.exe: a stand-in for the virtual camera. Watches the shared frame file, reads every new frame, signals
+// the camera's event while it does, and tells at the end what it saw, as a sentence, as a JSON report and as a picture
+// of the newest frame.
 #include "platform/handles.h"
 #include "tools/camera_probe/frame_picture.h"
 #include "tools/camera_probe/frame_reader.h"
@@ -24,9 +25,10 @@ namespace {
 
 using Clock = ProbeReport::Clock;
 
-constexpr char Usage[] = "usage: camera_probe [--file PATH] [--seconds N] [--report FILE.json] [--picture FILE.png]\n"
-                         "Reads frames until its standard input ends, or for N whole seconds;\n"
-                         "0 takes the newest frame and nothing else.\n";
+constexpr char Usage[] = "usage: camera_probe [--file PATH] [--seconds N] [--signal EVENT] [--report FILE.json]\n"
+                         "                    [--picture FILE.png]\n"
+                         "Reads frames until its standard input ends, or for N whole seconds, and signals the\n"
+                         "named event each time it asks for one; 0 takes the newest frame and nothing else.\n";
 
 // How long one read may meet a writer at work when only the newest frame is wanted.
 constexpr std::chrono::seconds NewestFrameLimit{1};
@@ -34,6 +36,7 @@ constexpr std::chrono::seconds NewestFrameLimit{1};
 struct Options {
     std::wstring file;
     std::optional<std::chrono::seconds> duration; // empty: until standard input ends
+    std::wstring usageEvent; // empty: nobody is told that frames are wanted
     std::wstring report;
     std::wstring picture;
 };
@@ -70,6 +73,8 @@ std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
         }
         if (name == L"--file") {
             options.file = value;
+        } else if (name == L"--signal") {
+            options.usageEvent = value;
         } else if (name == L"--report") {
             options.report = value;
         } else if (name == L"--picture") {
@@ -103,10 +108,14 @@ class Probe {
 public:
     explicit Probe(const std::wstring& file) : reader_(file), startTickMs_(GetTickCount64()) {}
 
-    // Reads new frames until `ended` is signalled or `duration` is over, one poll per millisecond.
-    void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration) {
+    // Reads new frames until `ended` is signalled or `duration` is over, one poll per millisecond, and signals
+    // `usageEvent`, which may be null, with each.
+    void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration, HANDLE usageEvent) {
         const Clock::time_point start = Clock::now();
         while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration)) {
+            if (usageEvent != nullptr) {
+                SetEvent(usageEvent);
+            }
             ReadOnce();
         }
         TakeNewest();
@@ -159,10 +168,19 @@ bool WriteText(const std::wstring& path, std::string_view text) {
            written == text.size();
 }
 
-void Run(Probe& probe, const Options& options) {
+// False when the named event can be neither opened nor made.
+bool Run(Probe& probe, const Options& options) {
     if (options.duration == std::chrono::seconds(0)) {
         probe.TakeNewest();
-        return;
+        return true;
+    }
+    UniqueHandle usageEvent;
+    if (!options.usageEvent.empty()) {
+        // Whoever comes first makes it, camera or receiver. The camera may do no more than signal.
+        usageEvent.Reset(CreateEventExW(nullptr, options.usageEvent.c_str(), 0, EVENT_MODIFY_STATE));
+        if (!usageEvent) {
+            return false;
+        }
     }
     const UniqueHandle ended(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::thread inputWatcher;
@@ -170,11 +188,12 @@ void Run(Probe& probe, const Options& options) {
         inputWatcher = std::thread(WaitForInputEnd, ended.Get());
     }
     timeBeginPeriod(1);
-    probe.Watch(ended.Get(), options.duration);
+    probe.Watch(ended.Get(), options.duration, usageEvent.Get());
     timeEndPeriod(1);
     if (inputWatcher.joinable()) {
         inputWatcher.join();
     }
+    return true;
 }
 
 int Main(int count, wchar_t** arguments) {
@@ -184,7 +203,10 @@ int Main(int count, wchar_t** arguments) {
         return 2;
     }
     Probe probe(options->file);
-    Run(probe, *options);
+    if (!Run(probe, *options)) {
+        std::fputs("The event could not be opened.\n", stderr);
+        return 1;
+    }
 
     const ProbeReport& report = probe.Report();
     if (report.FramesRead() == 0) {

@@ -35,6 +35,7 @@ function loadWebSockets() {
 //   hostResolverRules   Chromium's --host-resolver-rules, such as "MAP receiver.example 127.0.0.1:8080"
 //   extraChromiumFlags  further command line flags
 //   screencast          whether the window shows the page
+//   pageScript          a script that every document runs before its own
 export async function startBrowserServer(options) {
     const server = new BrowserServer(options);
     await server.start();
@@ -197,6 +198,7 @@ class HostConnection {
                 toHost: this.#toHost,
                 events: this.#server.events,
                 screencast: this.#server.options.screencast,
+                pageScript: this.#server.options.pageScript,
                 shmFolder: this.#server.shmFolder,
                 name,
                 onOpening: (opening) => this.#pages.set(name, opening),

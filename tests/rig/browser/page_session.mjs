@@ -41,7 +41,7 @@ export class PageSession {
     #socket;
 
     // `toHost` sends a line that concerns this page; `events` receives what tests may want to see.
-    static async open({ chromium, socketUrl, toHost, events, screencast, shmFolder, name, onOpening }) {
+    static async open({ chromium, socketUrl, toHost, events, screencast, pageScript, shmFolder, name, onOpening }) {
         const page = new PageSession();
         page.#chromium = chromium;
         page.#toHost = toHost;
@@ -60,7 +60,7 @@ export class PageSession {
             page.#send('Network.enable'),
             page.#send('Inspector.enable'),
             page.#send('Page.setBypassCSP', { enabled: true }),
-            page.#send('Page.addScriptToEvaluateOnNewDocument', { source }),
+            page.#send('Page.addScriptToEvaluateOnNewDocument', { source: `${source};${pageScript ?? ''}` }),
         ]);
         return page;
     }

@@ -9,7 +9,7 @@ import { logTexts } from './receiver_texts.mjs';
 const Address = 'http://page.invalid/';
 const Denied = '80070005';
 
-const Started = ['Vistel receiver log', 'Receiver starting'];
+const Started = ['Vistel receiver log', 'Receiver starting', 'Virtual camera usage monitor initialized'];
 const Accepted = [...Started, 'WebView2 environment request accepted'];
 const Environment = [...Accepted, 'WebView2 environment callback'];
 const Controller = [...Environment, 'WebView2 controller callback'];

@@ -7,8 +7,8 @@ import { startReceiver } from '../receiver_run.mjs';
 import { logTexts } from './receiver_texts.mjs';
 
 const Environment = [
-    'Vistel receiver log', 'Receiver starting', 'WebView2 environment request accepted',
-    'WebView2 environment callback',
+    'Vistel receiver log', 'Receiver starting', 'Virtual camera usage monitor initialized',
+    'WebView2 environment request accepted', 'WebView2 environment callback',
 ];
 const Controller = [...Environment, 'WebView2 controller callback'];
 

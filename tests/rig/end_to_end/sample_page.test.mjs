@@ -123,6 +123,7 @@ test('decoded video reaches the camera', async (t) => {
     assertInOrder(texts, [
         'Vistel receiver log',
         'Receiver starting',
+        'Virtual camera usage monitor initialized',
         'WebView2 environment request accepted',
         'WebView2 environment callback',
         'WebView2 controller callback',

@@ -62,6 +62,12 @@ export class SlotPage {
         return this.page.evaluate('slotPage.slotSizes()');
     }
 
+    // The host's messages that the page has heard since the last time. What the host posted in answer to a message of
+    // the page is there when post() has resolved.
+    takeHeard() {
+        return this.page.evaluate('slotPage.takeHeard()');
+    }
+
     // Fills a slot with the noise of a seed.
     async fill(slot, seed) {
         await this.page.evaluate(`slotPage.fill(${slot}, ${seed})`);

@@ -86,7 +86,7 @@ private:
 TEST_F(CameraProbe, WrongArgumentsGiveTheUsageAndExitCode2) {
     for (const wchar_t* arguments :
          {L"--seconds", L"--seconds -1", L"--seconds 1.5", L"--seconds x", L"--seconds 1000000", L"--seconds \"\"",
-          L"--file", L"--report", L"--picture", L"--unknown 1", L"5", L"--seconds 0 extra"}) {
+          L"--file", L"--signal", L"--report", L"--picture", L"--unknown 1", L"5", L"--seconds 0 extra"}) {
         const ChildProcess probe = Start(arguments);
         EXPECT_EQ(probe.WaitForExit(Limit), 2U);
         EXPECT_THAT(probe.Output(), testing::HasSubstr("usage: camera_probe")) << std::filesystem::path(arguments);
@@ -168,6 +168,48 @@ TEST_F(CameraProbe, ReadsTheFileThatIsNamed) {
     const ChildProcess probe = StartReporting(L"--seconds 1 --file \"" + named.wstring() + L'"');
     ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
     EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1920,\"height\":1080,\"sequence\":2}\n"));
+}
+
+// An event of the camera's kind, for this test alone.
+std::wstring PrivateEventName() { return L"Local\\camera-probe-test-" + std::to_wstring(GetCurrentProcessId()); }
+
+TEST_F(CameraProbe, SignalsTheEventAsLongAsItReads) {
+    const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, PrivateEventName().c_str()));
+    ChildProcess probe = Start(L"--signal " + PrivateEventName());
+    for (int signals = 0; signals < 3; ++signals) {
+        ASSERT_EQ(WaitForSingleObject(event.Get(), static_cast<DWORD>(Limit.count())), WAIT_OBJECT_0);
+    }
+    probe.Stop();
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    ResetEvent(event.Get());
+    const ChildProcess newest = Start(L"--seconds 0 --signal " + PrivateEventName());
+    ASSERT_EQ(newest.WaitForExit(Limit), 0U) << newest.Output();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT) << "one look is no use of the camera";
+}
+
+TEST_F(CameraProbe, MakesTheEventThatIsNotThereYet) {
+    ChildProcess probe = Start(L"--signal " + PrivateEventName());
+    const auto end = std::chrono::steady_clock::now() + Limit;
+    UniqueHandle event;
+    while (!event && std::chrono::steady_clock::now() < end) {
+        event.Reset(OpenEventW(SYNCHRONIZE, FALSE, PrivateEventName().c_str()));
+        if (!event) {
+            Sleep(1);
+        }
+    }
+    ASSERT_TRUE(event);
+    EXPECT_EQ(WaitForSingleObject(event.Get(), static_cast<DWORD>(Limit.count())), WAIT_OBJECT_0);
+    probe.Stop();
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    WaitForSingleObject(event.Get(), 0);
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT) << "each signal is for one wait";
+}
+
+TEST_F(CameraProbe, ANameThatIsNoEventsGivesExitCode1) {
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, PrivateEventName().c_str()));
+    const ChildProcess probe = Start(L"--seconds 1 --signal " + PrivateEventName());
+    EXPECT_EQ(probe.WaitForExit(Limit), 1U);
+    EXPECT_THAT(probe.Output(), testing::HasSubstr("The event could not be opened"));
 }
 
 TEST_F(CameraProbe, CountsAHeaderThatContradictsItselfAsATornRead) {

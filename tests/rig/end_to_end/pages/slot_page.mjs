@@ -2,12 +2,20 @@
 import { fillNoise } from './noise.mjs';
 
 const slots = [];
+const heard = [];
 
 chrome.webview.addEventListener('sharedbufferreceived', (event) => {
     slots[event.additionalData.slot] = event.getBuffer();
 });
 
+chrome.webview.addEventListener('message', (event) => {
+    heard.push(JSON.stringify(event.data));
+});
+
 globalThis.slotPage = {
+    // The messages that have arrived since the last time, as texts.
+    takeHeard: () => heard.splice(0),
+
     // Byte sizes of the slots that have arrived.
     slotSizes: () => slots.map((slot) => slot.byteLength),
 
