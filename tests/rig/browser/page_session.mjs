@@ -6,6 +6,8 @@ import { join } from 'node:path';
 
 const shim = readFileSync(new URL('page_shim.js', import.meta.url), 'utf8').trim().replace(/^(\/\/.*\n)*/, '');
 
+const QuietMs = 300;
+
 // COREWEBVIEW2_WEB_ERROR_STATUS; whatever is not listed is UNKNOWN, 0.
 const OperationCanceled = 14;
 const errorStatus = {
@@ -38,6 +40,8 @@ export class PageSession {
     #castStarted = false;
     #shownPicture; // What the host is painting,
     #nextPicture; // and what it is to paint then.
+    #quietTimer;
+    #lookedAgain = false;
     #socket;
 
     // `toHost` sends a line that concerns this page; `events` receives what tests may want to see.
@@ -99,7 +103,7 @@ export class PageSession {
         this.#post('Emulation.setDeviceMetricsOverride', { width, height, deviceScaleFactor: 1, mobile: false });
         if (this.#screencast && !this.#castStarted) {
             this.#castStarted = true;
-            this.#post('Page.startScreencast', { format: 'jpeg', quality: 80, everyNthFrame: 1 });
+            this.#startScreencast();
         }
     }
 
@@ -157,9 +161,11 @@ export class PageSession {
         this.#releasePicture(this.#shownPicture);
         this.#shownPicture = undefined;
         this.#sendPicture();
+        this.#lookAgainOnceQuiet();
     }
 
     close() {
+        clearTimeout(this.#quietTimer);
         for (const { file } of this.#buffers.values()) {
             closeSync(file);
         }
@@ -325,6 +331,25 @@ export class PageSession {
             writeFileSync(file, Buffer.from(this.#shownPicture.data, 'base64'));
             this.#toHost('picture', this.#name, file);
         }
+    }
+
+    // Chromium drops a change that comes while enough pictures are on their way, and does not come back to it. So, once
+    // no more pictures come, one is asked for that shows what there is.
+    #lookAgainOnceQuiet() {
+        clearTimeout(this.#quietTimer);
+        if (this.#lookedAgain) {
+            this.#lookedAgain = false; // This was the picture that was asked for.
+        } else if (!this.#shownPicture) {
+            this.#quietTimer = setTimeout(() => {
+                this.#lookedAgain = true;
+                this.#post('Page.stopScreencast');
+                this.#startScreencast();
+            }, QuietMs).unref();
+        }
+    }
+
+    #startScreencast() {
+        this.#post('Page.startScreencast', { format: 'jpeg', quality: 80, everyNthFrame: 1 });
     }
 
     #releasePicture({ sessionId }) {
