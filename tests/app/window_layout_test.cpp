@@ -30,23 +30,6 @@ WindowRectangle Converted(const RECT& rect) { return {rect.left, rect.top, rect.
 
 class WindowLayoutTest : public ShellTest {
 protected:
-    // Runs `body` in the message loop of a receiver whose browser is there.
-    void InLoop(const std::function<void()>& body) {
-        bool reached = false;
-        EXPECT_EQ(Run(L"",
-                      [&] {
-                          browser.CompleteBoth();
-                          Forget();
-                          body();
-                          reached = true;
-                      }),
-                  0);
-        EXPECT_TRUE(reached);
-    }
-    void Forget() {
-        (void)browser.TakeCalls();
-        std::filesystem::remove(log);
-    }
     void Portrait() { app->ApplyWindowLayout(450, 800, L"portrait"); }
     void Landscape() { app->ApplyWindowLayout(960, 540, L"landscape"); }
     void SetupMode() { app->ApplyWindowLayout(760, 520, L"setup"); }

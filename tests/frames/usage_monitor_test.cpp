@@ -81,23 +81,6 @@ UniqueHandle OpenCameraEvent() {
 
 class UsageMonitorTest : public ShellTest {
 protected:
-    // Runs `body` in the message loop of a receiver whose browser is there, its log empty. No timer fires meanwhile.
-    void InLoop(const std::function<void()>& body) {
-        bool reached = false;
-        EXPECT_EQ(Run(L"",
-                      [&] {
-                          browser.CompleteBoth();
-                          Forget();
-                          body();
-                          reached = true;
-                      }),
-                  0);
-        EXPECT_TRUE(reached);
-    }
-    void Forget() {
-        (void)browser.TakeCalls();
-        std::filesystem::remove(log);
-    }
     void MakePageReady() {
         EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
         Forget();

@@ -56,6 +56,24 @@ int ShellTest::RunLoopOf(const std::function<int()>& program, std::function<void
     return result;
 }
 
+void ShellTest::InLoop(const std::function<void()>& body) {
+    bool reached = false;
+    EXPECT_EQ(Run(L"",
+                  [&] {
+                      browser.CompleteBoth();
+                      Forget();
+                      body();
+                      reached = true;
+                  }),
+              0);
+    EXPECT_TRUE(reached);
+}
+
+void ShellTest::Forget() {
+    (void)browser.TakeCalls();
+    std::filesystem::remove(log);
+}
+
 LRESULT CALLBACK ShellTest::LoopHookProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message != RunInLoopMessage) {
         return DefWindowProcW(window, message, wParam, lParam);

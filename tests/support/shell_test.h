@@ -50,6 +50,10 @@ protected:
     int Run(std::wstring address, std::function<void()> inLoop = {});
     // The same around any call that runs the receiver's message loop.
     int RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop);
+    // Runs `body` in the message loop of a receiver whose browser is there. Nothing is recorded or logged yet.
+    void InLoop(const std::function<void()>& body);
+    // Drops what has been recorded and logged.
+    void Forget();
     // The window and the application object go; what they held has been released afterwards.
     void EndReceiver();
     // Brings the browser up without a window, as far as the page's first message.
