@@ -1,7 +1,7 @@
 #include "app/receiver_log.h"
 
 #include "platform/handles.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 #include "platform/handles.h"
 #include "tests/frames/shared_frame_file_fixture.h"
 #include "tests/frames/shared_frame_file_pattern.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <windows.h>

@@ -3,7 +3,7 @@
 
 #include "tests/frames/shared_frame_file_fixture.h"
 #include "tests/frames/shared_frame_file_pattern.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <windows.h>

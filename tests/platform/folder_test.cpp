@@ -1,6 +1,6 @@
 #include "platform/folder.h"
 
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <gtest/gtest.h>

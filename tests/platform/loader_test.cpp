@@ -3,7 +3,7 @@
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "tests/platform/test_client.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <gmock/gmock.h>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "app/receiver_app.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 #include "tests/support/webview2_fakes.h"
 

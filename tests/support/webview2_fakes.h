@@ -5,7 +5,7 @@
 #include "platform/com_ptr.h"
 #include "tests/support/allocation_fault.h"
 #include "tests/support/function_table.h"
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 
 #include <windows.h>
 

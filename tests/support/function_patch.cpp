@@ -1,4 +1,4 @@
-#include "tests/support/import_patch.h"
+#include "tests/support/function_patch.h"
 
 #include <cstdint>
 #include <stdexcept>
@@ -12,12 +12,25 @@ bool SameLibrary(std::string_view left, std::string_view right) {
                                 std::wstring(right.begin(), right.end()).c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
-// The import tables are read-only memory.
+// Import tables and tables of methods are read-only memory.
 void Store(void** place, void* address) {
     DWORD protection = 0;
     VirtualProtect(static_cast<void*>(place), sizeof(*place), PAGE_READWRITE, &protection);
     *place = address;
     VirtualProtect(static_cast<void*>(place), sizeof(*place), protection, &protection);
+}
+
+std::vector<void**> PlacesOf(std::string_view library, std::string_view name) {
+    std::vector<void**> places;
+    for (const ImportedFunction& function : ImportedFunctions()) {
+        if (function.name == name && SameLibrary(function.library, library)) {
+            places.push_back(function.address);
+        }
+    }
+    if (places.empty()) {
+        throw std::invalid_argument(std::string(name) + " of " + std::string(library) + " is not imported");
+    }
+    return places;
 }
 
 } // namespace
@@ -42,24 +55,20 @@ std::vector<ImportedFunction> ImportedFunctions() {
     return functions;
 }
 
-ImportRedirection::ImportRedirection(std::string_view library, std::string_view name, void* replacement) {
-    for (const ImportedFunction& function : ImportedFunctions()) {
-        if (function.name == name && SameLibrary(function.library, library)) {
-            places_.emplace_back(function.address, *function.address);
-        }
-    }
-    if (places_.empty()) {
-        throw std::invalid_argument(std::string(name) + " of " + std::string(library) + " is not imported");
-    }
-    for (const auto& [place, original] : places_) {
+Redirection::Redirection(const std::vector<void**>& places, void* replacement) {
+    for (void** const place : places) {
+        places_.emplace_back(place, *place);
         Store(place, replacement);
     }
 }
 
-ImportRedirection::~ImportRedirection() {
+Redirection::~Redirection() {
     for (const auto& [place, original] : places_) {
         Store(place, original);
     }
 }
+
+ImportRedirection::ImportRedirection(std::string_view library, std::string_view name, void* replacement)
+    : Redirection(PlacesOf(library, name), replacement) {}
 
 } // namespace receiver

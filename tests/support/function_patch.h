@@ -1,0 +1,106 @@
+// Replaces functions of the system for as long as the patch lives: so that message boxes are recorded, and so that any
+// call of the system can be made to fail.
+#pragma once
+
+#include "tests/support/allocation_fault.h"
+#include "tests/support/function_table.h"
+
+#include <windows.h>
+
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace receiver {
+
+// One place in the import tables of this program.
+struct ImportedFunction {
+    std::string_view library;
+    std::string_view name;
+    void** address; // what the program calls through
+};
+
+// Every function that this program imports by name.
+[[nodiscard]] std::vector<ImportedFunction> ImportedFunctions();
+
+// Points places that hold the address of one function elsewhere and back.
+class Redirection {
+public:
+    Redirection(const std::vector<void**>& places, void* replacement);
+    Redirection(const Redirection&) = delete;
+    Redirection& operator=(const Redirection&) = delete;
+    ~Redirection();
+
+    [[nodiscard]] void* Original() const noexcept { return places_.front().second; }
+
+private:
+    std::vector<std::pair<void**, void*>> places_; // with what stood there before
+};
+
+// Throws std::invalid_argument when the function is not imported.
+class ImportRedirection : public Redirection {
+public:
+    ImportRedirection(std::string_view library, std::string_view name, void* replacement);
+};
+
+// Puts `body` in the place of a function; it is called with the original in front of the call's own arguments. What it
+// allocates does not count for an AllocationFault.
+template <typename Function, typename Body>
+class FunctionPatch;
+
+template <typename Result, typename... Arguments, typename Body>
+class FunctionPatch<Result(Arguments...), Body> {
+public:
+    FunctionPatch(const FunctionPatch&) = delete;
+    FunctionPatch& operator=(const FunctionPatch&) = delete;
+
+protected:
+    explicit FunctionPatch(Body body) : body_(std::move(body)), outer_(std::exchange(current_, this)) {}
+    ~FunctionPatch() { current_ = outer_; }
+
+    static Result WINAPI Call(Arguments... arguments) {
+        const AllocationPause pause;
+        return current_->body_(current_->original_, arguments...);
+    }
+    void SetOriginal(void* original) noexcept { original_ = reinterpret_cast<Result(WINAPI*)(Arguments...)>(original); }
+
+private:
+    static inline FunctionPatch* current_ = nullptr; // of this body: every lambda has a type of its own
+
+    Body body_;
+    Result(WINAPI* original_)(Arguments...) = nullptr;
+    FunctionPatch* outer_;
+};
+
+// A function that this program imports by name:
+//   ImportPatch beep("kernel32.dll", "Beep", &Beep, [&](auto* original, DWORD tone, DWORD ms) { return FALSE; });
+template <typename Function, typename Body>
+class ImportPatch : public FunctionPatch<Function, Body> {
+public:
+    ImportPatch(std::string_view library, std::string_view name, Function*, Body body)
+        : FunctionPatch<Function, Body>(std::move(body)),
+          redirection_(library, name, reinterpret_cast<void*>(&ImportPatch::Call)) {
+        this->SetOriginal(redirection_.Original());
+    }
+
+private:
+    ImportRedirection redirection_;
+};
+
+// A method of a COM class, for all of its objects; the object is the first of the call's own arguments:
+//   MethodPatch seek(stream, &IStream::Seek, [](auto* original, IStream* self, auto...) { return E_FAIL; });
+template <typename Interface, typename Body, typename... Arguments>
+class MethodPatch : public FunctionPatch<HRESULT(Interface*, Arguments...), Body> {
+public:
+    MethodPatch(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body body)
+        : FunctionPatch<HRESULT(Interface*, Arguments...), Body>(std::move(body)),
+          redirection_({*reinterpret_cast<void***>(object) + SlotOf(method)},
+                       reinterpret_cast<void*>(&MethodPatch::Call)) {
+        this->SetOriginal(redirection_.Original());
+    }
+
+private:
+    Redirection redirection_;
+};
+
+} // namespace receiver
