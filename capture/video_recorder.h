@@ -1,7 +1,14 @@
-// Recording of the published frames. Not built yet: every operation answers as an idle recorder that cannot start.
+// Writes the published frames into an H.264 MP4 file in the user's Videos folder, through a Media Foundation sink
+// writer. Recording means that a writer exists. UI thread only; Media Foundation and COM must be up at Start.
 #pragma once
 
+#include "capture/sample_clock.h"
+#include "platform/com_ptr.h"
+
 #include <windows.h>
+
+#include <mfidl.h>
+#include <mfreadwrite.h>
 
 #include <cstdint>
 #include <string>
@@ -10,12 +17,31 @@ namespace receiver {
 
 class VideoRecorder {
 public:
-    [[nodiscard]] bool Recording() const noexcept { return false; }
-    [[nodiscard]] HRESULT Start(std::uint32_t width, std::uint32_t height, std::wstring* outPath) noexcept;
-    // S_FALSE while idle.
+    VideoRecorder() = default;
+    VideoRecorder(const VideoRecorder&) = delete;
+    VideoRecorder& operator=(const VideoRecorder&) = delete;
+    // Finalises a running recording.
+    ~VideoRecorder();
+
+    [[nodiscard]] bool Recording() const noexcept { return static_cast<bool>(writer); }
+    // Begins a file for frames of this size in pixels. HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) while recording, else
+    // the code of the first failing step. `outPath` may be null and is written only on success. A file that a failed
+    // start left behind is not deleted.
+    [[nodiscard]] HRESULT Start(std::uint32_t frameWidth, std::uint32_t frameHeight, std::wstring* outPath) noexcept;
+    // Appends one tightly packed NV12 frame of `size` bytes. S_FALSE while idle; E_INVALIDARG for a null pointer or
+    // another size than the recording's. A failure leaves the recording running.
     [[nodiscard]] HRESULT WriteFrame(const std::uint8_t* data, std::int32_t size) noexcept;
-    // S_FALSE while idle.
+    // Finalises the file and becomes idle whatever the result. S_FALSE, with `outPath` untouched, while idle.
     [[nodiscard]] HRESULT Stop(std::wstring* outPath) noexcept;
+
+private:
+    ComPtr<IMFSinkWriter> writer;
+    DWORD streamIndex = 0;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::uint64_t startTick = 0; // milliseconds since system start
+    std::int64_t lastSampleTime = NoSampleYet; // 100 ns units
+    std::wstring path;
 };
 
 } // namespace receiver

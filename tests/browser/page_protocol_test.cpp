@@ -145,16 +145,6 @@ TEST_F(PageProtocolTest, ARecordingThatIsNotRunningStopsWithSuccessAndNoPath) {
     EXPECT_THAT(LogLines(), ElementsAre("Recording stopped"));
 }
 
-TEST_F(PageProtocolTest, ARecordingsStartIsLoggedAndItsResultPosted) {
-    const HRESULT result = Post(L"media:record:start");
-    ASSERT_EQ(calls.size(), 1U);
-    const std::wstring success = SUCCEEDED(result) ? L"true" : L"false";
-    EXPECT_THAT(calls[0], StartsWith(L"PostWebMessageAsJson {\"type\":\"media-result\","
-                                     L"\"action\":\"recording-started\",\"success\":" +
-                                     success + L",\"path\":\""));
-    EXPECT_THAT(LogLines(), ElementsAre(StartsWith("Recording started")));
-}
-
 TEST_F(PageProtocolTest, NothingIsPostedWithoutABrowser) {
     ReceiverApp withoutBrowser;
     withoutBrowser.PostJsonToPage(L"{}");

@@ -1,0 +1,195 @@
+// Snapshots and recordings that the page asks for, from its text to the files, the log and what it is told.
+#include "frames/frame_file.h"
+#include "tests/capture/capture_folders.h"
+#include "tests/capture/sink_writer_fake.h"
+#include "tests/support/shell_test.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <mferror.h>
+#include <objbase.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr wchar_t Frame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
+constexpr HRESULT DiskFull = static_cast<HRESULT>(0x80070070);
+
+class PageCaptureTest : public ShellTest {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); // for the snapshot's encoder
+        OpenBrowser();
+        ASSERT_EQ(Post(L"ready"), S_OK);
+        Forget();
+    }
+    void TearDown() override {
+        ShellTest::TearDown();
+        CoUninitialize();
+    }
+    // What the page is told ends up in `told`.
+    HRESULT Post(const std::wstring& text) {
+        const HRESULT result = browser.RaiseWebMessage(text.c_str());
+        told.clear();
+        for (const std::wstring& call : browser.TakeCalls()) {
+            if (call.starts_with(L"PostWebMessageAsJson ")) {
+                told.push_back(call.substr(21));
+            }
+        }
+        return result;
+    }
+    static std::wstring MediaResult(const std::wstring& action, bool success, const std::wstring& path,
+                                    std::uint32_t code) {
+        std::wstring escaped;
+        for (const wchar_t character : path) {
+            escaped += character == L'\\' ? L"\\\\" : std::wstring(1, character);
+        }
+        return L"{\"type\":\"media-result\",\"action\":\"" + action + L"\",\"success\":" +
+               (success ? L"true" : L"false") + L",\"path\":\"" + escaped + L"\",\"error\":" + std::to_wstring(code) +
+               L"}";
+    }
+    std::uint64_t Publishes() const {
+        const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
+        FrameFileHeader header{};
+        std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+        return header.sequence / 2;
+    }
+
+    CaptureFolders folders;
+    SinkWriterFakes fakes;
+    std::vector<std::wstring> told;
+};
+
+TEST_F(PageCaptureTest, ASnapshotShowsTheLastFrame) {
+    ASSERT_EQ(Post(Frame), S_OK);
+    Forget();
+    EXPECT_EQ(Post(L"media:snapshot"), S_OK);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", true, folders.PicturePath(), 0)));
+    EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested"));
+    EXPECT_GT(std::filesystem::file_size(folders.PicturePath()), 1000U);
+}
+
+TEST_F(PageCaptureTest, ASnapshotThatFailsNamesItsFile) {
+    ASSERT_EQ(Post(Frame), S_OK);
+    Forget();
+    ASSERT_EQ(Post(L"quality:1080p"), S_OK); // The frame is smaller than the new size needs.
+    Forget();
+    EXPECT_EQ(Post(L"media:snapshot"), E_INVALIDARG);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070057)));
+    EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0x80070057)"));
+    EXPECT_FALSE(std::filesystem::exists(folders.PicturePath()));
+}
+
+TEST_F(PageCaptureTest, ASnapshotAfterAChangeToTheSmallerSizeReadsTheBeginningOfTheFrame) {
+    ASSERT_EQ(Post(L"quality:1080p"), S_OK);
+    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(L"quality:720p"), S_OK);
+    EXPECT_EQ(Post(L"media:snapshot"), S_OK);
+}
+
+TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {
+    ASSERT_EQ(Post(Frame), S_OK);
+    folders.result = static_cast<HRESULT>(0x80070003);
+    EXPECT_EQ(Post(L"media:snapshot"), folders.result);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, L"", 0x80070003)));
+}
+
+TEST_F(PageCaptureTest, ARecordingHoldsTheFramesThatArePublished) {
+    EXPECT_EQ(Post(L"media:record:start"), S_OK);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", true, folders.VideoPath(), 0)));
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_THAT(told, IsEmpty());
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"), MF_E_INVALIDMEDIATYPE); // not published
+    EXPECT_EQ(fakes.samples.size(), 2U);
+    EXPECT_EQ(fakes.samples.at(0).bytes.size(), 1382400U);
+    EXPECT_EQ(Post(L"media:record:stop"), S_OK);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(fakes.samples.size(), 2U);
+    EXPECT_THAT(LogLines(), ElementsAre("Recording started", testing::StartsWith("First frame descriptor: "),
+                                        "First browser frame published", "Recording stopped"));
+}
+
+TEST_F(PageCaptureTest, ARecordingIsOfTheSizeInForce) {
+    ASSERT_EQ(Post(L"quality:1080p"), S_OK);
+    EXPECT_EQ(Post(L"media:record:start"), S_OK);
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(fakes.samples.at(0).bytes.size(), 3110400U);
+}
+
+TEST_F(PageCaptureTest, ASecondStartIsRefusedAndTheFirstGoesOn) {
+    ASSERT_EQ(Post(L"media:record:start"), S_OK);
+    EXPECT_EQ(Post(L"media:record:start"), static_cast<HRESULT>(0x800700B7));
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", false, L"", 2147942583)));
+    EXPECT_EQ(LogLines().back(), "Recording started (HRESULT 0x800700B7)");
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(fakes.samples.size(), 1U);
+}
+
+TEST_F(PageCaptureTest, AFrameThatCannotBeWrittenEndsTheRecordingAndIsPublished) {
+    ASSERT_EQ(Post(L"media:record:start"), S_OK);
+    ASSERT_EQ(Post(Frame), S_OK);
+    const std::uint64_t publishes = Publishes();
+    fakes.Fail("WriteSample", DiskFull);
+    fakes.Fail("Finalize", E_FAIL); // How the file was closed is not what the page needs to know.
+    (void)fakes.TakeCalls();
+    Forget();
+    EXPECT_EQ(Post(Frame), DiskFull);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-failed", false, folders.VideoPath(), 0x80070070)));
+    EXPECT_THAT(fakes.TakeCalls(), ElementsAre("WriteSample", "Finalize", "released"));
+    EXPECT_EQ(Publishes(), publishes + 1);
+    EXPECT_THAT(LogLines(), IsEmpty());
+
+    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(fakes.TakeCalls(), IsEmpty());
+    fakes.FailNothing();
+    EXPECT_EQ(Post(L"media:record:start"), S_OK);
+}
+
+TEST_F(PageCaptureTest, EveryQualityEndsARecording) {
+    for (const auto& [value, result] : {std::pair{L"720p", S_OK}, {L"1080p", S_OK}, {L"8k", E_INVALIDARG}}) {
+        ASSERT_EQ(Post(L"media:record:start"), S_OK);
+        Forget();
+        EXPECT_EQ(Post(std::wstring(L"quality:") + value), result);
+        EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
+        EXPECT_EQ(Post(L"media:record:stop"), S_FALSE);
+    }
+    ASSERT_EQ(Post(L"media:record:start"), S_OK);
+    fakes.Fail("Finalize", E_FAIL);
+    EXPECT_EQ(Post(L"quality:1080p"), S_OK);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", false, folders.VideoPath(), 0x80004005)));
+}
+
+TEST_F(PageCaptureTest, ARecordingThatCannotStartIsReported) {
+    fakes.Fail("SetInputMediaType", static_cast<HRESULT>(0xC00D5212));
+    EXPECT_EQ(Post(L"media:record:start"), static_cast<HRESULT>(0xC00D5212));
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", false, L"", 0xC00D5212)));
+    EXPECT_THAT(LogLines(), ElementsAre("Recording started (HRESULT 0xC00D5212)"));
+}
+
+TEST_F(PageCaptureTest, TheEndOfTheReceiverFinishesARecording) {
+    ASSERT_EQ(Post(L"media:record:start"), S_OK);
+    ASSERT_EQ(Post(Frame), S_OK);
+    (void)fakes.TakeCalls();
+    EndReceiver();
+    EXPECT_THAT(fakes.TakeCalls(), ElementsAre("Finalize", "released"));
+}
+
+} // namespace
+} // namespace receiver
