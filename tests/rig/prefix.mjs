@@ -35,9 +35,10 @@ function templateRegistry(user) {
 //   world           the Linux folder in which ProgramData, LocalAppData, Temp, Pictures and Videos are what the
 //                   programs see; without one, a folder of this run
 //   runtimeLibrary  the client DLL of the WebView2 runtime; none: the prefix has no runtime
+//   recorderLibrary the DLL in the place of Wine's own sink writer, which is unfinished
 //   registry        further values: { key under HKEY_CURRENT_USER: { name: text or number } }
 //   managed         whether a window manager is there to draw captions; else Wine draws them
-export async function createPrefix({ world, runtimeLibrary, registry = {}, managed = false } = {}) {
+export async function createPrefix({ world, runtimeLibrary, recorderLibrary, registry = {}, managed = false } = {}) {
     await fs.mkdir(RigFolder, { recursive: true });
     const rigLock = lock(join(RigFolder, 'lock'), { wait: true });
     let prefix;
@@ -49,7 +50,7 @@ export async function createPrefix({ world, runtimeLibrary, registry = {}, manag
         rigLock.release();
     }
     try {
-        await prefix.furnish({ world, runtimeLibrary, registry, managed });
+        await prefix.furnish({ world, runtimeLibrary, recorderLibrary, registry, managed });
     } catch (error) {
         await prefix.remove();
         throw error;
@@ -104,7 +105,7 @@ class Prefix {
         await run('cp', ['-a', ...written, this.driveC]);
     }
 
-    async furnish({ world = join(this.runFolder, 'world'), runtimeLibrary, registry, managed }) {
+    async furnish({ world = join(this.runFolder, 'world'), runtimeLibrary, recorderLibrary, registry, managed }) {
         this.world = resolve(world);
         const profile = join(this.driveC, 'users', await userName(this.path));
         for (const entry of await fs.readdir(profile, { withFileTypes: true })) {
@@ -119,14 +120,21 @@ class Prefix {
             Pictures: join(profile, 'Pictures'),
             Videos: join(profile, 'Videos'),
         };
+        await fs.mkdir(this.world, { recursive: true });
         for (const [name, place] of Object.entries(places)) {
-            await fs.mkdir(join(this.world, name), { recursive: true });
+            if (!existsSync(join(this.world, name))) { // It may be a file: the world is as the test wants it.
+                await fs.mkdir(join(this.world, name));
+            }
             await replace(place, (path) => fs.symlink(join(this.world, name), path));
         }
         const values = { 'Software\\Wine\\X11 Driver': { Managed: managed ? 'Y' : 'N' }, ...registry };
         if (runtimeLibrary) {
             values[RuntimeKey] = { EBWebView: RuntimeFolder };
             await this.addFile(runtimeLibrary, `${RuntimeFolder}\\EBWebView\\x64\\${basename(runtimeLibrary)}`);
+        }
+        if (recorderLibrary) {
+            values['Software\\Wine\\DllOverrides'] = { mfreadwrite: 'native,builtin' };
+            await this.addFile(recorderLibrary, `C:\\windows\\system32\\${basename(recorderLibrary)}`);
         }
         await addToRegistry(this.path, values);
     }
@@ -135,6 +143,7 @@ class Prefix {
     async addFile(source, windowsPath) {
         const target = this.unixPath(windowsPath);
         await fs.mkdir(dirname(target), { recursive: true });
+        await fs.rm(target, { force: true }); // What is there belongs to the template as well.
         await fs.copyFile(source, target);
         return windowsPath;
     }

@@ -9,6 +9,7 @@ import { startDisplay, takePicture } from './display.mjs';
 import { Driver } from './driver_link.mjs';
 import { createPrefix, SourceFolder } from './prefix.mjs';
 import { end, until, within } from './processes.mjs';
+import { startEncoderServer } from './recorder/encoder_server.mjs';
 
 // The build that holds the Windows programs. The tests of another build folder say which.
 const BuildFolder = resolve(process.env.VISTEL_WINDOWS_BUILD ?? join(SourceFolder, 'build/windows'));
@@ -27,7 +28,8 @@ const ButtonOk = 1;
 //   commandLine       what stands behind the program's name, as it is; or
 //   args              words, joined by single blanks
 //   runtime           false: no WebView2 runtime is installed
-//   faults            failures of the stand-in runtime, such as "Navigate=80004005"
+//   faults            failures of the stand-ins' calls, such as "Navigate=80004005" or "WriteSample:3"
+//   fileLimitBytes    the size at which a recording finds the disk full
 //   screencast        true: the window shows the page
 //   pageScript        a script that every page runs before its own
 //   show              true: on this person's display instead of a hidden one
@@ -56,6 +58,7 @@ class ReceiverRun {
     out;
     prefix;
     browser;
+    encoder; // its `recordings` tell what was recorded
     display;
     driver;
     #options;
@@ -73,6 +76,7 @@ class ReceiverRun {
         this.prefix = await createPrefix({
             world: options.out, managed: options.show, registry: options.registry,
             runtimeLibrary: options.runtime === false ? undefined : programs.runtime,
+            recorderLibrary: programs.recorder,
         });
         this.out = this.prefix.world;
         this.browser = await startBrowserServer({
@@ -80,10 +84,13 @@ class ReceiverRun {
             hostResolverRules: options.hostResolverRules, extraChromiumFlags: options.extraChromiumFlags,
             pageScript: options.pageScript, log: (text) => options.log?.(text),
         });
+        this.encoder = await startEncoderServer({
+            fileLimitBytes: options.fileLimitBytes, log: (text) => options.log?.(text),
+        });
         this.display = options.show ? personsDisplay() : await startDisplay(options.displaySize);
         this.driver = new Driver(this.prefix.start(
             await this.prefix.addFile(programs.driver, 'C:\\rig\\rig_driver.exe'), [], this.display.name, {
-                ...this.browser.environment(), RIG_FAULTS: options.faults ?? '',
+                ...this.browser.environment(), ...this.encoder.environment(), RIG_FAULTS: options.faults ?? '',
             }));
         await this.prefix.addFile(programs.camera, CameraPath);
         await this.prefix.addFile(programs.receiver, ReceiverPath);
@@ -254,6 +261,7 @@ class ReceiverRun {
         };
         await attempt(() => this.driver?.stop());
         await attempt(() => this.browser?.stop());
+        await attempt(() => this.encoder?.stop());
         for (const camera of this.#cameras) {
             await attempt(() => end(camera));
         }
@@ -300,6 +308,7 @@ function locatePrograms({ receiverExe }) {
     const programs = {
         receiver: receiverExe ?? join(BuildFolder, 'vistel-receiver.exe'),
         runtime: join(BuildFolder, 'tests/rig/runtime/EmbeddedBrowserWebView.dll'),
+        recorder: join(BuildFolder, 'tests/mfreadwrite.dll'),
         driver: join(BuildFolder, 'tests/rig/driver/rig_driver.exe'),
         camera: join(BuildFolder, 'tools/camera_probe/camera_probe.exe'),
     };

@@ -1,5 +1,5 @@
 // test_session.mjs COMMAND ARGUMENTS: runs a command within which wine_test.sh finds a prepared prefix and display,
-// shared by all tests and removed at the end. The exit code is the command's.
+// and an encoder for recordings, shared by all tests and removed at the end. The exit code is the command's.
 import { once } from 'node:events';
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -7,6 +7,7 @@ import { join } from 'node:path';
 import { startDisplay } from './display.mjs';
 import { createPrefix, wineLoader } from './prefix.mjs';
 import { end, run, signalGroup, start, within } from './processes.mjs';
+import { startEncoderServer } from './recorder/encoder_server.mjs';
 
 const StartLimitMs = 60000;
 
@@ -34,8 +35,10 @@ async function runSession() {
     const prefix = await createPrefix();
     let display;
     let keeper;
+    let encoder;
     try {
         display = await startDisplay();
+        encoder = await startEncoderServer({ reports: true });
         // As long as some program runs, so do the services that every program needs.
         keeper = prefix.start('cmd.exe', [], display.name);
         keeper.stdin.on('error', () => {});
@@ -50,7 +53,9 @@ async function runSession() {
             return 1;
         }
         child = start(command, commandArguments, {
-            stdio: 'inherit', env: { ...process.env, VISTEL_TEST_SESSION: writeSettings(prefix, display) },
+            stdio: 'inherit', env: {
+                ...process.env, ...encoder.environment(), VISTEL_TEST_SESSION: writeSettings(prefix, display),
+            },
         });
         return await child.exited;
     } finally {
@@ -60,6 +65,7 @@ async function runSession() {
         if (keeper) {
             await end(keeper);
         }
+        await encoder?.stop();
         await prefix.remove();
         await display?.stop();
     }

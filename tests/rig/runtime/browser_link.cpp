@@ -1,8 +1,8 @@
 #include "browser_link.h"
 
 #include "module.h"
+#include "server_socket.h"
 
-#include <cstdlib>
 #include <utility>
 
 namespace rig {
@@ -11,31 +11,10 @@ namespace {
 constexpr UINT LineArrived = WM_APP;
 constexpr wchar_t ClassName[] = L"RigBrowserLink";
 
-SOCKET ConnectToServer() {
-    static WSADATA winsock;
-    static const int startResult = WSAStartup(MAKEWORD(2, 2), &winsock);
-    const unsigned long port = std::wcstoul(EnvironmentValue(L"RIG_PORT").c_str(), nullptr, 10);
-    if (startResult != 0 || port == 0 || port > 0xFFFF) {
-        return INVALID_SOCKET;
-    }
-    const SOCKET connection = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<u_short>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        closesocket(connection);
-        return INVALID_SOCKET;
-    }
-    const BOOL noDelay = TRUE;
-    setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&noDelay), sizeof(noDelay));
-    return connection;
-}
-
 } // namespace
 
 std::shared_ptr<BrowserLink> BrowserLink::Connect(LineHandler onLine) {
-    const SOCKET connection = ConnectToServer();
+    const SOCKET connection = ConnectToServer(L"RIG_PORT");
     if (connection == INVALID_SOCKET) {
         return nullptr;
     }
