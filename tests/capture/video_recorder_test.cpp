@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,6 +90,10 @@ struct PictureType {
     std::uint32_t width;
     std::uint32_t height;
     std::uint32_t bitsPerSecond;
+
+    friend std::ostream& operator<<(std::ostream& out, const PictureType& type) {
+        return out << type.width << "x" << type.height << " at " << type.bitsPerSecond << " bit/s";
+    }
 };
 
 class VideoTypeTest : public VideoRecorderTest, public testing::WithParamInterface<PictureType> {

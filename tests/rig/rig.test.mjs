@@ -39,11 +39,17 @@ test('run lets the camera come and go when it is told to', () => {
     assert.deepEqual(camera('--camera', '--', 'x'), { startSeconds: 0 });
 });
 
+test('run asks the sample page for what it is told to', () => {
+    assert.equal(parseOptions(['--page', 'snapshot=5&record=2:10', '--show']).pageQuery, 'snapshot=5&record=2:10');
+    assert.equal(parseOptions(['--page=?size=1080p']).pageQuery, 'size=1080p');
+    assert.throws(() => parseOptions(['--page', 'size=1080p', '--', '--embedded']), /in whose place/);
+});
+
 for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], ['--seconds', '0'], ['--seconds', '-1'],
                      ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--show=1'], ['--camera=1'],
                      ['--camera='], ['--camera', 'x'], ['--camera', '5'], ['--camera', '5:'], ['--camera', ':6'],
                      ['--camera', '5:0'], ['--camera', '-1:6'], ['--camera', '5:6:7'], ['--camera', '5:9999999'],
-                     ['--camera', '1e1:6']]) {
+                     ['--camera', '1e1:6'], ['--page'], ['--page=']]) {
     test(`run refuses ${words.join(' ')} with its usage and code 2`, () => {
         const result = dev('run', ...words);
         assert.equal(result.status, 2);

@@ -33,6 +33,14 @@ function shown(path) {
     return short.startsWith('..') ? path : short;
 }
 
+// The files of snapshots and recordings in the run's world.
+async function captures(out) {
+    const folders = [join(out, 'Pictures/Vistel'), join(out, 'Videos/Vistel')];
+    const lists = await Promise.all(folders.map(async (folder) =>
+        (await fs.readdir(folder).catch(() => [])).map((name) => join(folder, name))));
+    return lists.flat();
+}
+
 // Level by level: where a parent never comes to be, as under /proc, Node's own recursion does not end.
 async function makeFolder(folder) {
     if (existsSync(folder)) {
@@ -62,7 +70,9 @@ async function runOnce(options) {
     try {
         run = await startReceiver({
             out: options.out, show: options.show, screencast: true, log: (text) => say(`rig: ${text}`),
-            args: options.receiverArguments ?? [`--url=http://127.0.0.1:${page.port}/index.html`],
+            args: options.receiverArguments ?? [
+                `--url=http://127.0.0.1:${page.port}/index.html${options.pageQuery ? `?${options.pageQuery}` : ''}`,
+            ],
         });
         const aborted = abortRequested.then(() => {
             throw new Error('ended at the second request, without waiting for the receiver');
@@ -91,6 +101,7 @@ async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
 async function watch(run, options, stopRequested) {
     const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
     say(`Running the receiver ${until}; its world is ${shown(options.out)}`);
+    const olderCaptures = await captures(options.out);
     const counter = new FrameCounter(join(options.out, 'ProgramData/Vistel/frame-buffer.bin'));
     const cameraPicture = join(options.out, 'camera.png');
     const timer = new AbortController();
@@ -130,6 +141,9 @@ async function watch(run, options, stopRequested) {
         say(`The window:  ${shown(windowPicture)}`);
     }
     say(`The camera:  ${shown(cameraPicture)}`);
+    for (const file of (await captures(options.out)).filter((name) => !olderCaptures.includes(name))) {
+        say(`${file.endsWith('.jpg') ? 'A snapshot: ' : 'A recording:'} ${shown(file)}`);
+    }
     const log = shown(join(options.out, 'Temp/vistel-receiver.log'));
     say(`The log:     ${log}`);
     const rate = report ? report.framesPerSecond : counted.framesPerSecond;

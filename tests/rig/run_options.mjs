@@ -5,11 +5,11 @@ import { fileURLToPath } from 'node:url';
 import { SourceFolder } from './prefix.mjs';
 
 const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--show]' +
-    ' [-- RECEIVER ARGUMENTS]';
+    ' [--page QUERY | -- RECEIVER ARGUMENTS]';
 const MaxSeconds = (2 ** 31 - 1) / 1000; // what a timer takes
 
-// { out, seconds, camera, show, receiverArguments }; seconds, camera and receiverArguments are undefined when not
-// given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
+// { out, seconds, camera, show, pageQuery, receiverArguments }; seconds, camera, pageQuery and receiverArguments are
+// undefined when not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
 export function parseOptions(words) {
     const options = { out: join(SourceFolder, 'build/run'), show: false };
     const rest = [...words];
@@ -36,6 +36,8 @@ export function parseOptions(words) {
         } else if (word === '--camera') {
             const isBare = attached === undefined && (rest[0] ?? '--').startsWith('--');
             options.camera = isBare ? { startSeconds: 0 } : parseVisit(value());
+        } else if (word === '--page') {
+            options.pageQuery = value().replace(/^\?/, '');
         } else if (word === '--show' && attached === undefined) {
             options.show = true;
         } else if (['--embedded', '--url'].includes(word)) {
@@ -43,6 +45,9 @@ export function parseOptions(words) {
         } else {
             throw new Error(`unknown option "${word}"`);
         }
+    }
+    if (options.pageQuery !== undefined && options.receiverArguments) {
+        throw new Error('--page is for the sample page, in whose place the receiver arguments come');
     }
     return options;
 }

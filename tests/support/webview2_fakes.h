@@ -4,8 +4,8 @@
 
 #include "platform/com_ptr.h"
 #include "tests/support/allocation_fault.h"
-#include "tests/support/function_table.h"
 #include "tests/support/function_patch.h"
+#include "tests/support/function_table.h"
 
 #include <windows.h>
 

@@ -11,61 +11,10 @@ import { serveFolder } from '../static_server.mjs';
 import { FrameFile } from './frame_file.mjs';
 import { assertInOrder, logTexts } from './receiver_texts.mjs';
 import { filesOutsideWorld, watchForLeftovers } from './run_traces.mjs';
+import { frameNumber, hasColourBars } from './test_card.mjs';
 
 const FrameLimitMs = 60000;
 const FramesToSee = 60;
-
-// The test card's own measures, drawn for a picture of this width.
-const CardWidth = 1280;
-const Counter = { left: 448, top: 590, square: 24, bits: 16 };
-const ColourBars = { left: 340, top: 486, width: 75, height: 52 };
-
-// The mean [Y, U, V] of the middle of a square or bar; places and sizes are those on the test card.
-function colourOf({ picture, width, height }, left, top, squareWidth, squareHeight) {
-    const scale = width / CardWidth;
-    const sums = [0, 0, 0];
-    let count = 0;
-    for (let y = Math.ceil((top + squareHeight / 3) * scale); y < (top + squareHeight * 2 / 3) * scale; ++y) {
-        for (let x = Math.ceil((left + squareWidth / 3) * scale); x < (left + squareWidth * 2 / 3) * scale; ++x) {
-            const pair = width * height + (y >> 1) * width + (x & ~1);
-            [picture[y * width + x], picture[pair], picture[pair + 1]].forEach((value, i) => {
-                sums[i] += value;
-            });
-            ++count;
-        }
-    }
-    return sums.map((sum) => sum / count);
-}
-
-const isGrey = ([, u, v]) => Math.abs(u - 128) < 16 && Math.abs(v - 128) < 16;
-const isWhite = (colour) => colour[0] > 180 && isGrey(colour);
-const isBlack = (colour) => colour[0] < 70 && isGrey(colour);
-
-// The number that the card shows as white and black squares; undefined when they are neither.
-function frameNumber(frame) {
-    let number = 0;
-    for (let bit = 0; bit < Counter.bits; ++bit) {
-        const { left, top, square } = Counter;
-        const colour = colourOf(frame, left + bit * square, top, square, square);
-        if (!isWhite(colour) && !isBlack(colour)) {
-            return undefined;
-        }
-        number = number * 2 + (isWhite(colour) ? 1 : 0);
-    }
-    return number;
-}
-
-// What is sure about white, yellow, cyan, green, magenta, red, blue and black in any YUV.
-const BarChecks = [
-    isWhite, ([y, u, v]) => y > 150 && u < 80 && v > 120, ([, u, v]) => u > 130 && v < 90,
-    ([, u, v]) => u < 115 && v < 90, ([, u, v]) => u > 150 && v > 150, ([, u, v]) => u < 125 && v > 170,
-    ([, u, v]) => u > 160 && v < 125, isBlack,
-];
-
-function hasColourBars(frame) {
-    const { left, top, width, height } = ColourBars;
-    return BarChecks.every((isRight, bar) => isRight(colourOf(frame, left + bar * width, top, width, height)));
-}
 
 test('decoded video reaches the camera', async (t) => {
     const server = await serveFolder(join(SourceFolder, 'examples/page'));

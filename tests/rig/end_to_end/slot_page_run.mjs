@@ -25,8 +25,8 @@ export function frameMessage({
 }
 
 // A message that the receiver publishes, whatever lies in the slot.
-export const goodMessage = (slot = 0) => frameMessage({
-    slot, format: 'NV12', codedWidth: 1280, codedHeight: 720, planes: [[0, 1280], [921600, 1280]],
+export const goodMessage = (slot = 0, width = 1280, height = 720) => frameMessage({
+    slot, format: 'NV12', codedWidth: width, codedHeight: height, planes: [[0, width], [width * height, width]],
 });
 
 // The address of the page, served until the test ends.
@@ -73,6 +73,11 @@ export class SlotPage {
         await this.page.evaluate(`slotPage.fill(${slot}, ${seed})`);
     }
 
+    // Puts a smooth NV12 picture into a slot.
+    async paint(slot, width, height, step) {
+        await this.page.evaluate(`slotPage.paint(${slot}, ${width}, ${height}, ${step})`);
+    }
+
     // Posts messages and resolves to what the receiver has answered the browser: { HRESULT: how often }.
     post(...messages) {
         return this.postAll(JSON.stringify(messages));
@@ -109,6 +114,14 @@ export class SlotPage {
         } finally {
             browser.events.off('handled', onHandled);
         }
+    }
+
+    // Posts one command about a snapshot or recording and returns the receiver's answers to it.
+    async mediaCommand(text) {
+        await this.takeHeard();
+        await this.post(text);
+        return (await this.takeHeard()).map((message) => JSON.parse(message))
+            .filter(({ type }) => type === 'media-result');
     }
 
     // Loads the page anew; the receiver has been told of it.

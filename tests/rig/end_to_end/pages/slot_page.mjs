@@ -1,4 +1,5 @@
 // A page that does what a test says: puts bytes into the slots and posts texts. See slot_page_run.mjs.
+import { fillGradient } from './gradient.mjs';
 import { fillNoise } from './noise.mjs';
 
 const slots = [];
@@ -21,6 +22,10 @@ globalThis.slotPage = {
 
     fill(slot, seed) {
         fillNoise(new Uint32Array(slots[slot]), seed);
+    },
+
+    paint(slot, width, height, step) {
+        fillGradient(new Uint8Array(slots[slot]), width, height, step);
     },
 
     post(messages) {

@@ -1,0 +1,100 @@
+// A long recording through the recorder alone, into a real file: nothing is lost on the way, and nothing piles up.
+// VISTEL_SOAK_SECONDS says how much video; the clock is the test's, so that it takes no longer than its encoding.
+#include "capture/video_recorder.h"
+
+#include "tests/capture/capture_folders.h"
+#include "tests/support/function_patch.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <mfapi.h>
+#include <objbase.h>
+#include <psapi.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+constexpr std::uint32_t Width = 1280;
+constexpr std::uint32_t Height = 720;
+constexpr std::uint64_t FramesPerSecond = 30;
+constexpr std::uint64_t WarmUpFrames = 10 * FramesPerSecond;
+constexpr SIZE_T MemoryAllowance = SIZE_T{4} << 20; // less than three frames
+
+struct Possessions {
+    SIZE_T bytes = 0;
+    DWORD handles = 0;
+};
+
+Possessions CurrentPossessions() {
+    Possessions possessions;
+    PROCESS_MEMORY_COUNTERS memory{};
+    EXPECT_TRUE(GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory)));
+    EXPECT_TRUE(GetProcessHandleCount(GetCurrentProcess(), &possessions.handles));
+    possessions.bytes = memory.PagefileUsage;
+    return possessions;
+}
+
+std::uint64_t FrameCount() {
+    const char* const seconds = std::getenv("VISTEL_SOAK_SECONDS");
+    return FramesPerSecond * std::strtoull(seconds != nullptr ? seconds : "20", nullptr, 10);
+}
+
+// The times in the encoder's account of a recording.
+std::vector<std::int64_t> SampleTimes(const std::string& account) {
+    constexpr std::string_view key = "\"time\":";
+    std::vector<std::int64_t> times;
+    for (std::size_t at = account.find(key); at != std::string::npos; at = account.find(key, at + 1)) {
+        times.push_back(std::strtoll(account.c_str() + at + key.size(), nullptr, 10));
+    }
+    return times;
+}
+
+TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
+    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_FULL), S_OK);
+    const CaptureFolders folders;
+    const std::uint64_t start = GetTickCount64();
+    std::uint64_t elapsed = 0;
+    const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64,
+                            [&](auto*) { return ULONGLONG{start + elapsed}; });
+    VideoRecorder recorder;
+    std::wstring path;
+    ASSERT_EQ(recorder.Start(Width, Height, &path), S_OK);
+
+    const std::uint64_t frames = FrameCount();
+    ASSERT_GT(frames, WarmUpFrames);
+    std::vector<std::uint8_t> frame(Width * Height * 3 / 2, 128);
+    std::vector<std::int64_t> times;
+    Possessions before;
+    for (std::uint64_t number = 0; number < frames; ++number) {
+        if (number == WarmUpFrames) {
+            before = CurrentPossessions();
+        }
+        elapsed = (number + 1) * 1000 / FramesPerSecond;
+        times.push_back(static_cast<std::int64_t>(elapsed) * 10'000);
+        for (std::uint32_t i = 0; i < Width * Height; ++i) { // stripes on the move
+            frame[i] = static_cast<std::uint8_t>(i % Width / 2 + number);
+        }
+        ASSERT_EQ(recorder.WriteFrame(frame.data(), static_cast<std::int32_t>(frame.size())), S_OK) << number;
+    }
+    const Possessions after = CurrentPossessions();
+    EXPECT_LE(after.bytes, before.bytes + MemoryAllowance);
+    EXPECT_LE(after.handles, before.handles);
+
+    EXPECT_EQ(recorder.Stop(nullptr), S_OK);
+    EXPECT_GT(std::filesystem::file_size(path), 10'000U);
+    EXPECT_EQ(SampleTimes(ReadBytes(path + L".json")), times);
+    EXPECT_EQ(MFShutdown(), S_OK);
+    CoUninitialize();
+}
+
+} // namespace
+} // namespace receiver

@@ -1,0 +1,191 @@
+// Recordings: what was published while one ran stands in its file, each frame at the time at which it came, and
+// whatever goes wrong with a recording stops no frame on its way to the camera.
+import assert from 'node:assert/strict';
+import { existsSync } from 'node:fs';
+import * as fs from 'node:fs/promises';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { captureFile, captureNames, decodeVideo, probeVideo, similarity } from './capture_files.mjs';
+import { fillGradient } from './pages/gradient.mjs';
+import { logTexts } from './receiver_texts.mjs';
+import { goodMessage, InvalidArgument, Ok, startOnSlotPage } from './slot_page_run.mjs';
+
+const AlreadyExists = 0x800700b7;
+const DiskFull = 0x80070070;
+const Sizes = { '720p': [1280, 720], '1080p': [1920, 1080] };
+const BitsPerSecond = { '720p': 6000000, '1080p': 10000000 };
+const FrameDuration = 333333; // in units of 100 ns
+const LeastSimilarity = 33; // dB
+
+const result = (action, path, error = 0) => ({
+    type: 'media-result', action, success: error < 0x80000000, path, error,
+});
+
+// Starts a recording; the path that the page is told.
+async function startRecording(slotPage) {
+    const [started, ...others] = await slotPage.mediaCommand('media:record:start');
+    assert.deepEqual(started, result('recording-started', started.path));
+    assert.deepEqual(others, []);
+    return started.path;
+}
+
+async function publish(slotPage, frames, width = 1280, height = 720) {
+    for (let step = 0; step < frames; ++step) {
+        await slotPage.paint(step % 2, width, height, step);
+        assert.deepEqual(await slotPage.post(goodMessage(step % 2, width, height)), { [Ok]: 1 });
+    }
+}
+
+// The file is complete, and holds what the encoder was given.
+async function checkFile(slotPage, path, recording, width, height) {
+    const file = captureFile(slotPage.run, 'Videos', path);
+    assert.equal(recording.state, 'finalized');
+    const times = recording.samples.map(({ time }) => time);
+    assert.deepEqual(await probeVideo(file), {
+        codec: 'h264', width, height, frameTimes: times, start: times[0],
+        duration: times.at(-1) - times[0] + FrameDuration,
+    });
+    times.reduce((before, time) => {
+        assert.ok(time > before);
+        return time;
+    }, -1);
+    assert.ok(recording.samples.every(({ duration }) => duration === FrameDuration));
+    return decodeVideo(file, width, height);
+}
+
+test('a recording holds every frame that was published, at its time', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    for (const [quality, [width, height]] of Object.entries(Sizes)) {
+        await slotPage.post(`quality:${quality}`);
+        const path = await startRecording(slotPage);
+        const before = slotPage.frameFile.exists ? slotPage.frameFile.header().sequence : 0;
+        await publish(slotPage, 20, width, height);
+        assert.deepEqual(await slotPage.post(...Array(5).fill(goodMessage(1, width, height))), { [Ok]: 5 });
+        assert.deepEqual(await slotPage.post('frame:0:NV12'), { [InvalidArgument]: 1 });
+        const published = (slotPage.frameFile.header().sequence - before) / 2;
+        assert.equal(published, 25);
+        assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', path)]);
+
+        const recording = slotPage.run.encoder.recordings.at(-1);
+        assert.deepEqual(recording.output, {
+            majorType: 'vids', subtype: 'H264', averageBitRate: BitsPerSecond[quality], interlaceMode: 2,
+            frameSize: `${width}:${height}`, frameRate: '30:1', pixelAspectRatio: '1:1',
+        });
+        assert.equal(recording.samples.length, published);
+        const pictures = await checkFile(slotPage, path, recording, width, height);
+        assert.equal(pictures.length, published);
+        const expected = new Uint8Array(width * height * 3 / 2);
+        pictures.forEach((picture, index) => {
+            const step = Math.min(index, 19);
+            fillGradient(expected, width, height, step);
+            const found = similarity(picture, expected);
+            assert.ok(found > LeastSimilarity, `frame ${index} of ${quality}: ${found} dB`);
+        });
+    }
+    assert.deepEqual((await captureNames(slotPage.run, 'Videos')).length, 2);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
+test('recordings begin and end in any order', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    const { recordings } = slotPage.run.encoder;
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+    assert.deepEqual(await captureNames(slotPage.run, 'Videos'), []);
+
+    const first = await startRecording(slotPage);
+    await publish(slotPage, 2);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
+        result('recording-started', '', AlreadyExists),
+    ]);
+    await publish(slotPage, 2);
+    assert.deepEqual(await slotPage.mediaCommand('quality:720p'), [result('recording-stopped', first)]);
+    assert.deepEqual(await slotPage.mediaCommand('quality:1080p'), []);
+    await publish(slotPage, 1); // belongs to no recording
+    assert.equal((await checkFile(slotPage, first, recordings[0], 1280, 720)).length, 4);
+
+    const second = await startRecording(slotPage);
+    await publish(slotPage, 3);
+    assert.deepEqual(await slotPage.mediaCommand('quality:8k'), [result('recording-stopped', second)]);
+    assert.equal((await checkFile(slotPage, second, recordings[1], 1920, 1080)).length, 3);
+
+    // The end of the program is the end of a recording.
+    const last = await startRecording(slotPage);
+    await publish(slotPage, 10);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+    assert.equal((await checkFile(slotPage, last, recordings[2], 1920, 1080)).length, 10);
+    assert.deepEqual((await logTexts(slotPage.run)).filter((text) => text.startsWith('Recording')), [
+        'Recording stopped', 'Recording started', 'Recording started (HRESULT 0x800700B7)', 'Recording started',
+        'Recording started',
+    ]);
+});
+
+test('whatever fails in a recording is told, and the camera goes on', async (t) => {
+    // Calls are counted from 0.
+    const slotPage = await startOnSlotPage(t, {
+        faults: 'MFCreateSinkWriterFromURL:0=C00D1001,AddStream:0=C00D1002,SetInputMediaType:0=C00D1003,' +
+            'BeginWriting:0=C00D1004,WriteSample:2=C00D1005,Finalize:1=C00D1006',
+    });
+    await slotPage.connect();
+    for (const code of [0xc00d1001, 0xc00d1002, 0xc00d1003, 0xc00d1004]) {
+        assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [result('recording-started', '', code)]);
+        await publish(slotPage, 1);
+    }
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+
+    const failing = await startRecording(slotPage);
+    await publish(slotPage, 2);
+    const { sequence } = slotPage.frameFile.header();
+    assert.deepEqual(await slotPage.post(goodMessage()), { C00D1005: 1 });
+    assert.equal(slotPage.frameFile.header().sequence, sequence + 2);
+    assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)), [
+        result('recording-failed', failing, 0xc00d1005),
+    ]);
+    await publish(slotPage, 1);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+    assert.equal((await checkFile(slotPage, failing, slotPage.run.encoder.recordings.at(-1), 1280, 720)).length, 2);
+
+    const unfinished = await startRecording(slotPage);
+    await publish(slotPage, 2);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [
+        result('recording-stopped', unfinished, 0xc00d1006),
+    ]);
+    const good = await startRecording(slotPage);
+    await publish(slotPage, 2);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', good)]);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
+test('a full disk ends the recording, not the picture', async (t) => {
+    const slotPage = await startOnSlotPage(t, { fileLimitBytes: 300000 });
+    await slotPage.connect();
+    const path = await startRecording(slotPage);
+    let answers = { [Ok]: 1 };
+    for (let seed = 1; answers[Ok]; ++seed) {
+        assert.ok(seed < 300, 'the disk is never full');
+        await slotPage.fill(0, seed); // hardly anything to compress
+        answers = await slotPage.post(goodMessage());
+    }
+    assert.deepEqual(answers, { [DiskFull.toString(16).toUpperCase()]: 1 });
+    assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)).at(-1),
+                     result('recording-failed', path, DiskFull));
+    assert.ok(existsSync(captureFile(slotPage.run, 'Videos', path)));
+    await publish(slotPage, 2);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
+test('without a folder for it there is no recording', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    await fs.writeFile(join(slotPage.run.out, 'Videos/Vistel'), 'a file');
+    assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
+        result('recording-started', '', AlreadyExists),
+    ]);
+    await publish(slotPage, 1);
+    await fs.rm(join(slotPage.run.out, 'Videos/Vistel'));
+    await startRecording(slotPage);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+    assert.equal(slotPage.run.encoder.recordings.length, 1);
+});

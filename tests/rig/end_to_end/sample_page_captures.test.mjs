@@ -1,0 +1,61 @@
+// A snapshot and a recording of live video, taken by the sample page on its own.
+import assert from 'node:assert/strict';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { SourceFolder } from '../prefix.mjs';
+import { until } from '../processes.mjs';
+import { startReceiver } from '../receiver_run.mjs';
+import { serveFolder } from '../static_server.mjs';
+import { captureFile, decodeJpeg, decodeVideo, probeVideo } from './capture_files.mjs';
+import { frameNumber, hasColourBars } from './test_card.mjs';
+
+const CaptureLimitMs = 90000;
+
+for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]) {
+    test(`the sample page takes a snapshot and records at ${size}`, async (t) => {
+        const server = await serveFolder(join(SourceFolder, 'examples/page'));
+        t.after(() => server.stop());
+        const query = `size=${size}&snapshot=2&record=2:3`;
+        const run = await startReceiver({ args: [`--url=http://127.0.0.1:${server.port}/index.html?${query}`] });
+        t.after(() => run.stop());
+        const page = await run.browser.page();
+        const text = (id) => page.evaluate(`document.getElementById('${id}')?.textContent ?? ''`);
+        const waitForText = (id, wanted) => until(CaptureLimitMs, `${id}: ${wanted}`,
+                                                  async () => wanted.exec(await text(id)));
+
+        // Its progress is shown while it runs, and the file behind it.
+        await waitForText('recording-result', /^00:0[1-9], [1-9]\d* frames, C:\\/);
+        assert.equal(await text('record'), 'Stop');
+        await run.waitForLog('Recording stopped', CaptureLimitMs);
+        const [, path] = await waitForText('recording-result', /frames, (C:\\.*\.mp4)$/);
+        assert.equal(await text('record'), 'Record');
+        const [snapshotPath] = await waitForText('snapshot-result', /^C:\\.*\.jpg$/);
+
+        const video = captureFile(run, 'Videos', path);
+        const [recording] = run.encoder.recordings;
+        const { codec, frameTimes, ...measures } = await probeVideo(video);
+        assert.deepEqual([codec, measures.width, measures.height], ['h264', width, height]);
+        assert.deepEqual(frameTimes, recording.samples.map(({ time }) => time));
+        const pictures = await decodeVideo(video, width, height);
+        assert.equal(pictures.length, frameTimes.length);
+        // Blurred at first. The page fills its two slots in turn and does not wait for the receiver, so that of two
+        // frames in a row the older may come last; within a slot no frame does.
+        const numbers = pictures.map((picture) => ({ picture, width, height }))
+            .map((picture) => (hasColourBars(picture) ? frameNumber(picture) : undefined));
+        const seen = numbers.filter((number) => number !== undefined);
+        assert.ok(seen.length > pictures.length / 2, `${seen.length} of ${pictures.length} show the card`);
+        assert.ok(seen.at(-1) > seen[0]);
+        numbers.forEach((number, index) => {
+            assert.ok(!(number < numbers[index - 2]), `frame ${index}: ${number} behind ${numbers[index - 2]}`);
+        });
+
+        const snapshot = await decodeJpeg(captureFile(run, 'Pictures', snapshotPath));
+        assert.deepEqual([snapshot.width, snapshot.height], [width, height]);
+        // The red bar.
+        const at = (Math.round(height * 512 / 720) * width + Math.round(width * 752 / 1280)) * 3;
+        const [red, green, blue] = snapshot.pixels.subarray(at, at + 3);
+        assert.ok(red > 150 && green < 110 && blue < 110, `the red bar is ${red}, ${green}, ${blue}`);
+        assert.equal(await run.closeWindow(), 0);
+    });
+}

@@ -1,0 +1,86 @@
+// Snapshots: the picture that the camera has, as a JPEG in the user's folder.
+import assert from 'node:assert/strict';
+import * as fs from 'node:fs/promises';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { captureFile, captureNames, decodeJpeg, similarity } from './capture_files.mjs';
+import { logTexts } from './receiver_texts.mjs';
+import { frameMessage, goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+
+const InvalidArgument = 0x80070057;
+const AlreadyExists = 0x800700b7;
+const NotAvailable = 0xc00d36d6;
+const LeastSimilarity = 38; // dB
+
+const result = (path, error = 0) => [{ type: 'media-result', action: 'snapshot', success: error === 0, path, error }];
+
+// Red, green and blue of an NV12 picture, in ITU-R BT.601 with limited range.
+function colours({ picture, width, height }) {
+    const pixels = Buffer.alloc(width * height * 3);
+    for (let y = 0; y < height; ++y) {
+        for (let x = 0; x < width; ++x) {
+            const pair = width * height + (y >> 1) * width + (x & ~1);
+            const luma = 298 * (picture[y * width + x] - 16) + 128;
+            const [u, v] = [picture[pair] - 128, picture[pair + 1] - 128];
+            [409 * v, -100 * u - 208 * v, 516 * u].forEach((colour, channel) => {
+                const value = Math.min(Math.max((luma + colour) >> 8, 0), 255);
+                pixels[(y * width + x) * 3 + channel] = value;
+            });
+        }
+    }
+    return pixels;
+}
+
+test('a snapshot shows what the camera shows', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', NotAvailable));
+    assert.deepEqual(await captureNames(slotPage.run, 'Pictures'), []);
+
+    const names = [];
+    for (const [quality, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]) {
+        await slotPage.post(`quality:${quality}`);
+        // A picture of the same size, and one upright on black bars.
+        for (const message of [goodMessage(0, width, height), frameMessage({
+            format: 'NV12', codedWidth: 640, codedHeight: 480, rotation: 90, displayWidth: 480, displayHeight: 640,
+            planes: [[0, width], [width * height, width]],
+        })]) {
+            await slotPage.paint(0, width, height, names.length);
+            assert.deepEqual(await slotPage.post(message), { [Ok]: 1 });
+            const [{ path }] = await slotPage.mediaCommand('media:snapshot');
+            const file = captureFile(slotPage.run, 'Pictures', path);
+            names.push(file);
+            const snapshot = await decodeJpeg(file);
+            assert.deepEqual([snapshot.width, snapshot.height], [width, height]);
+            const found = similarity(snapshot.pixels, colours(await slotPage.frameFile.newestFrame()));
+            assert.ok(found > LeastSimilarity, `${message} at ${quality}: ${found} dB`);
+        }
+    }
+    assert.equal(new Set(names).size, 4);
+    assert.equal((await captureNames(slotPage.run, 'Pictures')).length, 4);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+    assert.deepEqual((await logTexts(slotPage.run)).filter((text) => text.startsWith('Snapshot')), [
+        'Snapshot requested (HRESULT 0xC00D36D6)', ...Array(4).fill('Snapshot requested'),
+    ]);
+});
+
+test('a snapshot that cannot be taken is told', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    await slotPage.post(goodMessage());
+    await fs.writeFile(join(slotPage.run.out, 'Pictures/Vistel'), 'a file');
+    assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', AlreadyExists));
+    await fs.rm(join(slotPage.run.out, 'Pictures/Vistel'));
+
+    // The last frame is smaller than the new size needs, until there is another one.
+    await slotPage.post('quality:1080p');
+    const [answer] = await slotPage.mediaCommand('media:snapshot');
+    assert.deepEqual([answer], result(answer.path, InvalidArgument));
+    captureFile(slotPage.run, 'Pictures', answer.path);
+    assert.deepEqual(await captureNames(slotPage.run, 'Pictures'), []);
+    await slotPage.post(goodMessage());
+    assert.equal((await slotPage.mediaCommand('media:snapshot'))[0].success, true);
+    assert.equal((await captureNames(slotPage.run, 'Pictures')).length, 1);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
