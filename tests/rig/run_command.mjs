@@ -98,6 +98,14 @@ async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
     return camera.finish();
 }
 
+// What a frame costs the receiver, from the page's message to the last change of the frame file, in microseconds.
+// Undefined when there was none.
+async function frameCost(run) {
+    const sorted = (await run.browser.callbackTimings()).sort((a, b) => a - b);
+    const at = (part) => Math.round(sorted[Math.min(Math.floor(sorted.length * part), sorted.length - 1)]);
+    return sorted.length > 0 ? { median: at(0.5), p99: at(0.99) } : undefined;
+}
+
 async function watch(run, options, stopRequested) {
     const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
     say(`Running the receiver ${until}; its world is ${shown(options.out)}`);
@@ -121,8 +129,10 @@ async function watch(run, options, stopRequested) {
         say(`No picture of the window: ${error.message}`);
         return false;
     });
+    const cost = endedByItself ? undefined : await frameCost(run);
     const report = await visit;
     if (report) {
+        report.frameCostUs = cost;
         await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(report, null, 2)}\n`);
     } else {
         await run.camera({ seconds: 0, picture: cameraPicture }).finish();
@@ -152,6 +162,10 @@ async function watch(run, options, stopRequested) {
     say((report ? report.framesRead : counted.frames) > 0
         ? `${rate.toFixed(1)} frames per second reached the camera (${frames})`
         : `No frame reached the camera; ${log} may say why`);
+    if (report && cost) {
+        say(`A frame took ${(cost.median / 1000).toFixed(2)} ms from the page's message to the camera's file ` +
+            `(${(cost.p99 / 1000).toFixed(2)} ms at the 99th percentile)`);
+    }
     return exitCode;
 }
 

@@ -3,6 +3,7 @@
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
@@ -177,15 +178,26 @@ test('a full disk ends the recording, not the picture', async (t) => {
 });
 
 test('without a folder for it there is no recording', async (t) => {
-    const slotPage = await startOnSlotPage(t);
+    const out = await fs.mkdtemp(join(tmpdir(), 'recordings-test-'));
+    t.after(() => fs.rm(out, { recursive: true }));
+    const videos = join(out, 'Videos');
+    await fs.writeFile(videos, 'a file');
+    const slotPage = await startOnSlotPage(t, { out });
     await slotPage.connect();
-    await fs.writeFile(join(slotPage.run.out, 'Videos/Vistel'), 'a file');
-    assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
-        result('recording-started', '', AlreadyExists),
-    ]);
-    await publish(slotPage, 1);
-    await fs.rm(join(slotPage.run.out, 'Videos/Vistel'));
+    const assertRefused = async () => {
+        assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
+            result('recording-started', '', AlreadyExists),
+        ]);
+        await publish(slotPage, 1);
+    };
+    await assertRefused();
+    await fs.rm(videos);
+    await fs.mkdir(videos);
+    await fs.writeFile(join(videos, 'Vistel'), 'a file');
+    await assertRefused();
+    await fs.rm(join(videos, 'Vistel'));
     await startRecording(slotPage);
+    await publish(slotPage, 1);
     assert.equal(await slotPage.run.closeWindow(), 0);
     assert.equal(slotPage.run.encoder.recordings.length, 1);
 });
