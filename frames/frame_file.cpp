@@ -32,11 +32,9 @@ void ResetFrameFile(FrameFileLayout& file) noexcept {
 std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept {
     FrameFileHeader& header = file.header;
     std::atomic_ref<std::uint64_t> sequence(header.sequence);
-    if (sequence.load() % 2 != 0) {
-        sequence.fetch_add(1);
-    }
     // Odd before any byte below: a sequentially consistent read-modify-write is a full barrier on x64.
-    sequence.fetch_add(1);
+    // One step also after a writer that died: with an even number in between, readers would accept what it left.
+    sequence.fetch_add(sequence.load() % 2 != 0 ? 2 : 1);
 
     header.width = width;
     header.height = height;

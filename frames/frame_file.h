@@ -51,7 +51,7 @@ static_assert(sizeof(FrameFileLayout) == 6220864);
 void ResetFrameFile(FrameFileLayout& file) noexcept;
 
 // First half of publishing: makes the sequence odd, stores the geometry and returns the buffer to write to, the one
-// that readers are not pointed at. A sequence that a dead writer left odd is made even first.
+// that readers are not pointed at. A sequence that a dead writer left odd goes to the next odd one.
 [[nodiscard]] std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept;
 
 // Second half, once the frame's bytes stand in `buffer`: points readers at it, stamps it and makes the sequence even.
