@@ -1,0 +1,29 @@
+#!/bin/bash
+# Has Spin search a model: check_model.sh holds|fails MODEL [-DNAME...]
+# "holds" passes when no order of events breaks an assertion and, without a NAME, every step of the model is taken in
+# some of them. "fails" passes when an assertion is broken, and prints a shortest way to that.
+set -euo pipefail
+wanted=$1
+model=$(readlink -f "$2")
+defines=("${@:3}")
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+order=-DCOLLAPSE # depth first, which needs the least memory
+[[ $wanted == holds ]] || order=-DBFS
+spin -a "${defines[@]}" "$model"
+gcc -O2 -w -DSAFETY -DMEMLIM=1900 "$order" -o search pan.c
+./search -m100000 -w24 >report || true # the report tells why
+grep -E 'states, stored|total actual memory|elapsed time' report
+
+if [[ $wanted == fails ]] && grep -q 'assertion violated' report; then
+    spin -t -k ./*.trail "${defines[@]}" "$model" | sed '/^spin: trail ends/,$d'
+elif [[ $wanted == holds ]] && grep -q 'errors: 0$' report && ! grep -qE 'not completed|depth too small' report &&
+    { ((${#defines[@]} > 0)) || ! grep -E ', state [0-9]+, ' report | grep -vq '"-end-"'; }; then
+    echo "It holds in every order of events."
+else
+    cat report
+    ! compgen -G '*.trail' >/dev/null || spin -t -k ./*.trail "${defines[@]}" "$model"
+    exit 1
+fi
