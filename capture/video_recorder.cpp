@@ -14,7 +14,7 @@ namespace receiver {
 namespace {
 
 constexpr std::uint32_t FramesPerSecond = 30;
-constexpr std::int64_t SampleDuration100ns = 333'333; // 100 ns units, whatever the real spacing of frames
+constexpr std::int64_t SampleDuration100ns = 333'333; // whatever the real spacing of frames
 constexpr std::uint32_t BitsPerSecond = 6'000'000;
 constexpr std::uint32_t FullHdBitsPerSecond = 10'000'000;
 constexpr std::uint32_t FullHdWidth = 1920;

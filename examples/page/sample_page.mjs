@@ -7,6 +7,7 @@ import { PatternNames, TestCard } from "./test_card.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
+const QueryNames = ["size", "fps", "pattern", "colours", "snapshot", "record", "clientVersion"];
 const RefreshMs = 250;
 const RateWindowMs = 2000;
 const MaxEvents = 50;
@@ -77,6 +78,8 @@ function minutesText(ms) {
 
 function readOptions() {
     const query = new URLSearchParams(location.search);
+    [...query.keys()].filter((name) => !QueryNames.includes(name))
+        .forEach((name) => addEvent(`${name} is none of ${QueryNames.join(", ")}`, "bad"));
     const rates = Array.from({ length: 60 }, (_, index) => String(index + 1));
     return {
         size: choice(query, "size", Object.keys(Sizes), "720p"),

@@ -74,7 +74,7 @@ protected:
     std::vector<std::wstring> told;
 };
 
-TEST_F(PageCaptureTest, ASnapshotShowsTheLastFrame) {
+TEST_F(PageCaptureTest, ASnapshotOfTheLastFrameIsSaved) {
     ASSERT_EQ(Post(Frame), S_OK);
     Forget();
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
@@ -99,6 +99,10 @@ TEST_F(PageCaptureTest, ASnapshotAfterAChangeToTheSmallerSizeReadsTheBeginningOf
     ASSERT_EQ(Post(Frame), S_OK);
     ASSERT_EQ(Post(L"quality:720p"), S_OK);
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
+    const std::string jpeg = ReadBytes(folders.PicturePath());
+    const std::size_t frameHeader = jpeg.find("\xFF\xC0"); // then length, precision, height, width
+    ASSERT_NE(frameHeader, std::string::npos);
+    EXPECT_EQ(jpeg.substr(frameHeader + 5, 4), std::string("\x02\xD0\x05\x00", 4)); // 720, 1280
 }
 
 TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {
@@ -162,12 +166,27 @@ TEST_F(PageCaptureTest, AFrameThatCannotBeWrittenEndsTheRecordingAndIsPublished)
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
 }
 
+TEST_F(PageCaptureTest, WhatTheWriterSaysOfAFrameIsTheResult) {
+    ASSERT_EQ(Post(L"media:record:start"), S_OK);
+    fakes.Fail("WriteSample", S_FALSE);
+    EXPECT_EQ(Post(Frame), S_FALSE);
+    EXPECT_THAT(told, IsEmpty());
+    EXPECT_EQ(Post(L"media:record:stop"), S_OK);
+}
+
+TEST_F(PageCaptureTest, AFrameThatCannotBeReadGivesNoSnapshot) {
+    ASSERT_EQ(Post(L"frame:0:NV12"), E_INVALIDARG);
+    EXPECT_EQ(Post(L"media:snapshot"), MF_E_NOT_AVAILABLE);
+    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, L"", 0xC00D36D6)));
+}
+
 TEST_F(PageCaptureTest, EveryQualityEndsARecording) {
     for (const auto& [value, result] : {std::pair{L"720p", S_OK}, {L"1080p", S_OK}, {L"8k", E_INVALIDARG}}) {
         ASSERT_EQ(Post(L"media:record:start"), S_OK);
         Forget();
         EXPECT_EQ(Post(std::wstring(L"quality:") + value), result);
         EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
+        EXPECT_THAT(LogLines(), testing::Not(testing::Contains("Recording stopped")));
         EXPECT_EQ(Post(L"media:record:stop"), S_FALSE);
     }
     ASSERT_EQ(Post(L"media:record:start"), S_OK);

@@ -11,6 +11,7 @@
 
 #include <cwchar>
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 namespace receiver {
@@ -22,6 +23,7 @@ public:
     const std::filesystem::path videos = folder.Path() / L"Videos";
     SYSTEMTIME now{2024, 3, 2, 5, 14, 27, 9, 42}; // a Tuesday
     HRESULT result = S_OK; // of asking for a folder
+    bool made = true; // by asking for it
 
     // Of a capture that is made now.
     [[nodiscard]] std::wstring PicturePath() const { return (pictures / L"Vistel" / (Stamp() + L".jpg")).wstring(); }
@@ -40,7 +42,9 @@ private:
             if (FAILED(folders.result)) {
                 return folders.result;
             }
-            std::filesystem::create_directories(found);
+            if (folders.made) {
+                std::filesystem::create_directories(found);
+            }
             const std::wstring text = found.wstring();
             *path = static_cast<PWSTR>(CoTaskMemAlloc((text.size() + 1) * sizeof(wchar_t)));
             std::wmemcpy(*path, text.c_str(), text.size() + 1);

@@ -38,6 +38,12 @@ TEST_F(CapturePathTest, AFolderThatIsThereIsLeftAlone) {
     EXPECT_EQ(ReadBytes(kept), "x");
 }
 
+TEST_F(CapturePathTest, MakesEveryMissingParent) {
+    folders.made = false;
+    EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Videos, L"mp4", &path), S_OK);
+    EXPECT_TRUE(std::filesystem::is_directory(folders.videos / L"Vistel"));
+}
+
 TEST_F(CapturePathTest, NeedsAPlaceForThePath) {
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", nullptr), E_POINTER);
     EXPECT_TRUE(std::filesystem::is_empty(folders.folder.Path()));

@@ -1,5 +1,7 @@
 #include "tests/capture/sink_writer_fake.h"
 
+#include "tests/support/test_files.h"
+
 #include <gtest/gtest.h>
 
 namespace receiver {
@@ -35,6 +37,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE BeginWriting() override { return fakes_.Result("BeginWriting"); }
     HRESULT STDMETHODCALLTYPE WriteSample(DWORD stream, IMFSample* sample) override {
+        fakes_.newestSample = ComPtr<IMFSample>(sample);
         const HRESULT result = fakes_.Result("WriteSample");
         if (SUCCEEDED(result)) {
             fakes_.samples.push_back(Read(stream, sample));
@@ -86,6 +89,7 @@ HRESULT SinkWriterFakes::Create(LPCWSTR newUrl, IMFByteStream* stream, IMFAttrib
     samples.clear();
     const HRESULT result = Result("Create");
     if (SUCCEEDED(result)) {
+        WriteBytes(url, ""); // Windows, too, makes the file at once.
         *writer = new Writer(*this);
     }
     return result;

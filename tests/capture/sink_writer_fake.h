@@ -40,6 +40,7 @@ public:
     ComPtr<IMFMediaType> outputType;
     ComPtr<IMFMediaType> inputType;
     std::vector<WrittenSample> samples; // those that it accepted
+    ComPtr<IMFSample> newestSample; // accepted or not
 
 private:
     class Writer;

@@ -13,14 +13,12 @@
 
 #include <wincodec.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace receiver {
@@ -168,7 +166,7 @@ protected:
         ASSERT_EQ(stream->InitializeFromFilename((folders.folder.Path() / L"other.jpg").c_str(), GENERIC_WRITE), S_OK);
         ASSERT_EQ(factory->CreateEncoder(GUID_ContainerFormatJpeg, nullptr, encoder.Put()), S_OK);
         ASSERT_EQ(encoder->Initialize(stream.Get(), WICBitmapEncoderNoCache), S_OK);
-        ASSERT_EQ(encoder->CreateNewFrame(frameEncode.Put(), nullptr), S_OK);
+        ASSERT_EQ(encoder->CreateNewFrame(frameEncode.Put(), encoderOptions.Put()), S_OK);
     }
 
     // Saves with one method replaced by `body`.
@@ -180,14 +178,17 @@ protected:
     }
     // The same with a method that fails, and a look at what became of its object.
     template <typename Interface, typename... Arguments>
-    HRESULT SaveFailing(const ComPtr<Interface>& object, HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...)) {
+    HRESULT SaveFailing(const ComPtr<Interface>& object, HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...),
+                        bool leavesFile = true) {
         path.clear();
+        std::filesystem::remove(folders.PicturePath());
         ComPtr<Interface> used;
         const HRESULT result = SaveWith(object, method, [&](auto*, Interface* self, auto...) {
             used = ComPtr<Interface>(self);
             return Failure;
         });
         EXPECT_EQ(path, folders.PicturePath());
+        EXPECT_EQ(std::filesystem::exists(path), leavesFile);
         EXPECT_TRUE(used) << "not called";
         if (used) {
             used->AddRef();
@@ -202,11 +203,12 @@ protected:
     ComPtr<IWICStream> stream;
     ComPtr<IWICBitmapEncoder> encoder;
     ComPtr<IWICBitmapFrameEncode> frameEncode;
+    ComPtr<IPropertyBag2> encoderOptions;
 };
 
 TEST_F(ImagingCallsTest, EachFailureIsReportedAndAllReleased) {
-    EXPECT_EQ(SaveFailing(factory, &IWICImagingFactory::CreateStream), Failure);
-    EXPECT_EQ(SaveFailing(stream, &IWICStream::InitializeFromFilename), Failure);
+    EXPECT_EQ(SaveFailing(factory, &IWICImagingFactory::CreateStream, false), Failure);
+    EXPECT_EQ(SaveFailing(stream, &IWICStream::InitializeFromFilename, false), Failure);
     EXPECT_EQ(SaveFailing(factory, &IWICImagingFactory::CreateEncoder), Failure);
     EXPECT_EQ(SaveFailing(encoder, &IWICBitmapEncoder::Initialize), Failure);
     EXPECT_EQ(SaveFailing(encoder, &IWICBitmapEncoder::CreateNewFrame), Failure);
@@ -245,6 +247,17 @@ TEST_F(ImagingCallsTest, AnEncoderThatWantsAnotherFormatIsNotUsed) {
                            return S_OK;
                        }),
               E_FAIL);
+    EXPECT_FALSE(written);
+}
+
+TEST_F(ImagingCallsTest, TheEncodersOptionsAreLeftAlone) {
+    bool written = false;
+    EXPECT_EQ(SaveWith(encoderOptions, &IPropertyBag2::Write,
+                       [&](auto*, auto...) {
+                           written = true;
+                           return S_OK;
+                       }),
+              S_OK);
     EXPECT_FALSE(written);
 }
 

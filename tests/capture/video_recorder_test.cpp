@@ -13,8 +13,8 @@
 #include <mfapi.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -172,6 +172,7 @@ TEST_P(FailedStartTest, ReleasesAllAndStaysIdle) {
     for (const ComPtr<IMFMediaType>& type : {fakes.outputType, fakes.inputType}) {
         EXPECT_TRUE(!type || OtherReferences(type) == 1) << "besides the copy of the list";
     }
+    EXPECT_EQ(std::filesystem::exists(folders.VideoPath()), failing != "Create");
     EXPECT_EQ(Write(), S_FALSE);
     EXPECT_EQ(recorder->Stop(&path), S_FALSE);
     EXPECT_THAT(fakes.TakeCalls(), IsEmpty());
@@ -243,6 +244,32 @@ TEST_F(VideoRecorderTest, TimesAreThoseOfTheClockAndAlwaysGrow) {
         EXPECT_EQ(Write(), S_OK);
     }
     EXPECT_THAT(SampleTimes(), ElementsAre(0, 1, 330'000, 330'001, 330'002, 330'003, 330'004, 340'000));
+}
+
+TEST_F(VideoRecorderTest, TimeBeginsWhenTheWriterIsReady) {
+    {
+        const ImportPatch slowTypes("mfplat.dll", "MFCreateMediaType", &MFCreateMediaType,
+                                    [this](auto* original, IMFMediaType** type) {
+                                        tick += 500;
+                                        return original(type);
+                                    });
+        Start();
+    }
+    tick += 100;
+    EXPECT_EQ(Write(), S_OK);
+    EXPECT_THAT(SampleTimes(), ElementsAre(1'000'000));
+}
+
+TEST_F(VideoRecorderTest, NothingIsKeptOfAFrame) {
+    Start();
+    for (const HRESULT result : {S_OK, Failure}) {
+        fakes.Fail("WriteSample", result);
+        EXPECT_EQ(Write(), result);
+        ComPtr<IMFMediaBuffer> buffer;
+        ASSERT_EQ(fakes.newestSample->GetBufferByIndex(0, buffer.Put()), S_OK);
+        EXPECT_EQ(OtherReferences(fakes.newestSample), 0U);
+        EXPECT_EQ(OtherReferences(buffer), 1U) << "besides the sample's own";
+    }
 }
 
 TEST_F(VideoRecorderTest, AnotherRecordingStartsItsClockAnew) {
@@ -358,7 +385,7 @@ TEST_F(FrameObjectsTest, ASampleThatTakesNoBufferIsReported) {
     EXPECT_EQ(Write(), S_OK);
 }
 
-TEST_F(FrameObjectsTest, WhatCannotFailIsNotAsked) {
+TEST_F(FrameObjectsTest, WhatCannotFailIsNotJudged) {
     int refused = 0;
     const auto callThenRefuse = [&](auto* original, auto... arguments) {
         (void)original(arguments...);

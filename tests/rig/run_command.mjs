@@ -151,8 +151,13 @@ async function watch(run, options, stopRequested) {
         say(`The window:  ${shown(windowPicture)}`);
     }
     say(`The camera:  ${shown(cameraPicture)}`);
-    for (const file of (await captures(options.out)).filter((name) => !olderCaptures.includes(name))) {
-        say(`${file.endsWith('.jpg') ? 'A snapshot: ' : 'A recording:'} ${shown(file)}`);
+    const newCaptures = (await captures(options.out)).filter((name) => !olderCaptures.includes(name));
+    for (const [word, ending, title] of [['snapshot', '.jpg', 'A snapshot: '], ['record', '.mp4', 'A recording:']]) {
+        const files = newCaptures.filter((name) => name.endsWith(ending));
+        files.forEach((file) => say(`${title} ${shown(file)}`));
+        if (files.length === 0 && new URLSearchParams(options.pageQuery).has(word)) {
+            say(`${title} none was made; the page says why in its events, at the foot of the window`);
+        }
     }
     const log = shown(join(options.out, 'Temp/vistel-receiver.log'));
     say(`The log:     ${log}`);

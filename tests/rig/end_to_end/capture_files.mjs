@@ -1,9 +1,11 @@
 // What stands in the files of snapshots and recordings, as other people's programs read it.
 import assert from 'node:assert/strict';
+import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
 import { join } from 'node:path';
 
 import { run as runProgram } from '../processes.mjs';
+import { probe } from '../recorder/mp4_encoder.mjs';
 
 const ProgramLimitMs = 120000;
 
@@ -18,17 +20,14 @@ export function captureFile(run, folder, path) {
 
 // The names of the files there; none when there is no folder.
 export function captureNames(run, folder) {
-    return fs.readdir(join(run.out, folder, 'Vistel')).catch(() => []);
+    const path = join(run.out, folder, 'Vistel');
+    return existsSync(path) ? fs.readdir(path) : [];
 }
 
-// { codec, width, height, frameTimes, duration }; times in units of 100 ns.
+// { codec, width, height, frameTimes, start, duration }; times in units of 100 ns.
 export async function probeVideo(file) {
-    const json = join(`${file}.probe.json`);
-    await runProgram('sh', ['-c', 'exec ffprobe -loglevel error -of json -show_entries "$2" "$0" >"$1"', file, json,
-                            'stream=codec_name,width,height,time_base,start_pts,duration_ts:packet=pts'],
-                     { limitMs: ProgramLimitMs });
-    const { streams, packets } = JSON.parse(await fs.readFile(json, 'utf8'));
-    await fs.rm(json);
+    const { streams, packets } = await probe(
+        file, 'stream=codec_name,width,height,time_base,start_pts,duration_ts:packet=pts');
     assert.equal(streams.length, 1);
     const [stream] = streams;
     assert.equal(stream.time_base, '1/10000000');
@@ -42,8 +41,8 @@ export async function probeVideo(file) {
 export async function decodeVideo(file, width, height) {
     const raw = `${file}.nv12`;
     await runProgram('ffmpeg', [
-        '-loglevel', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough', '-enc_time_base', '1:10000000',
-        '-pix_fmt', 'nv12', '-f', 'rawvideo', raw,
+        '-loglevel', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough',
+        '-enc_time_base', '1:10000000', '-pix_fmt', 'nv12', '-f', 'rawvideo', raw,
     ], { limitMs: ProgramLimitMs });
     const bytes = await fs.readFile(raw);
     await fs.rm(raw);

@@ -5,7 +5,7 @@ import { writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 
 import { decodeLine } from '../browser/host_lines.mjs';
-import { Mp4Encoder, Ok } from './mp4_encoder.mjs';
+import { Mp4Encoder, Ok, probe } from './mp4_encoder.mjs';
 
 const TimesBytes = 16;
 const End = -1;
@@ -13,7 +13,7 @@ const None = -1;
 
 // Options:
 //   fileLimitBytes   the disk is full when a recording has this size
-//   reports          true: beside each file stands its recording, as PATH.json
+//   reports          true: beside each file stands its recording, as PATH.json, with the `frameTimes` found in the file
 //   log              receives lines of text
 export async function startEncoderServer(options = {}) {
     const server = new EncoderServer(options);
@@ -177,6 +177,9 @@ class RecordingSession {
         recording.state = 'finalized';
         if (recording.result !== Ok) {
             this.#options.log?.(`ffmpeg failed: ${this.#encoder.errors}`);
+        } else if (this.#options.reports) {
+            const { packets } = await probe(recording.path, 'packet=pts');
+            recording.frameTimes = packets.map(({ pts }) => pts);
         }
         this.#report(recording);
         this.#answer(recording.result);

@@ -1,4 +1,7 @@
 // One recording on its way through ffmpeg: NV12 frames in, H.264 in an MP4 file out, every time kept to 100 ns.
+import { execFile } from 'node:child_process';
+import { promisify } from 'node:util';
+
 import { start } from '../processes.mjs';
 import { frameStart, streamStart } from './matroska.mjs';
 
@@ -9,6 +12,14 @@ export const DiskFull = 0x80070070;
 
 const MaxWaitingFrames = 16; // that ffmpeg has not taken yet; then the sender has to wait
 const TicksPerSecond = 10000000;
+
+// What ffprobe says of a file, `entries` being those of its -show_entries.
+export async function probe(file, entries) {
+    const { stdout } = await promisify(execFile)(
+        'ffprobe', ['-loglevel', 'error', '-of', 'json', '-show_entries', entries, `file:${file}`],
+        { maxBuffer: 1 << 28 });
+    return JSON.parse(stdout);
+}
 
 export class Mp4Encoder {
     #child;
@@ -25,7 +36,7 @@ export class Mp4Encoder {
         const [command, ...words] = [
             ...(fileLimitBytes === undefined ? [] : limit), 'ffmpeg', '-nostdin', '-loglevel', 'error', '-y',
             '-copyts', '-f', 'matroska', '-i', 'pipe:0',
-            '-c:v', 'libx264', '-preset', 'veryfast', '-b:v', bitRate, '-maxrate', bitRate, '-bufsize', 2 * bitRate,
+            '-c:v', 'libx264', '-preset', 'ultrafast', '-b:v', bitRate, '-maxrate', bitRate, '-bufsize', 2 * bitRate,
             '-bf', 0, '-g', 60, '-pix_fmt', 'yuv420p',
             // Else a frame that lasts 100 ns gets no bits.
             '-x264-params', `force-cfr=1:fps=${frameRate}`,
