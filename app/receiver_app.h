@@ -3,6 +3,7 @@
 #pragma once
 
 #include "capture/video_recorder.h"
+#include "frames/frame_canvas.h"
 #include "frames/frame_converter.h"
 #include "frames/shared_frame_file.h"
 #include "platform/com_ptr.h"
@@ -16,7 +17,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace receiver {
 
@@ -102,7 +102,7 @@ private:
     SharedFrameFile sharedFrameFile;
     VideoRecorder recorder;
     FrameConverter frameConverter;
-    std::vector<std::uint8_t> scratchBuffer; // the canvas: the last converted frame, NV12
+    FrameCanvas scratchBuffer; // the canvas: the last converted frame, NV12
     std::uint32_t outputWidth = 1280;
     std::uint32_t outputHeight = 720;
     std::uint64_t framesHandled = 0;

@@ -9,6 +9,7 @@
 #include "platform/hresult.h"
 
 #include <optional>
+#include <span>
 #include <string>
 
 namespace receiver {
@@ -65,10 +66,10 @@ HRESULT ReceiverApp::HandleOrientation(std::wstring_view mode) {
 
 HRESULT ReceiverApp::HandleSnapshot() {
     std::wstring path;
-    const HRESULT result = scratchBuffer.empty()
-                               ? MF_E_NOT_AVAILABLE
-                               : SaveSnapshot(scratchBuffer.data(), static_cast<std::uint32_t>(scratchBuffer.size()),
-                                              outputWidth, outputHeight, path);
+    const std::span<const std::uint8_t> frame = scratchBuffer.Bytes();
+    const HRESULT result = frame.empty() ? MF_E_NOT_AVAILABLE
+                                         : SaveSnapshot(frame.data(), static_cast<std::uint32_t>(frame.size()),
+                                                        outputWidth, outputHeight, path);
     ReceiverLog::Write(L"Snapshot requested", result);
     PostMediaResult(L"snapshot", result, path);
     return result;

@@ -1,121 +1,277 @@
 #include "frames/frame_converter.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <optional>
 
 namespace receiver {
 namespace {
 
-constexpr std::uint8_t BlackLuma = 16;
-constexpr std::uint8_t NeutralChroma = 128;
+constexpr std::size_t StripLines = 16;
+// Source rows are asked for so many bytes ahead.
+constexpr std::size_t PrefetchBytes = 4096;
 
-void ClearCanvas(std::uint32_t width, std::uint32_t height, std::vector<std::uint8_t>& canvas) {
-    const std::size_t lumaSize = static_cast<std::size_t>(width) * height;
-    canvas.resize(lumaSize * 3 / 2);
-    const auto chroma = canvas.begin() + static_cast<std::ptrdiff_t>(lumaSize);
-    std::fill(canvas.begin(), chroma, BlackLuma);
-    std::fill(chroma, canvas.end(), NeutralChroma);
+std::size_t AlignUp(std::size_t size) noexcept { return (size + 63) / 64 * 64; }
+
+// Room for one line on its way to the canvas: a source row's luma or its U,V pairs, the pixels that give a line its
+// chroma, or the U and the V of a line.
+std::size_t ScratchLineBytes(const FramePlan& plan) noexcept {
+    return AlignUp(std::max(plan.geometry.codedWidth, plan.picture.width) * std::size_t{2});
 }
 
-// The picture's place on the canvas, by picture row.
-class CanvasPicture {
-public:
-    CanvasPicture(const FramePlan& plan, std::vector<std::uint8_t>& canvas) noexcept
-        : canvasWidth_(plan.geometry.canvasWidth), picture_(plan.picture), luma_(canvas.data()),
-          chroma_(canvas.data() + static_cast<std::size_t>(canvasWidth_) * plan.geometry.canvasHeight) {}
+std::size_t ScratchBytes(const FramePlan& plan) noexcept {
+    return ScratchLineBytes(plan) * (plan.sideways ? StripLines : 1);
+}
 
-    [[nodiscard]] std::uint8_t* LumaRow(std::size_t row) const noexcept {
-        return luma_ + (picture_.y + row) * canvasWidth_ + picture_.x;
+// The source rows behind the lines of luma or chroma.
+struct Lines {
+    const std::uint32_t* addresses;
+    const std::uint32_t* addressesV; // of the planar layout's second chroma plane
+    std::size_t step; // addresses per line
+    std::size_t count;
+
+    [[nodiscard]] std::size_t Address(std::size_t line) const noexcept { return addresses[line * step]; }
+    [[nodiscard]] std::size_t AddressV(std::size_t line) const noexcept { return addressesV[line * step]; }
+    [[nodiscard]] bool RepeatsPrevious(std::size_t line) const noexcept {
+        return line > 0 && Address(line) == Address(line - 1) && AddressV(line) == AddressV(line - 1);
     }
-    // `row` counts chroma rows: U,V pairs, one for two picture columns.
-    [[nodiscard]] std::uint8_t* ChromaRow(std::size_t row) const noexcept {
-        return chroma_ + (picture_.y / 2 + row) * canvasWidth_ + picture_.x;
+    [[nodiscard]] bool FollowEachOther(std::size_t pitch) const noexcept {
+        for (std::size_t line = 1; line < count; ++line) {
+            if (Address(line) != Address(line - 1) + pitch) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
+// Draws one frame by its plan.
+class Drawing {
+public:
+    Drawing(const FrameKernels& kernels, const FramePlan& plan, const std::uint8_t* slot, FrameCanvas& canvas,
+            std::uint8_t* scratch) noexcept
+        : kernels_(kernels), plan_(plan), layout_(plan.geometry.layout),
+          sourceWidth_(plan.geometry.codedWidth), pixelOrder_{.redFirst = layout_ == PixelLayout::Rgba,
+                                                              .mirrored = false},
+          slot_(slot), pitch_(plan.geometry.canvasWidth),
+          luma_(canvas.Luma() + plan.picture.y * pitch_ + plan.picture.x),
+          chroma_(canvas.Chroma() + plan.picture.y / 2 * pitch_ + plan.picture.x), scratch_(scratch),
+          rowsAhead_(PrefetchBytes / (IsPacked(layout_) ? 4 * sourceWidth_ : sourceWidth_) + 1),
+          lumaRow_(plan.lumaPattern.Shuffle()), chromaRow_(plan.chromaPattern.Shuffle()) {
+        if (IsPacked(layout_) && !plan.sideways && (plan.lumaPattern.contiguous || plan.lumaPattern.mirrored) &&
+            plan.picture.width == sourceWidth_) {
+            wholeRows_ = true;
+            pixelOrder_.mirrored = plan.lumaPattern.mirrored;
+        }
+    }
+
+    void Draw() noexcept {
+        const Lines luma = LinesOf(plan_.luma, plan_.luma, 1);
+        const Lines chroma = layout_ == PixelLayout::Nv12     ? LinesOf(plan_.chromaU, plan_.chromaU, 1)
+                             : layout_ == PixelLayout::Planar ? LinesOf(plan_.chromaU, plan_.chromaV, 1)
+                                                              : LinesOf(plan_.luma, plan_.luma, 2);
+        if (plan_.sideways) {
+            DrawSideways(luma, chroma);
+        } else {
+            DrawUpright(luma, chroma);
+        }
     }
 
 private:
-    std::size_t canvasWidth_;
-    PictureRectangle picture_;
-    std::uint8_t* luma_;
-    std::uint8_t* chroma_;
-};
+    // Draws a line at `drawn` and, unless that is null, at `twin`.
+    using DrawLine = void (Drawing::*)(const Lines& lines, std::size_t line, std::uint8_t* drawn,
+                                       std::uint8_t* twin) const noexcept;
 
-void DrawLuma(const std::uint8_t* slot, const SampleAddresses& samples, const CanvasPicture& picture) noexcept {
-    for (std::size_t j = 0; j < samples.y.size(); ++j) {
-        const std::uint8_t* const source = slot + samples.y[j];
-        std::uint8_t* const row = picture.LumaRow(j);
-        for (std::size_t i = 0; i < samples.x.size(); ++i) {
-            row[i] = source[samples.x[i]];
+    [[nodiscard]] Lines LinesOf(const SampleAddresses& plane, const SampleAddresses& planeV,
+                                std::size_t step) const noexcept {
+        const std::vector<std::uint32_t>& addresses = plan_.sideways ? plane.x : plane.y;
+        const std::vector<std::uint32_t>& addressesV = plan_.sideways ? planeV.x : planeV.y;
+        return {addresses.data(), addressesV.data(), step, addresses.size() / step};
+    }
+
+    void DrawUpright(const Lines& luma, const Lines& chroma) const noexcept {
+        if (!IsPacked(layout_)) {
+            DrawPlane(luma, plan_.lumaPattern.contiguous, luma_, &Drawing::DrawLumaLine);
+            DrawPlane(chroma, layout_ == PixelLayout::Nv12 && plan_.chromaPattern.contiguous, chroma_,
+                      &Drawing::DrawChromaLine);
+            return;
+        }
+        for (std::size_t line = 0; line < luma.count; line += 2) { // both while the source row is in the cache
+            DrawRows(luma, line, line + 2, luma_, &Drawing::DrawLumaLine);
+            DrawRows(chroma, line / 2, line / 2 + 1, chroma_, &Drawing::DrawChromaLine);
         }
     }
-}
 
-void DrawPairedChroma(const std::uint8_t* slot, const SampleAddresses& pairs, const CanvasPicture& picture) noexcept {
-    for (std::size_t j = 0; j < pairs.y.size(); ++j) {
-        const std::uint8_t* const source = slot + pairs.y[j];
-        std::uint8_t* const row = picture.ChromaRow(j);
-        for (std::size_t i = 0; i < pairs.x.size(); ++i) {
-            row[2 * i] = source[pairs.x[i]];
-            row[2 * i + 1] = source[pairs.x[i] + 1];
+    // Copied in one go, if the plane lies in the slot as on the canvas.
+    void DrawPlane(const Lines& lines, bool rowsAreCopied, std::uint8_t* drawn, DrawLine drawLine) const noexcept {
+        if (rowsAreCopied && plan_.picture.width == pitch_ && lines.FollowEachOther(pitch_)) {
+            kernels_.copy(slot_ + lines.Address(0), pitch_ * lines.count, drawn);
+            return;
         }
+        DrawRows(lines, 0, lines.count, drawn, drawLine);
     }
-}
 
-void DrawPlanarChroma(const std::uint8_t* slot, const SampleAddresses& u, const SampleAddresses& v,
-                      const CanvasPicture& picture) noexcept {
-    for (std::size_t j = 0; j < u.y.size(); ++j) {
-        const std::uint8_t* const sourceU = slot + u.y[j];
-        const std::uint8_t* const sourceV = slot + v.y[j];
-        std::uint8_t* const row = picture.ChromaRow(j);
-        for (std::size_t i = 0; i < u.x.size(); ++i) {
-            row[2 * i] = sourceU[u.x[i]];
-            row[2 * i + 1] = sourceV[v.x[i]];
-        }
-    }
-}
-
-// BT.601 limited range in 8-bit fixed point. The sums stay inside their ranges: luma 16..235, chroma 16..240.
-std::uint8_t LumaOf(int r, int g, int b) noexcept {
-    return static_cast<std::uint8_t>(((66 * r + 129 * g + 25 * b + 128) >> 8) + 16);
-}
-std::uint8_t ChromaUOf(int r, int g, int b) noexcept {
-    return static_cast<std::uint8_t>(std::clamp(((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128, 0, 255));
-}
-std::uint8_t ChromaVOf(int r, int g, int b) noexcept {
-    return static_cast<std::uint8_t>(std::clamp(((112 * r - 94 * g - 18 * b + 128) >> 8) + 128, 0, 255));
-}
-
-void DrawPacked(const std::uint8_t* slot, const SampleAddresses& pixels, bool redFirst,
-                const CanvasPicture& picture) noexcept {
-    const std::size_t redByte = redFirst ? 0 : 2;
-    const std::size_t blueByte = redFirst ? 2 : 0;
-    for (std::size_t j = 0; j < pixels.y.size(); ++j) {
-        const std::uint8_t* const source = slot + pixels.y[j];
-        std::uint8_t* const lumaRow = picture.LumaRow(j);
-        // The top left pixel of each 2 x 2 block gives the block's colour.
-        std::uint8_t* const chromaRow = j % 2 == 0 ? picture.ChromaRow(j / 2) : nullptr;
-        for (std::size_t i = 0; i < pixels.x.size(); ++i) {
-            const std::uint8_t* const pixel = source + pixels.x[i];
-            const int r = pixel[redByte];
-            const int g = pixel[1];
-            const int b = pixel[blueByte];
-            lumaRow[i] = LumaOf(r, g, b);
-            if (chromaRow != nullptr && i % 2 == 0) {
-                chromaRow[i] = ChromaUOf(r, g, b);
-                chromaRow[i + 1] = ChromaVOf(r, g, b);
+    void DrawRows(const Lines& lines, std::size_t first, std::size_t end, std::uint8_t* plane,
+                  DrawLine drawLine) const noexcept {
+        for (std::size_t line = first; line < end; ++line) {
+            std::uint8_t* const drawn = plane + line * pitch_;
+            if (lines.RepeatsPrevious(line)) {
+                kernels_.copy(drawn - pitch_, plan_.picture.width, drawn);
+                continue;
             }
+            const bool twins = line + 1 < end && lines.RepeatsPrevious(line + 1);
+            (this->*drawLine)(lines, line, drawn, twins ? drawn + pitch_ : nullptr);
+            line += twins ? 1 : 0;
         }
     }
-}
+
+    void DrawLumaLine(const Lines& lines, std::size_t line, std::uint8_t* drawn, std::uint8_t* twin) const noexcept {
+        const std::uint8_t* const source = slot_ + lines.Address(line);
+        const std::uint8_t* const next = slot_ + lines.Address(Next(lines, line));
+        if (!IsPacked(layout_)) {
+            Spread(plan_.lumaPattern, lumaRow_, source, next, drawn, twin);
+        } else if (wholeRows_) {
+            kernels_.luma(source, next, sourceWidth_, pixelOrder_, drawn);
+            CopyToTwin(drawn, twin);
+        } else {
+            kernels_.luma(source, next, sourceWidth_, pixelOrder_, scratch_);
+            Spread(plan_.lumaPattern, lumaRow_, scratch_, scratch_, drawn, twin);
+        }
+    }
+
+    void DrawChromaLine(const Lines& lines, std::size_t line, std::uint8_t* drawn, std::uint8_t* twin) const noexcept {
+        const RowPattern& pattern = plan_.chromaPattern;
+        const std::uint8_t* const source = slot_ + lines.Address(line);
+        const std::uint8_t* const next = slot_ + lines.Address(Next(lines, line));
+        const std::uint32_t pairCount = plan_.picture.width / 2;
+        if (layout_ == PixelLayout::Nv12) {
+            Spread(pattern, chromaRow_, source, next, drawn, twin);
+            return;
+        }
+        if (layout_ == PixelLayout::Planar) {
+            const std::uint8_t* u = source;
+            const std::uint8_t* v = slot_ + lines.AddressV(line);
+            if (!pattern.contiguous) {
+                kernels_.spread(chromaRow_, u, next, scratch_, nullptr);
+                kernels_.spread(chromaRow_, v, slot_ + lines.AddressV(Next(lines, line)), scratch_ + pairCount,
+                                nullptr);
+                u = scratch_;
+                v = scratch_ + pairCount;
+            }
+            kernels_.interleave(u, v, pairCount, drawn);
+        } else if (wholeRows_) {
+            kernels_.chroma(source, sourceWidth_, true, pixelOrder_, drawn);
+        } else {
+            Spread(pattern, chromaRow_, source, source, scratch_, nullptr);
+            kernels_.chroma(scratch_, pairCount, false, pixelOrder_, drawn);
+        }
+        CopyToTwin(drawn, twin);
+    }
+
+    void Spread(const RowPattern& pattern, const RowShuffle& row, const std::uint8_t* source, const std::uint8_t* next,
+                std::uint8_t* drawn, std::uint8_t* twin) const noexcept {
+        if (pattern.contiguous) {
+            kernels_.copy(source, row.byteCount, drawn);
+            CopyToTwin(drawn, twin);
+        } else {
+            kernels_.spread(row, source, next, drawn, twin);
+        }
+    }
+
+    void CopyToTwin(const std::uint8_t* drawn, std::uint8_t* twin) const noexcept {
+        if (twin != nullptr) {
+            kernels_.copy(drawn, plan_.picture.width, twin);
+        }
+    }
+
+    // The line whose source row is to be asked for now.
+    [[nodiscard]] std::size_t Next(const Lines& lines, std::size_t line) const noexcept {
+        return std::min(line + rowsAhead_, lines.count - 1);
+    }
+
+    void DrawSideways(const Lines& luma, const Lines& chroma) const noexcept {
+        if (IsPacked(layout_)) {
+            DrawStrips(luma, chroma);
+            return;
+        }
+        const auto lumaLines = static_cast<std::uint32_t>(luma.count);
+        kernels_.turnBytes(lumaRow_, slot_, luma.addresses, lumaLines, luma_, pitch_);
+        if (layout_ == PixelLayout::Nv12) {
+            kernels_.turnPairs(chromaRow_, slot_, chroma.addresses, lumaLines / 2, chroma_, pitch_);
+        } else {
+            DrawStrips({}, chroma);
+        }
+    }
+
+    // Strips of lines that do not lie in the slot as they are drawn: whole source rows of luma and of U,V pairs are
+    // made of them first. Without luma lines only the chroma is drawn.
+    void DrawStrips(const Lines& luma, const Lines& chroma) const noexcept {
+        const std::size_t pairLines = std::min(StripLines / 2, chroma.count);
+        for (std::size_t strip = 0; strip < chroma.count; strip += pairLines) {
+            // The last strip may overlap the one before.
+            const std::size_t first = std::min(strip, chroma.count - pairLines);
+            if (luma.count > 0) {
+                DrawStrip(luma, 2 * first, 2 * pairLines, lumaRow_, kernels_.turnBytes, luma_ + 2 * first,
+                          &Drawing::MakeLuma);
+            }
+            DrawStrip(chroma, first, pairLines, chromaRow_, kernels_.turnPairs, chroma_ + 2 * first,
+                      &Drawing::MakePairs);
+        }
+    }
+
+    using MakeRow = void (Drawing::*)(const Lines& lines, std::size_t line, std::uint8_t* row) const noexcept;
+
+    void MakeLuma(const Lines& lines, std::size_t line, std::uint8_t* row) const noexcept {
+        const std::uint8_t* const next = slot_ + lines.Address(Next(lines, line));
+        kernels_.luma(slot_ + lines.Address(line), next, sourceWidth_, pixelOrder_, row);
+    }
+    void MakePairs(const Lines& lines, std::size_t line, std::uint8_t* row) const noexcept {
+        if (IsPacked(layout_)) {
+            kernels_.chroma(slot_ + lines.Address(line), sourceWidth_, false, pixelOrder_, row);
+        } else {
+            kernels_.interleave(slot_ + lines.Address(line), slot_ + lines.AddressV(line), sourceWidth_ / 2, row);
+        }
+    }
+
+    void DrawStrip(const Lines& lines, std::size_t first, std::size_t count, const RowShuffle& row,
+                   decltype(FrameKernels::turnBytes) turn, std::uint8_t* drawn, MakeRow makeRow) const noexcept {
+        const auto rowBytes = static_cast<std::uint32_t>(ScratchLineBytes(plan_));
+        std::array<std::uint32_t, StripLines> rows{};
+        std::uint32_t at = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i == 0 || !lines.RepeatsPrevious(first + i)) {
+                at = static_cast<std::uint32_t>(i) * rowBytes;
+                (this->*makeRow)(lines, first + i, scratch_ + at);
+            }
+            rows[i] = at;
+        }
+        turn(row, scratch_, rows.data(), static_cast<std::uint32_t>(count), drawn, pitch_);
+    }
+
+    const FrameKernels& kernels_;
+    const FramePlan& plan_;
+    PixelLayout layout_;
+    std::uint32_t sourceWidth_;
+    PixelOrder pixelOrder_;
+    bool wholeRows_ = false; // packed, and each row is drawn with all its pixels, maybe mirrored
+    const std::uint8_t* slot_;
+    std::size_t pitch_; // of the canvas
+    std::uint8_t* luma_; // of the picture
+    std::uint8_t* chroma_;
+    std::uint8_t* scratch_;
+    std::size_t rowsAhead_; // to be asked for now
+    RowShuffle lumaRow_;
+    RowShuffle chromaRow_;
+};
 
 } // namespace
 
 HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameDescriptor& descriptor,
-                                std::uint32_t canvasWidth, std::uint32_t canvasHeight,
-                                std::vector<std::uint8_t>& canvas) {
+                                std::uint32_t canvasWidth, std::uint32_t canvasHeight, FrameCanvas& canvas) {
     const std::optional<PixelLayout> layout = RecognizeFormat(descriptor.format, descriptor.planes.size());
     if (!layout) {
-        ClearCanvas(canvasWidth, canvasHeight, canvas);
+        canvas.Prepare(canvasWidth, canvasHeight, {});
         return MF_E_INVALIDMEDIATYPE;
     }
     const FrameGeometry geometry = MakeGeometry(descriptor, *layout, canvasWidth, canvasHeight);
@@ -125,23 +281,11 @@ HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameD
     if (geometry != plan_.geometry) {
         BuildPlan(geometry, plan_);
     }
-    ClearCanvas(canvasWidth, canvasHeight, canvas);
-
-    const CanvasPicture picture(plan_, canvas);
-    switch (*layout) {
-    case PixelLayout::Nv12:
-        DrawLuma(slot.data(), plan_.luma, picture);
-        DrawPairedChroma(slot.data(), plan_.chromaU, picture);
-        break;
-    case PixelLayout::Planar:
-        DrawLuma(slot.data(), plan_.luma, picture);
-        DrawPlanarChroma(slot.data(), plan_.chromaU, plan_.chromaV, picture);
-        break;
-    case PixelLayout::Rgba:
-    case PixelLayout::Bgra:
-        DrawPacked(slot.data(), plan_.luma, *layout == PixelLayout::Rgba, picture);
-        break;
+    if (scratch_.size() < ScratchBytes(plan_)) {
+        scratch_.resize(ScratchBytes(plan_));
     }
+    canvas.Prepare(canvasWidth, canvasHeight, plan_.picture);
+    Drawing(*kernels_, plan_, slot.data(), canvas, scratch_.data()).Draw();
     return S_OK;
 }
 

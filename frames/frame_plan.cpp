@@ -7,14 +7,14 @@ namespace {
 
 // How the samples of one plane relate to the coded picture.
 struct PlaneShape {
-    std::uint32_t columnsPerSample; // and rows: 1, or 2 for subsampled chroma
+    std::uint32_t subsampling; // as a shift: 0, or 1 for chroma with one sample for two columns and rows
     std::uint32_t bytesPerSample;
 };
 
-constexpr PlaneShape LumaShape{1, 1};
-constexpr PlaneShape PairedChromaShape{2, 2};
-constexpr PlaneShape PlanarChromaShape{2, 1};
-constexpr PlaneShape PixelShape{1, 4};
+constexpr PlaneShape LumaShape{0, 1};
+constexpr PlaneShape PairedChromaShape{1, 2};
+constexpr PlaneShape PlanarChromaShape{1, 1};
+constexpr PlaneShape PixelShape{0, 4};
 
 std::size_t PlaneCount(PixelLayout layout) noexcept {
     switch (layout) {
@@ -50,83 +50,78 @@ bool PlaneFits(const PlaneLayout& plane, std::uint64_t rowBytes, std::uint64_t r
 
 std::uint32_t RoundDownToEven(std::uint32_t value) noexcept { return value & ~1U; }
 
-// Source position of each output sample along one canvas axis, in pixels of the rotated source.
-// `step` is the number of picture pixels per sample.
-class AxisSampler {
-public:
-    AxisSampler(std::uint32_t sourceSize, std::uint32_t pictureSize, std::uint32_t step, bool mirrored) noexcept
-        : sourceSize_(sourceSize), pictureSize_(pictureSize), step_(step), mirrored_(mirrored) {}
-
-    [[nodiscard]] std::uint32_t SampleCount() const noexcept { return pictureSize_ / step_; }
-    [[nodiscard]] std::uint32_t operator()(std::uint32_t sample) const noexcept {
-        const std::uint64_t position = static_cast<std::uint64_t>(sample) * step_ * sourceSize_ / pictureSize_;
-        const auto source = static_cast<std::uint32_t>(position);
-        return mirrored_ ? sourceSize_ - 1 - source : source;
-    }
-
-private:
-    std::uint32_t sourceSize_;
-    std::uint32_t pictureSize_;
-    std::uint32_t step_;
-    bool mirrored_;
+// One axis of the picture: how many picture pixels it shows of how many source pixels, and from which end.
+struct Axis {
+    std::uint32_t sourceSize;
+    std::uint32_t pictureSize;
+    bool backwards;
 };
 
-SampleAddresses MakeAddresses(const FrameGeometry& geometry, const PictureRectangle& picture, std::size_t planeIndex) {
+// The address of each sample along an axis: `step` bytes for each sample of the plane, from `base` on.
+void FillAddresses(const Axis& axis, std::uint32_t subsampling, std::uint32_t base, std::uint32_t step,
+                   std::vector<std::uint32_t>& addresses) {
+    // Picture pixel i shows source pixel i * sourceSize / pictureSize; quotient and remainder are carried along.
+    const std::uint32_t advance = axis.sourceSize << subsampling;
+    const std::uint32_t wholeAdvance = advance / axis.pictureSize;
+    const std::uint32_t restAdvance = advance % axis.pictureSize;
+    std::uint32_t position = 0;
+    std::uint32_t rest = 0;
+    addresses.resize(axis.pictureSize >> subsampling);
+    for (std::uint32_t& address : addresses) {
+        const std::uint32_t source = axis.backwards ? axis.sourceSize - 1 - position : position;
+        address = base + (source >> subsampling) * step;
+        position += wholeAdvance;
+        rest += restAdvance;
+        const bool carry = rest >= axis.pictureSize;
+        position += carry ? 1 : 0;
+        rest -= carry ? axis.pictureSize : 0;
+    }
+}
+
+void MakeAddresses(const FramePlan& plan, const FrameGeometry& geometry, std::size_t planeIndex,
+                   SampleAddresses& addresses) {
     const PlaneShape shape = ShapeOf(geometry.layout, planeIndex);
-    const PlaneLayout& plane = geometry.planes[planeIndex];
-    const bool sideways = geometry.rotation == 90 || geometry.rotation == 270;
-    const std::uint32_t lastColumn = geometry.codedWidth - 1;
-    const std::uint32_t lastRow = geometry.codedHeight - 1;
-    const AxisSampler sourceX(sideways ? geometry.codedHeight : geometry.codedWidth, picture.width,
-                              shape.columnsPerSample, geometry.mirrored);
-    const AxisSampler sourceY(sideways ? geometry.codedWidth : geometry.codedHeight, picture.height,
-                              shape.columnsPerSample, false);
+    const Axis x{plan.sideways ? geometry.codedHeight : geometry.codedWidth, plan.picture.width,
+                 geometry.mirrored != (geometry.rotation == 90 || geometry.rotation == 180)};
+    const Axis y{plan.sideways ? geometry.codedWidth : geometry.codedHeight, plan.picture.height,
+                 geometry.rotation == 180 || geometry.rotation == 270};
+    const Axis& rows = plan.sideways ? x : y;
+    const Axis& columns = plan.sideways ? y : x;
+    // The stride of a single row may be anything; it is multiplied by 0 then.
+    FillAddresses(rows, shape.subsampling, static_cast<std::uint32_t>(geometry.planes[planeIndex].offset),
+                  static_cast<std::uint32_t>(geometry.planes[planeIndex].stride),
+                  plan.sideways ? addresses.x : addresses.y);
+    FillAddresses(columns, shape.subsampling, 0, shape.bytesPerSample, plan.sideways ? addresses.y : addresses.x);
+}
 
-    const auto columnBytes = [&](std::uint32_t column) {
-        return column / shape.columnsPerSample * shape.bytesPerSample;
-    };
-    const auto rowBytes = [&](std::uint32_t row) {
-        return static_cast<std::uint32_t>(plane.offset + row / shape.columnsPerSample * plane.stride);
-    };
+// Every `step`th of the addresses, times `factor` and divided by `divisor`.
+void TakeOffsets(const std::vector<std::uint32_t>& addresses, std::size_t step, std::uint32_t factor,
+                 std::uint32_t divisor, std::vector<std::uint32_t>& offsets) {
+    offsets.resize(addresses.size() / step);
+    for (std::size_t i = 0; i < offsets.size(); ++i) {
+        offsets[i] = addresses[i * step] / divisor * factor;
+    }
+}
 
-    SampleAddresses addresses;
-    addresses.x.resize(sourceX.SampleCount());
-    addresses.y.resize(sourceY.SampleCount());
-    for (std::uint32_t i = 0; i < addresses.x.size(); ++i) {
-        const std::uint32_t sx = sourceX(i);
-        switch (geometry.rotation) {
-        case 90:
-            addresses.x[i] = rowBytes(lastRow - sx);
-            break;
-        case 180:
-            addresses.x[i] = columnBytes(lastColumn - sx);
-            break;
-        case 270:
-            addresses.x[i] = rowBytes(sx);
-            break;
-        default:
-            addresses.x[i] = columnBytes(sx);
-            break;
-        }
+void MakePatterns(FramePlan& plan, const FrameGeometry& geometry) {
+    const std::vector<std::uint32_t>& luma = plan.sideways ? plan.luma.y : plan.luma.x;
+    const std::vector<std::uint32_t>& chroma = plan.sideways ? plan.chromaU.y : plan.chromaU.x;
+    const std::uint32_t width = geometry.codedWidth;
+    if (IsPacked(geometry.layout)) {
+        const std::uint32_t sampleBytes = plan.sideways ? 2 : 4;
+        TakeOffsets(luma, 1, 1, 4, plan.lumaPattern.offsets);
+        TakeOffsets(luma, 2, sampleBytes, 4, plan.chromaPattern.offsets); // the first of two gives the colour
+        PreparePattern(sampleBytes, width * sampleBytes, !plan.sideways, plan.chromaPattern);
+    } else if (geometry.layout == PixelLayout::Planar) {
+        TakeOffsets(luma, 1, 1, 1, plan.lumaPattern.offsets);
+        TakeOffsets(chroma, 1, plan.sideways ? 2 : 1, 1, plan.chromaPattern.offsets);
+        PreparePattern(plan.sideways ? 2 : 1, plan.sideways ? width : width / 2, !plan.sideways, plan.chromaPattern);
+    } else {
+        TakeOffsets(luma, 1, 1, 1, plan.lumaPattern.offsets);
+        TakeOffsets(chroma, 1, 1, 1, plan.chromaPattern.offsets);
+        PreparePattern(2, width, !plan.sideways, plan.chromaPattern);
     }
-    for (std::uint32_t j = 0; j < addresses.y.size(); ++j) {
-        const std::uint32_t sy = sourceY(j);
-        switch (geometry.rotation) {
-        case 90:
-            addresses.y[j] = columnBytes(sy);
-            break;
-        case 180:
-            addresses.y[j] = rowBytes(lastRow - sy);
-            break;
-        case 270:
-            addresses.y[j] = columnBytes(lastColumn - sy);
-            break;
-        default:
-            addresses.y[j] = rowBytes(sy);
-            break;
-        }
-    }
-    return addresses;
+    PreparePattern(1, width, !plan.sideways, plan.lumaPattern);
 }
 
 } // namespace
@@ -167,8 +162,8 @@ bool FitsSlot(const FrameGeometry& geometry, std::size_t slotSize) noexcept {
     for (std::size_t plane = 0; plane < PlaneCount(geometry.layout); ++plane) {
         const PlaneShape shape = ShapeOf(geometry.layout, plane);
         const std::uint64_t rowBytes =
-            static_cast<std::uint64_t>(geometry.codedWidth / shape.columnsPerSample) * shape.bytesPerSample;
-        if (!PlaneFits(geometry.planes[plane], rowBytes, geometry.codedHeight / shape.columnsPerSample, slotSize)) {
+            static_cast<std::uint64_t>(geometry.codedWidth >> shape.subsampling) * shape.bytesPerSample;
+        if (!PlaneFits(geometry.planes[plane], rowBytes, geometry.codedHeight >> shape.subsampling, slotSize)) {
             return false;
         }
     }
@@ -197,10 +192,12 @@ void BuildPlan(const FrameGeometry& geometry, FramePlan& plan) {
     plan.geometry = {};
     plan.picture =
         FitPicture(geometry.displayWidth, geometry.displayHeight, geometry.canvasWidth, geometry.canvasHeight);
-    const std::size_t planeCount = PlaneCount(geometry.layout);
-    plan.luma = MakeAddresses(geometry, plan.picture, 0);
-    plan.chromaU = planeCount > 1 ? MakeAddresses(geometry, plan.picture, 1) : SampleAddresses{};
-    plan.chromaV = planeCount > 2 ? MakeAddresses(geometry, plan.picture, 2) : SampleAddresses{};
+    plan.sideways = geometry.rotation == 90 || geometry.rotation == 270;
+    const std::array<SampleAddresses*, 3> planes = {&plan.luma, &plan.chromaU, &plan.chromaV};
+    for (std::size_t plane = 0; plane < PlaneCount(geometry.layout); ++plane) {
+        MakeAddresses(plan, geometry, plane, *planes[plane]);
+    }
+    MakePatterns(plan, geometry);
     plan.geometry = geometry;
 }
 

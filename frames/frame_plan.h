@@ -3,6 +3,7 @@
 #pragma once
 
 #include "frames/frame_message.h"
+#include "frames/row_pattern.h"
 
 #include <array>
 #include <cstddef>
@@ -66,13 +67,24 @@ struct SampleAddresses {
     std::vector<std::uint32_t> y;
 };
 
+// Source rows become picture rows, or, in a picture on its side, picture columns: its lines. Each line of luma and of
+// chroma picks its samples in the same way.
 struct FramePlan {
     FrameGeometry geometry;
     PictureRectangle picture;
+    bool sideways = false; // turned by 90 or 270 degrees
     SampleAddresses luma; // one entry per picture column and row; whole pixels in the packed layouts
     SampleAddresses chromaU; // one entry per two columns and rows; U,V pairs in NV12, unused in the packed layouts
     SampleAddresses chromaV; // planar layout only
+    RowPattern lumaPattern; // picks luma bytes: in the packed layouts, of a source row already turned into luma
+    // Picks U,V pairs: of planar and packed pictures on their side, those made of a whole source row. In upright ones
+    // it picks what pairs are made of afterwards: bytes of both planes, or pixels.
+    RowPattern chromaPattern;
 };
+
+[[nodiscard]] inline bool IsPacked(PixelLayout layout) noexcept {
+    return layout == PixelLayout::Rgba || layout == PixelLayout::Bgra;
+}
 
 // Rebuilds the plan for a geometry that fits its slot.
 void BuildPlan(const FrameGeometry& geometry, FramePlan& plan);

@@ -7,6 +7,7 @@
 #include "platform/hresult.h"
 
 #include <new>
+#include <span>
 #include <string>
 
 namespace receiver {
@@ -64,12 +65,13 @@ HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstri
         return E_INVALIDARG;
     }
     RETURN_IF_FAILED(frameConverter.Convert({slot, SlotSize}, descriptor, outputWidth, outputHeight, scratchBuffer));
-    const auto size = static_cast<std::uint32_t>(scratchBuffer.size());
-    const HRESULT published = sharedFrameFile.PublishFrame(scratchBuffer.data(), size, outputWidth, outputHeight);
+    const std::span<const std::uint8_t> frame = scratchBuffer.Bytes();
+    const auto size = static_cast<std::uint32_t>(frame.size());
+    const HRESULT published = sharedFrameFile.PublishFrame(frame.data(), size, outputWidth, outputHeight);
     if (FAILED(published) || !recorder.Recording()) {
         return published;
     }
-    const HRESULT written = recorder.WriteFrame(scratchBuffer.data(), static_cast<std::int32_t>(size));
+    const HRESULT written = recorder.WriteFrame(frame.data(), static_cast<std::int32_t>(size));
     if (FAILED(written)) {
         std::wstring path;
         (void)recorder.Stop(&path); // The page is told why the recording ended, not how its file was closed.

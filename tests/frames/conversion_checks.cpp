@@ -1,0 +1,334 @@
+#include "conversion_checks.h"
+
+#include "frames/frame_converter.h"
+#include "frames/row_pattern.h"
+#include "reference_converter.h"
+#include "tests/support/guarded_bytes.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <random>
+#include <span>
+#include <sstream>
+#include <stdexcept>
+
+namespace receiver {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+class Random {
+public:
+    explicit Random(std::uint32_t seed) : generator_(seed) {}
+
+    // 0 to count - 1.
+    std::uint32_t Below(std::uint32_t count) { return static_cast<std::uint32_t>(generator_()) % count; }
+    bool OneIn(std::uint32_t count) { return Below(count) == 0; }
+
+    // An even size from 2, rarely above `usual`.
+    std::uint32_t EvenSize(std::uint32_t usual, std::uint32_t largest) {
+        const std::uint32_t limit = OneIn(32) ? largest : usual;
+        return 2 + Below(limit / 2) * 2;
+    }
+
+private:
+    std::minstd_rand generator_; // quickly made: there is one for each geometry
+};
+
+FrameDescriptor RandomFrame(Random& random) {
+    constexpr std::array<const wchar_t*, 7> Formats = {L"NV12", L"I420", L"I420A", L"RGBA", L"RGBX", L"BGRA", L"BGRX"};
+    FrameDescriptor frame;
+    frame.format = Formats.at(random.Below(Formats.size()));
+    frame.codedWidth = random.EvenSize(random.OneIn(4) ? 300 : 70, 4096);
+    frame.codedHeight = random.EvenSize(70, 2160);
+    frame.flipA = random.OneIn(2);
+    frame.rotation = random.Below(4) * 90;
+    frame.flipB = random.OneIn(2);
+    const std::uint32_t displayLimit = random.OneIn(4) ? 4096 : 100;
+    frame.displayWidth = 1 + random.Below(displayLimit);
+    frame.displayHeight = 1 + random.Below(displayLimit);
+    const bool large = frame.codedWidth * frame.codedHeight > 500000;
+    for (const PlaneSize& plane : ReferencePlanes(frame.format, frame.codedWidth, frame.codedHeight)) {
+        const auto rowBytes = static_cast<std::uint32_t>(plane.rowBytes);
+        std::uint32_t stride = 1 + random.Below(large ? 500 : rowBytes); // rows that overlap
+        if (!large && !random.OneIn(4)) {
+            stride = rowBytes + (random.OneIn(2) ? 0 : random.Below(70));
+        }
+        frame.planes.push_back({.offset = random.Below(300), .stride = stride});
+    }
+    return frame;
+}
+
+// Canvases that the frame fills without scaling, or of a simple ratio, are as likely as any others.
+void RandomCanvas(Random& random, FrameDescriptor& frame, std::uint32_t& width, std::uint32_t& height) {
+    width = random.EvenSize(100, 300);
+    height = random.EvenSize(100, 300);
+    const bool sideways = frame.rotation == 90 || frame.rotation == 270;
+    const std::uint32_t turnedWidth = sideways ? frame.codedHeight : frame.codedWidth;
+    const std::uint32_t turnedHeight = sideways ? frame.codedWidth : frame.codedHeight;
+    if (!random.OneIn(2) || turnedWidth > 300 || turnedHeight > 300) {
+        return;
+    }
+    constexpr std::array<std::array<std::uint32_t, 2>, 6> Ratios = {{{1, 1}, {1, 1}, {3, 2}, {2, 3}, {2, 1}, {3, 4}}};
+    const auto [numerator, denominator] = Ratios.at(random.Below(Ratios.size()));
+    width = std::max(turnedWidth * numerator / denominator / 2 * 2, 2U);
+    height = std::max(turnedHeight * numerator / denominator / 2 * 2, 2U);
+    frame.displayWidth = width;
+    frame.displayHeight = height;
+}
+
+std::string Describe(const FrameDescriptor& frame, std::uint32_t width, std::uint32_t height) {
+    std::ostringstream text;
+    text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
+         << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
+         << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
+    for (const PlaneLayout& plane : frame.planes) {
+        text << ' ' << plane.offset << ',' << plane.stride;
+    }
+    text << " canvas " << width << " x " << height;
+    return text.str();
+}
+
+std::string Difference(std::span<const std::uint8_t> expected, std::span<const std::uint8_t> actual) {
+    if (expected.size() != actual.size()) {
+        return std::to_string(actual.size()) + " bytes instead of " + std::to_string(expected.size());
+    }
+    const auto different = std::ranges::mismatch(expected, actual);
+    if (different.in1 == expected.end()) {
+        return {};
+    }
+    return "byte " + std::to_string(different.in1 - expected.begin()) + " is " + std::to_string(*different.in2) +
+           " instead of " + std::to_string(*different.in1);
+}
+
+void FillRandomly(std::span<std::uint8_t> bytes, std::uint32_t seed) {
+    std::minstd_rand generator(seed);
+    std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(generator() >> 8); });
+}
+
+// 1/256 of a value, rounded down.
+int Part256(int value) { return (value - (value % 256 + 256) % 256) / 256; }
+std::uint8_t Clamp(int value) { return static_cast<std::uint8_t>(std::clamp(value, 0, 255)); }
+
+} // namespace
+
+std::vector<const FrameKernels*> UsableKernels() {
+    std::vector<const FrameKernels*> tables = {&ScalarKernels};
+    if (Avx2Usable(ReadCpuReport())) {
+        tables.push_back(&Avx2Kernels);
+    }
+    return tables;
+}
+
+std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t firstSeed, std::uint32_t count) {
+    constexpr std::size_t LargestSlot = 4 << 20;
+    const GuardedBytes memory(LargestSlot);
+    FillRandomly(memory.All(), firstSeed);
+    FrameConverter converter(kernels);
+    FrameCanvas canvas;
+    for (std::uint32_t seed = firstSeed; seed < firstSeed + count; ++seed) {
+        Random random(seed);
+        FrameDescriptor frame = RandomFrame(random);
+        std::uint32_t width = 0;
+        std::uint32_t height = 0;
+        RandomCanvas(random, frame, width, height);
+        const auto slotSize = static_cast<std::size_t>(ReferenceSlotSize(frame));
+        if (slotSize > LargestSlot) {
+            throw std::length_error("slot");
+        }
+        const std::span<const std::uint8_t> slot = random.OneIn(4) ? memory.First(slotSize) : memory.Last(slotSize);
+        if (random.OneIn(8)) {
+            canvas.Forget();
+        }
+        const HRESULT result = converter.Convert(slot, frame, width, height, canvas);
+        std::string difference = "result " + std::to_string(result);
+        if (result == S_OK) {
+            difference = Difference(ReferenceConvert(slot, frame, width, height), canvas.Bytes());
+        }
+        if (!difference.empty()) {
+            return difference.append(", seed ")
+                .append(std::to_string(seed))
+                .append(": ")
+                .append(Describe(frame, width, height));
+        }
+    }
+    return {};
+}
+
+std::string ColourDifference(const FrameKernels& kernels) {
+    constexpr std::uint32_t RowPixels = 256 * 256; // one row for each red
+    Bytes pixels(std::size_t{4} * RowPixels);
+    Bytes luma(RowPixels), expectedLuma(RowPixels);
+    Bytes chroma(std::size_t{2} * RowPixels), expectedChroma(std::size_t{2} * RowPixels);
+    Bytes halved(RowPixels), expectedHalved(RowPixels);
+    for (const bool redFirst : {false, true}) {
+        for (int red = 0; red < 256; ++red) {
+            for (std::size_t i = 0; i < RowPixels; ++i) {
+                const auto green = static_cast<int>(i / 256);
+                const auto blue = static_cast<int>(i % 256);
+                pixels[4 * i] = static_cast<std::uint8_t>(redFirst ? red : blue);
+                pixels[4 * i + 1] = static_cast<std::uint8_t>(green);
+                pixels[4 * i + 2] = static_cast<std::uint8_t>(redFirst ? blue : red);
+                pixels[4 * i + 3] = static_cast<std::uint8_t>(red + 3 * green + 7 * blue);
+                expectedLuma[i] = Clamp((66 * red + 129 * green + 25 * blue + 128) / 256 + 16);
+                expectedChroma[2 * i] = Clamp(Part256(-38 * red - 74 * green + 112 * blue + 128) + 128);
+                expectedChroma[2 * i + 1] = Clamp(Part256(112 * red - 94 * green - 18 * blue + 128) + 128);
+            }
+            for (const bool mirrored : {false, true}) {
+                const PixelOrder order{.redFirst = redFirst, .mirrored = mirrored};
+                if (mirrored) {
+                    std::ranges::reverse(expectedLuma);
+                    for (std::size_t i = 0; i < RowPixels / 2; ++i) {
+                        std::swap_ranges(&expectedChroma[2 * i], &expectedChroma[2 * i + 2],
+                                         &expectedChroma[2 * (RowPixels - 1 - i)]);
+                    }
+                }
+                for (std::size_t i = 0; i < RowPixels / 2; ++i) {
+                    std::copy_n(&expectedChroma[4 * i], 2, &expectedHalved[2 * i]);
+                }
+                kernels.luma(pixels.data(), pixels.data(), RowPixels, order, luma.data());
+                kernels.chroma(pixels.data(), RowPixels, false, order, chroma.data());
+                kernels.chroma(pixels.data(), RowPixels, true, order, halved.data());
+                const std::string difference = Difference(expectedLuma, luma) + Difference(expectedChroma, chroma) +
+                                               Difference(expectedHalved, halved);
+                if (!difference.empty()) {
+                    return difference + ", red " + std::to_string(red) + (redFirst ? " first" : " last");
+                }
+            }
+        }
+    }
+    return {};
+}
+
+std::string SnapshotDifference(const FrameKernels& kernels) {
+    constexpr std::uint32_t Width = 2 * 256; // a pair for each U
+    Bytes luma(std::size_t{2} * Width), chroma(Width), pixels(std::size_t{6} * Width), expected(std::size_t{6} * Width);
+    for (int y = 0; y < 256; ++y) {
+        for (int v = 0; v < 256; ++v) {
+            for (std::size_t x = 0; x < Width; ++x) {
+                const auto u = static_cast<int>(x / 2);
+                chroma[x] = static_cast<std::uint8_t>(x % 2 == 0 ? u : v);
+                for (std::size_t row = 0; row < 2; ++row) {
+                    const int shownY = row == 0 ? y : 255 - y;
+                    luma[row * Width + x] = static_cast<std::uint8_t>(shownY);
+                    const int base = 298 * (shownY - 16) + 128;
+                    std::uint8_t* const pixel = &expected[3 * (row * Width + x)];
+                    pixel[0] = Clamp(Part256(base + 516 * (u - 128)));
+                    pixel[1] = Clamp(Part256(base - 100 * (u - 128) - 208 * (v - 128)));
+                    pixel[2] = Clamp(Part256(base + 409 * (v - 128)));
+                }
+            }
+            kernels.blueGreenRed(luma.data(), chroma.data(), Width, pixels.data());
+            const std::string difference = Difference(expected, pixels);
+            if (!difference.empty()) {
+                return difference + ", Y " + std::to_string(y) + " V " + std::to_string(v);
+            }
+        }
+    }
+    return {};
+}
+
+std::string RowDifference(const FrameKernels& kernels, std::uint32_t sampleCount) {
+    constexpr std::uint32_t LineCount = 22;
+    const GuardedBytes source(std::size_t{256} << 10), other(64 << 10), drawn(std::size_t{256} << 10);
+    FillRandomly(source.All(), sampleCount + 1);
+    FillRandomly(other.All(), sampleCount + 2);
+    // Draws with both tables, next to either page, between bytes that must stay as they are.
+    const auto compare = [&](const char* name, std::size_t drawnBytes,
+                             const std::function<void(const FrameKernels&, std::uint8_t*)>& draw) -> std::string {
+        constexpr std::size_t Margin = 100;
+        for (const bool atEnd : {false, true}) {
+            const std::span<std::uint8_t> actual =
+                atEnd ? drawn.Last(drawnBytes + Margin) : drawn.First(drawnBytes + Margin);
+            Bytes expected(actual.size(), 0xA5);
+            const std::size_t at = atEnd ? Margin : 0;
+            draw(ScalarKernels, expected.data() + at);
+            std::ranges::fill(actual, std::uint8_t{0xA5});
+            draw(kernels, actual.data() + at);
+            const std::string difference = Difference(expected, actual);
+            if (!difference.empty()) {
+                return std::string(name) + ", " + std::to_string(sampleCount) + " samples: " + difference;
+            }
+        }
+        return {};
+    };
+    std::string differences;
+    for (const bool atEnd : {false, true}) {
+        const auto rows = [&](const GuardedBytes& memory, std::size_t size) {
+            return (atEnd ? memory.Last(size) : memory.First(size)).data();
+        };
+        const std::size_t count = sampleCount;
+        const std::uint32_t even = sampleCount / 2 * 2;
+        differences += compare("copy", count, [&](const FrameKernels& table, std::uint8_t* to) {
+            table.copy(rows(source, count), count, to);
+        });
+        differences += compare("interleave", 2 * count, [&](const FrameKernels& table, std::uint8_t* to) {
+            table.interleave(rows(source, count), rows(other, count), sampleCount, to);
+        });
+        differences += compare("blueGreenRed", std::size_t{6} * even, [&](const FrameKernels& table, std::uint8_t* to) {
+            table.blueGreenRed(rows(source, std::size_t{2} * even), rows(other, even), even, to);
+        });
+        for (const bool redFirst : {false, true}) {
+            for (const bool mirrored : {false, true}) {
+                const PixelOrder order{.redFirst = redFirst, .mirrored = mirrored};
+                const std::uint8_t* const pixels = rows(source, 4 * count);
+                differences += compare("luma", count, [&](const FrameKernels& table, std::uint8_t* to) {
+                    table.luma(pixels, pixels, sampleCount, order, to);
+                });
+                differences += compare("chroma", 2 * count, [&](const FrameKernels& table, std::uint8_t* to) {
+                    table.chroma(pixels, sampleCount, false, order, to);
+                });
+                differences += compare("halved chroma", even, [&](const FrameKernels& table, std::uint8_t* to) {
+                    table.chroma(rows(source, std::size_t{4} * even), even, true, order, to);
+                });
+            }
+        }
+        // Source rows of every ratio up to 9 : 2, forwards and backwards.
+        for (const std::uint32_t sampleBytes : {1U, 2U, 4U}) {
+            for (std::uint32_t ratio = 1; ratio <= 9; ++ratio) {
+                const std::uint32_t sourceCount = (sampleCount * ratio + 1) / 2;
+                for (const bool backwards : {false, true}) {
+                    RowPattern pattern;
+                    for (std::uint32_t i = 0; i < sampleCount; ++i) {
+                        const std::uint32_t sample = i * sourceCount / sampleCount;
+                        pattern.offsets.push_back((backwards ? sourceCount - 1 - sample : sample) * sampleBytes);
+                    }
+                    const std::uint32_t rowBytes = sourceCount * sampleBytes;
+                    PreparePattern(sampleBytes, rowBytes, false, pattern);
+                    const RowShuffle row = pattern.Shuffle();
+                    const std::uint8_t* const from = rows(source, rowBytes);
+                    for (const bool twins : {false, true}) {
+                        differences +=
+                            compare("spread", row.byteCount * (twins ? std::size_t{2} : std::size_t{1}),
+                                    [&](const FrameKernels& table, std::uint8_t* to) {
+                                        table.spread(row, from, from, to, twins ? to + row.byteCount : nullptr);
+                                    });
+                    }
+                    if (sampleBytes > 2 || std::size_t{LineCount} * rowBytes > source.All().size()) {
+                        continue;
+                    }
+                    std::array<std::uint32_t, LineCount> lines{};
+                    for (std::uint32_t i = 0; i < LineCount; ++i) {
+                        lines.at(i) = (i % 7) * 3 % LineCount * rowBytes;
+                    }
+                    const std::uint8_t* const block = rows(source, (std::ranges::max(lines) + rowBytes));
+                    for (const std::uint32_t lineCount : {2U, 7U, 8U, 15U, 16U, LineCount}) {
+                        const std::size_t pitch = std::size_t{lineCount} * sampleBytes + 3;
+                        differences += compare("turn", pitch * (sampleCount - 1) + std::size_t{lineCount} * sampleBytes,
+                                               [&](const FrameKernels& table, std::uint8_t* to) {
+                                                   (sampleBytes == 1 ? table.turnBytes : table.turnPairs)(
+                                                       row, block, lines.data(), lineCount, to, pitch);
+                                               });
+                    }
+                }
+            }
+        }
+        if (!differences.empty()) {
+            return differences;
+        }
+    }
+    return {};
+}
+
+} // namespace receiver
