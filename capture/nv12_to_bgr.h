@@ -1,6 +1,7 @@
 // NV12 to 24-bit BGR, ITU-R BT.601 limited range, in integers. Pure: no Windows calls.
 #pragma once
 
+#include "frames/frame_kernels.h"
 #include "platform/hresult.h"
 
 #include <cstdint>
@@ -12,6 +13,7 @@ namespace receiver {
 // without padding. Each U,V pair colours its 2 x 2 block. Bytes of `frame` past the frame are ignored. E_INVALIDARG for
 // a null pointer, a zero or odd width or height, or a size too small for them.
 [[nodiscard]] HRESULT ConvertNv12ToBgr24(const std::uint8_t* frame, std::uint32_t size, std::uint32_t width,
-                                         std::uint32_t height, std::vector<std::uint8_t>* outPixels);
+                                         std::uint32_t height, std::vector<std::uint8_t>* outPixels,
+                                         const FrameKernels& kernels = BestKernels());
 
 } // namespace receiver
