@@ -160,11 +160,11 @@ void TurnGroups(const RowShuffle& row, const std::uint8_t* slot, const std::uint
         const Controls<WindowCount> controls(row.controls + group * Block * WindowCount);
         const std::uint8_t* const lane0 = slot + row.laneOffsets[2 * group];
         const std::uint8_t* const lane1 = slot + row.laneOffsets[2 * group + 1];
-        // The lower end of what the next group reads.
+        // The far end of what the next group reads: the rest was read or asked for before.
         const std::size_t nextGroup = group + 1 < groupCount ? group + 1 : group;
         const std::uint32_t next0 = row.laneOffsets[2 * nextGroup];
         const std::uint32_t next1 = row.laneOffsets[2 * nextGroup + 1];
-        const std::uint8_t* const next = slot + (next0 < next1 ? next0 : next1);
+        const std::uint8_t* const next = slot + next1 + (next0 < next1 ? 16 * WindowCount - 1 : 0);
         for (std::size_t column = 0; column < lineCount; column += Side) {
             const std::size_t x = column + Side > lineCount ? lineCount - Side : column;
             __m256i tile[Side];
