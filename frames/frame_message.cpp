@@ -1,9 +1,8 @@
 #include "frames/frame_message.h"
 
-#include <array>
+#include <algorithm>
 #include <cstddef>
 #include <limits>
-#include <optional>
 
 namespace receiver {
 namespace {
@@ -11,101 +10,105 @@ namespace {
 constexpr std::uint32_t MaxCodedWidth = 4096;
 constexpr std::uint32_t MaxCodedHeight = 2160;
 constexpr std::uint32_t MaxDisplaySize = 4096;
+constexpr std::size_t UsualPlaneCount = 4; // no format has more
 
-// Decimal digits only: no sign, no blank, no prefix, at least one digit, no overflow.
-std::optional<std::uint64_t> ParseDecimal(std::wstring_view text) {
-    if (text.empty()) {
-        return std::nullopt;
+// Takes a message's fields one after the other. Each function takes one field and the separator behind it, and returns
+// false when there is no such field.
+class FieldReader {
+public:
+    explicit FieldReader(std::wstring_view text) noexcept : text_(text) {}
+
+    [[nodiscard]] bool AtEnd() const noexcept { return text_.empty(); }
+
+    bool ReadText(std::wstring_view& field) noexcept {
+        const std::size_t size = std::min(text_.find(L':'), text_.size());
+        field = text_.substr(0, size);
+        text_.remove_prefix(size);
+        return Skip(L':');
     }
-    constexpr std::uint64_t Max = std::numeric_limits<std::uint64_t>::max();
-    std::uint64_t value = 0;
-    for (const wchar_t character : text) {
-        if (character < L'0' || character > L'9') {
-            return std::nullopt;
+
+    // Decimal digits only: no sign, no blank, no prefix, at least one digit, no overflow.
+    bool ReadNumber(std::uint64_t& value) noexcept {
+        constexpr std::uint64_t Max = std::numeric_limits<std::uint64_t>::max();
+        std::size_t size = 0;
+        value = 0;
+        for (; size < text_.size() && text_[size] >= L'0' && text_[size] <= L'9'; ++size) {
+            const auto digit = static_cast<std::uint64_t>(text_[size] - L'0');
+            if (value > Max / 10 || value * 10 > Max - digit) {
+                return false;
+            }
+            value = value * 10 + digit;
         }
-        const auto digit = static_cast<std::uint64_t>(character - L'0');
-        if (value > (Max - digit) / 10) {
-            return std::nullopt;
+        text_.remove_prefix(size);
+        return size > 0;
+    }
+
+    bool Skip(wchar_t separator) noexcept {
+        if (text_.empty() || text_.front() != separator) {
+            return false;
         }
-        value = value * 10 + digit;
+        text_.remove_prefix(1);
+        return true;
     }
-    return value;
-}
 
-bool ParseSize(std::wstring_view text, std::uint32_t max, std::uint32_t& size) {
-    const std::optional<std::uint64_t> value = ParseDecimal(text);
-    if (!value || *value < 1 || *value > max) {
-        return false;
+    bool ReadSize(std::uint32_t max, std::uint32_t& size) noexcept {
+        std::uint64_t value = 0;
+        if (!ReadNumber(value) || value < 1 || value > max) {
+            return false;
+        }
+        size = static_cast<std::uint32_t>(value);
+        return Skip(L':');
     }
-    size = static_cast<std::uint32_t>(*value);
-    return true;
-}
 
-bool ParseEvenSize(std::wstring_view text, std::uint32_t max, std::uint32_t& size) {
-    return ParseSize(text, max, size) && size % 2 == 0;
-}
+    bool ReadEvenSize(std::uint32_t max, std::uint32_t& size) noexcept { return ReadSize(max, size) && size % 2 == 0; }
 
-bool ParseRotation(std::wstring_view text, std::uint32_t& rotation) {
-    const std::optional<std::uint64_t> value = ParseDecimal(text);
-    if (!value || *value > 270 || *value % 90 != 0) {
-        return false;
+    bool ReadRotation(std::uint32_t& rotation) noexcept {
+        std::uint64_t value = 0;
+        if (!ReadNumber(value) || value > 270 || value % 90 != 0) {
+            return false;
+        }
+        rotation = static_cast<std::uint32_t>(value);
+        return Skip(L':');
     }
-    rotation = static_cast<std::uint32_t>(*value);
-    return true;
-}
 
-bool ParseFlag(std::wstring_view text, bool& flag) {
-    flag = text == L"1";
-    return flag || text == L"0";
-}
+    // One digit.
+    bool ReadFlag(bool& flag) noexcept {
+        flag = Skip(L'1');
+        return (flag || Skip(L'0')) && Skip(L':');
+    }
 
-bool ParsePlane(std::wstring_view text, PlaneLayout& plane) {
-    const std::size_t comma = text.find(L',');
-    if (comma == std::wstring_view::npos) {
-        return false;
+    bool ReadPlane(PlaneLayout& plane) noexcept {
+        return ReadNumber(plane.offset) && plane.offset < SlotSize && Skip(L',') && ReadNumber(plane.stride) &&
+               plane.stride > 0 && (AtEnd() || Skip(L';'));
     }
-    const std::optional<std::uint64_t> offset = ParseDecimal(text.substr(0, comma));
-    const std::optional<std::uint64_t> stride = ParseDecimal(text.substr(comma + 1));
-    if (!offset || !stride || *stride == 0 || *offset >= SlotSize) {
-        return false;
-    }
-    plane = {*offset, *stride};
-    return true;
-}
+
+private:
+    std::wstring_view text_; // what has not been taken yet
+};
 
 // One ";" may end the list; an empty list or an empty item fails.
-bool ParsePlanes(std::wstring_view list, std::vector<PlaneLayout>& planes) {
+bool ReadPlanes(FieldReader& fields, std::vector<PlaneLayout>& planes) {
     planes.clear();
+    planes.reserve(UsualPlaneCount);
     do {
-        const std::size_t end = list.find(L';');
         PlaneLayout plane;
-        if (!ParsePlane(list.substr(0, end), plane)) {
+        if (!fields.ReadPlane(plane)) {
             return false;
         }
         planes.push_back(plane);
-        list = end == std::wstring_view::npos ? std::wstring_view{} : list.substr(end + 1);
-    } while (!list.empty());
+    } while (!fields.AtEnd());
     return true;
 }
 
 } // namespace
 
 bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor) {
-    std::array<std::wstring_view, 8> fields;
-    for (std::wstring_view& field : fields) {
-        const std::size_t colon = text.find(L':');
-        if (colon == std::wstring_view::npos) {
-            return false;
-        }
-        field = text.substr(0, colon);
-        text.remove_prefix(colon + 1);
-    }
-    descriptor.format = fields[0];
-    return ParseEvenSize(fields[1], MaxCodedWidth, descriptor.codedWidth) &&
-           ParseEvenSize(fields[2], MaxCodedHeight, descriptor.codedHeight) && ParseFlag(fields[3], descriptor.flipA) &&
-           ParseRotation(fields[4], descriptor.rotation) && ParseFlag(fields[5], descriptor.flipB) &&
-           ParseSize(fields[6], MaxDisplaySize, descriptor.displayWidth) &&
-           ParseSize(fields[7], MaxDisplaySize, descriptor.displayHeight) && ParsePlanes(text, descriptor.planes);
+    FieldReader fields(text);
+    return fields.ReadText(descriptor.format) && fields.ReadEvenSize(MaxCodedWidth, descriptor.codedWidth) &&
+           fields.ReadEvenSize(MaxCodedHeight, descriptor.codedHeight) && fields.ReadFlag(descriptor.flipA) &&
+           fields.ReadRotation(descriptor.rotation) && fields.ReadFlag(descriptor.flipB) &&
+           fields.ReadSize(MaxDisplaySize, descriptor.displayWidth) &&
+           fields.ReadSize(MaxDisplaySize, descriptor.displayHeight) && ReadPlanes(fields, descriptor.planes);
 }
 
 } // namespace receiver

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -22,7 +21,7 @@ struct PlaneLayout {
 
 // One frame as the page describes it.
 struct FrameDescriptor {
-    std::wstring format; // the page's name of the pixel format, such as "NV12"
+    std::wstring_view format; // the page's name of the pixel format, such as "NV12"; part of the parsed text
     std::uint32_t codedWidth = 0; // size of the planes in the slot, even
     std::uint32_t codedHeight = 0;
     bool flipA = false;

@@ -37,7 +37,7 @@ constexpr std::array<std::uint32_t, 4> Rotations = {0, 90, 180, 270};
 constexpr std::array<Size, 2> Canvases = {{{1280, 720}, {1920, 1080}}};
 
 // A frame whose planes follow each other without a gap, displayed at its coded size.
-FrameDescriptor TightFrame(const std::wstring& format, Size size) {
+FrameDescriptor TightFrame(std::wstring_view format, Size size) {
     FrameDescriptor frame;
     frame.format = format;
     frame.codedWidth = frame.displayWidth = size.width;

@@ -32,10 +32,12 @@ struct Message {
     }
 };
 
-// Parses a copy of exactly the text's size, so that the address sanitizer sees a read past its end.
+// Parses a copy of exactly the text's size, so that the address sanitizer sees a read past its end. The newest copy
+// stays, because the descriptor's format is part of it.
 bool Parse(std::wstring_view text, FrameDescriptor& descriptor) {
-    const std::vector<wchar_t> exact(text.begin(), text.end());
-    return ParseFrameDescriptor({exact.data(), exact.size()}, descriptor);
+    static std::vector<wchar_t> copy;
+    copy = std::vector<wchar_t>(text.begin(), text.end());
+    return ParseFrameDescriptor({copy.data(), copy.size()}, descriptor);
 }
 
 bool Parses(std::wstring_view text) {

@@ -19,7 +19,7 @@ struct SourcePixel {
     std::uint64_t row = 0;
 };
 
-bool IsPlanar(const std::wstring& format) { return format == L"I420" || format == L"I420A"; }
+bool IsPlanar(std::wstring_view format) { return format == L"I420" || format == L"I420A"; }
 
 std::uint64_t RoundDownToEven(std::uint64_t value) { return value - value % 2; }
 
@@ -105,7 +105,7 @@ Colour ReadColour(std::span<const std::uint8_t> slot, const FrameDescriptor& fra
 
 } // namespace
 
-std::vector<PlaneSize> ReferencePlanes(const std::wstring& format, std::uint32_t codedWidth,
+std::vector<PlaneSize> ReferencePlanes(std::wstring_view format, std::uint32_t codedWidth,
                                        std::uint32_t codedHeight) {
     const PlaneSize luma{.rowBytes = codedWidth, .rowCount = codedHeight};
     if (format == L"NV12") {

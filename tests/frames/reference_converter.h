@@ -6,7 +6,7 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
+#include <string_view>
 #include <vector>
 
 namespace receiver {
@@ -17,7 +17,7 @@ struct PlaneSize {
 };
 
 // The planes from which a supported format is drawn, in its own order.
-[[nodiscard]] std::vector<PlaneSize> ReferencePlanes(const std::wstring& format, std::uint32_t codedWidth,
+[[nodiscard]] std::vector<PlaneSize> ReferencePlanes(std::wstring_view format, std::uint32_t codedWidth,
                                                      std::uint32_t codedHeight);
 
 // Bytes of the smallest slot that holds the planes. Only for offsets and strides below 2^48: it does not mind wrapping.
