@@ -1,0 +1,174 @@
+// The body of `./dev bench`: runs the benchmark in several processes, since no single one can be trusted, and makes one
+// table of what they measured.
+//   bench.mjs PROGRAM [CASE] [--strict] [--processes N] [--write FILE]
+import { spawnSync } from 'node:child_process';
+import { writeFileSync } from 'node:fs';
+import { cpus } from 'node:os';
+import { parseArgs } from 'node:util';
+
+import { Goals } from './goals.mjs';
+
+const Contenders = ['receiver', 'scalar', 'reference', 'libyuv', 'swscale'];
+const Usage = 'usage: ./dev bench [CASE] [--strict] [--processes N] [--write FILE]';
+
+function parseOptions(words) {
+    const { values, positionals } = parseArgs({
+        args: words, allowPositionals: true, options: {
+            strict: { type: 'boolean' }, processes: { type: 'string', default: '5' }, write: { type: 'string' },
+        },
+    });
+    const processes = Number(values.processes);
+    if (!Number.isInteger(processes) || processes < 1 || positionals.length > 2) {
+        throw new Error(Usage);
+    }
+    return { ...values, processes, program: positionals[0], filter: positionals[1] ?? '' };
+}
+
+const median = (values) => [...values].sort((a, b) => a - b)[values.length >> 1];
+
+// One process's lines.
+function runOnce(program, words) {
+    const { status, stdout, error } = spawnSync(program, words, {
+        encoding: 'utf8', maxBuffer: 1 << 26, stdio: ['ignore', 'pipe', 'inherit'],
+    });
+    if (error || status !== 0) {
+        throw error ?? new Error(`${program} ended with ${status}`);
+    }
+    return stdout.trim().split('\n').map((line) => JSON.parse(line));
+}
+
+// Rows by name, each a map of contenders: { ratio, low, high, microseconds, identical }.
+function measure({ program, filter, processes }, temperature, progress) {
+    const seen = new Map();
+    let head;
+    for (let count = 1; count <= processes; ++count) {
+        progress(`${temperature} source, process ${count} of ${processes}`);
+        const [first, ...lines] = runOnce(program, [...(temperature === 'cold' ? ['--cold'] : []), filter]);
+        head = first;
+        for (const { row, contender, ...figures } of lines) {
+            // A message's two measurements are rows of their own.
+            const isContender = Contenders.includes(contender);
+            const name = isContender ? row : `${row}, ${contender}`;
+            if (!seen.has(name)) {
+                seen.set(name, new Map());
+            }
+            const of = seen.get(name);
+            const key = isContender ? contender : 'receiver';
+            of.set(key, [...(of.get(key) ?? []), figures]);
+        }
+    }
+    const rows = new Map([...seen].map(([name, contenders]) => [name, new Map([...contenders].map(([key, all]) => {
+        const ratios = all.map(({ ratio }) => ratio);
+        return [key, {
+            ratio: median(ratios), low: Math.min(...ratios), high: Math.max(...ratios),
+            microseconds: median(all.map(({ microseconds }) => microseconds)),
+            identical: all.every(({ identical }) => identical),
+        }];
+    }))]));
+    return { head, rows };
+}
+
+const figure = (value) => (value >= 100 ? value.toFixed(0) : value >= 10 ? value.toFixed(1)
+    : value >= 0.1 ? value.toFixed(2) : value.toFixed(4));
+
+function cell(timing) {
+    return timing ? `${figure(timing.ratio)}${timing.identical ? '' : '*'} ` +
+        `[${figure(timing.low)}..${figure(timing.high)}]` : '';
+}
+
+// What a row misses of its goals, as texts.
+function misses(name, contenders) {
+    const goal = Goals[name];
+    const own = contenders.get('receiver');
+    const missed = [];
+    const check = (what, value, limit) => {
+        if (limit !== undefined && value > limit) {
+            missed.push(`${what} ${figure(value)} is above ${figure(limit)}`);
+        }
+    };
+    check('bound', own.ratio, goal.bound);
+    check('libyuv', own.microseconds / contenders.get('libyuv')?.microseconds, goal.libyuv);
+    check('nanoseconds', own.microseconds * 1000, goal.nanoseconds);
+    return missed;
+}
+
+function goalText({ bound, libyuv, nanoseconds } = {}) {
+    return [bound && figure(bound), libyuv && `${figure(libyuv)} libyuv`, nanoseconds && `${nanoseconds} ns`]
+        .filter(Boolean).join(', ');
+}
+
+function table(headings, lines) {
+    const widths = headings.map((heading, column) =>
+        Math.max(heading.length, ...lines.map((line) => line[column].length)));
+    const row = (cells) => `| ${cells.map((text, column) => text.padEnd(widths[column])).join(' | ')} |`;
+    return [row(headings), `|${widths.map((width) => '-'.repeat(width + 2)).join('|')}|`, ...lines.map(row)].join('\n');
+}
+
+function warmTable(rows) {
+    return table(['case', 'us', ...Contenders, 'of libyuv', 'goal', ''], [...rows].map(([name, contenders]) => {
+        const own = contenders.get('receiver');
+        const libyuv = contenders.get('libyuv');
+        const missed = Goals[name] ? misses(name, contenders) : undefined;
+        return [
+            name, figure(own.microseconds), ...Contenders.map((contender) => cell(contenders.get(contender))),
+            libyuv ? figure(own.microseconds / libyuv.microseconds) : '', goalText(Goals[name]),
+            missed ? (missed.length > 0 ? `missed: ${missed.join(', ')}` : 'met') : '',
+        ];
+    }));
+}
+
+function coldTable(rows) {
+    return table(['case', 'us', ...Contenders], [...rows].map(([name, contenders]) => [
+        name, figure(contenders.get('receiver').microseconds),
+        ...Contenders.map((contender) => cell(contenders.get(contender))),
+    ]));
+}
+
+function report({ head, warm, cold, summary, options }) {
+    return `# How fast the frame path is
+
+Made by \`./dev bench --write docs/performance.md\` on ${cpus()[0].model} (${cpus().length} CPUs), g++ ${head.compiler},
+with the ${head.kernels} kernels. Medians of ${options.processes} processes [lowest..highest process], as ratios to the
+bound: memcpy of as many bytes as the work reads and writes, timed around each measurement. The columns are the
+receiver, its plain kernels (which run where AVX2 is missing), the tests' pixel-by-pixel reference, and libyuv and
+swscale as their users would put them together. \`*\`: not the same bytes as the receiver's, so only the speed is
+compared. Other bounds: for "converted and published" two copies, the frame's and the canvas's; for "first frame" the
+conversion of a later one; for "message" the conversion of its frame.
+
+## A source in the caches
+
+${warm}
+
+${summary}
+
+## A source in memory
+
+${cold}
+`;
+}
+
+try {
+    const options = parseOptions(process.argv.slice(2));
+    const progress = (text) => process.stderr.write(process.stderr.isTTY ? `\r\x1b[K${text}` : `${text}\n`);
+    const warm = measure(options, 'warm', progress);
+    const cold = measure(options, 'cold', progress);
+    progress(process.stderr.isTTY ? '' : 'done');
+    if (warm.rows.size === 0) {
+        throw new Error(`no case matches "${options.filter}"`);
+    }
+    const judged = [...warm.rows].filter(([name]) => Goals[name]);
+    const missed = judged.filter(([name, contenders]) => misses(name, contenders).length > 0);
+    const summary = warm.head.kernels === 'AVX2' ? `${judged.length - missed.length} of ${judged.length} goals met.`
+        : 'The goals are for AVX2, which this machine lacks.';
+    const texts = {
+        head: warm.head, warm: warmTable(warm.rows), cold: coldTable(cold.rows), summary, options,
+    };
+    process.stdout.write(`A source in the caches:\n${texts.warm}\n\nA source in memory:\n${texts.cold}\n\n${summary}\n`);
+    if (options.write) {
+        writeFileSync(options.write, report(texts));
+    }
+    process.exitCode = options.strict && missed.length > 0 ? 1 : 0;
+} catch (error) {
+    process.stderr.write(`./dev bench: ${error.message}\n`);
+    process.exitCode = 2;
+}

@@ -1,0 +1,328 @@
+// frame_bench [--cold] [CASE]: one process's measurements of the frame path, a line of JSON each. CASE is a regular
+// expression. See bench.mjs, which runs several processes and makes the table.
+#include "bench/frame_cases.h"
+#include "bench/peers.h"
+#include "bench/side_by_side.h"
+#include "browser/page_command.h"
+#include "capture/nv12_to_bgr.h"
+#include "frames/frame_converter.h"
+#include "frames/frame_file.h"
+#include "frames/frame_kernels.h"
+#include "frames/frame_message.h"
+#include "tests/frames/reference_converter.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <random>
+#include <regex>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+constexpr std::size_t ColdSlots = 20; // 160 MiB, more than the last cache holds
+constexpr std::align_val_t PageBytes{4096};
+
+// Memory that begins with a page, as shared buffers and mapped files do.
+class PagedBytes {
+public:
+    explicit PagedBytes(std::size_t size)
+        : bytes_(static_cast<std::uint8_t*>(::operator new(size, PageBytes))), size_(size) {
+        std::mt19937_64 random(size);
+        for (std::size_t i = 0; i < size; i += sizeof(std::uint64_t)) {
+            const std::uint64_t noise = random();
+            std::memcpy(bytes_ + i, &noise, std::min(size - i, sizeof(noise)));
+        }
+    }
+    PagedBytes(const PagedBytes&) = delete;
+    PagedBytes& operator=(const PagedBytes&) = delete;
+    ~PagedBytes() { ::operator delete(bytes_, PageBytes); }
+
+    [[nodiscard]] std::uint8_t* Data() const noexcept { return bytes_; }
+    [[nodiscard]] std::size_t Size() const noexcept { return size_; }
+
+private:
+    std::uint8_t* bytes_;
+    std::size_t size_;
+};
+
+void Require(HRESULT result) {
+    if (result != S_OK) {
+        throw std::runtime_error("a conversion failed");
+    }
+}
+
+class FrameBench {
+public:
+    FrameBench(bool cold, const std::string& filter)
+        : slotCount_(cold ? ColdSlots : 1), slots_(slotCount_ * SlotSize), filter_(filter) {}
+
+    void Run() {
+        for (const FrameCase& frameCase : FrameCases()) {
+            MeasureConversion(frameCase);
+        }
+        for (const char* name : {"720p NV12", "1080p NV12", "1080p RGBA"}) {
+            MeasurePublishing(CaseOf(name));
+        }
+        for (const char* name :
+             {"720p NV12 on 1080p", "1080p NV12 on 720p", "720p NV12 rotated 90", "640x480 I420 on 720p"}) {
+            MeasureFirstFrame(CaseOf(name));
+        }
+        MeasureMessage();
+        MeasureSnapshot("720p snapshot", 1280, 720);
+        MeasureSnapshot("1080p snapshot", 1920, 1080);
+    }
+
+private:
+    static const FrameCase& CaseOf(std::string_view name) {
+        return *std::find_if(FrameCases().begin(), FrameCases().end(),
+                             [&](const FrameCase& each) { return each.name == name; });
+    }
+    [[nodiscard]] bool IsWanted(const std::string& name) const { return std::regex_search(name, filter_); }
+    [[nodiscard]] const std::uint8_t* Slot(std::size_t call) const {
+        return slots_.Data() + call % slotCount_ * SlotSize;
+    }
+    [[nodiscard]] std::span<const std::uint8_t> SlotSpan(std::size_t call) const { return {Slot(call), SlotSize}; }
+
+    // memcpy of as many bytes as are read and written, halved: each is read and written there.
+    [[nodiscard]] Work CopyOf(std::size_t traffic) const {
+        const auto target = std::make_shared<PagedBytes>(traffic / 2);
+        return [this, target](std::size_t call) {
+            std::memcpy(target->Data(), Slot(call), target->Size());
+            KeepBytes(target->Data());
+        };
+    }
+
+    static void Print(const std::string& row, const Timing& timing, const char* identical) {
+        std::printf("{\"row\":\"%s\",\"contender\":\"%s\",\"ratio\":%.5f,\"microseconds\":%.4f,\"identical\":%s}\n",
+                    row.c_str(), timing.name.c_str(), timing.ratio, timing.microseconds, identical);
+        std::fflush(stdout);
+    }
+    static void PrintAll(const std::string& row, const std::vector<Contender>& contenders, const Work& bound) {
+        for (const Timing& timing : MeasureSideBySide(contenders, bound)) {
+            Print(row, timing, "true");
+        }
+    }
+
+    void MeasureConversion(const FrameCase& frameCase) {
+        const FrameDescriptor frame = frameCase.Descriptor();
+        const PictureRectangle picture =
+            FitPicture(frame.displayWidth, frame.displayHeight, frameCase.canvasWidth, frameCase.canvasHeight);
+        if (picture.width == frameCase.canvasWidth && picture.height == frameCase.canvasHeight) {
+            MeasureConversion(frameCase, frameCase.name, false);
+        } else {
+            MeasureConversion(frameCase, frameCase.name + ", bars cleared", true);
+            MeasureConversion(frameCase, frameCase.name + ", bars kept", false);
+        }
+    }
+
+    void MeasureConversion(const FrameCase& frameCase, const std::string& row, bool clearBars) {
+        if (!IsWanted(row)) {
+            return;
+        }
+        const FrameDescriptor frame = frameCase.Descriptor();
+        const std::vector<std::uint8_t> expected =
+            ReferenceConvert(SlotSpan(0), frame, frameCase.canvasWidth, frameCase.canvasHeight);
+        const auto convert = [&](FrameConverter& converter, FrameCanvas& canvas, std::size_t call) {
+            if (clearBars) {
+                canvas.Forget();
+            }
+            Require(converter.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
+        };
+
+        FrameConverter converter;
+        FrameConverter plainConverter(ScalarKernels);
+        FrameCanvas canvas;
+        FrameCanvas plainCanvas;
+        std::vector<Contender> contenders{
+            {"receiver", [&](std::size_t call) { convert(converter, canvas, call); }},
+            {"scalar", [&](std::size_t call) { convert(plainConverter, plainCanvas, call); }, true},
+            {"reference",
+             [&](std::size_t call) {
+                 KeepBytes(
+                     ReferenceConvert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight).data());
+             },
+             true},
+        };
+        std::vector<bool> identical{Agrees([&] { convert(converter, canvas, 0); }, canvas, expected),
+                                    Agrees([&] { convert(plainConverter, plainCanvas, 0); }, plainCanvas, expected),
+                                    true};
+        const PagedBytes peerCanvas(frameCase.CanvasBytes());
+        const auto addPeer = [&](const char* name, const PeerConversion& conversion) {
+            if (!conversion) {
+                return;
+            }
+            contenders.push_back(
+                {name, [&, conversion](std::size_t call) { conversion(Slot(call), peerCanvas.Data()); }});
+            std::memcpy(peerCanvas.Data(), expected.data(), expected.size()); // with the bars that may be kept
+            conversion(Slot(0), peerCanvas.Data());
+            identical.push_back(std::equal(expected.begin(), expected.end(), peerCanvas.Data()));
+        };
+        addPeer("libyuv", LibyuvConversion(frameCase, clearBars));
+        addPeer("swscale", SwscaleConversion(frameCase, clearBars));
+
+        const std::vector<Timing> timings =
+            MeasureSideBySide(contenders, CopyOf(frameCase.SourceBytes() + frameCase.CanvasBytes()));
+        for (std::size_t i = 0; i < timings.size(); ++i) {
+            Print(row, timings[i], identical[i] ? "true" : "false");
+        }
+    }
+
+    template <typename Conversion>
+    static bool Agrees(const Conversion& conversion, const FrameCanvas& canvas,
+                       const std::vector<std::uint8_t>& expected) {
+        conversion();
+        return std::equal(expected.begin(), expected.end(), canvas.Bytes().begin(), canvas.Bytes().end());
+    }
+
+    // Bound: the slot's frame is copied to a canvas, and that to the file.
+    void MeasurePublishing(const FrameCase& frameCase) {
+        const std::string row = frameCase.name + ", converted and published";
+        if (!IsWanted(row)) {
+            return;
+        }
+        const FrameDescriptor frame = frameCase.Descriptor();
+        FrameConverter converter;
+        FrameCanvas canvas;
+        const PagedBytes memory(sizeof(FrameFileLayout));
+        auto& file = *reinterpret_cast<FrameFileLayout*>(memory.Data());
+        ResetFrameFile(file);
+        const auto publish = [&](std::size_t call) {
+            Require(converter.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
+            std::uint8_t* const buffer = BeginFrame(file, frameCase.canvasWidth, frameCase.canvasHeight);
+            std::memcpy(buffer, canvas.Bytes().data(), canvas.Bytes().size());
+            CompleteFrame(file, buffer, call);
+        };
+        const Work first = CopyOf(frameCase.SourceBytes() + frameCase.CanvasBytes());
+        const PagedBytes from(frameCase.CanvasBytes());
+        const PagedBytes to(2 * frameCase.CanvasBytes());
+        PrintAll(row, {{"receiver", publish}}, [&](std::size_t call) {
+            first(call);
+            std::uint8_t* const buffer = to.Data() + call % 2 * from.Size(); // The file has two as well.
+            std::memcpy(buffer, from.Data(), from.Size());
+            KeepBytes(buffer);
+        });
+    }
+
+    // Bound: the conversion of a frame whose geometry is known.
+    void MeasureFirstFrame(const FrameCase& frameCase) {
+        const std::string row = frameCase.name + ", first frame";
+        if (!IsWanted(row)) {
+            return;
+        }
+        // A byte further on it is another geometry, and no other work.
+        std::array<FrameDescriptor, 2> frames{frameCase.Descriptor(), frameCase.Descriptor()};
+        for (PlaneLayout& plane : frames[1].planes) {
+            plane.offset += 64;
+        }
+        FrameConverter converter;
+        FrameCanvas canvas;
+        const auto convert = [&](std::size_t call, const FrameDescriptor& frame) {
+            Require(converter.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
+        };
+        PrintAll(row, {{"receiver", [&](std::size_t call) { convert(call, frames[call % 2]); }}},
+                 [&](std::size_t call) { convert(call, frames[0]); });
+    }
+
+    // Bound: the conversion that such a message leads to.
+    void MeasureMessage() {
+        const std::string row = "message of a 720p NV12 frame";
+        if (!IsWanted(row)) {
+            return;
+        }
+        constexpr std::size_t messages = 1000;
+        const std::wstring text = L"frame:1:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
+        const std::wstring_view descriptor = std::wstring_view(text).substr(8);
+        const FrameCase& frameCase = CaseOf("720p NV12");
+        const FrameDescriptor frame = frameCase.Descriptor();
+        FrameConverter converter;
+        FrameCanvas canvas;
+        const std::vector<Contender> contenders{
+            {"parsed",
+             [&](std::size_t) {
+                 for (std::size_t i = 0; i < messages; ++i) {
+                     FrameDescriptor parsed;
+                     if (!ParseFrameDescriptor(descriptor, parsed)) {
+                         throw std::runtime_error("the message is refused");
+                     }
+                     KeepBytes(&parsed);
+                 }
+             }},
+            {"dispatched and parsed",
+             [&](std::size_t) {
+                 for (std::size_t i = 0; i < messages; ++i) {
+                     FrameDescriptor parsed;
+                     const PageCommand command = RecognizePageCommand(text);
+                     if (command.kind != PageCommandKind::Frame ||
+                         !ParseFrameDescriptor(command.argument.substr(2), parsed)) {
+                         throw std::runtime_error("the message is refused");
+                     }
+                     KeepBytes(&parsed);
+                 }
+             }},
+        };
+        for (Timing timing : MeasureSideBySide(contenders, [&](std::size_t call) {
+                 Require(converter.Convert(SlotSpan(call), frame, 1280, 720, canvas));
+             })) {
+            timing.ratio /= messages;
+            timing.microseconds /= messages;
+            Print(row, timing, "true");
+        }
+    }
+
+    void MeasureSnapshot(const std::string& row, std::uint32_t width, std::uint32_t height) {
+        if (!IsWanted(row)) {
+            return;
+        }
+        const std::uint32_t frameBytes = Nv12Size(width, height);
+        const std::size_t pixelBytes = std::size_t{3} * width * height;
+        std::vector<std::uint8_t> pixels;
+        std::vector<std::uint8_t> plainPixels;
+        const PagedBytes peerPixels(pixelBytes);
+        const PeerConversion swscale = SwscaleSnapshot(width, height);
+        const std::vector<Contender> contenders{
+            {"receiver",
+             [&](std::size_t call) { Require(ConvertNv12ToBgr24(Slot(call), frameBytes, width, height, &pixels)); }},
+            {"scalar",
+             [&](std::size_t call) {
+                 Require(ConvertNv12ToBgr24(Slot(call), frameBytes, width, height, &plainPixels, ScalarKernels));
+             },
+             true},
+            {"libyuv", [&](std::size_t call) { LibyuvSnapshot(Slot(call), width, height, peerPixels.Data()); }},
+            {"swscale", [&](std::size_t call) { swscale(Slot(call), peerPixels.Data()); }},
+        };
+        const std::vector<Timing> timings = MeasureSideBySide(contenders, CopyOf(frameBytes + pixelBytes));
+        contenders[1].run(0);
+        for (std::size_t i = 0; i < timings.size(); ++i) {
+            contenders[i].run(0);
+            const std::uint8_t* const made = i == 0 ? pixels.data() : i == 1 ? plainPixels.data() : peerPixels.Data();
+            Print(row, timings[i], std::equal(plainPixels.begin(), plainPixels.end(), made) ? "true" : "false");
+        }
+    }
+
+    const std::size_t slotCount_;
+    const PagedBytes slots_;
+    const std::regex filter_;
+};
+
+} // namespace
+} // namespace receiver
+
+int main(int argc, char** argv) try {
+    const bool cold = argc > 1 && std::string_view(argv[1]) == "--cold";
+    const int filter = cold ? 2 : 1;
+    std::printf("{\"kernels\":\"%s\",\"compiler\":\"%s\"}\n", receiver::BestKernels().name, __VERSION__);
+    receiver::FrameBench(cold, argc > filter ? argv[filter] : "").Run();
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "frame_bench: %s\n", error.what());
+    return 1;
+}

@@ -1,0 +1,23 @@
+// The same conversions by other people's libraries, put together as their users would.
+#pragma once
+
+#include "bench/frame_cases.h"
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace receiver {
+
+// Draws a slot onto a canvas of the case's size. `clearBars`: what the picture leaves free is made black each time.
+using PeerConversion = std::function<void(const std::uint8_t* slot, std::uint8_t* canvas)>;
+
+[[nodiscard]] PeerConversion LibyuvConversion(const FrameCase& frameCase, bool clearBars);
+// Empty for what the library does not do: turning, mirroring, and NV12 that stays as it is.
+[[nodiscard]] PeerConversion SwscaleConversion(const FrameCase& frameCase, bool clearBars);
+
+// NV12 to 3-byte pixels, blue first.
+void LibyuvSnapshot(const std::uint8_t* frame, std::uint32_t width, std::uint32_t height, std::uint8_t* pixels);
+[[nodiscard]] PeerConversion SwscaleSnapshot(std::uint32_t width, std::uint32_t height);
+
+} // namespace receiver
