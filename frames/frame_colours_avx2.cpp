@@ -9,33 +9,29 @@ __m256i RepeatBytes(int first, int second, int third, int fourth) {
     return _mm256_set1_epi32((first & 0xFF) | (second & 0xFF) << 8 | (third & 0xFF) << 16 | (fourth & 0x7F) << 24);
 }
 
-// The sum of each pixel's weighted colours, as 32 bits, in 8 pixels.
+// 8 pixels. Those with blue first are read from the byte before them on, which brings green and red into one pair of
+// bytes; nothing is before the first pixel of a row.
 template <bool RedFirst>
-struct LumaSums {
-    // 66, 129, 25: 129 is too large for a signed byte, but 3 times 22, 43.
-    static __m256i Of(__m256i pixels) {
-        const __m256i pairs = _mm256_maddubs_epi16(pixels, RepeatBytes(22, 43, 25, 0));
-        return _mm256_madd_epi16(pairs, _mm256_set1_epi32(3 | 1 << 16));
+__m256i LoadPairing(const std::uint8_t* pixels, bool rowBegins) {
+    if constexpr (RedFirst) {
+        return Load32(pixels);
+    } else {
+        return rowBegins ? _mm256_slli_epi32(Load32(pixels), 8) : Load32(pixels - 1);
     }
-    static __m256i Pack(__m256i low, __m256i high) { return _mm256_packus_epi32(low, high); }
-    static constexpr int Missing = 0;
-};
-template <>
-struct LumaSums<false> {
-    // 25, 129, 66 as the unsigned operand. The colours are the signed one then, each less 128.
-    static __m256i Of(__m256i pixels) {
-        const __m256i centred = _mm256_xor_si256(pixels, _mm256_set1_epi8(-128));
-        return _mm256_madd_epi16(_mm256_maddubs_epi16(RepeatBytes(25, 129, 66, 0), centred), _mm256_set1_epi16(1));
-    }
-    static __m256i Pack(__m256i low, __m256i high) { return _mm256_packs_epi32(low, high); }
-    static constexpr int Missing = (25 + 129 + 66) * 128;
-};
+}
+
+// The sum of each pixel's weighted colours, as 32 bits. 129 is too large for a signed byte, but 66 and 129 are 3 times
+// 22 and 43.
+template <bool RedFirst>
+__m256i LumaSums(__m256i pixels) {
+    const __m256i weights = RedFirst ? RepeatBytes(22, 43, 25, 0) : RepeatBytes(0, 25, 43, 22);
+    const __m256i factors = _mm256_set1_epi32(RedFirst ? 3 | 1 << 16 : 1 | 3 << 16);
+    return _mm256_madd_epi16(_mm256_maddubs_epi16(pixels, weights), factors);
+}
 
 template <bool RedFirst, bool Mirrored>
 void LumaOf(const std::uint8_t* pixels, const std::uint8_t* next, std::uint32_t pixelCount, std::uint8_t* drawn) {
-    using Sums = LumaSums<RedFirst>;
-    // 128 rounds, 4096 is 16 after the shift.
-    const __m256i offset = _mm256_set1_epi16(static_cast<short>(Sums::Missing + 128 + 4096));
+    const __m256i offset = _mm256_set1_epi16(128 + 4096); // 128 rounds, 4096 is 16 after the shift
     const __m256i order =
         Mirrored ? _mm256_setr_epi32(7, 3, 6, 2, 5, 1, 4, 0) : _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     const __m256i backwards =
@@ -45,8 +41,10 @@ void LumaOf(const std::uint8_t* pixels, const std::uint8_t* next, std::uint32_t 
         Prefetch(next + std::size_t{4} * at);
         Prefetch(next + std::size_t{4} * at + 64);
         // Pixels 0..3, 8..11 | 4..7, 12..15, and likewise from 16 on.
-        const __m256i low = Sums::Pack(Sums::Of(Load32(block)), Sums::Of(Load32(block + 32)));
-        const __m256i high = Sums::Pack(Sums::Of(Load32(block + 64)), Sums::Of(Load32(block + 96)));
+        const __m256i low = _mm256_packus_epi32(LumaSums<RedFirst>(LoadPairing<RedFirst>(block, at == 0)),
+                                                LumaSums<RedFirst>(LoadPairing<RedFirst>(block + 32, false)));
+        const __m256i high = _mm256_packus_epi32(LumaSums<RedFirst>(LoadPairing<RedFirst>(block + 64, false)),
+                                                 LumaSums<RedFirst>(LoadPairing<RedFirst>(block + 96, false)));
         // Fours of pixels 0, 2, 4, 6 | 1, 3, 5, 7.
         __m256i luma = _mm256_packus_epi16(_mm256_srli_epi16(_mm256_add_epi16(low, offset), 8),
                                            _mm256_srli_epi16(_mm256_add_epi16(high, offset), 8));
@@ -99,7 +97,7 @@ void ChromaOf(const std::uint8_t* pixels, std::uint32_t pairCount, bool redFirst
         const __m256i pixels1 = LoadPixels<Picked>(block + PairSource * 8);
         const __m256i u = _mm256_add_epi16(ChromaSums(pixels0, pixels1, weightsU), offset);
         const __m256i v = _mm256_add_epi16(ChromaSums(pixels0, pixels1, weightsV), offset);
-        __m256i pairs = _mm256_or_si256(_mm256_srli_epi16(u, 8), _mm256_and_si256(v, highBytes));
+        __m256i pairs = _mm256_blendv_epi8(_mm256_srli_epi16(u, 8), v, highBytes);
         if constexpr (Picked == Pick::OddMirrored) { // pairs 1, 0, 3, 2 ...
             pairs = _mm256_or_si256(_mm256_slli_epi32(pairs, 16), _mm256_srli_epi32(pairs, 16));
         }

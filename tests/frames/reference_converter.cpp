@@ -105,8 +105,7 @@ Colour ReadColour(std::span<const std::uint8_t> slot, const FrameDescriptor& fra
 
 } // namespace
 
-std::vector<PlaneSize> ReferencePlanes(std::wstring_view format, std::uint32_t codedWidth,
-                                       std::uint32_t codedHeight) {
+std::vector<PlaneSize> ReferencePlanes(std::wstring_view format, std::uint32_t codedWidth, std::uint32_t codedHeight) {
     const PlaneSize luma{.rowBytes = codedWidth, .rowCount = codedHeight};
     if (format == L"NV12") {
         return {luma, {.rowBytes = codedWidth, .rowCount = codedHeight / 2}};
