@@ -179,11 +179,6 @@ export class PageSession {
     // A new document brings a new socket.
     onSocket(socket) {
         this.#socket = socket;
-        socket.on('close', () => {
-            if (socket === this.#socket) {
-                this.#reportEnding();
-            }
-        });
         socket.on('message', (data, isBinary) => {
             if (isBinary) {
                 this.#store(data);
@@ -259,6 +254,7 @@ export class PageSession {
             this.#onPicture(params);
             break;
         case 'Inspector.targetCrashed':
+            this.#reportEnding();
             this.#events.emit('crashed', { what: 'page' });
             break;
         }
@@ -292,7 +288,8 @@ export class PageSession {
     }
 
     // What the page posted while it loaded reaches the host before the end of the load does, as it does in the real
-    // browser: the report follows a mark through the page's own socket. An error page has none.
+    // browser: the report follows a mark through the page's own socket. An error page has none. (The end of a socket
+    // tells nothing: that of the document before may come later than this document's load.)
     async #flush(number) {
         const expression = `window.chrome?.webview?.__rig.flush(${number}) ?? false`;
         const isComing = await this.evaluate(expression).catch(() => false);
