@@ -1,0 +1,235 @@
+// Conversion of hostile frames out of a slot that ends at an untouchable page, by every table of kernels: first while
+// another thread rewrites the slot, then once more at rest, when the plain reference must give the same bytes. Input: a
+// frame to a line, "64x36 NV12:64:36:0:0:0:64:36:0,64;2304,64": the canvas, then a descriptor as in a frame message,
+// whose numbers are brought inside the parser's limits. All frames go onto one canvas.
+
+#include "frames/frame_canvas.h"
+#include "frames/frame_converter.h"
+#include "frames/frame_kernels.h"
+#include "fuzz/support/guarded_memory.h"
+#include "fuzz/support/input_text.h"
+#include "fuzz/support/require.h"
+#include "tests/frames/reference_converter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+namespace receiver {
+namespace {
+
+constexpr std::size_t MaxFrames = 4;
+constexpr std::size_t MaxPlanes = 5;
+// As wide or as high as the real canvases, but not both: they would take a thousand times as long.
+constexpr std::uint32_t MaxCanvasSize = 1920;
+constexpr std::uint32_t MaxCanvasArea = 32768;
+
+struct Input {
+    std::uint32_t canvasWidth = 0;
+    std::uint32_t canvasHeight = 0;
+    FrameDescriptor frame;
+};
+
+// A number from 1 to `max` that is `number` itself if possible.
+std::uint32_t Bring(std::uint64_t number, std::uint32_t max) {
+    return number >= 1 && number <= max ? static_cast<std::uint32_t>(number)
+                                        : static_cast<std::uint32_t>(number % max) + 1;
+}
+std::uint32_t BringEven(std::uint64_t number, std::uint32_t max) { return Bring(number / 2, max / 2) * 2; }
+
+Input ReadInput(std::string_view line) {
+    const std::size_t formatBegin = std::min(line.find(' '), line.size() - 1) + 1;
+    const std::size_t formatEnd = std::min(line.find(':', formatBegin), line.size());
+    const std::vector<std::uint64_t> canvas = NumbersIn(line.substr(0, formatBegin));
+    const std::vector<std::uint64_t> numbers = NumbersIn(line.substr(formatEnd));
+    const auto number = [&](std::size_t index) { return index < numbers.size() ? numbers[index] : 0; };
+
+    Input input;
+    input.canvasWidth = BringEven(canvas.empty() ? 0 : canvas[0], MaxCanvasSize);
+    input.canvasHeight =
+        BringEven(canvas.size() < 2 ? 0 : canvas[1], std::min(MaxCanvasSize, MaxCanvasArea / input.canvasWidth));
+    FrameDescriptor& frame = input.frame;
+    frame.format = ToUnits(line.substr(formatBegin, formatEnd - formatBegin));
+    frame.codedWidth = BringEven(number(0), 4096);
+    frame.codedHeight = BringEven(number(1), 2160);
+    frame.flipA = number(2) % 2 != 0;
+    frame.rotation = number(3) % 90 == 0 ? static_cast<std::uint32_t>(number(3) % 360)
+                                         : static_cast<std::uint32_t>(number(3) % 4 * 90);
+    frame.flipB = number(4) % 2 != 0;
+    frame.displayWidth = Bring(number(5), 4096);
+    frame.displayHeight = Bring(number(6), 4096);
+    for (std::size_t i = 7; i < numbers.size() && frame.planes.size() < MaxPlanes; i += 2) {
+        frame.planes.push_back({number(i) % SlotSize, std::max<std::uint64_t>(number(i + 1), 1)});
+    }
+    return input;
+}
+
+// The result by the limits alone, in numbers that cannot wrap.
+HRESULT ExpectedResult(const FrameDescriptor& frame) {
+    constexpr const wchar_t* Formats[] = {L"NV12", L"I420", L"I420A", L"RGBA", L"RGBX", L"BGRA", L"BGRX"};
+    if (std::ranges::find(Formats, frame.format) == std::end(Formats)) {
+        return MF_E_INVALIDMEDIATYPE;
+    }
+    const std::vector<PlaneSize> planes = ReferencePlanes(frame.format, frame.codedWidth, frame.codedHeight);
+    if (frame.planes.size() < planes.size()) {
+        return MF_E_INVALIDMEDIATYPE;
+    }
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        const long double end =
+            static_cast<long double>(frame.planes[i].stride) * static_cast<long double>(planes[i].rowCount - 1) +
+            static_cast<long double>(frame.planes[i].offset + planes[i].rowBytes);
+        if (end > SlotSize) {
+            return E_INVALIDARG;
+        }
+    }
+    return S_OK;
+}
+
+// The slot, and a page that rewrites it as long as it is let. At rest it holds the same bytes again.
+class LivelySlot {
+public:
+    LivelySlot() : memory_(SlotSize), restingBytes_(SlotSize) {
+        std::uint32_t state = 1;
+        for (std::uint8_t& byte : restingBytes_) {
+            state = state * 1664525 + 1013904223;
+            byte = static_cast<std::uint8_t>(state >> 24);
+        }
+        std::ranges::copy(restingBytes_, memory_.Bytes().begin());
+        page_ = std::thread([this] { Rewrite(); });
+    }
+    LivelySlot(const LivelySlot&) = delete;
+    LivelySlot& operator=(const LivelySlot&) = delete;
+    ~LivelySlot() {
+        Tell(Order::End);
+        page_.join();
+    }
+
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return memory_.Bytes(); }
+
+    // Returns once bytes from `offset` on are being rewritten.
+    void Disturb(std::uint64_t offset) {
+        begin_ = static_cast<std::size_t>(std::min<std::uint64_t>(offset, SlotSize - WindowSize));
+        writing_ = false;
+        Tell(Order::Write);
+        writing_.wait(false);
+    }
+    // Returns once all is as it was.
+    void Rest() {
+        Tell(Order::Rest);
+        writing_.wait(true);
+    }
+
+private:
+    enum class Order : int { Rest, Write, End };
+    static constexpr std::size_t WindowSize = 16384;
+
+    void Tell(Order order) {
+        order_ = order;
+        order_.notify_one();
+    }
+    void Report(bool writing) {
+        writing_ = writing;
+        writing_.notify_one();
+    }
+    void Rewrite() {
+        const std::span<std::uint8_t> slot = memory_.Bytes();
+        for (;;) {
+            order_.wait(Order::Rest);
+            if (order_ == Order::End) {
+                return;
+            }
+            Report(true);
+            const std::span<std::uint8_t> window = slot.subspan(begin_, WindowSize);
+            for (std::uint8_t value = 0; order_ == Order::Write; ++value) {
+                std::memset(window.data(), value, window.size());
+                std::this_thread::yield(); // Both threads may have to share a core.
+            }
+            std::memcpy(window.data(), restingBytes_.data() + begin_, window.size());
+            Report(false);
+        }
+    }
+
+    GuardedMemory memory_;
+    std::vector<std::uint8_t> restingBytes_;
+    std::size_t begin_ = 0; // of what is rewritten
+    std::atomic<Order> order_ = Order::Rest;
+    std::atomic<bool> writing_ = false;
+    std::thread page_;
+};
+
+// One table of kernels with all that lives from frame to frame.
+struct Painter {
+    explicit Painter(const FrameKernels& kernels) : converter(kernels) {}
+
+    FrameConverter converter;
+    FrameCanvas canvas{std::vector<std::uint8_t>(100, 77)}; // anything
+};
+
+std::vector<Painter> MakePainters() {
+    static const bool hasAvx2 = Avx2Usable(ReadCpuReport());
+    std::vector<Painter> painters;
+    painters.emplace_back(ScalarKernels);
+    if (hasAvx2) {
+        painters.emplace_back(Avx2Kernels);
+    }
+    return painters;
+}
+
+HRESULT Draw(const LivelySlot& slot, const Input& input, Painter& painter) {
+    return painter.converter.Convert(slot.Bytes(), input.frame, input.canvasWidth, input.canvasHeight, painter.canvas);
+}
+
+void CheckDisturbed(const LivelySlot& slot, const std::vector<Input>& inputs) {
+    std::vector<Painter> painters = MakePainters();
+    for (const Input& input : inputs) {
+        for (Painter& painter : painters) {
+            const std::size_t oldSize = painter.canvas.Bytes().size();
+            const std::size_t newSize = std::size_t{input.canvasWidth} * input.canvasHeight / 2 * 3;
+            const HRESULT result = Draw(slot, input, painter);
+            Require(result == ExpectedResult(input.frame), "the limits alone decide");
+            Require(painter.canvas.Bytes().size() == (result == E_INVALIDARG ? oldSize : newSize),
+                    "a canvas has its size");
+        }
+    }
+}
+
+void CheckAtRest(const LivelySlot& slot, const std::vector<Input>& inputs) {
+    std::vector<Painter> painters = MakePainters();
+    const auto firstBytes = painters[0].canvas.Bytes();
+    std::vector<std::uint8_t> canvas(firstBytes.begin(), firstBytes.end()); // what all painters should have
+    for (const Input& input : inputs) {
+        const HRESULT expected = ExpectedResult(input.frame);
+        if (expected == S_OK) {
+            canvas = ReferenceConvert(slot.Bytes(), input.frame, input.canvasWidth, input.canvasHeight);
+        } else if (expected == MF_E_INVALIDMEDIATYPE) {
+            canvas = BlackCanvas(input.canvasWidth, input.canvasHeight);
+        }
+        for (Painter& painter : painters) {
+            Require(Draw(slot, input, painter) == expected, "the limits alone decide, at rest");
+            Require(std::ranges::equal(painter.canvas.Bytes(), canvas), "a frame is drawn as the formulas say");
+        }
+    }
+}
+
+} // namespace
+} // namespace receiver
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace receiver;
+    static LivelySlot slot;
+    std::vector<Input> inputs;
+    for (const std::string_view line : SplitLines(AsText(data, size))) {
+        if (!line.empty() && inputs.size() < MaxFrames) {
+            inputs.push_back(ReadInput(line));
+        }
+    }
+    if (inputs.empty()) {
+        return 0;
+    }
+    slot.Disturb(inputs[0].frame.planes.empty() ? 0 : inputs[0].frame.planes[0].offset);
+    CheckDisturbed(slot, inputs);
+    slot.Rest();
+    CheckAtRest(slot, inputs);
+    return 0;
+}

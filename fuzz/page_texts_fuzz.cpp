@@ -1,0 +1,323 @@
+// The whole program on sequences of page texts, over the small machine of fuzz/windows/. Input: one text to a line;
+// lines with an exclamation mark in front are what happens around the page, see Obey(). As long as no call was made to
+// fail, every text's result, log lines and answers are foretold.
+
+#include "app/log_line.h"
+#include "app/receiver_app.h"
+#include "browser/page_json.h"
+#include "frames/frame_message.h"
+#include "frames/usage_state.h"
+#include "fuzz/support/input_text.h"
+#include "fuzz/support/require.h"
+#include "fuzz/support/scratch_folder.h"
+#include "fuzz/windows/fake_windows.h"
+
+#include <algorithm>
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, PWSTR commandLine, int showCommand);
+
+namespace receiver {
+namespace {
+
+constexpr std::size_t MaxLines = 32; // so that no input takes long
+
+// What one event leads to.
+struct Outcome {
+    HRESULT result = S_OK;
+    std::vector<std::string> logLines;
+    std::vector<std::wstring> posted;
+
+    void Log(std::wstring_view text, HRESULT code = S_OK) { logLines.push_back(FormatLogLine({3, 4, 5}, text, code)); }
+};
+
+// The program's state as the page's texts should have it, and what they should lead to.
+class Foretold {
+public:
+    Outcome OnText(const std::wstring& text);
+    Outcome OnTimer(bool signalled, std::uint64_t nowMs);
+    [[nodiscard]] std::uint64_t FramesPublished() const noexcept { return framesPublished_; }
+
+private:
+    void OnReady(Outcome& outcome);
+    void OnOrientation(const std::wstring& mode, Outcome& outcome);
+    void OnSnapshot(Outcome& outcome) const;
+    void OnRecordStart(Outcome& outcome);
+    void OnRecordStop(Outcome& outcome);
+    void OnQuality(const std::wstring& value, Outcome& outcome);
+    void OnFrame(const std::wstring& text, Outcome& outcome);
+    HRESULT Draw(const std::wstring& descriptor);
+    [[nodiscard]] std::uint64_t FrameBytes() const noexcept { return std::uint64_t{1} * width_ * height_ / 2 * 3; }
+
+    std::uint32_t width_ = 1280;
+    std::uint32_t height_ = 720;
+    std::uint64_t canvasBytes_ = 0;
+    std::uint64_t framesHandled_ = 0;
+    std::uint64_t framesPublished_ = 0;
+    std::uint64_t lastSignalMs_ = 0;
+    std::wstring layout_ = L"setup";
+    bool ready_ = false;
+    bool recording_ = false;
+    bool cameraInUse_ = false;
+};
+
+// A capture's path as the page reads it: the known folder of the small machine, with its quotes.
+constexpr wchar_t CaptureStem[] = LR"(C:\\Users\\\"a\"\\Vistel\\Vistel-20260102-030405-006.)";
+
+void PostMedia(Outcome& outcome, const std::wstring& action, const std::wstring& extension) {
+    const std::wstring path = extension.empty() ? extension : CaptureStem + extension;
+    outcome.posted.push_back(LR"({"type":"media-result","action":")" + action + LR"(","success":)" +
+                             (outcome.result >= 0 ? L"true" : L"false") + LR"(,"path":")" + path + LR"(","error":)" +
+                             std::to_wstring(static_cast<std::uint32_t>(outcome.result)) + L"}");
+}
+
+Outcome Foretold::OnText(const std::wstring& text) {
+    const auto behind = [&](const wchar_t* prefix) { return text.substr(std::wstring_view(prefix).size()); };
+    Outcome outcome;
+    if (text == L"ready") {
+        OnReady(outcome);
+    } else if (text.starts_with(L"window:orientation:")) {
+        OnOrientation(behind(L"window:orientation:"), outcome);
+    } else if (text == L"media:snapshot") {
+        OnSnapshot(outcome);
+    } else if (text == L"media:record:start") {
+        OnRecordStart(outcome);
+    } else if (text == L"media:record:stop") {
+        OnRecordStop(outcome);
+    } else if (text.starts_with(L"quality:")) {
+        OnQuality(behind(L"quality:"), outcome);
+    } else if (text.starts_with(L"frame:")) {
+        OnFrame(text, outcome);
+    } else {
+        outcome.Log(L"Web message: " + text);
+    }
+    return outcome;
+}
+
+Outcome Foretold::OnTimer(bool signalled, std::uint64_t nowMs) {
+    Outcome outcome;
+    if (const auto change = OnUsagePoll(signalled, nowMs, lastSignalMs_, cameraInUse_)) {
+        const bool started = *change == UsageChange::Started;
+        outcome.Log(started ? L"Virtual camera consumer started requesting frames"
+                            : L"Virtual camera consumer stopped requesting frames");
+        if (ready_) {
+            outcome.posted.emplace_back(started ? UsageOnJson : UsageOffJson);
+        }
+    }
+    return outcome;
+}
+
+void Foretold::OnReady(Outcome& outcome) {
+    ready_ = true;
+    outcome.Log(L"Web message: ready");
+    outcome.Log(L"Shared frame buffers posted to script");
+    outcome.Log(L"System diagnostics posted to script");
+    outcome.posted = {L"slot {\"slot\":0}", L"slot {\"slot\":1}", DiagnosticsJson({10, 0, 22631}, true)};
+    if (cameraInUse_) {
+        outcome.posted.emplace_back(UsageOnJson);
+    }
+}
+
+void Foretold::OnOrientation(const std::wstring& mode, Outcome& outcome) {
+    if (mode != L"landscape" && mode != L"portrait" && mode != L"setup") {
+        outcome.result = E_INVALIDARG;
+    } else if (FakeWindows::Current().minimized) {
+        return;
+    } else if (FakeWindows::Current().maximized) {
+        layout_ = mode;
+        outcome.Log(L"Receiver window layout changed while maximized; preserving maximized state");
+    } else if (mode != layout_) {
+        layout_ = mode;
+        outcome.Log(L"Receiver window layout: " + mode);
+    }
+}
+
+void Foretold::OnSnapshot(Outcome& outcome) const {
+    if (canvasBytes_ == 0) {
+        outcome.result = MF_E_NOT_AVAILABLE;
+    } else if (canvasBytes_ < FrameBytes()) {
+        outcome.result = E_INVALIDARG; // The quality was raised since the last frame.
+    }
+    outcome.Log(L"Snapshot requested", outcome.result);
+    PostMedia(outcome, L"snapshot", canvasBytes_ == 0 ? L"" : L"jpg");
+}
+
+void Foretold::OnRecordStart(Outcome& outcome) {
+    const bool again = std::exchange(recording_, true);
+    outcome.result = again ? HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) : S_OK;
+    outcome.Log(L"Recording started", outcome.result);
+    PostMedia(outcome, L"recording-started", again ? L"" : L"mp4");
+}
+
+void Foretold::OnRecordStop(Outcome& outcome) {
+    const bool running = std::exchange(recording_, false);
+    outcome.result = running ? S_OK : S_FALSE;
+    outcome.Log(L"Recording stopped", outcome.result);
+    PostMedia(outcome, L"recording-stopped", running ? L"mp4" : L"");
+}
+
+void Foretold::OnQuality(const std::wstring& value, Outcome& outcome) {
+    if (std::exchange(recording_, false)) {
+        PostMedia(outcome, L"recording-stopped", L"mp4");
+    }
+    if (value != L"720p" && value != L"1080p") {
+        outcome.result = E_INVALIDARG;
+        return;
+    }
+    width_ = value == L"720p" ? 1280 : 1920;
+    height_ = value == L"720p" ? 720 : 1080;
+    outcome.Log(L"Video quality selected: " + value);
+}
+
+void Foretold::OnFrame(const std::wstring& text, Outcome& outcome) {
+    if (text.size() < 9 || text[7] != L':' || (text[6] != L'0' && text[6] != L'1') || !ready_) {
+        outcome.result = E_INVALIDARG;
+        return;
+    }
+    outcome.result = Draw(text.substr(8));
+    if (framesHandled_++ == 0) {
+        outcome.Log(L"First frame descriptor: " + text);
+        outcome.Log(L"First browser frame published", outcome.result);
+    }
+}
+
+// The parser and the geometry have targets of their own; here they are believed.
+HRESULT Foretold::Draw(const std::wstring& text) {
+    FrameDescriptor descriptor;
+    if (!ParseFrameDescriptor(text, descriptor)) {
+        return E_INVALIDARG;
+    }
+    const auto layout = RecognizeFormat(descriptor.format, descriptor.planes.size());
+    if (layout && !FitsSlot(MakeGeometry(descriptor, *layout, width_, height_), SlotSize)) {
+        return E_INVALIDARG;
+    }
+    canvasBytes_ = FrameBytes();
+    if (!layout) {
+        return MF_E_INVALIDMEDIATYPE;
+    }
+    ++framesPublished_;
+    return S_OK;
+}
+
+// One run of the program, led through its message loop.
+class Session {
+public:
+    Session(FakeWindows& machine, std::vector<std::string_view> lines) : windows_(machine), lines_(std::move(lines)) {
+        lines_.resize(std::min(lines_.size(), MaxLines));
+        windows_.nextMessage = [this](MSG& message) { return Next(message); };
+        if (lines_.front().starts_with("!fail")) {
+            Obey(lines_.front()); // From the first call on.
+        }
+    }
+    [[nodiscard]] const Foretold& Model() const noexcept { return foretold_; }
+
+private:
+    bool Next(MSG& message);
+    void Obey(std::string_view line);
+    void Post(const std::optional<std::wstring>& text, bool asNull = false);
+    void Tick(bool signalled);
+    void Check(HRESULT result, const Outcome& expected) const;
+    void Forget() {
+        windows_.logLines.clear();
+        windows_.posted.clear();
+    }
+
+    FakeWindows& windows_;
+    std::vector<std::string_view> lines_;
+    std::size_t nextLine_ = 0;
+    Foretold foretold_;
+};
+
+bool Session::Next(MSG& message) {
+    if (windows_.environmentHandler) {
+        windows_.CompleteEnvironment();
+    } else if (windows_.controllerHandler) {
+        windows_.CompleteController();
+    } else if (nextLine_ < lines_.size()) {
+        const std::string_view line = lines_[nextLine_++];
+        Forget();
+        if (line.starts_with('!')) {
+            Obey(line);
+        } else {
+            Post(ToUnits(line));
+        }
+    } else if (windows_.windowExists) {
+        message = {windows_.Window(), WM_DESTROY, 0, 0};
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void Session::Obey(std::string_view line) {
+    const std::vector<std::uint64_t> numbers = NumbersIn(line);
+    const std::uint64_t number = numbers.empty() ? 1 : numbers[0];
+    if (line == "!object") {
+        Post(std::nullopt);
+    } else if (line == "!null") {
+        Post(std::wstring(), true);
+    } else if (line == "!signal" || line == "!quiet") {
+        Tick(line == "!signal");
+    } else if (line == "!minimize" || line == "!maximize" || line == "!restore") {
+        windows_.minimized = line == "!minimize";
+        windows_.maximized = line == "!maximize";
+    } else if (line.starts_with("!later")) {
+        windows_.nowMs += number % 1'000'000'000;
+    } else if (line.starts_with("!fail")) {
+        windows_.callsUntilFailure = static_cast<unsigned>(number % 1000); // counted from here
+    }
+}
+
+void Session::Post(const std::optional<std::wstring>& text, bool asNull) {
+    if (!windows_.messageHandler) {
+        return; // The browser did not come up.
+    }
+    const std::wstring box = windows_.boxText;
+    const HRESULT result = windows_.PostFromPage(text, asNull);
+    Require(windows_.boxText == box, "no text opens a box");
+    if (!text) {
+        Check(result, {E_INVALIDARG, {}, {}});
+    } else {
+        Check(result, foretold_.OnText(text->c_str())); // A text ends at its first zero.
+    }
+}
+
+void Session::Tick(bool signalled) {
+    windows_.eventSignalled = signalled;
+    (void)windows_.windowProcedure(windows_.Window(), WM_TIMER, UsageTimer, 0);
+    Check(S_OK, foretold_.OnTimer(signalled, windows_.nowMs));
+}
+
+void Session::Check(HRESULT result, const Outcome& expected) const {
+    if (!windows_.failed) {
+        Require(result == expected.result, "a text has its result");
+        Require(windows_.logLines == expected.logLines, "a text has its log lines");
+        Require(windows_.posted == expected.posted, "a text has its answers");
+    }
+}
+
+} // namespace
+} // namespace receiver
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using namespace receiver;
+    static const ScratchFolder scratch;
+    static const GuardedMemory memory(sizeof(FrameFileLayout));
+    auto& file = *reinterpret_cast<FrameFileLayout*>(memory.Bytes().data());
+    file.header = {FrameFileMagic, FrameFileVersion, 1280, 720, 1280, 1382400, 0, 0, 0, 0, {}};
+
+    FakeWindows windows(memory.Bytes());
+    windows.programData = scratch.AsVariable();
+    windows.frameFileSize = memory.Bytes().size();
+    const Session session(windows, SplitLines(AsText(data, size)));
+    wchar_t commandLine[] = L"--embedded";
+    const int exitCode = wWinMain(nullptr, nullptr, commandLine, SW_SHOWNORMAL);
+
+    Require(exitCode == 0 || (exitCode == 1 && windows.failed), "the program ends well");
+    Require(windows.failed || windows.boxText.empty(), "nothing fails by itself");
+    Require(windows.failed || file.header.sequence == 2 * session.Model().FramesPublished(), "frames are published");
+    Require(file.header.sequence % 2 == 0, "the frame file is at rest");
+    windows.ReleaseHandlers();
+    const std::string leaks = windows.Leaks();
+    Require(leaks.empty(), leaks.c_str());
+    return 0;
+}

@@ -1,0 +1,50 @@
+// The methods of Media Foundation that the recorder calls.
+#pragma once
+
+#include <windows.h>
+
+inline constexpr GUID MF_MT_MAJOR_TYPE{3, 0};
+inline constexpr GUID MF_MT_SUBTYPE{3, 1};
+inline constexpr GUID MF_MT_AVG_BITRATE{3, 2};
+inline constexpr GUID MF_MT_INTERLACE_MODE{3, 3};
+inline constexpr GUID MF_MT_FRAME_SIZE{3, 4};
+inline constexpr GUID MF_MT_FRAME_RATE{3, 5};
+inline constexpr GUID MF_MT_PIXEL_ASPECT_RATIO{3, 6};
+inline constexpr GUID MFMediaType_Video{4, 0};
+inline constexpr GUID MFVideoFormat_H264{4, 1};
+inline constexpr GUID MFVideoFormat_NV12{4, 2};
+inline constexpr std::uint32_t MFVideoInterlace_Progressive = 2;
+inline constexpr ULONG MF_VERSION = 0x00020070;
+inline constexpr DWORD MFSTARTUP_FULL = 0;
+
+struct IMFAttributes;
+
+struct IMFMediaType : IUnknown {
+    virtual HRESULT SetGUID(REFGUID key, REFGUID value) = 0;
+    virtual HRESULT SetUINT32(REFGUID key, std::uint32_t value) = 0;
+    virtual HRESULT SetUINT64(REFGUID key, std::uint64_t value) = 0;
+};
+struct IMFMediaBuffer : IUnknown {
+    virtual HRESULT Lock(BYTE** bytes, DWORD* maxLength, DWORD* currentLength) = 0;
+    virtual HRESULT Unlock() = 0;
+    virtual HRESULT SetCurrentLength(DWORD length) = 0;
+};
+struct IMFSample : IUnknown {
+    virtual HRESULT AddBuffer(IMFMediaBuffer* buffer) = 0;
+    virtual HRESULT SetSampleTime(LONGLONG time) = 0;
+    virtual HRESULT SetSampleDuration(LONGLONG duration) = 0;
+};
+struct IMFSinkWriter : IUnknown {
+    virtual HRESULT AddStream(IMFMediaType* type, DWORD* index) = 0;
+    virtual HRESULT SetInputMediaType(DWORD index, IMFMediaType* type, IMFAttributes* parameters) = 0;
+    virtual HRESULT BeginWriting() = 0;
+    virtual HRESULT WriteSample(DWORD index, IMFSample* sample) = 0;
+    virtual HRESULT Finalize() = 0;
+};
+
+HRESULT MFStartup(ULONG version, DWORD flags) noexcept;
+HRESULT MFShutdown() noexcept;
+HRESULT MFCreateMediaType(IMFMediaType** type);
+HRESULT MFCreateMemoryBuffer(DWORD size, IMFMediaBuffer** buffer);
+HRESULT MFCreateSample(IMFSample** sample);
+HRESULT MFCreateSinkWriterFromURL(LPCWSTR path, void* stream, IMFAttributes* attributes, IMFSinkWriter** writer);
