@@ -14,6 +14,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
 #include <thread>
 
 namespace receiver {
@@ -28,6 +31,7 @@ constexpr std::uint32_t MaxCanvasArea = 32768;
 struct Input {
     std::uint32_t canvasWidth = 0;
     std::uint32_t canvasHeight = 0;
+    std::shared_ptr<const std::wstring> format; // The descriptor's is part of it.
     FrameDescriptor frame;
 };
 
@@ -50,7 +54,8 @@ Input ReadInput(std::string_view line) {
     input.canvasHeight =
         BringEven(canvas.size() < 2 ? 0 : canvas[1], std::min(MaxCanvasSize, MaxCanvasArea / input.canvasWidth));
     FrameDescriptor& frame = input.frame;
-    frame.format = ToUnits(line.substr(formatBegin, formatEnd - formatBegin));
+    input.format = std::make_shared<std::wstring>(ToUnits(line.substr(formatBegin, formatEnd - formatBegin)));
+    frame.format = *input.format;
     frame.codedWidth = BringEven(number(0), 4096);
     frame.codedHeight = BringEven(number(1), 2160);
     frame.flipA = number(2) % 2 != 0;

@@ -45,7 +45,7 @@ std::optional<FrameDescriptor> PlainParse(const std::wstring& text) {
         planes += L':' + fields[i];
     }
     FrameDescriptor frame;
-    frame.format = fields[0];
+    frame.format = std::wstring_view(text).substr(0, fields[0].size());
     const auto size = [&](std::size_t field, std::uint64_t max, bool even, std::uint32_t& result) {
         const auto value = Number(fields[field]).value_or(0);
         result = static_cast<std::uint32_t>(value);

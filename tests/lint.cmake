@@ -3,7 +3,7 @@ find_program(CLANG_FORMAT clang-format REQUIRED)
 find_program(RUN_CLANG_TIDY run-clang-tidy REQUIRED)
 
 set(patterns)
-foreach(folder IN ITEMS app bench browser capture examples frames platform tests tools)
+foreach(folder IN ITEMS app bench browser capture examples frames fuzz platform tests tools)
     list(APPEND patterns ${PROJECT_SOURCE_DIR}/${folder}/*.cpp ${PROJECT_SOURCE_DIR}/${folder}/*.h)
 endforeach()
 file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${patterns})
