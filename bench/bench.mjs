@@ -9,6 +9,7 @@ import { parseArgs } from 'node:util';
 import { Goals } from './goals.mjs';
 
 const Contenders = ['receiver', 'scalar', 'reference', 'libyuv', 'swscale'];
+const LeastProcesses = 5;
 const Usage = 'usage: ./dev bench [CASE] [--strict] [--processes N] [--write FILE]';
 
 function parseOptions(words) {
@@ -20,6 +21,12 @@ function parseOptions(words) {
     const processes = Number(values.processes);
     if (!Number.isInteger(processes) || processes < 1 || positionals.length > 2) {
         throw new Error(Usage);
+    }
+    if ((values.strict || values.write) && processes < LeastProcesses) {
+        throw new Error(`--strict and --write take ${LeastProcesses} processes or more: no single one can be trusted`);
+    }
+    if (values.write && positionals.length > 1) {
+        throw new Error('--write takes the whole table, without a CASE');
     }
     return { ...values, processes, program: positionals[0], filter: positionals[1] ?? '' };
 }
@@ -82,7 +89,7 @@ function misses(name, contenders) {
     const own = contenders.get('receiver');
     const missed = [];
     const check = (what, value, limit) => {
-        if (limit !== undefined && value > limit) {
+        if (limit !== undefined && !(value <= limit)) {
             missed.push(`${what} ${figure(value)} is above ${figure(limit)}`);
         }
     };
@@ -129,9 +136,9 @@ function report({ head, warm, cold, summary, options }) {
 
 Made by \`./dev bench --write docs/performance.md\` on ${cpus()[0].model} (${cpus().length} CPUs), g++ ${head.compiler},
 with the ${head.kernels} kernels. Medians of ${options.processes} processes [lowest..highest process], as ratios to the
-bound: memcpy of as many bytes as the work reads and writes, timed around each measurement. The columns are the
+bound: a memcpy that reads and writes as many bytes in all, timed around each measurement. The columns are the
 receiver, its plain kernels (which run where AVX2 is missing), the tests' pixel-by-pixel reference, and libyuv and
-swscale as their users would put them together. \`*\`: not the same bytes as the receiver's, so only the speed is
+swscale as their users would put them together. \`*\`: not the same bytes as the reference's, so only the speed is
 compared. Other bounds: for "converted and published" two copies, the frame's and the canvas's; for "first frame" the
 conversion of a later one; for "message" the conversion of its frame.
 
@@ -156,10 +163,14 @@ try {
     if (warm.rows.size === 0) {
         throw new Error(`no case matches "${options.filter}"`);
     }
+    const unknown = Object.keys(Goals).filter((name) => !warm.rows.has(name));
+    if (options.filter === '' && unknown.length > 0) {
+        throw new Error(`goals for what was not measured: ${unknown.join('; ')}`);
+    }
     const judged = [...warm.rows].filter(([name]) => Goals[name]);
     const missed = judged.filter(([name, contenders]) => misses(name, contenders).length > 0);
     const summary = warm.head.kernels === 'AVX2' ? `${judged.length - missed.length} of ${judged.length} goals met.`
-        : 'The goals are for AVX2, which this machine lacks.';
+        : 'The goals are for AVX2, which this machine lacks: none is met.';
     const texts = {
         head: warm.head, warm: warmTable(warm.rows), cold: coldTable(cold.rows), summary, options,
     };
@@ -167,8 +178,9 @@ try {
     if (options.write) {
         writeFileSync(options.write, report(texts));
     }
-    process.exitCode = options.strict && missed.length > 0 ? 1 : 0;
+    process.exitCode = options.strict && (missed.length > 0 || warm.head.kernels !== 'AVX2') ? 1 : 0;
 } catch (error) {
-    process.stderr.write(`./dev bench: ${error.message}\n`);
+    const isUsage = error.code?.startsWith('ERR_PARSE_ARGS');
+    process.stderr.write(`./dev bench: ${error.message}\n${isUsage ? `${Usage}\n` : ''}`);
     process.exitCode = 2;
 }

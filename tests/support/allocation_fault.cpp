@@ -1,8 +1,12 @@
-// Replaces operator new of the whole test program. The array and the nothrow forms come through here too.
+// Replaces operator new of the whole test program, also where an alignment is asked for. The array and the nothrow
+// forms come through here too.
 #include "tests/support/allocation_fault.h"
 
 #include <cstddef>
 #include <cstdlib>
+#ifdef _WIN32
+#include <malloc.h>
+#endif
 #include <new>
 
 namespace receiver {
@@ -46,6 +50,34 @@ void* operator new(std::size_t size) {
         throw std::bad_alloc();
     }
     return memory;
+}
+
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto bytes = static_cast<std::size_t>(alignment);
+    void* memory = nullptr;
+    if (!receiver::TakeFault()) {
+#ifdef _WIN32
+        memory = _aligned_malloc(size > 0 ? size : 1, bytes);
+#else
+        memory = std::aligned_alloc(bytes, (size + bytes - 1) / bytes * bytes);
+#endif
+    }
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory, std::align_val_t) noexcept {
+#ifdef _WIN32
+    _aligned_free(memory);
+#else
+    std::free(memory);
+#endif
+}
+
+void operator delete(void* memory, std::size_t, std::align_val_t alignment) noexcept {
+    operator delete(memory, alignment);
 }
 
 void operator delete(void* memory) noexcept { std::free(memory); }

@@ -282,9 +282,11 @@ class BrowserServer {
         this.#connections.forEach((connection) => connection.kill());
     }
 
-    // How long the host took in each of its callbacks for messages that begin with "frame:", in microseconds.
+    // How long the host took in each of its callbacks for messages that begin with "frame:" and that it accepted, in
+    // microseconds.
     async callbackTimings() {
-        return (await this.#allCallbacks()).map(({ microseconds }) => microseconds);
+        return (await this.#allCallbacks()).filter(({ result }) => result === 0)
+            .map(({ microseconds }) => microseconds);
     }
 
     // What those callbacks returned: { HRESULT as unsigned number: count }.
