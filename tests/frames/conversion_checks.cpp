@@ -78,18 +78,6 @@ void RandomCanvas(Random& random, FrameDescriptor& frame, std::uint32_t& width, 
     frame.displayHeight = height;
 }
 
-std::string Describe(const FrameDescriptor& frame, std::uint32_t width, std::uint32_t height) {
-    std::ostringstream text;
-    text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
-         << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
-         << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
-    for (const PlaneLayout& plane : frame.planes) {
-        text << ' ' << plane.offset << ',' << plane.stride;
-    }
-    text << " canvas " << width << " x " << height;
-    return text.str();
-}
-
 std::string Difference(std::span<const std::uint8_t> expected, std::span<const std::uint8_t> actual) {
     if (expected.size() != actual.size()) {
         return std::to_string(actual.size()) + " bytes instead of " + std::to_string(expected.size());
@@ -112,6 +100,18 @@ int Part256(int value) { return (value - (value % 256 + 256) % 256) / 256; }
 std::uint8_t Clamp(int value) { return static_cast<std::uint8_t>(std::clamp(value, 0, 255)); }
 
 } // namespace
+
+std::string Describe(const FrameDescriptor& frame, std::uint32_t canvasWidth, std::uint32_t canvasHeight) {
+    std::ostringstream text;
+    text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
+         << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
+         << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
+    for (const PlaneLayout& plane : frame.planes) {
+        text << ' ' << plane.offset << ',' << plane.stride;
+    }
+    text << " canvas " << canvasWidth << " x " << canvasHeight;
+    return text.str();
+}
 
 std::vector<const FrameKernels*> UsableKernels() {
     std::vector<const FrameKernels*> tables = {&ScalarKernels};

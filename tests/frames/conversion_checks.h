@@ -11,6 +11,9 @@
 
 namespace receiver {
 
+// A frame and its canvas, in one line.
+[[nodiscard]] std::string Describe(const FrameDescriptor& frame, std::uint32_t canvasWidth, std::uint32_t canvasHeight);
+
 // The tables that this processor can run.
 [[nodiscard]] std::vector<const FrameKernels*> UsableKernels();
 

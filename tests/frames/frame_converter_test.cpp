@@ -1,5 +1,6 @@
 // FrameConverter against a plain reference over formats, rotations, mirrors, sizes and paddings; hand-computed pictures
 // and colours for both; refused frames; plans kept from frame to frame.
+#include "conversion_checks.h"
 #include "frames/frame_converter.h"
 #include "reference_converter.h"
 
@@ -15,7 +16,6 @@
 #include <limits>
 #include <random>
 #include <span>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -66,15 +66,7 @@ Bytes RandomSlot(const FrameDescriptor& frame, std::uint64_t seed) {
 }
 
 std::string Describe(const FrameDescriptor& frame, Size canvas) {
-    std::ostringstream text;
-    text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
-         << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
-         << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
-    for (const PlaneLayout& plane : frame.planes) {
-        text << ' ' << plane.offset << ',' << plane.stride;
-    }
-    text << " canvas " << canvas.width << " x " << canvas.height;
-    return text.str();
+    return receiver::Describe(frame, canvas.width, canvas.height);
 }
 
 ::testing::AssertionResult SameCanvas(const Bytes& expected, const Bytes& actual, Size canvas) {

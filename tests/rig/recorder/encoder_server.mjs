@@ -174,13 +174,13 @@ class RecordingSession {
         }
         recording.state = 'completing';
         recording.result = await this.#encoder.finish();
-        recording.state = 'finalized';
         if (recording.result !== Ok) {
             this.#options.log?.(`ffmpeg failed: ${this.#encoder.errors}`);
         } else if (this.#options.reports) {
             const { packets } = await probe(recording.path, 'packet=pts');
             recording.frameTimes = packets.map(({ pts }) => pts);
         }
+        recording.state = 'finalized';
         this.#report(recording);
         this.#answer(recording.result);
     }
