@@ -72,6 +72,19 @@ public:
         return code;
     }
 
+    // Its window of that class; null while there is none.
+    [[nodiscard]] HWND Window(const wchar_t* className) const {
+        const DWORD wanted = GetProcessId(process_.Get());
+        for (HWND window = nullptr; (window = FindWindowExW(nullptr, window, className, nullptr)) != nullptr;) {
+            DWORD owner = 0;
+            GetWindowThreadProcessId(window, &owner);
+            if (owner == wanted) {
+                return window;
+            }
+        }
+        return nullptr;
+    }
+
     [[nodiscard]] std::string Output() const { return ReadBytes(outputFile_); }
 
 private:

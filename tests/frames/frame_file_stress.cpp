@@ -5,11 +5,11 @@
 //                                              work RETRIES times
 // Exit codes: 0 done, 1 a mixed or misplaced frame was accepted, 2 wrong use or ended too early, 3 publishing failed,
 // 77 died as asked.
+#include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "platform/environment_variable.h"
 #include "tests/frames/frame_pattern.h"
 #include "tests/frames/shared_frame_file_pattern.h"
-#include "tools/camera_probe/frame_reader.h"
 
 #include <windows.h>
 

@@ -1,10 +1,10 @@
 // Writers and readers of the shared frame file as processes of their own.
+#include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "tests/frames/frame_file_process.h"
 #include "tests/frames/frame_pattern.h"
 #include "tests/frames/shared_frame_file_pattern.h"
 #include "tests/support/test_files.h"
-#include "tools/camera_probe/frame_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -12,7 +12,7 @@ import { end, until, within } from './processes.mjs';
 import { startEncoderServer } from './recorder/encoder_server.mjs';
 
 // The build that holds the Windows programs. The tests of another build folder say which.
-const BuildFolder = resolve(process.env.VISTEL_WINDOWS_BUILD ?? join(SourceFolder, 'build/windows'));
+export const BuildFolder = resolve(process.env.VISTEL_WINDOWS_BUILD ?? join(SourceFolder, 'build/windows'));
 
 const WindowLimitMs = 30000;
 const EndLimitMs = 60000;
@@ -38,6 +38,7 @@ const ButtonOk = 1;
 //   registry          values under HKEY_CURRENT_USER: { key: { name: text or number } }
 //   hostResolverRules, extraChromiumFlags   for the browser
 //   receiverExe       another program in the receiver's place
+//   prepare           async (run) => Windows path of the program to start: hears of everything but the program's start
 //   log               hears what goes on in the rig
 export async function startReceiver(options = {}) {
     const run = new ReceiverRun(options);
@@ -61,6 +62,7 @@ class ReceiverRun {
     encoder; // its `recordings` tell what was recorded
     display;
     driver;
+    receiverPath; // the program, as Windows names it
     #options;
     #program;
     #cameras = new Set();
@@ -97,6 +99,7 @@ class ReceiverRun {
         for (const [name, value] of Object.entries(options.environment ?? {})) {
             await (value === null ? this.driver.ask('unset', name) : this.driver.ask('set', name, value));
         }
+        this.receiverPath = await options.prepare?.(this) ?? ReceiverPath;
         this.#program = await this.startAnother(options.commandLine ?? (options.args ?? []).join(' '));
         this.exited = this.#program.exited.then((code) => {
             this.exitCode = code;
@@ -106,12 +109,12 @@ class ReceiverRun {
 
     // One more receiver in the same world: { program, process, exited }.
     startAnother(commandLine = '') {
-        return this.driver.startProgram(ReceiverPath, commandLine);
+        return this.driver.startProgram(this.receiverPath, commandLine);
     }
 
     // The program's id under Linux.
     async linuxProcessId() {
-        return (await this.prefix.processIds(basename(this.prefix.unixPath(ReceiverPath))))[0];
+        return (await this.prefix.processIds(basename(this.prefix.unixPath(this.receiverPath))))[0];
     }
 
     // The log, line by line; empty while there is none.
@@ -214,14 +217,15 @@ class ReceiverRun {
     // Starts a virtual camera that reads the frame file, which the receiver notices; finish() ends its reading and
     // resolves to its report.
     //   seconds   how long it reads; without it until finish(); 0: it only takes the newest frame, unnoticed
-    //   picture   the file for the newest frame
-    camera({ seconds, picture } = {}) {
+    //   picture   the file for the newest frame, or with
+    //   watch     for the window that shows it and its figures
+    camera({ seconds, picture, watch } = {}) {
         const name = `camera-${this.#cameras.size}`;
         const report = `C:\\rig\\${name}.json`;
         const image = `C:\\rig\\${name}.png`;
         const child = this.prefix.start(CameraPath, [
             ...(seconds === undefined ? [] : ['--seconds', String(seconds)]), '--signal', UsageEvent,
-            '--report', report, ...(picture ? ['--picture', image] : []),
+            '--report', report, ...(picture ? ['--picture', image] : []), ...(watch ? ['--watch'] : []),
         ], this.display.name);
         this.#cameras.add(child);
         child.stdin.on('error', () => {});

@@ -93,7 +93,7 @@ async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
         say('The run ended before the camera came');
         return undefined;
     }
-    const camera = run.camera({ picture });
+    const camera = run.camera({ picture, watch: true });
     await (seconds === undefined ? once(ended, 'abort') : pause(seconds));
     return camera.finish();
 }
@@ -135,7 +135,7 @@ async function watch(run, options, stopRequested) {
         report.frameCostUs = cost;
         await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(report, null, 2)}\n`);
     } else {
-        await run.camera({ seconds: 0, picture: cameraPicture }).finish();
+        await run.camera({ seconds: 0, picture: cameraPicture, watch: true }).finish();
     }
 
     if (!endedByItself) {

@@ -1,9 +1,11 @@
 // camera_probe.exe: a stand-in for the virtual camera. Watches the shared frame file, reads every new frame, signals
-// the camera's event while it does, and tells at the end what it saw, as a sentence, as a JSON report and as a picture
-// of the newest frame.
+// the camera's event while it does, shows the frames in a window when asked, and tells at the end what it saw, as a
+// sentence, as a JSON report and as a picture.
+#include "examples/camera/frame_reader.h"
 #include "platform/handles.h"
 #include "tools/camera_probe/frame_picture.h"
-#include "tools/camera_probe/frame_reader.h"
+#include "tools/camera_probe/live_figures.h"
+#include "tools/camera_probe/live_view.h"
 #include "tools/camera_probe/probe_report.h"
 
 #include <windows.h>
@@ -25,15 +27,22 @@ namespace {
 
 using Clock = ProbeReport::Clock;
 
-constexpr char Usage[] = "usage: camera_probe [--file PATH] [--seconds N] [--signal EVENT] [--report FILE.json]\n"
-                         "                    [--picture FILE.png]\n"
-                         "Reads frames until its standard input ends, or for N whole seconds, and signals the\n"
-                         "named event each time it asks for one; 0 takes the newest frame and nothing else.\n";
+constexpr char Usage[] =
+    "usage: camera_probe [--watch] [--file PATH] [--seconds N] [--signal EVENT] [--report FILE.json]\n"
+    "                    [--picture FILE.png]\n"
+    "Reads frames until its standard input ends, or for N whole seconds, and signals the\n"
+    "named event each time it asks for one; 0 takes the newest frame and nothing else.\n"
+    "--watch shows them in a window, until that is closed, and signals the receiver's event;\n"
+    "the picture is then the window's content, else the newest frame.\n";
+
+// How often the figures are brought up to date while no frame comes.
+constexpr std::chrono::milliseconds FiguresPeriod{500};
 
 // How long one read may meet a writer at work when only the newest frame is wanted.
 constexpr std::chrono::seconds NewestFrameLimit{1};
 
 struct Options {
+    bool watch = false;
     std::wstring file;
     std::optional<std::chrono::seconds> duration; // empty: until standard input ends
     std::wstring usageEvent; // empty: nobody is told that frames are wanted
@@ -65,9 +74,13 @@ std::optional<std::chrono::seconds> ParseSeconds(std::wstring_view text) {
 
 std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
     Options options;
-    for (int i = 1; i < count; i += 2) {
+    for (int i = 1; i < count; ++i) {
         const std::wstring_view name = arguments[i];
-        const std::wstring_view value = i + 1 < count ? arguments[i + 1] : L"";
+        if (name == L"--watch") {
+            options.watch = true;
+            continue;
+        }
+        const std::wstring_view value = ++i < count ? arguments[i] : L"";
         if (value.empty()) {
             return std::nullopt;
         }
@@ -91,6 +104,9 @@ std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
     if (options.file.empty()) {
         options.file = DefaultFramePath();
     }
+    if (options.watch && options.usageEvent.empty()) {
+        options.usageEvent = vistel::UsageSignal::EventName;
+    }
     return options;
 }
 
@@ -106,17 +122,23 @@ void WaitForInputEnd(HANDLE ended) {
 
 class Probe {
 public:
-    explicit Probe(const std::wstring& file) : reader_(file), startTickMs_(GetTickCount64()) {}
+    explicit Probe(const Options& options) : reader_(options.file), startTickMs_(GetTickCount64()) {
+        if (options.watch) {
+            view_.emplace();
+        }
+    }
 
-    // Reads new frames until `ended` is signalled or `duration` is over, one poll per millisecond, and signals
-    // `usageEvent`, which may be null, with each.
-    void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration, HANDLE usageEvent) {
+    // Reads new frames until `ended` is signalled, `duration` is over or the view was closed, one poll per millisecond,
+    // and signals `usage`, which may be null, with each.
+    void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration, const vistel::UsageSignal* usage) {
         const Clock::time_point start = Clock::now();
-        while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration)) {
-            if (usageEvent != nullptr) {
-                SetEvent(usageEvent);
+        while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration) &&
+               !(view_ && view_->IsClosed())) {
+            if (usage != nullptr) {
+                usage->Signal();
             }
             ReadOnce();
+            UpdateView();
         }
         TakeNewest();
     }
@@ -127,9 +149,10 @@ public:
         while (ReadOnce() == vistel::ReadResult::Busy && Clock::now() - start < NewestFrameLimit) {
             Sleep(1);
         }
+        UpdateView();
     }
 
-    [[nodiscard]] const vistel::Frame& NewestFrame() const noexcept { return frame_; }
+    [[nodiscard]] Picture NewestPicture() { return view_ ? view_->Content() : ToPicture(frame_); }
     [[nodiscard]] const ProbeReport& Report() noexcept {
         report_.SetRetries(reader_.RetryCount());
         return report_;
@@ -145,6 +168,7 @@ private:
             const std::uint64_t ageMs = nowMs > frame_.timestampMs ? nowMs - frame_.timestampMs : 0;
             const bool current = frame_.timestampMs >= startTickMs_ && frame_.timestampMs <= nowMs;
             report_.AddFrame(frame_, ageMs, current, now);
+            figures_.AddFrame(now, ageMs);
             if (reader_.IsContradicted(frame_)) {
                 report_.AddTornRead();
             }
@@ -154,9 +178,23 @@ private:
         return result;
     }
 
+    // Shows a frame that is new, and now and then the figures alone.
+    void UpdateView() {
+        const Clock::time_point now = Clock::now();
+        if (view_ && (frame_.sequence != shownSequence_ || now - shownTime_ > FiguresPeriod)) {
+            view_->Show(frame_, figures_.Text(now, frame_, vistel::IsStale(frame_), report_.TornReads()));
+            shownSequence_ = frame_.sequence;
+            shownTime_ = now;
+        }
+    }
+
     vistel::FrameReader reader_;
     vistel::Frame frame_;
     ProbeReport report_;
+    LiveFigures figures_;
+    std::optional<LiveView> view_;
+    std::uint64_t shownSequence_ = 0;
+    Clock::time_point shownTime_;
     std::uint64_t startTickMs_;
 };
 
@@ -174,25 +212,18 @@ bool Run(Probe& probe, const Options& options) {
         probe.TakeNewest();
         return true;
     }
-    UniqueHandle usageEvent;
-    if (!options.usageEvent.empty()) {
-        // Whoever comes first makes it, camera or receiver. The camera may do no more than signal.
-        usageEvent.Reset(CreateEventExW(nullptr, options.usageEvent.c_str(), 0, EVENT_MODIFY_STATE));
-        if (!usageEvent) {
-            return false;
-        }
+    std::optional<vistel::UsageSignal> usage;
+    if (!options.usageEvent.empty() && !usage.emplace(options.usageEvent.c_str()).IsOpen()) {
+        return false;
     }
-    const UniqueHandle ended(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::thread inputWatcher;
+    // Never closed: who closes the window ends the program while it still waits for input.
+    const HANDLE ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (!options.duration) {
-        inputWatcher = std::thread(WaitForInputEnd, ended.Get());
+        std::thread(WaitForInputEnd, ended).detach();
     }
     timeBeginPeriod(1);
-    probe.Watch(ended.Get(), options.duration, usageEvent.Get());
+    probe.Watch(ended, options.duration, usage ? &*usage : nullptr);
     timeEndPeriod(1);
-    if (inputWatcher.joinable()) {
-        inputWatcher.join();
-    }
     return true;
 }
 
@@ -202,7 +233,7 @@ int Main(int count, wchar_t** arguments) {
         std::fputs(Usage, stderr);
         return 2;
     }
-    Probe probe(options->file);
+    Probe probe(*options);
     if (!Run(probe, *options)) {
         std::fputs("The event could not be opened.\n", stderr);
         return 1;
@@ -222,7 +253,8 @@ int Main(int count, wchar_t** arguments) {
         exitCode = 1;
     }
     if (!options->picture.empty()) {
-        const HRESULT result = WriteFramePicture(probe.NewestFrame(), options->picture);
+        Picture picture = probe.NewestPicture();
+        const HRESULT result = WritePng(picture, options->picture);
         if (FAILED(result)) {
             std::fprintf(stderr, "The picture could not be written: 0x%08lX.\n", static_cast<unsigned long>(result));
             exitCode = 1;

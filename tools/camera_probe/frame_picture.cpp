@@ -15,16 +15,15 @@
 namespace receiver {
 namespace {
 
-struct Picture {
-    std::uint32_t width = 0;
-    std::uint32_t height = 0;
-    std::vector<std::uint8_t> bgr; // three bytes per pixel, no padding between rows
-};
-
 std::uint8_t ToByte(int scaledBy256) { return static_cast<std::uint8_t>(std::clamp(scaledBy256 / 256, 0, 255)); }
+
+} // namespace
 
 // BT.601, limited range; each chroma pair colours its block of 2 x 2 pixels.
 Picture ToPicture(const vistel::Frame& frame) {
+    if (frame.nv12.empty()) {
+        return {1280, 720, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720)};
+    }
     Picture picture{frame.width, frame.height, std::vector<std::uint8_t>(std::size_t{3} * frame.width * frame.height)};
     const std::uint8_t* const chromaPlane = frame.nv12.data() + std::size_t{frame.width} * frame.height;
     std::uint8_t* pixel = picture.bgr.data();
@@ -42,8 +41,6 @@ Picture ToPicture(const vistel::Frame& frame) {
     }
     return picture;
 }
-
-Picture BlackPicture() { return {1280, 720, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720)}; }
 
 HRESULT WritePng(Picture& picture, const std::wstring& path) {
     ComPtr<IWICImagingFactory> factory;
@@ -68,13 +65,6 @@ HRESULT WritePng(Picture& picture, const std::wstring& path) {
                                         picture.bgr.data()));
     RETURN_IF_FAILED(frame->Commit());
     return encoder->Commit();
-}
-
-} // namespace
-
-HRESULT WriteFramePicture(const vistel::Frame& frame, const std::wstring& path) {
-    Picture picture = frame.nv12.empty() ? BlackPicture() : ToPicture(frame);
-    return WritePng(picture, path);
 }
 
 } // namespace receiver

@@ -1,15 +1,26 @@
-// A frame of the shared frame file as a PNG picture, in the colours that a camera application shows.
+// A frame of the shared frame file as a picture, in the colours that a camera application shows; pictures as PNG files.
 #pragma once
 
-#include "tools/camera_probe/frame_reader.h"
+#include "examples/camera/frame_reader.h"
 
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace receiver {
 
-// Overwrites `path`. A frame without pixels gives a black picture of 1280 x 720. COM must be initialised.
-[[nodiscard]] HRESULT WriteFramePicture(const vistel::Frame& frame, const std::wstring& path);
+struct Picture {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::vector<std::uint8_t> bgr; // three bytes per pixel, no padding between rows
+};
+
+// A frame without pixels gives a black picture of 1280 x 720.
+[[nodiscard]] Picture ToPicture(const vistel::Frame& frame);
+
+// Overwrites `path`. COM must be initialised.
+[[nodiscard]] HRESULT WritePng(Picture& picture, const std::wstring& path);
 
 } // namespace receiver

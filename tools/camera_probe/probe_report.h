@@ -1,7 +1,7 @@
 // What a run of the camera probe saw: counts, rate, ages, and their text as JSON.
 #pragma once
 
-#include "tools/camera_probe/frame_reader.h"
+#include "examples/camera/frame_reader.h"
 
 #include <chrono>
 #include <cstdint>

@@ -4,6 +4,7 @@
 #include "tests/frames/frame_file_process.h"
 #include "tests/frames/shared_frame_file_pattern.h"
 #include "tests/support/test_files.h"
+#include "tools/camera_probe/live_figures.h"
 #include "tools/camera_probe/probe_report.h"
 
 #include <windows.h>
@@ -14,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -84,9 +86,9 @@ private:
 };
 
 TEST_F(CameraProbe, WrongArgumentsGiveTheUsageAndExitCode2) {
-    for (const wchar_t* arguments :
-         {L"--seconds", L"--seconds -1", L"--seconds 1.5", L"--seconds x", L"--seconds 1000000", L"--seconds \"\"",
-          L"--file", L"--signal", L"--report", L"--picture", L"--unknown 1", L"5", L"--seconds 0 extra"}) {
+    for (const wchar_t* arguments : {L"--seconds", L"--seconds -1", L"--seconds 1.5", L"--seconds x",
+                                     L"--seconds 1000000", L"--seconds \"\"", L"--file", L"--signal", L"--report",
+                                     L"--picture", L"--unknown 1", L"5", L"--seconds 0 extra", L"--watch 1"}) {
         const ChildProcess probe = Start(arguments);
         EXPECT_EQ(probe.WaitForExit(Limit), 2U);
         EXPECT_THAT(probe.Output(), testing::HasSubstr("usage: camera_probe")) << std::filesystem::path(arguments);
@@ -107,8 +109,11 @@ TEST_F(CameraProbe, WithoutAFrameThePictureIsBlackAndTheReportEmpty) {
     EXPECT_EQ(black.bgr, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720));
 }
 
-TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
-    // Left half: red above, blue below; right half: white above, grey below.
+// An event of the camera's kind, for this test alone.
+std::wstring PrivateEventName() { return L"Local\\camera-probe-test-" + std::to_wstring(GetCurrentProcessId()); }
+
+// Left half: red above, blue below; right half: white above, grey below.
+std::vector<std::uint8_t> FourColours() {
     std::vector<std::uint8_t> frame(1382400);
     for (std::size_t y = 0; y < 720; ++y) {
         for (std::size_t x = 0; x < 1280; ++x) {
@@ -122,6 +127,11 @@ TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
             }
         }
     }
+    return frame;
+}
+
+TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
+    const std::vector<std::uint8_t> frame = FourColours();
     ASSERT_EQ(PublishPattern(file, 3), S_OK);
     ASSERT_EQ(file.PublishFrame(frame.data(), 1382400, 1280, 720), S_OK);
     const ChildProcess probe = StartReporting(L"--seconds 0");
@@ -141,6 +151,37 @@ TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
         EXPECT_EQ(colours.RedGreenBlue(x + 640, y), (Colour{255, 255, 255}));
         EXPECT_EQ(colours.RedGreenBlue(x + 640, y + 360), (Colour{128, 128, 128}));
     }
+}
+
+TEST_F(CameraProbe, ShowsTheFrameInAWindowUntilThatIsClosed) {
+    const UniqueHandle usage(CreateEventW(nullptr, FALSE, FALSE, PrivateEventName().c_str()));
+    const std::vector<std::uint8_t> frame = FourColours();
+    const ChildProcess probe = StartReporting(L"--watch --signal " + PrivateEventName());
+    HWND window = nullptr;
+    const auto end = std::chrono::steady_clock::now() + Limit;
+    while ((window = probe.Window(L"VistelCameraProbe")) == nullptr && std::chrono::steady_clock::now() < end) {
+        Sleep(1);
+    }
+    ASSERT_NE(window, nullptr) << probe.Output();
+    EXPECT_NE(IsWindowVisible(window), FALSE);
+    ASSERT_EQ(file.PublishFrame(frame.data(), 1382400, 1280, 720), S_OK);
+    EXPECT_EQ(WaitForSingleObject(usage.Get(), static_cast<DWORD>(Limit.count())), WAIT_OBJECT_0);
+    EXPECT_TRUE(probe.IsRunning());
+    PostMessageW(window, WM_CLOSE, 0, 0);
+    ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
+    EXPECT_THAT(ReadBytes(report), testing::StartsWith("{\"framesRead\":1,"));
+
+    Picture shown;
+    ASSERT_EQ(DecodePng(picture, shown), S_OK);
+    EXPECT_EQ(shown.width, 1280U);
+    ASSERT_GT(shown.height, 720U);
+    using Colour = std::array<int, 3>;
+    EXPECT_EQ(shown.RedGreenBlue(0, 0), (Colour{255, 0, 0}));
+    EXPECT_EQ(shown.RedGreenBlue(639, 719), (Colour{0, 0, 255}));
+    EXPECT_EQ(shown.RedGreenBlue(1279, 719), (Colour{128, 128, 128}));
+    const auto figures = shown.bgr.begin() + 3 * 1280 * 720;
+    EXPECT_EQ(*std::min_element(figures, shown.bgr.end()), 0);
+    EXPECT_GT(*std::max_element(figures, shown.bgr.end()), 200) << "there is no text";
 }
 
 TEST_F(CameraProbe, WatchesUntilItsInputEnds) {
@@ -169,9 +210,6 @@ TEST_F(CameraProbe, ReadsTheFileThatIsNamed) {
     ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
     EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1920,\"height\":1080,\"sequence\":2}\n"));
 }
-
-// An event of the camera's kind, for this test alone.
-std::wstring PrivateEventName() { return L"Local\\camera-probe-test-" + std::to_wstring(GetCurrentProcessId()); }
 
 TEST_F(CameraProbe, SignalsTheEventAsLongAsItReads) {
     const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, PrivateEventName().c_str()));
@@ -267,6 +305,23 @@ TEST(ProbeReport, AnOldFrameCountsOnlyAsLongAsThereIsNoOther) {
     report.AddFrame(frame, 3, true, ProbeReport::Clock::time_point{});
     EXPECT_EQ(report.FramesPerSecond(), 0.0);
     EXPECT_THAT(report.ToJson(), testing::HasSubstr("\"ageMs\":{\"median\":3,\"p99\":3,\"max\":3}"));
+}
+
+TEST(LiveFigures, TellTheRateOfTheLastTwoSecondsAndTheAgeOfTheNewestFrame) {
+    LiveFigures figures;
+    vistel::Frame frame;
+    frame.width = 1280;
+    frame.height = 720;
+    LiveFigures::Clock::time_point now{};
+    for (int i = 0; i < 100; ++i) {
+        figures.AddFrame(now += 100ms, 9);
+    }
+    for (int i = 0; i < 60; ++i) { // three seconds at twice the rate
+        figures.AddFrame(now += 50ms, 4);
+    }
+    EXPECT_EQ(figures.Text(now, frame, false, 1), L"1280 x 720     20.0 frames per second     4 ms old     1 torn");
+    EXPECT_EQ(figures.Text(now + 3s, frame, false, 1), L"1280 x 720     0.0 frames per second     4 ms old     1 torn");
+    EXPECT_EQ(figures.Text(now + 3s, frame, true, 1), L"No live picture     1 torn");
 }
 
 } // namespace

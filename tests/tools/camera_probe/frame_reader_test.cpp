@@ -1,5 +1,5 @@
 // The reader for virtual cameras against real frame files.
-#include "tools/camera_probe/frame_reader.h"
+#include "examples/camera/frame_reader.h"
 
 #include "platform/handles.h"
 #include "tests/frames/frame_pattern.h"
@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace vistel {
 
@@ -218,6 +219,62 @@ TEST_F(FrameReaderTest, AnyChangeUnderTheSameSequenceContradictsTheFrame) {
         Store(change.offset, change.value);
         EXPECT_TRUE(fresh.IsContradicted(frame)) << change.offset;
     }
+}
+
+TEST(StaleFrameTest, IsOneThatIsTooOldOrFromBeforeTheSystemsStart) {
+    vistel::Frame frame;
+    EXPECT_TRUE(vistel::IsStale(frame, 2000, 100)) << "no frame at all";
+    frame.sequence = 2;
+    frame.timestampMs = 10'000;
+    EXPECT_FALSE(vistel::IsStale(frame, 2000, 10'000));
+    EXPECT_FALSE(vistel::IsStale(frame, 2000, 12'000));
+    EXPECT_TRUE(vistel::IsStale(frame, 2000, 12'001));
+    EXPECT_TRUE(vistel::IsStale(frame, 2000, 9'999));
+}
+
+class UsageSignalTest : public testing::Test {
+protected:
+    const std::wstring name = L"Local\\usage-signal-test-" + std::to_wstring(GetCurrentProcessId());
+};
+
+TEST_F(UsageSignalTest, MakesAnEventThatTheReceiverCanOpenAndEachSignalIsForOneWait) {
+    const vistel::UsageSignal signal(name.c_str());
+    ASSERT_TRUE(signal.IsOpen());
+    // As the receiver asks for it, with every right.
+    const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, name.c_str()));
+    ASSERT_TRUE(event);
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT);
+    signal.Signal();
+    signal.Signal();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_TIMEOUT);
+
+    DWORD size = 0;
+    GetKernelObjectSecurity(event.Get(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::vector<std::uint8_t> descriptor(size);
+    ASSERT_NE(GetKernelObjectSecurity(event.Get(), DACL_SECURITY_INFORMATION, descriptor.data(), size, &size), FALSE);
+    LPWSTR text = nullptr;
+    ASSERT_NE(ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor.data(), SDDL_REVISION_1,
+                                                                   DACL_SECURITY_INFORMATION, &text, nullptr),
+              FALSE);
+    const std::wstring dacl = text;
+    LocalFree(text);
+    EXPECT_NE(dacl.find(L";;;IU)"), std::wstring::npos) << "the user's receiver is shut out";
+    EXPECT_NE(dacl.find(L";;;LS)"), std::wstring::npos) << "the camera's service is shut out";
+}
+
+TEST_F(UsageSignalTest, SignalsTheReceiversEventAndNothingWithoutOne) {
+    const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, name.c_str()));
+    const vistel::UsageSignal signal(name.c_str());
+    ASSERT_TRUE(signal.IsOpen());
+    signal.Signal();
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
+
+    const std::wstring taken = name + L"-mutex";
+    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, taken.c_str()));
+    const vistel::UsageSignal none(taken.c_str());
+    EXPECT_FALSE(none.IsOpen());
+    none.Signal();
 }
 
 } // namespace

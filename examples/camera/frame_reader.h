@@ -1,5 +1,6 @@
-// Reads the newest video frame out of the shared frame file, as a virtual camera does. One header for any C++17
-// compiler that targets 64-bit Windows; it needs nothing else of the receiver.
+// Reads the newest video frame out of the shared frame file, as a virtual camera does, and tells the receiver that
+// frames are wanted. One header for any C++17 compiler that targets 64-bit Windows; it needs nothing else of the
+// receiver. docs/frame-file.md describes the file; print_frames.cpp beside this shows how the header is used.
 //
 // The file holds a 64-byte header and two frame buffers. The writer makes `sequence` odd, fills the buffer that
 // `activeBuffer` does not name, switches `activeBuffer` over and makes `sequence` even. A copy is good when `sequence`
@@ -7,6 +8,12 @@
 #pragma once
 
 #include <windows.h>
+
+#include <sddl.h>
+
+#ifdef _MSC_VER
+#pragma comment(lib, "advapi32")
+#endif
 
 #include <atomic>
 #include <cstddef>
@@ -24,6 +31,50 @@ struct Frame {
     std::uint64_t sequence = 0; // grows by 2 with every frame; 0 means that there is no frame here
     std::uint64_t timestampMs = 0; // GetTickCount64() of the writer when it had completed the frame
     std::vector<std::uint8_t> nv12; // `height` rows of Y, then height / 2 rows of U,V pairs; `width` bytes in every row
+};
+
+// True for a frame that is no longer live: the receiver has ended, or its page sends nothing. A camera then shows that
+// there is no picture instead of a frozen one. A time stamp from the future was made before the system was started
+// anew.
+[[nodiscard]] inline bool IsStale(const Frame& frame, std::uint64_t limitMs = 2000,
+                                  std::uint64_t nowMs = GetTickCount64()) noexcept {
+    return frame.sequence == 0 || frame.timestampMs > nowMs || nowMs - frame.timestampMs > limitMs;
+}
+
+// Tells the receiver that some application uses the camera: Signal() with every frame that is asked for. Three seconds
+// may go by between two; the receiver takes a silence of four for the end.
+class UsageSignal {
+public:
+    static constexpr const wchar_t* EventName = L"Global\\VistelVirtualCameraSample-v1";
+
+    explicit UsageSignal(const wchar_t* eventName = EventName) {
+        // Whoever comes first, camera or receiver, makes the event; its security must let the other one in.
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;IU)(A;;0x0002;;;LS)",
+                                                             SDDL_REVISION_1, &descriptor, nullptr);
+        SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor, FALSE};
+        // The camera may do no more than signal.
+        event_ = CreateEventExW(descriptor != nullptr ? &attributes : nullptr, eventName, 0, EVENT_MODIFY_STATE);
+        LocalFree(descriptor);
+    }
+    ~UsageSignal() {
+        if (event_ != nullptr) {
+            CloseHandle(event_);
+        }
+    }
+    UsageSignal(const UsageSignal&) = delete;
+    UsageSignal& operator=(const UsageSignal&) = delete;
+
+    // False when the event can be neither opened nor made; Signal() then does nothing.
+    [[nodiscard]] bool IsOpen() const noexcept { return event_ != nullptr; }
+    void Signal() const noexcept {
+        if (event_ != nullptr) {
+            SetEvent(event_);
+        }
+    }
+
+private:
+    HANDLE event_;
 };
 
 enum class ReadResult {

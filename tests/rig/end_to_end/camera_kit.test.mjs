@@ -1,0 +1,38 @@
+// The example for authors of cameras beside the receiver: it sees the frames, when they stop, and it is noticed.
+import assert from 'node:assert/strict';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { test } from 'node:test';
+
+import { end, until } from '../processes.mjs';
+import { BuildFolder } from '../receiver_run.mjs';
+import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+
+const LimitMs = 60000;
+
+test('the example of a camera follows the receiver', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    const { run } = slotPage;
+    await slotPage.connect();
+    const program = await run.prefix.addFile(join(BuildFolder, 'tests/print_frames.exe'), 'C:\\rig\\print_frames.exe');
+    const camera = run.prefix.start(program, [], run.display.name);
+    t.after(() => end(camera));
+    const lines = [];
+    createInterface({ input: camera.stdout }).on('line', (line) => lines.push(line));
+    const waitFor = (wanted) => until(LimitMs, () => `${wanted} among ${lines.join('; ')}`, async () => {
+        const at = lines.findIndex((line) => wanted.test(line));
+        return at >= 0 && lines.splice(0, at + 1);
+    });
+
+    await waitFor(/^no picture/);
+    await run.waitForLog('Virtual camera consumer started requesting frames');
+    assert.deepEqual(await slotPage.post(goodMessage(0)), { [Ok]: 1 });
+    await waitFor(/^frame 1: 1280 x 720, \d+ ms old$/);
+    await waitFor(/^the picture is live$/);
+    assert.deepEqual(await slotPage.post('quality:1080p', goodMessage(1, 1920, 1080)), { [Ok]: 2 });
+    await waitFor(/^frame 2: 1920 x 1080, /);
+    await waitFor(/^no picture/);
+    await end(camera);
+    await run.waitForLog('Virtual camera consumer stopped requesting frames');
+    assert.equal(await run.closeWindow(), 0);
+});

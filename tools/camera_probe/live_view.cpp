@@ -1,0 +1,179 @@
+#include "tools/camera_probe/live_view.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace receiver {
+namespace {
+
+constexpr wchar_t ClassName[] = L"VistelCameraProbe";
+constexpr int PictureWidth = 640; // of the window as it opens
+constexpr int PictureHeight = 360;
+constexpr int FiguresHeight = 28;
+constexpr UINT RedrawMessage = WM_APP;
+
+BITMAPINFO BitmapOf(std::uint32_t width, std::uint32_t height) {
+    BITMAPINFO info{};
+    info.bmiHeader.biSize = sizeof(info.bmiHeader);
+    info.bmiHeader.biWidth = static_cast<LONG>(width);
+    info.bmiHeader.biHeight = -static_cast<LONG>(height); // the top row first
+    info.bmiHeader.biPlanes = 1;
+    info.bmiHeader.biBitCount = 24;
+    info.bmiHeader.biCompression = BI_RGB;
+    return info;
+}
+
+// The largest rectangle of the picture's shape in the middle of `area`.
+RECT Fit(const Picture& picture, const RECT& area) {
+    const LONG areaWidth = area.right - area.left;
+    const LONG areaHeight = area.bottom - area.top;
+    const auto pictureWidth = static_cast<LONG>(picture.width);
+    const auto pictureHeight = static_cast<LONG>(picture.height);
+    const LONG width = std::min(areaWidth, areaHeight * pictureWidth / pictureHeight);
+    const LONG height = std::min(areaHeight, areaWidth * pictureHeight / pictureWidth);
+    const LONG left = area.left + (areaWidth - width) / 2;
+    const LONG top = area.top + (areaHeight - height) / 2;
+    return {left, top, left + width, top + height};
+}
+
+} // namespace
+
+LiveView::LiveView() : thread_([this] { RunWindow(); }) {}
+
+LiveView::~LiveView() {
+    // The window may not be there yet; then its thread sees that it is to close.
+    closed_ = true;
+    PostMessageW(window_, RedrawMessage, 0, 0);
+    thread_.join();
+}
+
+void LiveView::Show(const vistel::Frame& frame, std::wstring figures) {
+    {
+        const std::lock_guard guard(lock_);
+        frame_ = frame;
+        figures_ = std::move(figures);
+    }
+    if (window_ != nullptr) {
+        PostMessageW(window_, RedrawMessage, 0, 0);
+    }
+}
+
+Picture LiveView::Content() {
+    const Picture frame = NewestPicture();
+    Picture content{frame.width, frame.height + FiguresHeight, {}};
+    content.bgr = std::vector<std::uint8_t>(std::size_t{3} * content.width * content.height);
+    const BITMAPINFO info = BitmapOf(content.width, content.height);
+    const HDC dc = CreateCompatibleDC(nullptr);
+    void* pixels = nullptr;
+    const HBITMAP bitmap = CreateDIBSection(dc, &info, DIB_RGB_COLORS, &pixels, nullptr, 0);
+    if (bitmap != nullptr) {
+        const HGDIOBJ before = SelectObject(dc, bitmap);
+        Draw(dc, {0, 0, static_cast<LONG>(content.width), static_cast<LONG>(content.height)});
+        GdiFlush();
+        std::memcpy(content.bgr.data(), pixels, content.bgr.size()); // a frame's rows need no padding
+        SelectObject(dc, before);
+        DeleteObject(bitmap);
+    }
+    DeleteDC(dc);
+    return content;
+}
+
+void LiveView::RunWindow() {
+    const HINSTANCE instance = GetModuleHandleW(nullptr);
+    WNDCLASSEXW windowClass{};
+    windowClass.cbSize = sizeof(windowClass);
+    windowClass.lpfnWndProc = WindowProc;
+    windowClass.hInstance = instance;
+    windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+    windowClass.lpszClassName = ClassName;
+    RegisterClassExW(&windowClass);
+    RECT outer{0, 0, PictureWidth, PictureHeight + FiguresHeight};
+    AdjustWindowRect(&outer, WS_OVERLAPPEDWINDOW, FALSE);
+    const int width = outer.right - outer.left;
+    const int height = outer.bottom - outer.top;
+    RECT desktop{};
+    SystemParametersInfoW(SPI_GETWORKAREA, 0, &desktop, 0);
+    window_ = CreateWindowExW(0, ClassName, L"Vistel virtual camera", WS_OVERLAPPEDWINDOW, desktop.right - width,
+                              desktop.bottom - height, width, height, nullptr, nullptr, instance, this);
+    if (window_ != nullptr) {
+        ShowWindow(window_, SW_SHOWNOACTIVATE);
+        MSG message;
+        while (!closed_ && GetMessageW(&message, nullptr, 0, 0) > 0) {
+            DispatchMessageW(&message);
+        }
+        DestroyWindow(window_.exchange(nullptr));
+    }
+    closed_ = true;
+}
+
+LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == WM_NCCREATE) {
+        const auto* const creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
+        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(creation->lpCreateParams));
+    }
+    auto* const view = reinterpret_cast<LiveView*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    switch (message) {
+    case RedrawMessage:
+        InvalidateRect(window, nullptr, FALSE); // painted once, however many frames came meanwhile
+        return 0;
+    case WM_ERASEBKGND:
+        return 1; // all of it is painted
+    case WM_PAINT: {
+        PAINTSTRUCT paint;
+        const HDC dc = BeginPaint(window, &paint);
+        RECT area;
+        GetClientRect(window, &area);
+        view->Draw(dc, area);
+        EndPaint(window, &paint);
+        return 0;
+    }
+    case WM_CLOSE:
+        view->closed_ = true;
+        return 0;
+    default:
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+}
+
+Picture LiveView::NewestPicture() {
+    const std::lock_guard guard(lock_);
+    return ToPicture(frame_);
+}
+
+void LiveView::Draw(HDC dc, const RECT& area) {
+    const Picture picture = NewestPicture();
+    const std::wstring figures = [this] {
+        const std::lock_guard guard(lock_);
+        return figures_;
+    }();
+    RECT figuresArea = area;
+    figuresArea.top = std::max(area.top, area.bottom - FiguresHeight);
+    RECT pictureArea = area;
+    pictureArea.bottom = figuresArea.top;
+    const RECT fitted = Fit(picture, pictureArea);
+
+    const int saved = SaveDC(dc);
+    const auto black = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
+    FillRect(dc, &figuresArea, black);
+    SetBkMode(dc, TRANSPARENT);
+    SetTextColor(dc, RGB(220, 220, 220));
+    SelectObject(dc, GetStockObject(DEFAULT_GUI_FONT));
+    figuresArea.left += 10;
+    DrawTextW(dc, figures.c_str(), static_cast<int>(figures.size()), &figuresArea,
+              DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX);
+    SetStretchBltMode(dc, HALFTONE);
+    SetBrushOrgEx(dc, 0, 0, nullptr);
+    const BITMAPINFO info = BitmapOf(picture.width, picture.height);
+    StretchDIBits(dc, fitted.left, fitted.top, fitted.right - fitted.left, fitted.bottom - fitted.top, 0, 0,
+                  static_cast<int>(picture.width), static_cast<int>(picture.height), picture.bgr.data(), &info,
+                  DIB_RGB_COLORS, SRCCOPY);
+    ExcludeClipRect(dc, fitted.left, fitted.top, fitted.right, fitted.bottom);
+    FillRect(dc, &pictureArea, black);
+    RestoreDC(dc, saved);
+}
+
+} // namespace receiver

@@ -1,0 +1,47 @@
+// A window that shows what a camera application would: the newest frame and, below it, a line of figures. It lives on a
+// thread of its own, so that drawing never delays the reading of frames.
+#pragma once
+
+#include "tools/camera_probe/frame_picture.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace receiver {
+
+class LiveView {
+public:
+    // Opens the window, in the lower right corner of the desktop.
+    LiveView();
+    LiveView(const LiveView&) = delete;
+    LiveView& operator=(const LiveView&) = delete;
+    ~LiveView();
+
+    // False before the window is there and once the user has closed it.
+    [[nodiscard]] bool IsClosed() const noexcept { return closed_; }
+
+    // What is shown from now on.
+    void Show(const vistel::Frame& frame, std::wstring figures);
+
+    // The window's content as it is when the frame is shown in its own size.
+    [[nodiscard]] Picture Content();
+
+private:
+    static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    void RunWindow();
+    [[nodiscard]] Picture NewestPicture();
+    void Draw(HDC dc, const RECT& area);
+
+    std::mutex lock_;
+    vistel::Frame frame_;
+    std::wstring figures_;
+    std::atomic<bool> closed_ = false;
+    std::atomic<HWND> window_ = nullptr;
+    std::thread thread_;
+};
+
+} // namespace receiver
