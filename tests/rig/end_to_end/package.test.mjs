@@ -1,0 +1,128 @@
+// What people install: the installer puts the program there and runs it, a newer one takes its place, and the
+// uninstaller leaves nothing but what is the user's.
+import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { existsSync } from 'node:fs';
+import { mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { SourceFolder } from '../prefix.mjs';
+import { run as runProgram, until, within } from '../processes.mjs';
+import { BuildFolder } from '../receiver_run.mjs';
+import { goodMessage, Ok, serveSlotPage, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
+
+const LimitMs = 120000;
+const Program = 'vistel-receiver.exe';
+const Uninstaller = 'uninstall.exe';
+const UninstallKey = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
+
+// Packs what is built; the path of the file.
+async function pack(folder, generator, settings = {}) {
+    await runProgram('cpack', [
+        '--config', join(BuildFolder, 'CPackConfig.cmake'), '-G', generator, '-B', folder,
+        ...Object.entries({ CPACK_PACKAGE_FILE_NAME: 'package', ...settings }).flatMap(([name, value]) =>
+            ['-D', `${name}=${value}`]),
+    ], { limitMs: LimitMs });
+    return join(folder, `package.${generator === 'ZIP' ? 'zip' : 'exe'}`);
+}
+
+async function filesIn(folder) {
+    const entries = await readdir(folder, { recursive: true, withFileTypes: true });
+    return entries.filter((entry) => entry.isFile())
+        .map((entry) => join(entry.parentPath ?? entry.path, entry.name).slice(folder.length + 1)).sort();
+}
+
+test('installs, runs, is brought up to date and leaves nothing behind', async (t) => {
+    const temporary = await mkdtemp(join(tmpdir(), 'package-'));
+    t.after(() => rm(temporary, { recursive: true, force: true }));
+    const obsolete = join(temporary, 'obsolete');
+    await mkdir(obsolete);
+    await writeFile(join(obsolete, 'obsolete.txt'), 'of the older version');
+    const older = await pack(join(temporary, 'older'), 'NSIS', { CPACK_INSTALLED_DIRECTORIES: `${obsolete};.` });
+    const newer = await pack(join(temporary, 'newer'), 'NSIS', { CPACK_PACKAGE_VERSION: '9.8.7' });
+    const zip = await pack(join(temporary, 'zip'), 'ZIP');
+    await runProgram('cmake', ['-E', 'tar', 'xf', zip], { cwd: temporary });
+    const unpacked = join(temporary, 'package');
+    const packedFiles = await filesIn(unpacked);
+
+    let folder;
+    let link;
+    const install = async (run, installer) => {
+        const { exited } = await run.driver.startProgram(await run.prefix.addFile(installer, 'C:\\Setup.exe'), '/S');
+        return within(LimitMs, 'end of the installer', exited);
+    };
+    // The program's entry in the list of installed ones; empty when there is none.
+    const entry = async (run) => {
+        const query = run.prefix.start('reg.exe', ['query', UninstallKey], run.display.name);
+        let text = '';
+        query.stdout.on('data', (chunk) => {
+            text += chunk;
+        });
+        await within(LimitMs, 'end of the query', query.exited);
+        return Object.fromEntries([...text.matchAll(/^\s+(\w+)\s+REG_\w+\s+(.*?)\s*$/gm)].map(([, ...pair]) => pair));
+    };
+
+    const slotPage = await startOnSlotPage(t, {
+        prepare: async (run) => {
+            assert.equal(await install(run, older), 0);
+            const { InstallLocation } = await entry(run);
+            folder = run.prefix.unixPath(InstallLocation);
+            link = join(run.prefix.unixPath(InstallLocation.replace(/\\Local\\.*/, '\\Roaming')),
+                        'Microsoft/Windows/Start Menu/Programs/Vistel Receiver.lnk');
+            return `${InstallLocation}\\${Program}`;
+        },
+    });
+    const { run } = slotPage;
+    assert.ok(run.receiverPath.endsWith(`\\AppData\\Local\\Programs\\Vistel Receiver\\${Program}`), run.receiverPath);
+    assert.deepEqual(await filesIn(folder), [...packedFiles, 'obsolete.txt', Uninstaller].sort());
+    for (const file of packedFiles) {
+        assert.ok((await readFile(join(folder, file))).equals(await readFile(join(unpacked, file))), file);
+    }
+    assert.ok((await readFile(link)).includes(Buffer.from('vistel-receiver.exe', 'utf16le')));
+    assert.equal((await entry(run)).DisplayName, 'Vistel Receiver');
+
+    // It runs from there.
+    await slotPage.connect();
+    assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
+    assert.equal(slotPage.frameFile.header().sequence, 2);
+
+    // A newer one closes it as a user would, replaces it and leaves alone what is not its own.
+    await writeFile(join(folder, 'notes.txt'), 'the user\'s');
+    assert.equal(await install(run, newer), 0);
+    assert.equal(await run.waitForExit(), 0);
+    assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
+    assert.equal((await entry(run)).DisplayVersion, '9.8.7');
+
+    const controllerMade = once(run.browser.events, 'controller');
+    const second = await run.startAnother(`--url=${await serveSlotPage(t)}?second`);
+    const [page] = await within(LimitMs, 'second browser', controllerMade);
+    await until(LimitMs, 'second page', async () =>
+        (await run.logLines()).some((line) => /Navigation completed: success=1.*\?second/.test(line)));
+    const again = new SlotPage({ out: run.out, browser: run.browser, exited: second.exited }, page);
+    await again.connect();
+    assert.deepEqual(await again.post(goodMessage()), { [Ok]: 1 });
+    assert.equal(slotPage.frameFile.header().sequence, 4);
+
+    // So does the uninstaller, which goes on from a copy of itself.
+    const { QuietUninstallString } = await entry(run);
+    const [, uninstaller, option] = /^"(.*)" (\S+)$/.exec(QuietUninstallString);
+    await within(LimitMs, 'end of the uninstaller', (await run.driver.startProgram(uninstaller, option)).exited);
+    await until(LimitMs, 'removal', async () => !(await entry(run)).DisplayName);
+    assert.equal(await within(LimitMs, 'end of the second receiver', second.exited), 0);
+    assert.deepEqual(await readdir(folder), ['notes.txt']);
+    assert.ok(!existsSync(link));
+    assert.ok(slotPage.frameFile.exists);
+    assert.ok((await run.logLines()).length > 0);
+});
+
+test('the programs tell neither when nor where they were built', async () => {
+    for (const name of [Program, 'tools/camera_probe/camera_probe.exe']) {
+        const bytes = await readFile(join(BuildFolder, name));
+        const headers = bytes.readUInt32LE(0x3c);
+        assert.equal(bytes.toString('latin1', headers, headers + 4), 'PE\0\0');
+        assert.equal(bytes.readUInt32LE(headers + 8), 0, `${name} has a time stamp`);
+        assert.ok(!bytes.includes(SourceFolder), `${name} names the folder it was built in`);
+    }
+});
