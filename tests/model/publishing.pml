@@ -4,7 +4,7 @@
    - The writer of frames/frame_file.cpp and frames/shared_frame_file.cpp, store by store, under the same names. It may
      be killed before any of its steps, up to KILLS times, and is then started again. Altogether it completes FRAMES
      frames, each of either size.
-   - READERS readers like tools/camera_probe/frame_reader.h, load by load, which try again and again.
+   - READERS readers like examples/camera/frame_reader.h, load by load, which try again and again.
    - The order of stores on x64. A plain store waits in the writer's store buffer, which it leaves first in, first out.
      Those of a block copy or a block clearing may be streaming ones: they arrive at any time and in any order. An
      interlocked operation and a barrier wait for all of them.
