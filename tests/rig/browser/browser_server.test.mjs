@@ -87,13 +87,15 @@ test('a page comes up, and messages pass in both directions in order', async (t)
     assert.match(await host.line('environment '), /^environment 00000000 \d+\.\d+\.\d+\.\d+$/);
     assert.equal(await host.line('controller-call'), `controller-call ${Ok} child`);
     const page = 'html <script>chrome.webview.addEventListener("message", (e) => chrome.webview.postMessage(e.data));' +
-        'for (const message of ["one", "tab\\t quote\\" \\u00e9\\u4e2d \\\\", 3, null, {a: [1]}])' +
+        'for (const message of ["one", "tab\\t quote\\" \\u00e9\\u4e2d \\\\",' +
+        '    "\\ud83d\\ude00 \\ude00\\ud83d\\ud7ff", 3, null, {a: [1]}])' +
         '    chrome.webview.postMessage(message);</script>';
     assert.equal(await host.show(page), 'navigation 1 0 about:blank');
     await host.line(`message ${InvalidArgument} about:blank {"a":[1]}`);
     assert.deepEqual(host.lines.filter((line) => line.startsWith('message ')), [
         `message ${Ok} about:blank "one"`,
         `message ${Ok} about:blank "tab\\u0009 quote\\" \u00e9\u4e2d \\\\"`,
+        `message ${Ok} about:blank "\\ud83d\\ude00 \\ude00\\ud83d\ud7ff"`,
         `message ${InvalidArgument} about:blank 3`,
         `message ${InvalidArgument} about:blank null`,
         `message ${InvalidArgument} about:blank {"a":[1]}`,

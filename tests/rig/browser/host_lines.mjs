@@ -1,10 +1,15 @@
-// The text protocol with the runtime DLL: one line per event, tab-separated fields, \\ \t \n \r escaped.
+// The text protocol with the runtime DLL: one line per event, tab-separated fields, \\ \t \n \r escaped. To the DLL
+// half a surrogate pair goes as \u and four digits, for a page may post that and UTF-8 has nothing for it.
 
 const escapes = { '\\': '\\\\', '\t': '\\t', '\n': '\\n', '\r': '\\r' };
 const characters = { t: '\t', n: '\n', r: '\r' };
 
 export function encodeLine(fields) {
-    return fields.map((field) => String(field).replace(/[\\\t\n\r]/g, (c) => escapes[c])).join('\t') + '\n';
+    return fields.map((field) => String(field).replace(/[\\\t\n\r]|\p{Surrogate}/gu, escapeOf)).join('\t') + '\n';
+}
+
+function escapeOf(character) {
+    return escapes[character] ?? `\\u${character.charCodeAt(0).toString(16)}`;
 }
 
 export function decodeLine(line) {

@@ -1,6 +1,6 @@
 // One page of a browser: carries out what the host asks for and reports what the page does.
 import { randomBytes } from 'node:crypto';
-import { closeSync, openSync, readFileSync, writeFileSync, writeSync } from 'node:fs';
+import { closeSync, fstatSync, openSync, readFileSync, writeFileSync, writeSync } from 'node:fs';
 import { writeFile } from 'node:fs/promises';
 import { join } from 'node:path';
 
@@ -89,6 +89,16 @@ export class PageSession {
         return result.value;
     }
 
+    // Ends the page's process, as the worst of pages does by itself.
+    crash() {
+        this.#post('Page.crash');
+    }
+
+    // What a person does who has seen enough of a page.
+    reload() {
+        this.#post('Page.reload');
+    }
+
     async screenshot(file) {
         const { data } = await this.#send('Page.captureScreenshot', { format: 'png' });
         await writeFile(file, Buffer.from(data, 'base64'));
@@ -137,9 +147,9 @@ export class PageSession {
         const file = openSync(join(this.#shmFolder, name), 'r+');
         const id = ++this.#lastBuffer;
         this.#buffers.set(id, { name, file });
-        const content = readFileSync(join(this.#shmFolder, name));
-        const isEmpty = content.equals(Buffer.alloc(size));
-        this.#call('buffer', id, size, json, mode === 'read-only', isEmpty ? '' : content.toString('base64'));
+        const isUntouched = fstatSync(file).blocks === 0;
+        const content = isUntouched ? '' : readFileSync(join(this.#shmFolder, name)).toString('base64');
+        this.#call('buffer', id, size, json, mode === 'read-only', content);
     }
 
     closeBuffer(name) {

@@ -42,11 +42,10 @@ private:
             if (c == L'"' || c == L'\\') {
                 quoted += L'\\';
                 quoted += c;
-            } else if (c < L' ') {
-                constexpr wchar_t Digits[] = L"0123456789abcdef";
-                quoted += L"\\u00";
-                quoted += Digits[c / 16];
-                quoted += Digits[c % 16];
+            } else if (c < L' ' || (c >= 0xD800 && c <= 0xDFFF)) {
+                wchar_t escape[7];
+                wsprintfW(escape, L"\\u%04x", static_cast<unsigned>(c));
+                quoted += escape;
             } else {
                 quoted += c;
             }
