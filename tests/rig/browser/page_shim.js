@@ -197,7 +197,7 @@
                 const data = json === '' ? undefined : JSON.parse(json);
                 const buffer = bytes.buffer;
                 if (!readOnly) {
-                    const sentBytes = bytes.slice();
+                    const sentBytes = base64 ? bytes.slice() : new Uint8Array(size);
                     buffers.add({
                         id, data, buffer, bytes, sentBytes,
                         words: new Int32Array(buffer, 0, size >> 2),

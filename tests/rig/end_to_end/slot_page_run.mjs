@@ -126,9 +126,14 @@ export class SlotPage {
 
     // Loads the page anew; the receiver has been told of it.
     async reload() {
-        const navigated = once(this.run.browser.events, 'navigated');
-        await this.page.evaluate('void location.reload()');
-        await within(AnswerLimitMs, 'reload of the page', navigated);
+        await this.navigated(() => this.page.evaluate('void location.reload()'));
         await this.post();
+    }
+
+    // Does what makes the browser load something and waits for the end of that.
+    async navigated(leave) {
+        const navigated = once(this.run.browser.events, 'navigated');
+        await leave();
+        return (await within(AnswerLimitMs, 'end of a navigation', navigated))[0];
     }
 }

@@ -28,6 +28,11 @@ globalThis.slotPage = {
         fillGradient(new Uint8Array(slots[slot]), width, height, step);
     },
 
+    // Gives the slots back, while the host still has them.
+    release() {
+        slots.splice(0).forEach((slot) => chrome.webview.releaseBuffer(slot));
+    },
+
     post(messages) {
         messages.forEach((message) => chrome.webview.postMessage(message));
     },
