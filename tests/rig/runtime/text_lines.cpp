@@ -29,6 +29,9 @@ std::size_t FindSurrogate(std::string_view text) {
 }
 
 void AppendWide(std::string_view text, std::wstring& wide) {
+    if (text.empty()) {
+        return; // Often, between one half of a pair and the next.
+    }
     const int bytes = static_cast<int>(text.size());
     const std::size_t before = wide.size();
     const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
