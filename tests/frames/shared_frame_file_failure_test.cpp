@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <string>
 
 namespace receiver {
 namespace {
@@ -49,16 +50,52 @@ TEST_F(SharedFrameFileTest, AFolderInTheFilesPlaceFails) {
     EXPECT_EQ(PublishPattern(file, 2), S_OK);
 }
 
-TEST_F(SharedFrameFileTest, AFileThatSomebodyElseHoldsAloneFails) {
+// Opening asks for reading and writing and grants both, but not deletion; a handle that may do nothing hinders nobody.
+TEST_F(SharedFrameFileTest, AFileThatSomebodyElseHoldsIsOpenedWhenBothShareWhatTheOtherDoes) {
+    constexpr DWORD ShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
     fs::create_directory(dataFolder);
     WriteBytes(path, "abc");
+    for (const DWORD access : {DWORD{0}, DWORD{GENERIC_READ}, DWORD{GENERIC_WRITE}, GENERIC_READ | GENERIC_WRITE,
+                               DWORD{DELETE}, GENERIC_READ | DELETE}) {
+        for (DWORD share = 0; share <= ShareAll; ++share) {
+            const bool compatible = (share & ShareReadWrite) == ShareReadWrite && (access & DELETE) == 0;
+            const bool opens = access == 0 || compatible;
+            const std::string before = ReadBytes(path);
+            UniqueFile other(
+                CreateFileW(path.c_str(), access, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+            ASSERT_TRUE(other);
+            EXPECT_EQ(PublishPattern(file, 2), opens ? S_OK : Win32Result(ERROR_SHARING_VIOLATION))
+                << std::hex << access << " shared " << share;
+            if (opens) {
+                file.CloseSharedFrameFile();
+            }
+            other.Reset();
+            ExpectClosed();
+            EXPECT_EQ(ReadBytes(path) != before, opens);
+        }
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
+}
+
+TEST_F(SharedFrameFileTest, ALongerFileThatSomebodyElseMapsIsCutOrLeftAlone) {
+    fs::create_directory(dataFolder);
+    const std::string longer(FrameFileSize + 4096, 'x');
+    WriteBytes(path, longer);
     {
-        const UniqueFile exclusive = OpenForReading(0);
-        ASSERT_TRUE(exclusive);
-        EXPECT_EQ(file.OpenSharedFrameFile(), Win32Result(ERROR_SHARING_VIOLATION));
+        const UniqueFile other = OpenForReading(FILE_SHARE_READ | FILE_SHARE_WRITE);
+        const UniqueHandle mapping(CreateFileMappingW(other.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
+        const MappedView view(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
+        ASSERT_TRUE(view);
+        const HRESULT result = PublishPattern(file, 2);
+        if (result != S_OK) { // Windows does not cut what is mapped, Wine does.
+            EXPECT_EQ(result, Win32Result(ERROR_USER_MAPPED_FILE));
+            EXPECT_EQ(ReadBytes(path), longer);
+        }
+        file.CloseSharedFrameFile();
     }
     ExpectClosed();
-    EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
+    EXPECT_EQ(PublishPattern(file, 3), S_OK);
+    EXPECT_EQ(fs::file_size(path), FrameFileSize);
 }
 
 TEST_F(SharedFrameFileTest, AReadOnlyFileFails) {

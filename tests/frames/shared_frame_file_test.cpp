@@ -123,6 +123,62 @@ TEST_F(SharedFrameFileTest, KeepsWhatStandsBehindAValidHeaderOfAnotherLength) {
     EXPECT_EQ(ReadFileBytes(path), shorter);
 }
 
+TEST_F(SharedFrameFileTest, AFileThatEndsAnywhereIsCompletedOrReset) {
+    fs::create_directory(dataFolder);
+    const Bytes used = UsedFile(HeaderStart(2, 1920, 1080, 1920));
+    // The header's last byte that is not zero is number 22: what ends before it has no valid header.
+    for (const std::size_t size : {0U, 1U, 22U, 23U, 24U, 32U, 63U, 64U, 65U, 3110464U, 6220863U}) {
+        Bytes shorter = used;
+        shorter.resize(size);
+        WriteFileBytes(path, shorter);
+        shorter.resize(FrameFileSize);
+        ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
+        EXPECT_EQ(ReadFileBytes(path), size > 22 ? shorter : DefaultFile()) << size;
+        file.CloseSharedFrameFile();
+    }
+    ExpectClosed();
+}
+
+TEST_F(SharedFrameFileTest, PublishesIntoAFileInAnyStateOfPublishing) {
+    struct Case {
+        std::uint64_t sequence;
+        std::uint32_t activeBuffer;
+        std::uint64_t sequenceAfterwards;
+        std::uint32_t target;
+    };
+    constexpr std::array Cases{
+        Case{0, 1, 2, 0},
+        Case{1, 0, 4, 1},
+        Case{1, 1, 4, 0},
+        Case{0xFFFFFFFE, 2, 0x100000000, 0},
+        Case{0xFFFFFFFF, 0xFFFFFFFF, 0x100000002, 0},
+        Case{0x7FFFFFFFFFFFFFFF, 0x100, 0x8000000000000002, 0},
+        Case{0xFFFFFFFFFFFFFFFC, 0, 0xFFFFFFFFFFFFFFFE, 1},
+        Case{0xFFFFFFFFFFFFFFFD, 0, 0, 1}, // wraps
+        Case{0xFFFFFFFFFFFFFFFE, 1, 0, 0},
+        Case{0xFFFFFFFFFFFFFFFF, 0x80000000, 2, 0},
+    };
+    fs::create_directory(dataFolder);
+    for (const Case& state : Cases) {
+        Bytes expected = UsedFile(HeaderStart(2, 1920, 1080, 1920));
+        Store64(expected, 24, state.sequence);
+        Store32(expected, 32, state.activeBuffer);
+        WriteFileBytes(path, expected);
+        ASSERT_EQ(PublishPattern(file, 2), S_OK);
+        file.CloseSharedFrameFile();
+
+        const Bytes bytes = ReadFileBytes(path);
+        ASSERT_EQ(bytes.size(), FrameFileSize);
+        const Bytes start = HeaderStart(2, 1280, 720, 1280);
+        std::memcpy(expected.data(), start.data(), start.size());
+        Store64(expected, 24, state.sequenceAfterwards);
+        Store32(expected, 32, state.target);
+        Store64(expected, 40, Load64(bytes, 40));
+        FillPattern(expected.data() + 64 + std::size_t{state.target} * MaxFrameSize, 1382400, 2);
+        EXPECT_EQ(bytes, expected) << std::hex << state.sequence << " and buffer " << state.activeBuffer;
+    }
+}
+
 TEST_F(SharedFrameFileTest, LeavesAValidHeaderAsItStands) {
     fs::create_directory(dataFolder);
     for (const Bytes& start : {HeaderStart(2, 1280, 720, 1280), HeaderStart(2, 1920, 1080, 1920)}) {
@@ -150,6 +206,10 @@ TEST_F(SharedFrameFileTest, ResetsAFileWithAnyOtherHeader) {
         HeaderStart(2, 1280, 1080, 1280),
         HeaderStart(2, 1920, 720, 1920),
         HeaderStart(2, 3840, 2160, 3840),
+        HeaderStart(2, 720, 1280, 720),
+        HeaderStart(2, 0, 0, 0),
+        HeaderStart(0x02000000, 1280, 720, 1280),
+        Bytes(24, 0xFF),
         wrongMagic,
         wrongFrameSize,
         Bytes(24),
