@@ -1,5 +1,5 @@
 // Another process that takes part in a test of the shared frame file. Its output goes to a file; it ends by itself, or
-// when its standard input ends, which the death of this process brings about as well.
+// some time after its standard input has ended, which the death of this process brings about as well.
 #pragma once
 
 #include "platform/handles.h"
@@ -52,13 +52,18 @@ public:
     ChildProcess(ChildProcess&&) = default;
     ~ChildProcess() {
         if (process_ && IsRunning()) {
-            TerminateProcess(process_.Get(), 99);
-            WaitForSingleObject(process_.Get(), INFINITE);
+            Kill();
         }
     }
 
     // Ends the process's standard input: it comes to an end by itself.
     void Stop() { input_.Reset(); }
+
+    // Wherever it is in its work; nothing of it runs afterwards.
+    void Kill() {
+        TerminateProcess(process_.Get(), 99);
+        WaitForSingleObject(process_.Get(), INFINITE);
+    }
 
     [[nodiscard]] bool IsRunning() const { return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT; }
 

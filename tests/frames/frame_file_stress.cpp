@@ -1,10 +1,12 @@
 // One process of the shared frame file's process tests; works on the file in %ProgramData%.
 //   frame_file_stress writer FIRST             publishes patterns numbered from FIRST until standard input ends
 //   frame_file_stress doomed FIRST COUNT BYTES publishes COUNT of them, then dies BYTES into writing one more
-//   frame_file_stress reader FRAMES RETRIES    reads until it has FRAMES whole frames of each size and met a writer at
-//                                              work RETRIES times
-// Exit codes: 0 done, 1 a mixed or misplaced frame was accepted, 2 wrong use or ended too early, 3 publishing failed,
-// 77 died as asked.
+//   frame_file_stress reader FRAMES RETRIES PAUSE
+//                                              reads until standard input has ended, it has FRAMES whole frames of each
+//                                              size and it has met a writer at work RETRIES times; PAUSE milliseconds
+//                                              pass between two looks, none while a writer is at work
+// Exit codes: 0 done, 1 a mixed or misplaced frame was accepted, 2 wrong use or not enough frames in time,
+// 3 publishing failed, 77 died as asked.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "platform/environment_variable.h"
@@ -30,7 +32,9 @@ namespace {
 
 enum ExitCode : int { Done = 0, MixedFrame = 1, Unfinished = 2, PublishFailed = 3, DiedAsAsked = 77 };
 
-std::atomic<bool> inputEnded = false;
+constexpr ULONGLONG ReadersLimitMs = 60000; // from the end of standard input on
+
+std::atomic<ULONGLONG> inputEndMs = 0; // 0 while standard input goes on
 
 void WatchInput() {
     std::array<char, 64> bytes{};
@@ -39,25 +43,28 @@ void WatchInput() {
                FALSE &&
            count != 0) {
     }
-    inputEnded = true;
+    inputEndMs = GetTickCount64();
 }
 
-// Frames that follow at once collide with readers, later ones leave them the time for a copy.
+// Frames that follow at once collide with readers; the last of a burst, of either size in turn, leaves them the time
+// for a copy.
 void Pause(std::uint32_t number) {
-    const DWORD pauseMs = number % 8;
-    if (pauseMs != 0) {
-        Sleep(pauseMs);
+    constexpr std::uint32_t FramesInABurst = 5;
+    if (number % FramesInABurst == 0) {
+        Sleep(2);
     }
 }
 
 ExitCode Write(std::uint32_t number) {
     SharedFrameFile file;
-    for (; !inputEnded; ++number) {
+    const std::uint32_t first = number;
+    for (; inputEndMs == 0; ++number) {
         if (PublishPattern(file, number) != S_OK) {
             return PublishFailed;
         }
         Pause(number);
     }
+    std::printf("%u frames published\n", number - first);
     return Done;
 }
 
@@ -95,34 +102,33 @@ ExitCode WriteAndDie(std::uint32_t number, std::uint32_t count, std::uint32_t re
     return file.PublishFrame(source, size.Bytes(), size.width, size.height) == S_OK ? Unfinished : PublishFailed;
 }
 
-ExitCode Read(std::uint32_t wantedFrames, std::uint32_t wantedRetries) {
+ExitCode Read(std::uint32_t wantedFrames, std::uint32_t wantedRetries, DWORD pauseMs) {
     vistel::FrameReader reader(ReadEnvironmentVariable(L"ProgramData").value_or(L"") + L"\\Vistel\\frame-buffer.bin");
     vistel::Frame frame;
     std::array<std::uint32_t, 2> accepted{};
-    while (std::min(accepted[0], accepted[1]) < wantedFrames || reader.RetryCount() < wantedRetries) {
-        if (inputEnded) {
-            std::printf("ended with %u and %u frames and %llu retries\n", accepted[0], accepted[1],
-                        static_cast<unsigned long long>(reader.RetryCount()));
-            return Unfinished;
-        }
+    std::uint32_t torn = 0;
+    const auto hasEnough = [&] {
+        return std::min(accepted[0], accepted[1]) >= wantedFrames && reader.RetryCount() >= wantedRetries;
+    };
+    while (inputEndMs == 0 || (torn == 0 && !hasEnough() && GetTickCount64() - inputEndMs < ReadersLimitMs)) {
         const vistel::ReadResult result = reader.ReadNewFrame(frame);
-        if (result == vistel::ReadResult::Damaged) {
-            std::puts("a consistent sequence with an inconsistent header");
-            return MixedFrame;
+        if (result == vistel::ReadResult::NewFrame) {
+            // Pattern n is the frame that ends at sequence 2n.
+            const std::optional<std::uint32_t> number = ReadPattern(frame.nv12.data(), frame.width, frame.height);
+            const bool whole = number && *number == frame.sequence / 2;
+            ++(whole ? accepted[*number % 2] : torn);
+        } else if (result == vistel::ReadResult::Damaged) {
+            ++torn;
         }
-        if (result != vistel::ReadResult::NewFrame) {
+        if (result == vistel::ReadResult::Busy || pauseMs == 0) {
             SwitchToThread();
-            continue;
+        } else {
+            Sleep(pauseMs);
         }
-        // Pattern n is the frame that ends at sequence 2n.
-        const std::optional<std::uint32_t> number = ReadPattern(frame.nv12.data(), frame.width, frame.height);
-        if (!number || *number != frame.sequence / 2) {
-            std::printf("mixed or misplaced frame at sequence %llu\n", static_cast<unsigned long long>(frame.sequence));
-            return MixedFrame;
-        }
-        ++accepted[*number % 2];
     }
-    return Done;
+    std::printf("%u small and %u large frames accepted, %llu copies retried, %u frames torn\n", accepted[0],
+                accepted[1], static_cast<unsigned long long>(reader.RetryCount()), torn);
+    return torn > 0 ? MixedFrame : hasEnough() ? Done : Unfinished;
 }
 
 ExitCode Run(const std::vector<std::wstring_view>& arguments) {
@@ -137,8 +143,8 @@ ExitCode Run(const std::vector<std::wstring_view>& arguments) {
     if (role == L"doomed" && numbers.size() == 3) {
         return WriteAndDie(numbers[0], numbers[1], numbers[2]);
     }
-    if (role == L"reader" && numbers.size() == 2) {
-        return Read(numbers[0], numbers[1]);
+    if (role == L"reader" && numbers.size() == 3) {
+        return Read(numbers[0], numbers[1], numbers[2]);
     }
     std::puts("wrong use");
     return Unfinished;

@@ -1,4 +1,5 @@
-// Writers and readers of the shared frame file as processes of their own.
+// Writers and readers of the shared frame file as processes of their own. VISTEL_STRESS_FRAMES says how many frames a
+// busy writer publishes, VISTEL_STRESS_KILLS how many writers are killed; VISTEL_STRESS_SEED repeats their moments.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "tests/frames/frame_file_process.h"
@@ -10,8 +11,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -22,6 +28,12 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds Limit = 100s;
 
+// How much of something a test does, unless the variable of this name says otherwise.
+std::uint32_t Amount(const char* variable, std::uint32_t usual) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? static_cast<std::uint32_t>(std::strtoul(value, nullptr, 10)) : usual;
+}
+
 class FrameFileProcesses : public testing::Test {
 protected:
     ChildProcess Start(const std::wstring& arguments) {
@@ -29,12 +41,58 @@ protected:
                 folder_.Path() / (L"output-" + std::to_wstring(++started_) + L".txt")};
     }
 
-    std::vector<ChildProcess> StartReaders(int count, const std::wstring& arguments) {
+    // Two that read all the time and two that look as often as cameras of 60 and 30 frames a second.
+    std::vector<ChildProcess> StartReaders(const std::wstring& wanted) {
         std::vector<ChildProcess> readers;
-        for (int i = 0; i < count; ++i) {
-            readers.push_back(Start(L"reader " + arguments));
+        for (const wchar_t* const pauseMs : {L" 0", L" 0", L" 16", L" 33"}) {
+            readers.push_back(Start(L"reader " + wanted + pauseMs));
         }
         return readers;
+    }
+
+    static void Stop(std::vector<ChildProcess>& readers) {
+        std::for_each(readers.begin(), readers.end(), [](ChildProcess& reader) { reader.Stop(); });
+    }
+
+    [[nodiscard]] static bool AnyRuns(const std::vector<ChildProcess>& readers) {
+        return std::any_of(readers.begin(), readers.end(),
+                           [](const ChildProcess& reader) { return reader.IsRunning(); });
+    }
+
+    static void ExpectDone(const ChildProcess& process) {
+        EXPECT_EQ(process.WaitForExit(Limit), 0U);
+        std::printf("%s", process.Output().c_str());
+    }
+
+    // 0 while there is no file.
+    [[nodiscard]] std::uint64_t Sequence() const {
+        std::uint64_t sequence = 0;
+        std::ifstream file(FramePath(), std::ios::binary);
+        file.seekg(offsetof(FrameFileHeader, sequence));
+        file.read(reinterpret_cast<char*>(&sequence), sizeof(sequence));
+        return sequence;
+    }
+
+    // The frame that ends at sequence 2n has number n; one that a dead writer left unfinished has used up its number.
+    [[nodiscard]] static std::uint32_t NextNumber(std::uint64_t sequence) {
+        return static_cast<std::uint32_t>((sequence + 1) / 2 + 1);
+    }
+
+    // False when the writer ends or stands still before its sequence has come so far.
+    [[nodiscard]] bool WaitForSequence(const ChildProcess& writer, std::uint64_t wanted) const {
+        std::uint64_t last = 0;
+        auto deadline = std::chrono::steady_clock::now() + Limit;
+        for (std::uint64_t sequence = Sequence(); sequence < wanted; sequence = Sequence()) {
+            const auto now = std::chrono::steady_clock::now();
+            if (sequence != last) {
+                last = sequence;
+                deadline = now + Limit;
+            }
+            if (now > deadline || writer.WaitForExit(1ms)) {
+                return false;
+            }
+        }
+        return true;
     }
 
     [[nodiscard]] std::filesystem::path FramePath() const { return folder_.Path() / L"Vistel" / L"frame-buffer.bin"; }
@@ -46,17 +104,13 @@ private:
 };
 
 TEST_F(FrameFileProcesses, ReadersOfABusyWriterAcceptOnlyWholeFrames) {
-    std::vector<ChildProcess> readers = StartReaders(3, L"30 20");
+    std::vector<ChildProcess> readers = StartReaders(L"30 20");
     ChildProcess writer = Start(L"writer 1");
-    const auto deadline = std::chrono::steady_clock::now() + Limit;
-    for (const ChildProcess& reader : readers) {
-        const auto left = std::max(deadline - std::chrono::steady_clock::now(), std::chrono::steady_clock::duration{});
-        EXPECT_EQ(reader.WaitForExit(std::chrono::duration_cast<std::chrono::milliseconds>(left)), 0U)
-            << reader.Output();
-    }
-    EXPECT_TRUE(writer.IsRunning()) << writer.Output();
+    EXPECT_TRUE(WaitForSequence(writer, std::uint64_t{2} * Amount("VISTEL_STRESS_FRAMES", 5000))) << writer.Output();
+    Stop(readers);
+    std::for_each(readers.begin(), readers.end(), ExpectDone);
     writer.Stop();
-    EXPECT_EQ(writer.WaitForExit(Limit), 0U) << writer.Output();
+    ExpectDone(writer);
 }
 
 TEST_F(FrameFileProcesses, AWriterKilledInTheMiddleOfAFrameIsFollowedByOneThatRecovers) {
@@ -89,24 +143,58 @@ TEST_F(FrameFileProcesses, ReadersOfOneDyingWriterAfterAnotherAcceptOnlyWholeFra
     constexpr std::uint32_t FramesPerWriter = 16;
     constexpr std::uint32_t PageSize = 4096;
 
-    const std::vector<ChildProcess> readers = StartReaders(2, L"40 20");
-    const auto anyRuns = [&] {
-        return std::any_of(readers.begin(), readers.end(),
-                           [](const ChildProcess& reader) { return reader.IsRunning(); });
-    };
-    const auto deadline = std::chrono::steady_clock::now() + Limit;
+    std::vector<ChildProcess> readers = StartReaders(L"10 20");
+    Stop(readers);
     std::uint32_t number = 1;
-    for (std::uint32_t writers = 0; writers < 3 || anyRuns(); ++writers) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the readers did not get their frames in time";
+    for (std::uint32_t writers = 0; writers < 3 || AnyRuns(readers); ++writers) {
         const std::uint32_t copied = writers * 37 % (1382400 / PageSize) * PageSize;
         const ChildProcess writer = Start(L"doomed " + std::to_wstring(number) + L' ' +
                                           std::to_wstring(FramesPerWriter) + L' ' + std::to_wstring(copied));
         ASSERT_EQ(writer.WaitForExit(Limit), 77U) << writer.Output();
         number += FramesPerWriter + 1; // the unfinished frame has used up a number too
     }
-    for (const ChildProcess& reader : readers) {
-        EXPECT_EQ(reader.WaitForExit(Limit), 0U) << reader.Output();
+    std::for_each(readers.begin(), readers.end(), ExpectDone);
+}
+
+TEST_F(FrameFileProcesses, AWriterKilledAtAnyMomentIsFollowedByOneThatRecovers) {
+    const std::uint32_t wantedKills = Amount("VISTEL_STRESS_KILLS", 30);
+    const std::uint32_t seed = Amount("VISTEL_STRESS_SEED", std::random_device{}());
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    std::uniform_int_distribution delayUs(0, 2000); // from the start of its first frame into its first pause
+
+    std::vector<ChildProcess> readers = StartReaders(L"10 20");
+    std::uint32_t kills = 0;
+    std::uint32_t unfinished = 0; // kills in the middle of a frame; few of them would show little
+    const auto fewHit = [&] { return unfinished < wantedKills / 8; };
+    while (kills < wantedKills || (fewHit() && kills < 10 * wantedKills) || AnyRuns(readers)) {
+        if (kills == wantedKills) {
+            Stop(readers);
+        }
+        const std::uint64_t before = Sequence();
+        ChildProcess writer = Start(L"writer " + std::to_wstring(NextNumber(before)));
+        ASSERT_TRUE(WaitForSequence(writer, before + 1)) << writer.Output();
+        const auto moment = std::chrono::steady_clock::now() + std::chrono::microseconds(delayUs(random));
+        while (std::chrono::steady_clock::now() < moment) {
+        }
+        writer.Kill();
+        ++kills;
+        if (Sequence() % 2 != 0) {
+            ++unfinished;
+        }
     }
+    std::printf("%u writers killed, %u of them in the middle of a frame\n", kills, unfinished);
+    EXPECT_FALSE(fewHit());
+    std::for_each(readers.begin(), readers.end(), ExpectDone);
+
+    SharedFrameFile file;
+    const std::uint32_t number = NextNumber(Sequence());
+    ASSERT_EQ(PublishPattern(file, number), S_OK);
+    EXPECT_EQ(Sequence(), std::uint64_t{2} * number);
+    vistel::FrameReader reader(FramePath());
+    vistel::Frame frame;
+    ASSERT_EQ(reader.ReadNewFrame(frame), vistel::ReadResult::NewFrame);
+    EXPECT_EQ(ReadPattern(frame.nv12.data(), frame.width, frame.height), number);
 }
 
 } // namespace

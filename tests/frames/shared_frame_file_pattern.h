@@ -11,8 +11,8 @@ namespace receiver {
 
 [[nodiscard]] inline HRESULT PublishPattern(SharedFrameFile& file, std::uint32_t number) {
     const PatternSize size = SizeOfPattern(number);
-    std::vector<std::uint8_t> frame(size.Bytes());
-    FillPattern(frame.data(), frame.size(), number);
+    static std::vector<std::uint8_t> frame(MaxFrameSize); // kept: to allocate it costs more than to fill it
+    FillPattern(frame.data(), size.Bytes(), number);
     return file.PublishFrame(frame.data(), size.Bytes(), size.width, size.height);
 }
 
