@@ -1,0 +1,105 @@
+// The shared frame file between any two instructions of its writer: there a reader may look, and there the writer may
+// die.
+#include "frames/frame_file.h"
+
+#include "tests/frames/frame_pattern.h"
+
+#include <windows.h>
+
+#include <intrin.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace receiver {
+namespace {
+
+constexpr std::uint32_t TrapFlag = 0x100; // the processor raises an exception behind the next instruction
+
+// Publishes pattern frames; pattern n ends at sequence 2n and has the time stamp n.
+class FrameFileSteps : public testing::Test {
+protected:
+    FrameFileSteps() { ResetFrameFile(*file); }
+
+    // Runs `step` with a reader's look behind each of its instructions.
+    template <typename Step>
+    auto Watched(Step step) {
+        watching_ = this;
+        void* const handler = AddVectoredExceptionHandler(1, LookAndGoOn);
+        __writeeflags(__readeflags() | TrapFlag);
+        const auto result = step();
+        watching_ = nullptr; // the next exception is the last
+        RemoveVectoredExceptionHandler(handler);
+        return result;
+    }
+
+    void Publish(std::uint32_t number) {
+        const PatternSize size = SizeOfPattern(number);
+        std::uint8_t* const buffer = Watched([&] { return BeginFrame(*file, size.width, size.height); });
+        FillPattern(buffer, size.Bytes(), number);
+        Watched([&] {
+            CompleteFrame(*file, buffer, number);
+            return true;
+        });
+        EXPECT_EQ(file->header.sequence, std::uint64_t{2} * number);
+    }
+
+    const std::unique_ptr<FrameFileLayout> file = std::make_unique<FrameFileLayout>();
+    int refused = 0; // looks while the sequence was odd
+    int accepted = 0;
+    int torn = 0;
+
+private:
+    static LONG CALLBACK LookAndGoOn(EXCEPTION_POINTERS* exception) {
+        if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_SINGLE_STEP) {
+            return EXCEPTION_CONTINUE_SEARCH;
+        }
+        DWORD& flags = exception->ContextRecord->EFlags;
+        if (watching_ != nullptr) {
+            watching_->Look();
+            flags |= TrapFlag;
+        } else {
+            flags &= ~TrapFlag;
+        }
+        return EXCEPTION_CONTINUE_EXECUTION;
+    }
+
+    void Look() {
+        const FrameFileHeader& header = file->header;
+        if (header.sequence % 2 != 0) {
+            ++refused;
+            return;
+        }
+        const std::uint64_t number = header.sequence / 2;
+        const std::uint8_t* const frame = file->buffers[header.activeBuffer == 0 ? 0 : 1];
+        const bool whole = number == 0 || (IsHeaderValid(header) && header.timestamp == number &&
+                                           ReadPattern(frame, header.width, header.height) == number);
+        ++(whole ? accepted : torn);
+    }
+
+    static inline FrameFileSteps* watching_ = nullptr;
+};
+
+TEST_F(FrameFileSteps, NoLookBetweenTwoInstructionsFindsATornFrame) {
+    for (const std::uint32_t number : {1U, 2U, 3U}) {
+        Publish(number);
+    }
+    EXPECT_EQ(torn, 0);
+    EXPECT_GT(accepted, 0);
+    EXPECT_GT(refused, 0);
+}
+
+TEST_F(FrameFileSteps, NorDoesOneWhileTheNextWriterRecovers) {
+    Publish(1);
+    (void)BeginFrame(*file, 1280, 720); // and here the writer died
+    accepted = 0;
+    Publish(3);
+    EXPECT_EQ(torn, 0);
+    EXPECT_GT(accepted, 0) << "behind the last increment";
+    EXPECT_GT(refused, 0);
+}
+
+} // namespace
+} // namespace receiver
