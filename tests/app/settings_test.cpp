@@ -70,24 +70,14 @@ TEST_F(SettingsTest, WithoutItsFileThereIsNoIdentifier) {
 
 TEST_F(SettingsTest, WithoutProgramDataNothingIsReadOrSaved) {
     EXPECT_EQ(ReadIdFrom(Id), WideId);
-    {
-        const VariableScope unset(L"ProgramData", nullptr);
-        EXPECT_EQ(ReadInstallationId(), L"");
-        EXPECT_FALSE(SaveVideoQuality(L"720p"));
+    // The same folder under a name of 260 characters.
+    std::wstring longName = programData.native();
+    while (longName.size() + 2 <= 260) {
+        longName += L"\\.";
     }
-    {
-        const VariableScope empty(L"ProgramData", L"");
-        EXPECT_EQ(ReadInstallationId(), L"");
-        EXPECT_FALSE(SaveVideoQuality(L"720p"));
-    }
-    {
-        // The same folder under a name of 260 characters.
-        std::wstring longName = programData.native();
-        while (longName.size() + 2 <= 260) {
-            longName += L"\\.";
-        }
-        longName.resize(260, L'\\');
-        const VariableScope tooLong(L"ProgramData", longName.c_str());
+    longName.resize(260, L'\\');
+    for (const wchar_t* value : {static_cast<const wchar_t*>(nullptr), L"", longName.c_str()}) {
+        const VariableScope unusable(L"ProgramData", value);
         EXPECT_EQ(ReadInstallationId(), L"");
         EXPECT_FALSE(SaveVideoQuality(L"720p"));
     }
