@@ -282,17 +282,24 @@ class BrowserServer {
         this.#connections.forEach((connection) => connection.kill());
     }
 
+    // Each of the host's callbacks for messages that begin with "frame:", in their order: { microseconds, result,
+    // endMs }: how long it took, the HRESULT as unsigned number, and when it returned, as the `postedMs` of messages.
+    async callbacks() {
+        await Promise.all([...this.#connections].map((connection) => connection.fetchCallbacks()));
+        return this.#callbacks;
+    }
+
     // How long the host took in each of its callbacks for messages that begin with "frame:" and that it accepted, in
     // microseconds.
     async callbackTimings() {
-        return (await this.#allCallbacks()).filter(({ result }) => result === 0)
+        return (await this.callbacks()).filter(({ result }) => result === 0)
             .map(({ microseconds }) => microseconds);
     }
 
     // What those callbacks returned: { HRESULT as unsigned number: count }.
     async callbackResults() {
         const counts = {};
-        for (const { result } of await this.#allCallbacks()) {
+        for (const { result } of await this.callbacks()) {
             counts[result] = (counts[result] ?? 0) + 1;
         }
         return counts;
@@ -300,9 +307,9 @@ class BrowserServer {
 
     addCallbacks(ticksPerSecond, list) {
         for (const record of list.split(',')) {
-            const [ticks, result] = record.split(':');
+            const [ticks, result, endMicroseconds] = record.split(':');
             const microseconds = (Number(ticks) * 1e6) / ticksPerSecond;
-            this.#callbacks.push({ microseconds, result: parseInt(result, 16) });
+            this.#callbacks.push({ microseconds, result: parseInt(result, 16), endMs: Number(endMicroseconds) / 1000 });
         }
     }
 
@@ -335,11 +342,6 @@ class BrowserServer {
 
     #pages() {
         return [...this.#connections].flatMap((connection) => connection.pages);
-    }
-
-    async #allCallbacks() {
-        await Promise.all([...this.#connections].map((connection) => connection.fetchCallbacks()));
-        return this.#callbacks;
     }
 
     #onConnection(socket) {

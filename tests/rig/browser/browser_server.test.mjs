@@ -110,6 +110,8 @@ test('a shared buffer holds what the page wrote before its message', async (t) =
     assert.equal(await host.call('slot 0 8294400'), Ok);
     assert.equal(await host.call('slot 1 8294400'), Ok);
     const page = await server.page();
+    const posts = [];
+    server.events.on('message', ({ text, postedMs }) => text.startsWith('frame:') && posts.push(postedMs));
     for (const words of [345600, 777600, 2073600, 16385, 1]) {
         await page.evaluate(`confirmed.clear(), post(24, ${words})`);
     }
@@ -118,6 +120,10 @@ test('a shared buffer holds what the page wrote before its message', async (t) =
     assert.equal(timings.length, 24 * 5);
     assert.ok(timings.every((microseconds) => microseconds > 0));
     assert.deepEqual(await server.callbackResults(), { 0: 24 * 5 });
+    const ends = (await server.callbacks()).map(({ endMs }) => endMs);
+    assert.deepEqual(ends, [...ends].sort((a, b) => a - b));
+    assert.equal(posts.length, ends.length);
+    assert.ok(posts.every((postedMs, index) => Math.abs(ends[index] - postedMs) < 60_000)); // by one clock
 });
 
 test('a message that names no slot brings every change along', async (t) => {

@@ -147,6 +147,7 @@
             const text = isString ? message : JSON.stringify(message) ?? 'null';
             send(isString ? buffersOf(text) : buffers, {
                 type: 'message', kind: isString ? 'string' : 'json', text, source: location.href,
+                postedMs: performance.timeOrigin + performance.now(),
             });
         }
 

@@ -11,6 +11,15 @@ namespace rig {
 namespace {
 
 constexpr unsigned CallbackRecordsPerLine = 32;
+constexpr long long UnixEpochInFileTime = 116'444'736'000'000'000;
+
+// As a page's clock has it, which counts from 1970.
+long long UnixMicroseconds() {
+    FILETIME time;
+    GetSystemTimePreciseAsFileTime(&time);
+    const long long units = static_cast<long long>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return (units - UnixEpochInFileTime) / 10;
+}
 
 // As the real runtime: it keeps its files in a folder of its own below the host's.
 HRESULT MakeUserDataFolder(const std::wstring& folder) {
@@ -78,6 +87,7 @@ void Session::RecordCallback(long long ticks, HRESULT result) {
         callbackRecords_ += ',';
     }
     callbackRecords_.append(std::to_string(ticks)).append(":").append(HexCode(result));
+    callbackRecords_.append(":").append(std::to_string(UnixMicroseconds()));
     if (++callbackRecordCount_ == CallbackRecordsPerLine) {
         SendCallbackRecords();
     }

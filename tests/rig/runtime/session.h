@@ -50,7 +50,7 @@ public:
     // A name that no other shared buffer of the server has.
     [[nodiscard]] std::string NewBufferName();
 
-    // Keeps how long a callback took and what it returned; sent in batches.
+    // Keeps how long a callback took, what it returned and that it has ended now; sent in batches.
     void RecordCallback(long long ticks, HRESULT result);
     void SendCallbackRecords();
 
