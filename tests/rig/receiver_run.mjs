@@ -117,6 +117,24 @@ class ReceiverRun {
         return (await this.prefix.processIds(basename(this.prefix.unixPath(this.receiverPath))))[0];
     }
 
+    // What the program holds at this moment, seen from outside. Memory counts once it has been written to.
+    async held() {
+        const id = await this.linuxProcessId();
+        const read = (name) => fs.readFile(`/proc/${id}/${name}`, 'utf8');
+        const [memory, status, maps] = await Promise.all(['smaps_rollup', 'status', 'maps'].map(read));
+        const number = (text, name) => Number(new RegExp(`^${name}:\\s+(\\d+)`, 'm').exec(text)[1]);
+        const windows = await this.#windows();
+        const children = await Promise.all(windows.map(({ window }) => this.driver.children(window)));
+        return {
+            privateKb: number(memory, 'Private_Dirty') + number(memory, 'Swap'),
+            handles: (await this.driver.ask('handles', this.#program.process)).handles,
+            windows: windows.length + children.flat().length,
+            threads: number(status, 'Threads'),
+            files: (await fs.readdir(`/proc/${id}/fd`)).length,
+            mappings: maps.split('\n').length - 1,
+        };
+    }
+
     // The log, line by line; empty while there is none.
     async logLines() {
         try {

@@ -7,10 +7,12 @@
 //   press WINDOW ID                 a button of a box, by its id
 //   place WINDOW X Y WIDTH HEIGHT   moves and sizes
 //   send WINDOW MESSAGE WPARAM LPARAM   any message; answers its result
+//   handles PROCESS                 how many handles a process holds
 //   terminate PROGRAM CODE
 // PROGRAM counts the programs started, from 0. The end of one is told by a line of its own:
 // {"exited":PROGRAM,"code":CODE}. When stdin ends, the programs still running are ended too.
 #include "platform/handles.h"
+#include "tests/rig/driver/handle_count.h"
 #include "tests/rig/driver/json_line.h"
 #include "tests/rig/driver/window_facts.h"
 
@@ -21,6 +23,7 @@
 #include <deque>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -131,6 +134,10 @@ private:
                 return Done(FALSE);
             }
             return JsonLine().Number("result", static_cast<std::int64_t>(result)).Take();
+        }
+        if (verb == "handles" && numbers.size() == 1) {
+            const std::optional<std::int64_t> count = CountHandles(static_cast<DWORD>(numbers[0]));
+            return count ? JsonLine().Number("handles", *count).Take() : Failure(L"the handles cannot be counted");
         }
         if (verb == "terminate" && numbers.size() == 2) {
             return Terminate(numbers[0], static_cast<UINT>(numbers[1]));
