@@ -8,6 +8,7 @@ import { run as runProgram } from '../processes.mjs';
 import { probe } from '../recorder/mp4_encoder.mjs';
 
 const ProgramLimitMs = 120000;
+const FrameDuration = 333333; // in units of 100 ns
 
 // The file in the run's world behind a path that the receiver told; `folder` is "Pictures" or "Videos".
 export function captureFile(run, folder, path) {
@@ -35,6 +36,23 @@ export async function probeVideo(file) {
         codec: stream.codec_name, width: stream.width, height: stream.height,
         frameTimes: packets.map(({ pts }) => pts), start: stream.start_pts, duration: stream.duration_ts,
     };
+}
+
+// The file of a recording, which is complete and holds what the encoder was given; `path` is what the receiver told.
+export async function recordingFile(run, path, recording, width, height) {
+    const file = captureFile(run, 'Videos', path);
+    assert.equal(recording.state, 'finalized');
+    const times = recording.samples.map(({ time }) => time);
+    assert.deepEqual(await probeVideo(file), {
+        codec: 'h264', width, height, frameTimes: times, start: times[0],
+        duration: times.at(-1) - times[0] + FrameDuration,
+    });
+    times.reduce((before, time) => {
+        assert.ok(time > before);
+        return time;
+    }, -1);
+    assert.ok(recording.samples.every(({ duration }) => duration === FrameDuration));
+    return file;
 }
 
 // All pictures of a video, in NV12.
