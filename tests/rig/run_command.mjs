@@ -7,6 +7,7 @@ import { setTimeout as delay } from 'node:timers/promises';
 
 import { FrameCounter } from './frame_counter.mjs';
 import { SourceFolder } from './prefix.mjs';
+import { medianAndP99 } from './percentiles.mjs';
 import { lock, lockHolder } from './processes.mjs';
 import { startReceiver } from './receiver_run.mjs';
 import { parseOptions } from './run_options.mjs';
@@ -98,12 +99,10 @@ async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
     return camera.finish();
 }
 
-// What a frame costs the receiver, from the page's message to the last change of the frame file, in microseconds.
-// Undefined when there was none.
+// What a frame costs the receiver, from the page's message to the end of its work on it: the change of the frame file
+// and, while a recording runs, what the recording takes. In whole microseconds; undefined when there was no frame.
 async function frameCost(run) {
-    const sorted = (await run.browser.callbackTimings()).sort((a, b) => a - b);
-    const at = (part) => Math.round(sorted[Math.min(Math.floor(sorted.length * part), sorted.length - 1)]);
-    return sorted.length > 0 ? { median: at(0.5), p99: at(0.99) } : undefined;
+    return medianAndP99((await run.browser.callbackTimings()).map(Math.round));
 }
 
 async function watch(run, options, stopRequested) {
@@ -169,7 +168,7 @@ async function watch(run, options, stopRequested) {
         : `No frame reached the camera; ${log} may say why`);
     if (report && cost) {
         say(`A frame took ${(cost.median / 1000).toFixed(2)} ms from the page's message to the camera's file ` +
-            `(${(cost.p99 / 1000).toFixed(2)} ms at the 99th percentile)`);
+            `(${(cost.p99 / 1000).toFixed(2)} ms at the 99th percentile), a recording that ran included`);
     }
     return exitCode;
 }
