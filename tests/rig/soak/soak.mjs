@@ -1,0 +1,259 @@
+// The whole program for a long time: the sample page feeds it, a camera reads all the time, recordings and snapshots
+// come and go. What was posted is published and recorded, nothing is torn, and nothing piles up.
+import { rm } from 'node:fs/promises';
+import { join } from 'node:path';
+import { setTimeout as delay } from 'node:timers/promises';
+
+import { captureFile, recordingFile } from '../end_to_end/capture_files.mjs';
+import { FrameFile } from '../end_to_end/frame_file.mjs';
+import { medianAndP99 } from '../percentiles.mjs';
+import { SourceFolder } from '../prefix.mjs';
+import { run as runProgram, until, within } from '../processes.mjs';
+import { startReceiver } from '../receiver_run.mjs';
+import { probe } from '../recorder/mp4_encoder.mjs';
+import { serveFolder } from '../static_server.mjs';
+
+const LimitMs = 120000;
+const LeastCycles = 6;
+const [Width, Height] = [1280, 720];
+const ClockSlackMs = 1000; // between two looks at a clock on a busy machine
+const EndOfVideo = 'error:The video track has ended';
+
+// What the program may hold beyond what it held before: in memory less than it takes to leave a few hundred bytes with
+// each frame, and of all else less than it takes to leave one with each recording.
+const MemoryAllowanceKb = 512;
+const CountAllowance = LeastCycles / 2 - 1;
+
+// Soaks for so many minutes, a recording in each of them, in the world `out` or in a temporary one.
+// `interrupted` is a promise that ends it early by rejecting. The report:
+//   problems      sentences; none when all is well
+//   frames        { posted, perSecond, published, dropped, refused, read, overtaken, torn }; dropped is what was
+//                 posted and not published, overtaken what was published and not read
+//   latencyMs     { median, p99 } of a frame from the page's post to the return of the receiver's callback: the look
+//                 for what has changed in the slot, the way of those bytes and of the message through the rig's worker,
+//                 socket and browser server, the wait for the receiver's thread, the conversion and the publishing;
+//                 and the recording while one runs. The real browser shares the slot and carries no bytes.
+//   frameCostUs   { median, p99 } of the receiver's callback alone
+//   recordings    { frames, seconds } of each that is whole
+//   snapshots     the number of those that are whole
+//   held          what the program held after each cycle
+export async function soak({ minutes, out, interrupted = new Promise(() => {}) }) {
+    const report = { minutes, problems: [], recordings: [], snapshots: 0, held: [] };
+    const server = await serveFolder(join(SourceFolder, 'examples/page'));
+    let run;
+    const over = new AbortController();
+    try {
+        if (out) {
+            await rm(new FrameFile(out).path, { force: true }); // its frames would count
+        }
+        run = await startReceiver({ out, args: [`--url=http://127.0.0.1:${server.port}/index.html?fps=30`] });
+        const ended = run.exited.then((code) => Promise.reject(new Error(`the receiver ended with ${code}`)));
+        await Promise.race([new Soak(run, report, over.signal).watch(minutes), ended, interrupted]);
+        const exitCode = await run.closeWindow();
+        if (exitCode !== 0) {
+            report.problems.push(`the receiver ended with ${exitCode}`);
+        }
+        checkLog(await run.logLines(), report);
+    } catch (error) {
+        report.problems.push(error.message);
+    } finally {
+        over.abort();
+        await run?.stop();
+        await server.stop();
+    }
+    return report;
+}
+
+class Soak {
+    #run;
+    #report;
+    #over;
+    #page;
+    #frameFile;
+    #posts = []; // when the page posted each frame
+    #asked; // the newest recording as the page asked for it: { open, frames, askedMs, lastFrameMs }
+
+    constructor(run, report, over) {
+        this.#run = run;
+        this.#report = report;
+        this.#over = over;
+        this.#frameFile = new FrameFile(run.out);
+        run.browser.events.on('message', (message) => this.#onMessage(message));
+    }
+
+    // Resolves when the report has all that can be told while the receiver runs.
+    async watch(minutes) {
+        const camera = this.#run.camera();
+        this.#page = await this.#run.browser.page();
+        await this.#frameFile.waitForFrames(1, LimitMs);
+        const cycles = Math.max(LeastCycles, minutes);
+        for (let cycle = 0; cycle < cycles; ++cycle) {
+            await this.#cycle(minutes * 60000 / cycles);
+            this.#report.held.push(await this.#run.held());
+        }
+        this.#checkGrowth();
+        // All frames are behind the receiver once it has logged what the page posts then.
+        await this.#page.evaluate(`document.getElementById('video').srcObject.getTracks()[0].stop()`);
+        await this.#run.waitForLog(EndOfVideo, LimitMs);
+        await this.#checkFrames(await camera.finish());
+    }
+
+    #fail(problem) {
+        this.#report.problems.push(problem);
+    }
+
+    #onMessage({ text, postedMs }) {
+        if (text.startsWith('frame:')) {
+            this.#posts.push(postedMs);
+            if (this.#asked?.open) {
+                ++this.#asked.frames;
+                this.#asked.lastFrameMs = performance.now();
+            }
+        } else if (text === 'media:record:start') {
+            this.#asked = { open: true, frames: 0, askedMs: performance.now() };
+        } else if (text === 'media:record:stop') {
+            this.#asked.open = false;
+        }
+    }
+
+    async #cycle(cycleMs) {
+        const startMs = performance.now();
+        const pauseUntil = (part) => delay(Math.max(startMs + part * cycleMs - performance.now(), 0), undefined,
+                                           { signal: this.#over });
+        await this.#press('record', 'recording-started');
+        const startedMs = performance.now();
+        await pauseUntil(0.3);
+        await this.#takeSnapshot();
+        await pauseUntil(0.6);
+        const { path } = await this.#press('record', 'recording-stopped');
+        await this.#checkRecording(path, startedMs, performance.now());
+        await this.#takeSnapshot();
+        await pauseUntil(1);
+    }
+
+    // Presses a button of the page and waits for the receiver's answer.
+    async #press(button, action) {
+        const { events } = this.#run.browser;
+        let onJson;
+        const answered = new Promise((resolve) => {
+            onJson = (json) => {
+                const answer = JSON.parse(json);
+                if (answer.type === 'media-result') {
+                    resolve(answer);
+                }
+            };
+        });
+        events.on('json', onJson);
+        try {
+            await until(LimitMs, `the page's button "${button}"`, () => this.#page.evaluate(
+                `!${button}.disabled && (${button}.click(), true)`));
+            const answer = await within(LimitMs, `answer to the page's button "${button}"`, answered);
+            if (answer.action !== action || !answer.success) {
+                throw new Error(`the answer to the page's button "${button}" was ${JSON.stringify(answer)}`);
+            }
+            return answer;
+        } finally {
+            events.off('json', onJson);
+        }
+    }
+
+    async #takeSnapshot() {
+        const { path } = await this.#press('snapshot', 'snapshot');
+        await this.#check(`snapshot ${path}`, async () => {
+            const file = captureFile(this.#run, 'Pictures', path);
+            const { streams: [{ width, height }] } = await probe(file, 'stream=width,height');
+            if (width !== Width || height !== Height) {
+                throw new Error(`it is ${width} x ${height}`);
+            }
+            await decode(file);
+            await rm(file);
+            ++this.#report.snapshots;
+        });
+    }
+
+    async #checkRecording(path, startedMs, stoppedMs) {
+        const { frames, askedMs, lastFrameMs } = this.#asked;
+        await this.#check(`recording ${path}`, async () => {
+            const recording = this.#run.encoder.recordings.at(-1);
+            const { samples } = recording;
+            if (samples.length !== frames) {
+                throw new Error(`it got ${samples.length} frames of the ${frames} posted meanwhile`);
+            }
+            const lastMs = samples.at(-1).time / 10000;
+            if (lastMs < lastFrameMs - startedMs - ClockSlackMs || lastMs > stoppedMs - askedMs + ClockSlackMs) {
+                throw new Error(`its last frame stands at ${lastMs} ms`);
+            }
+            const file = await recordingFile(this.#run, path, recording, Width, Height);
+            await decode(file);
+            await rm(file);
+            this.#report.recordings.push({ frames, seconds: lastMs / 1000 });
+        });
+    }
+
+    // The file of a capture stays when something is wrong with it.
+    async #check(what, check) {
+        try {
+            await check();
+        } catch (error) {
+            this.#fail(`${what}: ${error.message}`);
+        }
+    }
+
+    // The least that was held counts: what comes and goes, such as a thread of the system, is no growth.
+    #checkGrowth() {
+        const { held } = this.#report;
+        for (const name of Object.keys(held[0])) {
+            const half = Math.ceil(held.length / 2);
+            const [before, after] = [held.slice(0, half), held.slice(half)].map(
+                (part) => Math.min(...part.map((holding) => holding[name])));
+            if (after > before + (name === 'privateKb' ? MemoryAllowanceKb : CountAllowance)) {
+                this.#fail(`${name} grew from ${before} to ${after}`);
+            }
+        }
+    }
+
+    async #checkFrames({ framesRead, tornReads }) {
+        const posted = this.#posts.length;
+        const callbacks = await this.#run.browser.callbacks();
+        const published = this.#frameFile.header().sequence / 2;
+        const frames = {
+            posted, perSecond: 1000 * (posted - 1) / (this.#posts.at(-1) - this.#posts[0]),
+            published, dropped: posted - published, refused: callbacks.filter(({ result }) => result !== 0).length,
+            read: framesRead, overtaken: published - framesRead, torn: tornReads,
+        };
+        this.#report.frames = frames;
+        for (const [name, fault] of [['dropped', 'not published'], ['refused', 'refused'], ['torn', 'torn']]) {
+            if (frames[name] !== 0) {
+                this.#fail(`${frames[name]} of ${posted} posted frames were ${fault}`);
+            }
+        }
+        // On a busy machine a camera may miss some.
+        if (frames.read === 0) {
+            this.#fail(`the camera read none of ${published} frames`);
+        }
+        await until(LimitMs, `page that has posted ${posted} frames`, async () =>
+            await this.#page.evaluate('posted.textContent') === String(posted));
+        if (callbacks.length !== posted) {
+            this.#fail(`the receiver was told of ${callbacks.length} of ${posted} frames`);
+            return;
+        }
+        this.#report.latencyMs = medianAndP99(callbacks.map(({ endMs }, index) => endMs - this.#posts[index]));
+        this.#report.frameCostUs = medianAndP99(callbacks.map(({ microseconds }) => microseconds));
+    }
+}
+
+// Every picture in a file, for its errors.
+async function decode(file) {
+    await runProgram('ffmpeg', [
+        '-loglevel', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough',
+        '-enc_time_base', '1:10000000', '-f', 'null', '-',
+    ], { limitMs: LimitMs });
+}
+
+// No line tells of a failure, but for the end that the soak itself makes.
+function checkLog(lines, report) {
+    const failures = lines.filter((line) => /\(HRESULT 0x|success=0|Web message: (?!ready$)/.test(line) &&
+        !line.endsWith(`Web message: ${EndOfVideo}`));
+    failures.forEach((line) => report.problems.push(`the log says: ${line}`));
+    report.logLines = lines.length;
+}
