@@ -8,6 +8,7 @@ import { join } from 'node:path';
 import { after, test } from 'node:test';
 
 import { FrameCounter } from './frame_counter.mjs';
+import { medianAndP99 } from './percentiles.mjs';
 import { SourceFolder } from './prefix.mjs';
 import { end, lock, lockHolder, run, start, until, within } from './processes.mjs';
 import { parseOptions } from './run_options.mjs';
@@ -150,6 +151,12 @@ test('the frame counter counts what is new, and begins anew when the counter is 
     assert.equal((await count(0, 2, 6)).frames, 2);
     rmSync(path);
     assert.equal((await count(2, 8)).frames, 3);
+});
+
+test('percentiles are values that were measured, in numeric order', () => {
+    assert.deepEqual(medianAndP99([10, 9, 100]), { median: 10, p99: 100 });
+    assert.deepEqual(medianAndP99(Array.from({ length: 1000 }, (_, index) => 999 - index)), { median: 500, p99: 990 });
+    assert.equal(medianAndP99([]), undefined);
 });
 
 test('the page server serves its folder and nothing beside it', async () => {
