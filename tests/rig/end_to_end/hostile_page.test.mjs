@@ -15,7 +15,7 @@ import { logTexts } from './receiver_texts.mjs';
 import { frameMessage, goodMessage, InvalidArgument, InvalidMediaType, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
-const SlackBytes = 128 * 1024;
+const SlackKb = 128;
 const Idle = '00000001';
 const AlreadyExists = '800700B7';
 const NothingWritten = 'C00D4A44';
@@ -136,14 +136,14 @@ test('a page that says everything at once', async (t) => {
         const mixed = [...Nonsense, ...Nonsense, ...Nonsense].flatMap((pair, i) => [
             pair, ...(i % 5 === 0 ? [Sense[i / 5 % Sense.length]] : []),
         ]);
-        await assertHoldsNoMore(run, 4, SlackBytes, async () => {
+        await assertHoldsNoMore(run, 4, SlackKb, async () => {
             assert.deepEqual(await post(mixed.map(([message]) => message)), tally(mixed));
         });
     });
-    await step('megabytes', () => assertHoldsNoMore(run, 2, SlackBytes, async () => {
+    await step('megabytes', () => assertHoldsNoMore(run, 2, SlackKb, async () => {
         assert.deepEqual(await postAll(LongTexts), { [InvalidArgument]: 20 });
     }));
-    await step('ready a thousand times', () => assertHoldsNoMore(run, 4, SlackBytes, async () => {
+    await step('ready a thousand times', () => assertHoldsNoMore(run, 4, SlackKb, async () => {
         assert.deepEqual(await postAll('Array(250).fill("ready")'), { [Ok]: 250 });
     }));
     await step('captures one after the other', async () => {
@@ -156,7 +156,7 @@ test('a page that says everything at once', async (t) => {
             ['quality:1080p', Ok], ['media:record:start', Ok], [goodMessage(0), Ok], ['quality:720p', Ok],
             [goodMessage(1), Ok], ['media:snapshot', Ok],
         ];
-        await assertHoldsNoMore(run, 3, SlackBytes, async () => {
+        await assertHoldsNoMore(run, 3, SlackKb, async () => {
             await slotPage.takeHeard();
             assert.deepEqual(await post(cycle.map(([message]) => message)), tally(cycle));
             const heard = (await slotPage.takeHeard()).map((text) => JSON.parse(text));
@@ -231,7 +231,7 @@ test('a page that goes away in the middle', async (t) => {
     await slotPage.connect();
     assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
     const ends = [address.replace(/\?/, '?other&'), 'about:blank', 'http://nowhere.example/'];
-    await assertHoldsNoMore(run, 2, SlackBytes, async () => {
+    await assertHoldsNoMore(run, 2, SlackKb, async () => {
         for (const end of ends) {
             t.diagnostic(end);
             const recording = await recordWithoutEnd(slotPage);
