@@ -159,11 +159,11 @@ TEST_F(CameraProbe, ShowsTheFrameInAWindowUntilThatIsClosed) {
     const ChildProcess probe = StartReporting(L"--watch --signal " + PrivateEventName());
     HWND window = nullptr;
     const auto end = std::chrono::steady_clock::now() + Limit;
-    while ((window = probe.Window(L"VistelCameraProbe")) == nullptr && std::chrono::steady_clock::now() < end) {
+    while (IsWindowVisible(window = probe.Window(L"VistelCameraProbe")) == FALSE &&
+           std::chrono::steady_clock::now() < end) {
         Sleep(1);
     }
-    ASSERT_NE(window, nullptr) << probe.Output();
-    EXPECT_NE(IsWindowVisible(window), FALSE);
+    ASSERT_NE(IsWindowVisible(window), FALSE) << probe.Output();
     ASSERT_EQ(file.PublishFrame(frame.data(), 1382400, 1280, 720), S_OK);
     EXPECT_EQ(WaitForSingleObject(usage.Get(), static_cast<DWORD>(Limit.count())), WAIT_OBJECT_0);
     EXPECT_TRUE(probe.IsRunning());
