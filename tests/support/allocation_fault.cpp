@@ -2,12 +2,14 @@
 // forms come through here too.
 #include "tests/support/allocation_fault.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #ifdef _WIN32
 #include <malloc.h>
 #endif
 #include <new>
+#include <utility>
 
 namespace receiver {
 namespace {
@@ -16,6 +18,7 @@ thread_local bool armed = false;
 thread_local unsigned allocationsLeft = 0; // until the one that fails
 thread_local bool happened = false;
 thread_local unsigned pauses = 0;
+std::atomic<long> liveAllocations = 0;
 
 bool TakeFault() noexcept {
     if (!armed || pauses > 0 || allocationsLeft-- > 0) {
@@ -42,6 +45,14 @@ AllocationPause::AllocationPause() noexcept { ++pauses; }
 
 AllocationPause::~AllocationPause() { --pauses; }
 
+AllocationResume::AllocationResume() noexcept : pauses_(std::exchange(pauses, 0)) {}
+
+AllocationResume::~AllocationResume() { pauses = pauses_; }
+
+unsigned AllocationPauses() noexcept { return pauses; }
+
+long LiveAllocations() noexcept { return liveAllocations; }
+
 } // namespace receiver
 
 void* operator new(std::size_t size) {
@@ -49,6 +60,7 @@ void* operator new(std::size_t size) {
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
+    ++receiver::liveAllocations;
     return memory;
 }
 
@@ -65,10 +77,12 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
+    ++receiver::liveAllocations;
     return memory;
 }
 
 void operator delete(void* memory, std::align_val_t) noexcept {
+    receiver::liveAllocations -= memory != nullptr ? 1 : 0;
 #ifdef _WIN32
     _aligned_free(memory);
 #else
@@ -80,6 +94,9 @@ void operator delete(void* memory, std::size_t, std::align_val_t alignment) noex
     operator delete(memory, alignment);
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+    receiver::liveAllocations -= memory != nullptr ? 1 : 0;
+    std::free(memory);
+}
 
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }

@@ -23,4 +23,22 @@ public:
     ~AllocationPause();
 };
 
+// Lifts all pauses: the test's own parts call the product.
+class AllocationResume {
+public:
+    AllocationResume() noexcept;
+    AllocationResume(const AllocationResume&) = delete;
+    AllocationResume& operator=(const AllocationResume&) = delete;
+    ~AllocationResume();
+
+private:
+    unsigned pauses_;
+};
+
+// How many pauses hold on this thread.
+[[nodiscard]] unsigned AllocationPauses() noexcept;
+
+// Allocations of the whole program that have not been freed.
+[[nodiscard]] long LiveAllocations() noexcept;
+
 } // namespace receiver

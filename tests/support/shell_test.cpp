@@ -135,9 +135,9 @@ HWND ShellTest::MainWindow() {
     return found;
 }
 
-std::vector<std::string> ShellTest::LogLines() const {
+std::vector<std::string> ShellTest::LinesOf(const std::filesystem::path& file) {
     static const std::regex entry(R"(\d\d:\d\d:\d\d  (.*))");
-    const std::string bytes = ReadBytes(log);
+    const std::string bytes = ReadBytes(file);
     std::vector<std::string> lines;
     for (std::size_t begin = 0; begin < bytes.size();) {
         const std::size_t end = bytes.find("\r\n", begin);

@@ -62,7 +62,8 @@ protected:
     [[nodiscard]] static HWND MainWindow();
 
     // The lines of the log, without their times.
-    [[nodiscard]] std::vector<std::string> LogLines() const;
+    [[nodiscard]] std::vector<std::string> LogLines() const { return LinesOf(log); }
+    [[nodiscard]] static std::vector<std::string> LinesOf(const std::filesystem::path& file);
     // Log lines of a start up to the accepted environment request, followed by `more`.
     [[nodiscard]] static std::vector<std::string> StartLines(const std::vector<std::string>& more = {});
 

@@ -9,6 +9,13 @@ namespace {
 
 BrowserFakes* currentFakes = nullptr;
 
+// The runtime's call of one of the receiver's handlers.
+template <typename Handler, typename... Arguments>
+HRESULT Invoke(const ComPtr<Handler>& handler, Arguments... arguments) {
+    const AllocationResume product;
+    return handler->Invoke(arguments...);
+}
+
 } // namespace
 
 // One object
@@ -238,7 +245,10 @@ HRESULT BrowserFakes::Record(const std::wstring& method, std::initializer_list<s
     }
     calls_.push_back(std::move(call));
     const auto fault = faults_.find({method, callCounts_[method]++});
-    return fault == faults_.end() ? S_OK : fault->second;
+    if (fault != faults_.end()) {
+        return fault->second;
+    }
+    return onCall ? onCall(method) : S_OK;
 }
 
 HRESULT BrowserFakes::GiveString(std::wstring_view text, LPWSTR* copy) {
@@ -270,13 +280,13 @@ HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFo
 HRESULT BrowserFakes::CompleteEnvironment(HRESULT result, bool withObject) {
     const auto environment =
         withObject ? environment_->Reference<ICoreWebView2Environment>() : ComPtr<ICoreWebView2Environment>();
-    return environmentHandler_->Invoke(result, environment.Get());
+    return Invoke(environmentHandler_, result, environment.Get());
 }
 
 HRESULT BrowserFakes::CompleteController(HRESULT result, bool withObject) {
     const auto controller =
         withObject ? controller_->Reference<ICoreWebView2Controller>() : ComPtr<ICoreWebView2Controller>();
-    return controllerHandler_->Invoke(result, controller.Get());
+    return Invoke(controllerHandler_, result, controller.Get());
 }
 
 void BrowserFakes::CompleteBoth() {
@@ -288,7 +298,7 @@ HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
     message_ = text;
     const auto sender = webView_->Reference<ICoreWebView2>();
     const auto arguments = messageArguments_->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
-    return messageHandlers_.at(messageHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+    return Invoke(messageHandlers_.at(messageHandlers_.size() - 1), sender.Get(), arguments.Get());
 }
 
 HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state) {
@@ -297,7 +307,7 @@ HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, 
     const auto sender = webView_->Reference<ICoreWebView2>();
     const auto arguments = permissionArguments_->Reference<ICoreWebView2PermissionRequestedEventArgs>();
     const HRESULT result =
-        permissionHandlers_.at(permissionHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+        Invoke(permissionHandlers_.at(permissionHandlers_.size() - 1), sender.Get(), arguments.Get());
     state = permissionState_;
     return result;
 }
@@ -307,7 +317,7 @@ HRESULT BrowserFakes::RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ER
     navigationStatus_ = status;
     const auto sender = webView_->Reference<ICoreWebView2>();
     const auto arguments = navigationArguments_->Reference<ICoreWebView2NavigationCompletedEventArgs>();
-    return navigationHandlers_.at(navigationHandlers_.size() - 1)->Invoke(sender.Get(), arguments.Get());
+    return Invoke(navigationHandlers_.at(navigationHandlers_.size() - 1), sender.Get(), arguments.Get());
 }
 
 std::vector<std::wstring> BrowserFakes::Leaks() {

@@ -108,6 +108,9 @@ public:
     // Lets call number `call` of `method`, counted from 0 over the whole test, fail with `code`.
     void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults_[{method, call}] = code; }
 
+    // Asked for the result of every call that `Fail` leaves alone.
+    std::function<HRESULT(const std::wstring& method)> onCall;
+
     // Completions. Without an object the handler gets a null pointer beside the code.
     HRESULT CompleteEnvironment(HRESULT result = S_OK, bool withObject = true);
     HRESULT CompleteController(HRESULT result = S_OK, bool withObject = true);

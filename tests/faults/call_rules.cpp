@@ -1,0 +1,159 @@
+// What has to be known of the functions that the product calls: how each says that it failed, what it takes from the
+// system, and why some never fail. That they are called, and where, is found out.
+#include "tests/faults/fault_bed.h"
+#include "tests/support/function_table.h"
+
+#include <windows.h>
+
+#include <mfidl.h>
+#include <mfreadwrite.h>
+#include <wincodec.h>
+
+namespace receiver {
+namespace {
+
+using Place = Possession::Place;
+
+constexpr char NoErrorDefined[] = "It returns nothing, or nothing that says that it failed.";
+constexpr char NoState[] = "It only copies a value that the system always has.";
+constexpr char OwnWindow[] = "It fails only for a window or an index that is none.";
+constexpr char Runtime[] = "The C++ runtime calls it for itself, below operator new too.";
+
+template <typename Method>
+CallRule Rule(std::string_view name, Method method, std::vector<Possession> objects = {}) {
+    return {.name = name, .failure = Failure::Result, .objects = std::move(objects), .slot = SlotOf(method)};
+}
+
+// One that the test's own sink writer looks at.
+template <typename Method>
+CallRule Judged(std::string_view name, Method method) {
+    CallRule rule = Rule(name, method);
+    rule.worksAnyway = true;
+    return rule;
+}
+
+Possession Object(const char* interfaceName, std::size_t argument) {
+    return {interfaceName, Place::BehindArgument, argument};
+}
+
+constexpr Possession Handle{"handle", Place::InResult};
+constexpr Possession HandleGiven{"handle", Place::InArgument, 0};
+
+} // namespace
+
+std::span<const CallRule> CallRules() {
+    static const std::vector<CallRule> rules{
+        // kernel32
+        {.name = "CloseHandle", .failure = Failure::Zero, .gives = HandleGiven},
+        {.name = "CreateDirectoryW", .failure = Failure::Zero},
+        {.name = "CreateEventW", .failure = Failure::Zero, .takes = Handle},
+        {.name = "CreateFileMappingW", .failure = Failure::Zero, .takes = Handle},
+        {.name = "CreateFileW", .failure = Failure::Ones, .takes = Handle},
+        {.name = "GetEnvironmentVariableW", .failure = Failure::Zero},
+        {.name = "GetFileAttributesW", .failure = Failure::Ones},
+        {.name = "GetLocalTime", .reason = NoErrorDefined},
+        {.name = "GetModuleHandleW", .failure = Failure::Zero},
+        {.name = "GetProcAddress", .failure = Failure::Zero, .function = "RtlGetVersion"},
+        {.name = "RtlGetVersion", .failure = Failure::NtStatus},
+        {.name = "GetTempPathW", .failure = Failure::Zero},
+        {.name = "GetTickCount64", .reason = NoState},
+        {.name = "LocalFree", .failure = Failure::Ones, .gives = {"memory", Place::InArgument, 0}},
+        {.name = "MapViewOfFile", .failure = Failure::Zero, .takes = {"view", Place::InResult}},
+        {.name = "SetEndOfFile", .failure = Failure::Zero},
+        {.name = "SetFilePointerEx", .failure = Failure::Zero},
+        {.name = "UnmapViewOfFile", .failure = Failure::Zero, .gives = {"view", Place::InArgument, 0}},
+        {.name = "WaitForSingleObject", .failure = Failure::Ones},
+        // The thread's last error and its data; locks; the throwing of exceptions.
+        {.name = "GetLastError", .failure = Failure::Unseen, .reason = NoState},
+        {.name = "SetLastError", .failure = Failure::Unseen, .reason = NoErrorDefined},
+        {.name = "TlsGetValue", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "EnterCriticalSection", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "LeaveCriticalSection", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "RaiseException", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "RtlCaptureContext", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "RtlLookupFunctionEntry", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "RtlUnwindEx", .failure = Failure::Unseen, .reason = Runtime},
+        {.name = "RtlVirtualUnwind", .failure = Failure::Unseen, .reason = Runtime},
+        // advapi32, shell32
+        {.name = "ConvertStringSecurityDescriptorToSecurityDescriptorW",
+         .failure = Failure::Zero,
+         .takes = {"memory", Place::BehindArgument, 2}},
+        {.name = "RegCloseKey", .failure = Failure::Status, .gives = {"key", Place::InArgument, 0}},
+        {.name = "RegOpenKeyExW", .failure = Failure::Status, .takes = {"key", Place::BehindArgument, 4}},
+        {.name = "SHGetKnownFolderPath", .failure = Failure::Result, .takes = {"text", Place::BehindArgument, 3}},
+        // user32. A window and its class live until the program ends, and a timer as long as its window.
+        {.name = "AdjustWindowRectExForDpi", .failure = Failure::Zero},
+        {.name = "CreateWindowExW", .failure = Failure::Zero},
+        {.name = "DefWindowProcW", .reason = NoErrorDefined},
+        {.name = "DispatchMessageW", .reason = NoErrorDefined},
+        {.name = "GetClientRect", .failure = Failure::Zero},
+        {.name = "GetDpiForWindow", .reason = OwnWindow},
+        {.name = "GetMessageW", .failure = Failure::Ones},
+        {.name = "GetMonitorInfoW", .failure = Failure::Zero},
+        {.name = "GetWindowLongPtrW", .reason = OwnWindow},
+        {.name = "GetWindowRect", .failure = Failure::Zero},
+        {.name = "IsIconic", .reason = NoErrorDefined},
+        {.name = "IsZoomed", .reason = NoErrorDefined},
+        {.name = "KillTimer", .failure = Failure::Zero},
+        {.name = "LoadCursorW", .failure = Failure::Zero},
+        {.name = "LoadIconW", .failure = Failure::Zero},
+        {.name = "MessageBoxW", .failure = Failure::Zero},
+        {.name = "MonitorFromWindow", .reason = NoErrorDefined},
+        {.name = "PostQuitMessage", .reason = NoErrorDefined},
+        {.name = "RegisterClassExW", .failure = Failure::Zero},
+        {.name = "SetTimer", .failure = Failure::Zero},
+        {.name = "SetWindowLongPtrW", .reason = OwnWindow},
+        {.name = "SetWindowPos", .failure = Failure::Zero},
+        {.name = "ShowWindow", .reason = NoErrorDefined},
+        {.name = "TranslateMessage", .reason = NoErrorDefined},
+        {.name = "UpdateWindow", .failure = Failure::Zero},
+        // ole32, Media Foundation
+        {.name = "CoCreateInstance", .failure = Failure::Result, .objects = {Object("IWICImagingFactory", 4)}},
+        {.name = "CoInitializeEx", .failure = Failure::Result, .takes = {"apartment"}},
+        {.name = "CoTaskMemFree", .reason = NoErrorDefined, .gives = {"text", Place::InArgument, 0}},
+        {.name = "CoUninitialize", .reason = NoErrorDefined, .gives = {"apartment"}},
+        {.name = "MFCreateMediaType", .failure = Failure::Result, .objects = {Object("IMFMediaType", 0)}},
+        {.name = "MFCreateMemoryBuffer", .failure = Failure::Result, .objects = {Object("IMFMediaBuffer", 1)}},
+        {.name = "MFCreateSample", .failure = Failure::Result, .objects = {Object("IMFSample", 0)}},
+        {.name = "MFCreateSinkWriterFromURL", .failure = Failure::Result, .objects = {Object("IMFSinkWriter", 3)}},
+        {.name = "MFShutdown", .failure = Failure::Result, .gives = {"Media Foundation"}},
+        {.name = "MFStartup", .failure = Failure::Result, .takes = {"Media Foundation"}},
+        // Media Foundation's objects
+        {.name = "IMFMediaBuffer::Lock",
+         .failure = Failure::Result,
+         .takes = {"lock"},
+         .slot = SlotOf(&IMFMediaBuffer::Lock)},
+        {.name = "IMFMediaBuffer::Unlock",
+         .failure = Failure::Result,
+         .gives = {"lock"},
+         .slot = SlotOf(&IMFMediaBuffer::Unlock)},
+        Judged("IMFMediaBuffer::SetCurrentLength", &IMFMediaBuffer::SetCurrentLength),
+        Rule("IMFMediaType::SetGUID", &IMFMediaType::SetGUID),
+        Rule("IMFMediaType::SetUINT32", &IMFMediaType::SetUINT32),
+        Rule("IMFMediaType::SetUINT64", &IMFMediaType::SetUINT64),
+        Rule("IMFSample::AddBuffer", &IMFSample::AddBuffer),
+        Judged("IMFSample::SetSampleDuration", &IMFSample::SetSampleDuration),
+        Judged("IMFSample::SetSampleTime", &IMFSample::SetSampleTime),
+        Rule("IMFSinkWriter::AddStream", &IMFSinkWriter::AddStream),
+        Rule("IMFSinkWriter::BeginWriting", &IMFSinkWriter::BeginWriting),
+        Rule("IMFSinkWriter::Finalize", &IMFSinkWriter::Finalize),
+        Rule("IMFSinkWriter::SetInputMediaType", &IMFSinkWriter::SetInputMediaType),
+        Rule("IMFSinkWriter::WriteSample", &IMFSinkWriter::WriteSample),
+        // the imaging component's
+        Rule("IWICBitmapEncoder::Commit", &IWICBitmapEncoder::Commit),
+        Rule("IWICBitmapEncoder::CreateNewFrame", &IWICBitmapEncoder::CreateNewFrame,
+             {Object("IWICBitmapFrameEncode", 1), Object("IPropertyBag2", 2)}),
+        Rule("IWICBitmapEncoder::Initialize", &IWICBitmapEncoder::Initialize),
+        Rule("IWICBitmapFrameEncode::Commit", &IWICBitmapFrameEncode::Commit),
+        Rule("IWICBitmapFrameEncode::Initialize", &IWICBitmapFrameEncode::Initialize),
+        Rule("IWICBitmapFrameEncode::SetPixelFormat", &IWICBitmapFrameEncode::SetPixelFormat),
+        Rule("IWICBitmapFrameEncode::SetSize", &IWICBitmapFrameEncode::SetSize),
+        Rule("IWICBitmapFrameEncode::WritePixels", &IWICBitmapFrameEncode::WritePixels),
+        Rule("IWICImagingFactory::CreateEncoder", &IWICImagingFactory::CreateEncoder, {Object("IWICBitmapEncoder", 3)}),
+        Rule("IWICImagingFactory::CreateStream", &IWICImagingFactory::CreateStream, {Object("IWICStream", 1)}),
+        Rule("IWICStream::InitializeFromFilename", &IWICStream::InitializeFromFilename),
+    };
+    return rules;
+}
+
+} // namespace receiver

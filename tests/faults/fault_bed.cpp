@@ -1,0 +1,409 @@
+#include "tests/faults/fault_bed.h"
+
+#include "frames/frame_file.h"
+#include "tests/support/allocation_fault.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <set>
+#include <sstream>
+
+namespace receiver {
+namespace {
+
+constexpr wchar_t PostedJson[] = L"PostWebMessageAsJson ";
+constexpr char NoMemoryCode[] = " (HRESULT 0x8007000E)";
+
+LONG WINAPI NewVersion(RTL_OSVERSIONINFOW* version) {
+    version->dwMajorVersion = 10;
+    version->dwBuildNumber = 22631;
+    return 0;
+}
+
+std::string Hexadecimal(HRESULT result) {
+    char text[16] = "";
+    std::snprintf(text, sizeof(text), "0x%08X", static_cast<unsigned>(result));
+    return text;
+}
+
+std::string Narrow(std::wstring_view text) {
+    std::string narrow;
+    for (const wchar_t character : text) {
+        narrow += character < 128 ? static_cast<char>(character) : '?';
+    }
+    return narrow;
+}
+
+std::string Joined(std::string_view first, std::string_view second) {
+    std::string both(first);
+    return both.append(" ").append(second);
+}
+
+// The text with every `from` in it replaced.
+std::string Replace(std::string_view text, std::string_view from, std::string_view to) {
+    std::string replaced;
+    for (std::size_t at = text.find(from); at != std::string_view::npos; at = text.find(from)) {
+        replaced.append(text.substr(0, at)).append(to);
+        text.remove_prefix(at + from.size());
+    }
+    return replaced.append(text);
+}
+
+Observations WithCode(Observations lines) {
+    for (std::string& line : lines) {
+        line = Replace(Replace(line, "$", Hexadecimal(FaultResult)), "%",
+                       std::to_string(static_cast<std::uint32_t>(FaultResult)));
+    }
+    return lines;
+}
+
+std::set<std::string> Words(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// How often each function failed in each operation.
+std::map<std::string, std::map<std::string, unsigned>>& Table() {
+    static std::map<std::string, std::map<std::string, unsigned>> table;
+    return table;
+}
+
+// What one run of an operation comes to; `call` is empty for the good run.
+struct Expected {
+    Observations seen;
+    bool part = false; // of these, in any order
+    bool ordered = true;
+};
+
+class Driver {
+public:
+    explicit Driver(const Operation& operation) : operation_(operation) {
+        std::string all = operation_.unnoticed + ' ' + operation_.cutShort;
+        for (const Outcome& outcome : operation_.outcomes) {
+            all += ' ' + outcome.calls;
+        }
+        for (const std::string& name : Words(all)) {
+            used_[name] = false;
+        }
+    }
+
+    void FailAll() {
+        Run("", {}, {}); // Whatever is set up only once is set up now.
+        Run("", {}, {});
+        while (const std::optional<SeenFunction> function = NextFunction()) {
+            FailCallsOf(*function);
+        }
+        FailAllocations();
+        ExpectAllNamesUsed();
+    }
+
+private:
+    std::optional<SeenFunction> NextFunction() {
+        for (const auto& [number, function] : found_) {
+            if (done_.insert(number).second) {
+                return function;
+            }
+        }
+        return std::nullopt;
+    }
+
+    void FailCallsOf(const SeenFunction& function) {
+        const std::string name(function.name);
+        if (function.rule == nullptr) {
+            ADD_FAILURE() << name << " is called, and nothing is known of it";
+            return;
+        }
+        auto& row = Table()[name];
+        row[operation_.name]; // It is called here even where it never fails.
+        if (function.rule->failure == Failure::Never) {
+            return;
+        }
+        unsigned index = 0;
+        while (Run(name + "#" + std::to_string(index), CallWatch::Call{function.number, index}, {})) {
+            ++index;
+        }
+        row[operation_.name] += index;
+    }
+
+    void FailAllocations() {
+        unsigned index = 0;
+        while (Run("memory#" + std::to_string(index), {}, index)) {
+            ++index;
+        }
+        if (index > 0) {
+            Table()["operator new"][operation_.name] += index;
+        }
+    }
+
+    // Returns whether the call failed as asked.
+    bool Run(const std::string& call, std::optional<CallWatch::Call> failing, std::optional<unsigned> allocation) {
+        SCOPED_TRACE(operation_.name + ' ' + (call.empty() ? "good" : call));
+        const AllocationPause testsOwn;
+        const long memoryBefore = LiveAllocations();
+        bool happened = false;
+        {
+            FaultBed bed;
+            {
+                CallWatch watch(CallRules());
+                bed.browser.onCall = &CallWatch::OnBrowserCall;
+                {
+                    const ProductCalls alsoAccountedFor;
+                    operation_.prepare(bed);
+                }
+                (void)bed.Observe();
+                watch.Begin(failing);
+                {
+                    std::optional<AllocationFault> fault;
+                    if (allocation) {
+                        fault.emplace(*allocation);
+                    }
+                    operation_.run(bed);
+                    happened = watch.Happened() || (fault && fault->Happened());
+                }
+                watch.FailNothing();
+                Judge(bed.Observe(), happened ? call : "");
+                (operation_.again ? operation_.again : operation_.run)(bed);
+                const Observations& goodAgain = operation_.goodAgain.empty() ? operation_.good : operation_.goodAgain;
+                EXPECT_EQ(bed.Observe(), goodAgain) << "in the run behind it";
+                bed.TearDown();
+                EXPECT_THAT(watch.Held(), testing::IsEmpty()) << "held after the end";
+                bed.browser.onCall = nullptr;
+            }
+        }
+        EXPECT_THAT(HeldObjects(), testing::IsEmpty()) << "held after the end";
+        if (std::exchange(warm_, true)) {
+            EXPECT_EQ(LiveAllocations(), memoryBefore) << "memory is held after the end";
+        }
+        for (const SeenFunction& function : SeenFunctions()) {
+            found_.emplace(function.number, function);
+        }
+        return happened;
+    }
+
+    void Judge(Observations seen, const std::string& call) {
+        if (call.starts_with("memory#")) {
+            JudgeWithoutMemory(seen);
+            return;
+        }
+        const Expected expected = ExpectedOf(call);
+        Observations wanted = expected.seen;
+        if (!expected.ordered || expected.part) {
+            std::sort(seen.begin(), seen.end());
+            std::sort(wanted.begin(), wanted.end());
+        }
+        if (expected.part) {
+            EXPECT_TRUE(std::includes(wanted.begin(), wanted.end(), seen.begin(), seen.end()))
+                << testing::PrintToString(seen);
+        } else {
+            EXPECT_EQ(seen, wanted);
+        }
+    }
+
+    Expected ExpectedOf(const std::string& call) {
+        if (call.empty()) {
+            return {operation_.good};
+        }
+        const std::string name = call.substr(0, call.find('#'));
+        for (const std::string& word : {call, name}) {
+            // A line that found no folder stands in another file.
+            const Expected good{operation_.good, false, name != "GetTempPathW"};
+            if (Uses(operation_.unnoticed, word)) {
+                return good;
+            }
+            for (const Outcome& outcome : operation_.outcomes) {
+                if (Uses(outcome.calls, word)) {
+                    return {WithCode(outcome.seen)};
+                }
+            }
+            if (Uses(operation_.cutShort, word)) {
+                return {operation_.good, true};
+            }
+        }
+        ADD_FAILURE() << "nothing is said of this call's failure";
+        return {operation_.good};
+    }
+
+    bool Uses(const std::string& calls, const std::string& word) {
+        const bool listed = Words(calls).contains(word);
+        if (listed) {
+            used_.at(word) = true;
+        }
+        return listed;
+    }
+
+    // A log line may be lost or carry the code. The rest is as it should be, unless E_OUTOFMEMORY is the result.
+    void JudgeWithoutMemory(const Observations& seen) const {
+        Observations allowed = operation_.good;
+        allowed.insert(allowed.end(), operation_.withoutMemory.begin(), operation_.withoutMemory.end());
+        Observations missing = operation_.good;
+        bool reported = false;
+        for (const std::string& line : seen) {
+            const auto found = std::find(allowed.begin(), allowed.end(), Replace(line, NoMemoryCode, ""));
+            if (found == allowed.end()) {
+                ADD_FAILURE() << "unexpected: " << line;
+                continue;
+            }
+            allowed.erase(found);
+            const auto good = std::find(missing.begin(), missing.end(), line);
+            if (good != missing.end()) {
+                missing.erase(good);
+            } else {
+                reported = true;
+            }
+        }
+        for (const std::string& line : missing) {
+            EXPECT_TRUE(reported || line.starts_with("log ")) << "missing: " << line;
+        }
+    }
+
+    void ExpectAllNamesUsed() {
+        for (const auto& [name, used] : used_) {
+            EXPECT_TRUE(used) << name << " is not called in " << operation_.name;
+        }
+    }
+
+    const Operation& operation_;
+    std::map<std::size_t, SeenFunction> found_;
+    std::set<std::size_t> done_;
+    std::map<std::string, bool> used_; // the calls of which something is said
+    bool warm_ = false;
+};
+
+// Runs behind all tests: what was called, where, and how often it failed.
+class Summary : public testing::Environment {
+public:
+    void TearDown() override {
+        unsigned calls = 0;
+        unsigned functions = 0;
+        for (const auto& [name, operations] : Table()) {
+            unsigned failed = 0;
+            std::string where;
+            for (const auto& [operation, count] : operations) {
+                failed += count;
+                where += ' ' + operation;
+            }
+            std::printf("%-48s %5u %s\n", name.c_str(), failed, where.c_str());
+            const auto rule = std::find_if(CallRules().begin(), CallRules().end(),
+                                           [&](const CallRule& one) { return one.name == name; });
+            if (rule == CallRules().end() || rule->failure != Failure::Never) {
+                EXPECT_GT(failed, 0U) << name << " was never made to fail";
+            }
+            calls += failed;
+            functions += failed > 0 ? 1 : 0;
+        }
+        const testing::UnitTest& tests = *testing::UnitTest::GetInstance();
+        if (tests.test_to_run_count() < tests.total_test_count()) {
+            return; // Not all operations had their turn.
+        }
+        for (const CallRule& rule : CallRules()) {
+            EXPECT_TRUE(rule.failure == Failure::Unseen || Table().contains(std::string(rule.name)))
+                << rule.name << " is called by no operation";
+        }
+        std::printf("%u calls of %u functions failed, %s\n", calls, functions,
+                    tests.Failed() ? "and not all was well" : "none left out");
+    }
+};
+
+[[maybe_unused]] testing::Environment* const summary = testing::AddGlobalTestEnvironment(new Summary);
+
+} // namespace
+
+FaultBed::FaultBed() {
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    std::filesystem::current_path(folder.Path());
+}
+
+FaultBed::~FaultBed() {
+    std::filesystem::current_path(oldCurrent_);
+    CoUninitialize();
+}
+
+void FaultBed::TearDown() {
+    file.reset();
+    ShellTest::TearDown();
+}
+
+void FaultBed::OpenWindow() {
+    EXPECT_EQ(Run(L"",
+                  [this] {
+                      browser.CompleteBoth();
+                      PostQuitMessage(0);
+                  }),
+              0);
+}
+
+void FaultBed::Signal() {
+    UniqueHandle event;
+    event.Reset(OpenEventW(EVENT_MODIFY_STATE, FALSE, PrivateEventName::Name().c_str()));
+    EXPECT_NE(SetEvent(event.Get()), 0);
+}
+
+void FaultBed::Poll(ULONGLONG afterMs) {
+    tick_ += afterMs;
+    const HWND window = MainWindow();
+    Product([=] { return static_cast<HRESULT>(ReceiverApp::WindowProc(window, WM_TIMER, UsageTimer, 0)); });
+}
+
+void FaultBed::MakePageReady() {
+    EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
+    EXPECT_EQ(browser.RaiseWebMessage(FrameText), S_OK);
+    NotePublished();
+}
+
+void FaultBed::NotePublished() {
+    const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
+    FrameFileHeader header{};
+    std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+    Note(header.sequence > std::exchange(published_, header.sequence) ? "published" : "not published");
+}
+
+FARPROC FaultBed::KnownVersion::operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&NewVersion));
+}
+
+LSTATUS FaultBed::Registered::operator()(decltype(&RegOpenKeyExW) original, HKEY, LPCWSTR, DWORD options, REGSAM,
+                                         PHKEY key) const {
+    return original(HKEY_CURRENT_USER, L"Software", options, KEY_READ, key);
+}
+
+void FaultBed::Note(const std::string& what, HRESULT result) { Note(Joined(what, Hexadecimal(result))); }
+
+void FaultBed::Product(const std::function<HRESULT()>& call) {
+    const HRESULT result = [&] {
+        const ProductCalls product;
+        return call();
+    }();
+    Note("result", result);
+}
+
+Observations FaultBed::Observe() {
+    Observations seen = std::exchange(notes_, {});
+    for (const auto& logFile : {log, bareLog_}) {
+        for (const std::string& line : LinesOf(logFile)) {
+            seen.push_back(Joined("log", line));
+        }
+        std::filesystem::remove(logFile);
+    }
+    for (const MessageBoxCall& box : std::exchange(boxes, {})) {
+        seen.push_back(Joined("box", Replace(Narrow(box.text), "\n\nHRESULT: ", " ")));
+    }
+    for (const std::wstring& call : browser.TakeCalls()) {
+        if (call.starts_with(PostedJson)) {
+            std::string text = Narrow(call.substr(std::size(PostedJson) - 1));
+            const std::string root = Replace(captures.folder.Path().string(), "\\", "\\\\");
+            seen.push_back(Joined("told", Replace(Replace(text, root, "~"), "\\\\", "/")));
+        }
+    }
+    return seen;
+}
+
+void FailEveryCallOf(const Operation& operation) { Driver(operation).FailAll(); }
+
+} // namespace receiver

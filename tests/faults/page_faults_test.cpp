@@ -1,0 +1,165 @@
+// Every call failing while the page's messages and the browser's events are answered.
+#include "tests/faults/fault_bed.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <WebView2.h>
+
+namespace receiver {
+namespace {
+
+constexpr char Report[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
+                          R"("buildNumber":22631,"architecture":"x64","osSupported":true,"webView2Ready":true,)"
+                          R"("virtualCameraRegistered":true,"appVersion":"0.1.3"}})";
+constexpr char ReportWithoutVersion[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"0.0.0",)"
+                                        R"("buildNumber":0,"architecture":"x64","osSupported":false,)"
+                                        R"("webView2Ready":true,"virtualCameraRegistered":true,"appVersion":"0.1.3"}})";
+constexpr char ReportWithoutCamera[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
+                                       R"("buildNumber":22631,"architecture":"x64","osSupported":true,)"
+                                       R"("webView2Ready":true,"virtualCameraRegistered":false,"appVersion":"0.1.3"}})";
+
+TEST(FaultsOf, Ready) {
+    FailEveryCallOf({
+        .name = "ready",
+        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
+        .run = [](FaultBed& bed) { bed.Post(L"ready"); },
+        .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                 "log System diagnostics posted to script", Report},
+        .unnoticed = "GetTempPathW GetEnvironmentVariableW RegCloseKey",
+        .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
+                     {"ICoreWebView2Environment12 ICoreWebView2_17 CreateDirectoryW CreateFileW SetFilePointerEx "
+                      "SetEndOfFile CreateFileMappingW MapViewOfFile CreateSharedBuffer get_Buffer "
+                      "PostSharedBufferToScript",
+                      {"result $", "log Web message: ready", "log Shared frame buffers posted to script (HRESULT $)"}},
+                     {"PostWebMessageAsJson",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script (HRESULT $)", Report}},
+                     {"GetModuleHandleW GetProcAddress RtlGetVersion",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script", ReportWithoutVersion}},
+                     {"RegOpenKeyExW",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script", ReportWithoutCamera}}},
+        .withoutMemory = {"result 0x8007000E"},
+    });
+}
+
+TEST(FaultsOf, ReadyWhileTheCameraIsInUse) {
+    const std::string usageOn = R"(told {"type":"virtual-camera-usage","active":true})";
+    FailEveryCallOf({
+        .name = "ready-in-use",
+        .prepare =
+            [](FaultBed& bed) {
+                bed.OpenWindow();
+                bed.MakePageReady();
+                bed.Signal();
+                bed.Poll();
+            },
+        .run = [](FaultBed& bed) { bed.Post(L"ready"); },
+        .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                 "log System diagnostics posted to script", Report, usageOn},
+        .unnoticed = "GetTempPathW RegCloseKey PostWebMessageAsJson#1",
+        .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
+                     {"ICoreWebView2Environment12 ICoreWebView2_17 CreateSharedBuffer get_Buffer "
+                      "PostSharedBufferToScript",
+                      {"result $", "log Web message: ready", "log Shared frame buffers posted to script (HRESULT $)",
+                       usageOn}},
+                     {"PostWebMessageAsJson#0",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script (HRESULT $)", Report, usageOn}},
+                     {"GetModuleHandleW GetProcAddress RtlGetVersion",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script", ReportWithoutVersion, usageOn}},
+                     {"RegOpenKeyExW",
+                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
+                       "log System diagnostics posted to script", ReportWithoutCamera, usageOn}}},
+        .withoutMemory = {"result 0x8007000E"},
+    });
+}
+
+TEST(FaultsOf, UnknownText) {
+    FailEveryCallOf({
+        .name = "unknown-text",
+        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
+        .run = [](FaultBed& bed) { bed.Post(L"error: the camera is gone"); },
+        .good = {"result 0x00000000", "log Web message: error: the camera is gone"},
+        .unnoticed = "GetTempPathW",
+        .outcomes = {{"TryGetWebMessageAsString", {"result $"}}},
+        .withoutMemory = {"result 0x8007000E"},
+    });
+}
+
+TEST(FaultsOf, Quality) {
+    FailEveryCallOf({
+        .name = "quality",
+        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
+        .run = [](FaultBed& bed) { bed.Post(L"quality:720p"); },
+        .good = {"result 0x00000000", "log Video quality selected: 720p"},
+        .unnoticed = "GetTempPathW",
+        .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
+                     {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW",
+                      {"result 0x80004005", "log Video quality selected: 720p"}}},
+        .withoutMemory = {"result 0x8007000E"},
+    });
+}
+
+TEST(FaultsOf, Orientation) {
+    const auto post = [](FaultBed& bed, const wchar_t* text) {
+        RECT before{};
+        RECT after{};
+        GetWindowRect(FaultBed::MainWindow(), &before);
+        bed.Post(text);
+        GetWindowRect(FaultBed::MainWindow(), &after);
+        bed.Note(EqualRect(&before, &after) != 0 ? "in its place" : "moved");
+    };
+    const auto toPortrait = [post](FaultBed& bed) {
+        post(bed, L"window:orientation:portrait");
+        post(bed, L"window:orientation:portrait"); // What failed is not taken for done.
+    };
+    const Observations good{"result 0x00000000", "moved", "result 0x00000000", "in its place",
+                            "log Receiver window layout: portrait"};
+    FailEveryCallOf({
+        .name = "orientation",
+        .prepare = [](FaultBed& bed) { bed.OpenWindow(); },
+        .run = toPortrait,
+        .good = good,
+        .unnoticed = "GetTempPathW GetClientRect put_Bounds",
+        .outcomes =
+            {{"TryGetWebMessageAsString#1",
+              {"result 0x00000000", "moved", "result $", "in its place", "log Receiver window layout: portrait"}},
+             {"TryGetWebMessageAsString#0",
+              {"result $", "in its place", "result 0x00000000", "moved", "log Receiver window layout: portrait"}},
+             {"GetWindowRect AdjustWindowRectExForDpi GetMonitorInfoW SetWindowPos",
+              {"result 0x00000000", "in its place", "result 0x00000000", "moved",
+               "log Receiver window layout: portrait"}}},
+        .withoutMemory = {"result 0x8007000E", "in its place", "moved"},
+        .again =
+            [post, toPortrait](FaultBed& bed) {
+                post(bed, L"window:orientation:landscape");
+                (void)bed.Observe();
+                toPortrait(bed);
+            },
+    });
+}
+
+TEST(FaultsOf, Permission) {
+    FailEveryCallOf({
+        .name = "permission",
+        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
+        .run =
+            [](FaultBed& bed) {
+                COREWEBVIEW2_PERMISSION_STATE state = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
+                bed.Product(
+                    [&] { return bed.browser.RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY, state); });
+                bed.Note(state == COREWEBVIEW2_PERMISSION_STATE_ALLOW ? "allowed" : "left alone");
+            },
+        .good = {"result 0x00000000", "allowed"},
+        .outcomes = {{"get_PermissionKind", {"result 0x00000000", "left alone"}},
+                     {"put_State", {"result $", "left alone"}}},
+    });
+}
+
+} // namespace
+} // namespace receiver
