@@ -57,21 +57,28 @@ TEST(FaultsOf, RecordingStart) {
     FailEveryCallOf({
         .name = "record-start",
         .prepare = MakeReady,
-        .run = [](FaultBed& bed) { bed.Post(L"media:record:start"); },
-        .good = {"result 0x00000000", "log Recording started", Told("recording-started", Video, "0")},
+        .run =
+            [](FaultBed& bed) {
+                (void)bed.writers.TakeCalls();
+                bed.Post(L"media:record:start");
+                const auto calls = bed.writers.TakeCalls();
+                bed.Note(calls.empty() || calls.back() == "released" ? "idle" : "recording");
+            },
+        .good = {"result 0x00000000", "recording", "log Recording started", Told("recording-started", Video, "0")},
         .unnoticed = "GetTempPathW PostWebMessageAsJson IMFMediaType::SetGUID IMFMediaType::SetUINT32 "
                      "IMFMediaType::SetUINT64",
-        .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
+        .outcomes = {{"TryGetWebMessageAsString", {"result $", "idle"}},
                      {"SHGetKnownFolderPath CreateDirectoryW GetFileAttributesW MFCreateSinkWriterFromURL "
                       "MFCreateMediaType IMFSinkWriter::AddStream IMFSinkWriter::SetInputMediaType "
                       "IMFSinkWriter::BeginWriting",
-                      {"result $", "log Recording started (HRESULT $)", Told("recording-started", "", "%")}}},
-        .withoutMemory = {"result 0x8007000E", Told("recording-started", "", OutOfMemory)},
+                      {"result $", "idle", "log Recording started (HRESULT $)", Told("recording-started", "", "%")}}},
+        .withoutMemory = {"result 0x8007000E", "idle", Told("recording-started", "", OutOfMemory)},
         .again =
             [](FaultBed& bed) {
                 bed.Post(L"media:record:stop");
                 (void)bed.Observe();
                 bed.Post(L"media:record:start");
+                bed.Note("recording");
             },
     });
 }

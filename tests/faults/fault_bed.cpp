@@ -280,6 +280,8 @@ private:
 class Summary : public testing::Environment {
 public:
     void TearDown() override {
+        const testing::UnitTest& tests = *testing::UnitTest::GetInstance();
+        const bool complete = tests.test_to_run_count() == tests.total_test_count();
         unsigned calls = 0;
         unsigned functions = 0;
         for (const auto& [name, operations] : Table()) {
@@ -292,14 +294,13 @@ public:
             std::printf("%-48s %5u %s\n", name.c_str(), failed, where.c_str());
             const auto rule = std::find_if(CallRules().begin(), CallRules().end(),
                                            [&](const CallRule& one) { return one.name == name; });
-            if (rule == CallRules().end() || rule->failure != Failure::Never) {
+            if (complete && (rule == CallRules().end() || rule->failure != Failure::Never)) {
                 EXPECT_GT(failed, 0U) << name << " was never made to fail";
             }
             calls += failed;
             functions += failed > 0 ? 1 : 0;
         }
-        const testing::UnitTest& tests = *testing::UnitTest::GetInstance();
-        if (tests.test_to_run_count() < tests.total_test_count()) {
+        if (!complete) {
             return; // Not all operations had their turn.
         }
         for (const CallRule& rule : CallRules()) {
