@@ -42,13 +42,13 @@ HRESULT ReceiverApp::OnWebMessageReceived(ICoreWebView2*, ICoreWebView2WebMessag
 }
 
 HRESULT ReceiverApp::HandleReady() {
+    pageReady = true; // whatever becomes of the rest
     ReceiverLog::Write(L"Web message: ready");
     const HRESULT posted = CreateAndPostFrameSlots();
     ReceiverLog::Write(L"Shared frame buffers posted to script", posted);
     if (SUCCEEDED(posted)) {
         ReceiverLog::Write(L"System diagnostics posted to script", PostDiagnostics());
     }
-    pageReady = true;
     if (consumerActive) {
         PostJsonToPage(UsageOnJson);
     }
