@@ -1,11 +1,10 @@
-// What keeps the shared frame file from being opened, and what each failure leaves behind: nothing open, and a next try
-// that works.
+// What keeps the shared frame file from being opened, and what that leaves behind: nothing open, and a next try that
+// works. tests/faults/ lets every call fail.
 #include "frames/shared_frame_file.h"
 
 #include "platform/handles.h"
 #include "tests/frames/shared_frame_file_fixture.h"
 #include "tests/frames/shared_frame_file_pattern.h"
-#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <windows.h>
@@ -113,74 +112,6 @@ TEST_F(SharedFrameFileTest, AReadOnlyFileFails) {
     EXPECT_EQ(ReadBytes(path), "abc");
     ExpectClosed();
     EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
-}
-
-// The calls that no state of a disk makes fail on demand; ERROR_DISK_FULL stands for any error.
-class SharedFrameFileFailureTest : public SharedFrameFileTest {
-protected:
-    // A body for ImportPatch.
-    template <typename Result>
-    static auto Failing(Result result) {
-        return [result](auto*, auto...) {
-            SetLastError(ERROR_DISK_FULL);
-            return result;
-        };
-    }
-
-    void ExpectPublishFails() {
-        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
-        ExpectClosed();
-    }
-};
-
-TEST_F(SharedFrameFileFailureTest, AFolderThatCannotBeCreatedFailsBeforeTheFileIsTouched) {
-    {
-        const ImportPatch patch("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW, Failing(FALSE));
-        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
-        EXPECT_FALSE(fs::exists(dataFolder));
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
-}
-
-TEST_F(SharedFrameFileFailureTest, AFileThatCannotBeOpenedFails) {
-    {
-        const ImportPatch patch("kernel32.dll", "CreateFileW", &CreateFileW, Failing(INVALID_HANDLE_VALUE));
-        EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_DISK_FULL));
-        EXPECT_FALSE(fs::exists(path));
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
-}
-
-TEST_F(SharedFrameFileFailureTest, AFilePointerThatCannotBeSetClosesEverything) {
-    {
-        const ImportPatch patch("kernel32.dll", "SetFilePointerEx", &SetFilePointerEx, Failing(FALSE));
-        ExpectPublishFails();
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
-}
-
-TEST_F(SharedFrameFileFailureTest, ASizeThatCannotBeSetClosesEverything) {
-    {
-        const ImportPatch patch("kernel32.dll", "SetEndOfFile", &SetEndOfFile, Failing(FALSE));
-        ExpectPublishFails();
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
-}
-
-TEST_F(SharedFrameFileFailureTest, AMappingThatCannotBeMadeClosesEverything) {
-    {
-        const ImportPatch patch("kernel32.dll", "CreateFileMappingW", &CreateFileMappingW, Failing(HANDLE{}));
-        ExpectPublishFails();
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
-}
-
-TEST_F(SharedFrameFileFailureTest, AViewThatCannotBeMappedClosesEverything) {
-    {
-        const ImportPatch patch("kernel32.dll", "MapViewOfFile", &MapViewOfFile, Failing(LPVOID{}));
-        ExpectPublishFails();
-    }
-    EXPECT_EQ(PublishPattern(file, 2), S_OK);
 }
 
 TEST_F(SharedFrameFileTest, ClosesInAnyState) {
