@@ -15,6 +15,8 @@ import { goodMessage, Ok, serveSlotPage, SlotPage, startOnSlotPage } from './slo
 
 const LimitMs = 120000;
 const Program = 'vistel-receiver.exe';
+const Probe = 'camera_probe.exe';
+const Refused = 3; // the installer's exit code
 const Uninstaller = 'uninstall.exe';
 const UninstallKey = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
 
@@ -88,6 +90,16 @@ test('installs, runs, is brought up to date and leaves nothing behind', async (t
     assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
     assert.equal(slotPage.frameFile.header().sequence, 2);
 
+    // Nothing is changed while a program that cannot be closed runs.
+    const probe = await run.driver.startProgram(run.receiverPath.replace(Program, Probe), '--seconds 600');
+    assert.equal(await install(run, newer), Refused);
+    assert.deepEqual(await filesIn(folder), [...packedFiles, 'obsolete.txt', Uninstaller].sort());
+    assert.equal(run.exitCode, undefined);
+    for (const id of await run.prefix.processIds(Probe)) {
+        process.kill(id, 'SIGKILL');
+    }
+    await within(LimitMs, 'end of the probe', probe.exited);
+
     // A newer one closes it as a user would, replaces it and leaves alone what is not its own.
     await writeFile(join(folder, 'notes.txt'), 'the user\'s');
     assert.equal(await install(run, newer), 0);
@@ -118,7 +130,7 @@ test('installs, runs, is brought up to date and leaves nothing behind', async (t
 });
 
 test('the programs tell neither when nor where they were built', async () => {
-    for (const name of [Program, 'tools/camera_probe/camera_probe.exe']) {
+    for (const name of [Program, `tools/camera_probe/${Probe}`]) {
         const bytes = await readFile(join(BuildFolder, name));
         const headers = bytes.readUInt32LE(0x3c);
         assert.equal(bytes.toString('latin1', headers, headers + 4), 'PE\0\0');
