@@ -50,11 +50,14 @@ struct Options {
     std::wstring picture;
 };
 
+constexpr std::size_t MaxFolderLength = 259; // which the receiver takes
+
 std::wstring DefaultFramePath() {
     const DWORD size = GetEnvironmentVariableW(L"ProgramData", nullptr, 0);
     std::wstring folder(size, L'\0');
     folder.resize(size == 0 ? 0 : GetEnvironmentVariableW(L"ProgramData", folder.data(), size));
-    return (folder.empty() ? L"C:\\ProgramData" : folder) + L"\\Vistel\\frame-buffer.bin";
+    return (folder.empty() || folder.size() > MaxFolderLength ? L"C:\\ProgramData" : folder) +
+           L"\\Vistel\\frame-buffer.bin";
 }
 
 // Decimal digits only, at most 999999.
@@ -168,7 +171,9 @@ private:
             const std::uint64_t ageMs = nowMs > frame_.timestampMs ? nowMs - frame_.timestampMs : 0;
             const bool current = frame_.timestampMs >= startTickMs_ && frame_.timestampMs <= nowMs;
             report_.AddFrame(frame_, ageMs, current, now);
-            figures_.AddFrame(now, ageMs);
+            if (view_) {
+                figures_.AddFrame(now, ageMs);
+            }
             if (reader_.IsContradicted(frame_)) {
                 report_.AddTornRead();
             }

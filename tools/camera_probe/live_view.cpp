@@ -140,8 +140,11 @@ LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, 
 }
 
 Picture LiveView::NewestPicture() {
-    const std::lock_guard guard(lock_);
-    return ToPicture(frame_);
+    const vistel::Frame frame = [this] {
+        const std::lock_guard guard(lock_);
+        return frame_;
+    }(); // Show() waits for the copy only, not for the conversion.
+    return ToPicture(frame);
 }
 
 void LiveView::Draw(HDC dc, const RECT& area) {

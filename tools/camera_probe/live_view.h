@@ -21,7 +21,7 @@ public:
     LiveView& operator=(const LiveView&) = delete;
     ~LiveView();
 
-    // False before the window is there and once the user has closed it.
+    // True once the user has closed the window, or when it could not be made; false before it is there.
     [[nodiscard]] bool IsClosed() const noexcept { return closed_; }
 
     // What is shown from now on.

@@ -9,7 +9,7 @@ const Product = ['app', 'browser', 'capture', 'frames', 'page', 'platform', 'res
 const Hub = 'app/receiver_app.h';
 const Codes = 'platform/hresult.h'; // supplies its few names where there is no Windows
 const Generated = 'page/receiver_page.h';
-const SystemHeader = /^(windows|WebView2|objbase|mf\w+)\.h$/;
+const SystemHeader = /^(windows|WebView2|objbase|sddl|shlobj\w*|knownfolders|wincodec|unknwn|timeapi|mf\w+)\.h$/;
 
 class House {
     // Path -> the paths in the repository, and the system's headers, that it includes.
