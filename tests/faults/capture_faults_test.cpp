@@ -19,14 +19,18 @@ std::string Told(const std::string& action, const std::string& path, const std::
            (error == "0" ? "true" : "false") + R"(,"path":")" + path + R"(","error":)" + error + "}";
 }
 
-void MakeReady(FaultBed& bed) {
-    bed.OpenBrowser();
-    bed.MakePageReady();
-}
+void MakeReady(FaultBed& bed) { bed.OpenReadyPage(); }
 
 void Record(FaultBed& bed) {
     MakeReady(bed);
     EXPECT_EQ(bed.browser.RaiseWebMessage(L"media:record:start"), S_OK);
+}
+
+void StartRecording(FaultBed& bed) {
+    (void)bed.writers.TakeCalls();
+    bed.Post(L"media:record:start");
+    const auto calls = bed.writers.TakeCalls();
+    bed.Note(calls.empty() || calls.back() == "released" ? "idle" : "recording");
 }
 
 TEST(FaultsOf, Snapshot) {
@@ -57,13 +61,7 @@ TEST(FaultsOf, RecordingStart) {
     FailEveryCallOf({
         .name = "record-start",
         .prepare = MakeReady,
-        .run =
-            [](FaultBed& bed) {
-                (void)bed.writers.TakeCalls();
-                bed.Post(L"media:record:start");
-                const auto calls = bed.writers.TakeCalls();
-                bed.Note(calls.empty() || calls.back() == "released" ? "idle" : "recording");
-            },
+        .run = StartRecording,
         .good = {"result 0x00000000", "recording", "log Recording started", Told("recording-started", Video, "0")},
         .unnoticed = "GetTempPathW PostWebMessageAsJson IMFMediaType::SetGUID IMFMediaType::SetUINT32 "
                      "IMFMediaType::SetUINT64",
@@ -77,8 +75,7 @@ TEST(FaultsOf, RecordingStart) {
             [](FaultBed& bed) {
                 bed.Post(L"media:record:stop");
                 (void)bed.Observe();
-                bed.Post(L"media:record:start");
-                bed.Note("recording");
+                StartRecording(bed);
             },
     });
 }
@@ -87,11 +84,7 @@ TEST(FaultsOf, RecordedFrame) {
     FailEveryCallOf({
         .name = "recorded-frame",
         .prepare = Record,
-        .run =
-            [](FaultBed& bed) {
-                bed.Post(FrameText);
-                bed.NotePublished();
-            },
+        .run = [](FaultBed& bed) { bed.PostFrame(); },
         .good = {"result 0x00000000", "published"},
         .unnoticed = "IMFMediaBuffer::Unlock IMFMediaBuffer::SetCurrentLength IMFSample::SetSampleTime "
                      "IMFSample::SetSampleDuration",
@@ -105,8 +98,7 @@ TEST(FaultsOf, RecordedFrame) {
                 bed.Post(L"media:record:stop");
                 bed.Post(L"media:record:start");
                 (void)bed.Observe();
-                bed.Post(FrameText);
-                bed.NotePublished();
+                bed.PostFrame();
             },
     });
 }

@@ -358,6 +358,23 @@ void FaultBed::MakePageReady() {
     NotePublished();
 }
 
+void FaultBed::OpenReadyPage() {
+    OpenBrowser();
+    MakePageReady();
+}
+
+void FaultBed::OpenWithCameraInUse() {
+    OpenWindow();
+    MakePageReady();
+    Signal();
+    Poll();
+}
+
+void FaultBed::PostFrame() {
+    Post(FrameText);
+    NotePublished();
+}
+
 void FaultBed::NotePublished() {
     const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
     FrameFileHeader header{};

@@ -61,8 +61,14 @@ public:
 
     // Of an app that has opened the browser: what the page asked for first, and a frame.
     void MakePageReady();
+    // Opens the browser as far as that.
+    void OpenReadyPage();
+    // The window, a ready page in it, and a camera that has been noticed.
+    void OpenWithCameraInUse();
     // Whether a frame has been published since the last call.
     void NotePublished();
+    // The page's frame, and whether it was published.
+    void PostFrame();
 
     CaptureFolders captures;
     SinkWriterFakes writers;
@@ -113,6 +119,7 @@ struct Operation {
     Observations goodAgain{}; // empty: `good`
 };
 
+inline constexpr char UsageOn[] = R"(told {"type":"virtual-camera-usage","active":true})";
 inline constexpr wchar_t FrameText[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
 // Everything that is known of the functions called.

@@ -12,14 +12,8 @@
 namespace receiver {
 namespace {
 
-constexpr char UsageOn[] = R"(told {"type":"virtual-camera-usage","active":true})";
 constexpr char UsageOff[] = R"(told {"type":"virtual-camera-usage","active":false})";
 constexpr char FirstFrame[] = "log First frame descriptor: frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
-
-void PostFrame(FaultBed& bed) {
-    bed.Post(FrameText);
-    bed.NotePublished();
-}
 
 // Those that call it turn missing memory into a result.
 void Publish(FaultBed& bed) {
@@ -57,14 +51,14 @@ TEST(FaultsOf, FirstFrame) {
                 bed.OpenBrowser();
                 EXPECT_EQ(bed.browser.RaiseWebMessage(L"ready"), S_OK);
             },
-        .run = PostFrame,
+        .run = [](FaultBed& bed) { bed.PostFrame(); },
         .good = {"result 0x00000000", "published", FirstFrame, "log First browser frame published"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
         .withoutMemory = {"result 0x8007000E", "not published"},
         .again =
             [](FaultBed& bed) {
-                PostFrame(bed);
+                bed.PostFrame();
                 const Observations seen = bed.Observe(); // Which frame is the first depends on what failed.
                 bed.Note(seen.at(0));
                 bed.Note(seen.at(1));
@@ -76,12 +70,8 @@ TEST(FaultsOf, FirstFrame) {
 TEST(FaultsOf, NextFrame) {
     FailEveryCallOf({
         .name = "next-frame",
-        .prepare =
-            [](FaultBed& bed) {
-                bed.OpenBrowser();
-                bed.MakePageReady();
-            },
-        .run = PostFrame,
+        .prepare = [](FaultBed& bed) { bed.OpenReadyPage(); },
+        .run = [](FaultBed& bed) { bed.PostFrame(); },
         .good = {"result 0x00000000", "published"},
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
         .withoutMemory = {"result 0x8007000E", "not published"},
@@ -115,13 +105,7 @@ TEST(FaultsOf, CameraTakenIntoUse) {
 TEST(FaultsOf, CameraFallenIdle) {
     FailEveryCallOf({
         .name = "camera-idle",
-        .prepare =
-            [](FaultBed& bed) {
-                bed.OpenWindow();
-                bed.MakePageReady();
-                bed.Signal();
-                bed.Poll();
-            },
+        .prepare = [](FaultBed& bed) { bed.OpenWithCameraInUse(); },
         .run = [](FaultBed& bed) { bed.Poll(4000); },
         .good = {"result 0x00000000", "log Virtual camera consumer stopped requesting frames", UsageOff},
         .unnoticed = "GetTempPathW PostWebMessageAsJson WaitForSingleObject",

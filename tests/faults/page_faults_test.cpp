@@ -47,34 +47,27 @@ TEST(FaultsOf, Ready) {
 }
 
 TEST(FaultsOf, ReadyWhileTheCameraIsInUse) {
-    const std::string usageOn = R"(told {"type":"virtual-camera-usage","active":true})";
     FailEveryCallOf({
         .name = "ready-in-use",
-        .prepare =
-            [](FaultBed& bed) {
-                bed.OpenWindow();
-                bed.MakePageReady();
-                bed.Signal();
-                bed.Poll();
-            },
+        .prepare = [](FaultBed& bed) { bed.OpenWithCameraInUse(); },
         .run = [](FaultBed& bed) { bed.Post(L"ready"); },
         .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                 "log System diagnostics posted to script", Report, usageOn},
+                 "log System diagnostics posted to script", Report, UsageOn},
         .unnoticed = "GetTempPathW RegCloseKey PostWebMessageAsJson#1",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"ICoreWebView2Environment12 ICoreWebView2_17 CreateSharedBuffer get_Buffer "
                       "PostSharedBufferToScript",
                       {"result $", "log Web message: ready", "log Shared frame buffers posted to script (HRESULT $)",
-                       usageOn}},
+                       UsageOn}},
                      {"PostWebMessageAsJson#0",
                       {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script (HRESULT $)", Report, usageOn}},
+                       "log System diagnostics posted to script (HRESULT $)", Report, UsageOn}},
                      {"GetModuleHandleW GetProcAddress RtlGetVersion",
                       {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutVersion, usageOn}},
+                       "log System diagnostics posted to script", ReportWithoutVersion, UsageOn}},
                      {"RegOpenKeyExW",
                       {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutCamera, usageOn}}},
+                       "log System diagnostics posted to script", ReportWithoutCamera, UsageOn}}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
