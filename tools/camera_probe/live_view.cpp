@@ -40,6 +40,34 @@ RECT Fit(const Picture& picture, const RECT& area) {
     return {left, top, left + width, top + height};
 }
 
+// The picture in the middle of the area, the figures in its last rows, black around them.
+void Draw(HDC dc, const RECT& area, const Picture& picture, const std::wstring& figures) {
+    RECT figuresArea = area;
+    figuresArea.top = std::max(area.top, area.bottom - FiguresHeight);
+    RECT pictureArea = area;
+    pictureArea.bottom = figuresArea.top;
+    const RECT fitted = Fit(picture, pictureArea);
+
+    const int saved = SaveDC(dc);
+    const auto black = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
+    FillRect(dc, &figuresArea, black);
+    SetBkMode(dc, TRANSPARENT);
+    SetTextColor(dc, RGB(220, 220, 220));
+    SelectObject(dc, GetStockObject(DEFAULT_GUI_FONT));
+    figuresArea.left += 10;
+    DrawTextW(dc, figures.c_str(), static_cast<int>(figures.size()), &figuresArea,
+              DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX);
+    SetStretchBltMode(dc, HALFTONE);
+    SetBrushOrgEx(dc, 0, 0, nullptr);
+    const BITMAPINFO info = BitmapOf(picture.width, picture.height);
+    StretchDIBits(dc, fitted.left, fitted.top, fitted.right - fitted.left, fitted.bottom - fitted.top, 0, 0,
+                  static_cast<int>(picture.width), static_cast<int>(picture.height), picture.bgr.data(), &info,
+                  DIB_RGB_COLORS, SRCCOPY);
+    ExcludeClipRect(dc, fitted.left, fitted.top, fitted.right, fitted.bottom);
+    FillRect(dc, &pictureArea, black);
+    RestoreDC(dc, saved);
+}
+
 } // namespace
 
 LiveView::LiveView() : thread_([this] { RunWindow(); }) {}
@@ -54,17 +82,22 @@ LiveView::~LiveView() {
 void LiveView::Show(const vistel::Frame& frame, std::wstring figures) {
     {
         const std::lock_guard guard(lock_);
-        frame_ = frame;
-        figures_ = std::move(figures);
+        newest_ = {frame, std::move(figures)};
     }
     if (window_ != nullptr) {
         PostMessageW(window_, RedrawMessage, 0, 0);
     }
 }
 
+LiveView::Shown LiveView::Newest() {
+    const std::lock_guard guard(lock_);
+    return newest_;
+}
+
 Picture LiveView::Content() {
-    const Picture frame = NewestPicture();
-    Picture content{frame.width, frame.height + FiguresHeight, {}};
+    const Shown newest = Newest();
+    const Picture picture = ToPicture(newest.frame);
+    Picture content{picture.width, picture.height + FiguresHeight, {}};
     content.bgr = std::vector<std::uint8_t>(std::size_t{3} * content.width * content.height);
     const BITMAPINFO info = BitmapOf(content.width, content.height);
     const HDC dc = CreateCompatibleDC(nullptr);
@@ -72,7 +105,7 @@ Picture LiveView::Content() {
     const HBITMAP bitmap = CreateDIBSection(dc, &info, DIB_RGB_COLORS, &pixels, nullptr, 0);
     if (bitmap != nullptr) {
         const HGDIOBJ before = SelectObject(dc, bitmap);
-        Draw(dc, {0, 0, static_cast<LONG>(content.width), static_cast<LONG>(content.height)});
+        Draw(dc, {0, 0, static_cast<LONG>(content.width), static_cast<LONG>(content.height)}, picture, newest.figures);
         GdiFlush();
         std::memcpy(content.bgr.data(), pixels, content.bgr.size()); // a frame's rows need no padding
         SelectObject(dc, before);
@@ -127,7 +160,8 @@ LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, 
         const HDC dc = BeginPaint(window, &paint);
         RECT area;
         GetClientRect(window, &area);
-        view->Draw(dc, area);
+        const Shown newest = view->Newest();
+        Draw(dc, area, ToPicture(newest.frame), newest.figures);
         EndPaint(window, &paint);
         return 0;
     }
@@ -137,46 +171,6 @@ LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, 
     default:
         return DefWindowProcW(window, message, wParam, lParam);
     }
-}
-
-Picture LiveView::NewestPicture() {
-    const vistel::Frame frame = [this] {
-        const std::lock_guard guard(lock_);
-        return frame_;
-    }(); // Show() waits for the copy only, not for the conversion.
-    return ToPicture(frame);
-}
-
-void LiveView::Draw(HDC dc, const RECT& area) {
-    const Picture picture = NewestPicture();
-    const std::wstring figures = [this] {
-        const std::lock_guard guard(lock_);
-        return figures_;
-    }();
-    RECT figuresArea = area;
-    figuresArea.top = std::max(area.top, area.bottom - FiguresHeight);
-    RECT pictureArea = area;
-    pictureArea.bottom = figuresArea.top;
-    const RECT fitted = Fit(picture, pictureArea);
-
-    const int saved = SaveDC(dc);
-    const auto black = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
-    FillRect(dc, &figuresArea, black);
-    SetBkMode(dc, TRANSPARENT);
-    SetTextColor(dc, RGB(220, 220, 220));
-    SelectObject(dc, GetStockObject(DEFAULT_GUI_FONT));
-    figuresArea.left += 10;
-    DrawTextW(dc, figures.c_str(), static_cast<int>(figures.size()), &figuresArea,
-              DT_SINGLELINE | DT_VCENTER | DT_NOPREFIX);
-    SetStretchBltMode(dc, HALFTONE);
-    SetBrushOrgEx(dc, 0, 0, nullptr);
-    const BITMAPINFO info = BitmapOf(picture.width, picture.height);
-    StretchDIBits(dc, fitted.left, fitted.top, fitted.right - fitted.left, fitted.bottom - fitted.top, 0, 0,
-                  static_cast<int>(picture.width), static_cast<int>(picture.height), picture.bgr.data(), &info,
-                  DIB_RGB_COLORS, SRCCOPY);
-    ExcludeClipRect(dc, fitted.left, fitted.top, fitted.right, fitted.bottom);
-    FillRect(dc, &pictureArea, black);
-    RestoreDC(dc, saved);
 }
 
 } // namespace receiver

@@ -31,14 +31,18 @@ public:
     [[nodiscard]] Picture Content();
 
 private:
+    struct Shown {
+        vistel::Frame frame;
+        std::wstring figures;
+    };
+
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     void RunWindow();
-    [[nodiscard]] Picture NewestPicture();
-    void Draw(HDC dc, const RECT& area);
+    // A copy, for drawing takes longer than the lock may be held.
+    [[nodiscard]] Shown Newest();
 
     std::mutex lock_;
-    vistel::Frame frame_;
-    std::wstring figures_;
+    Shown newest_;
     std::atomic<bool> closed_ = false;
     std::atomic<HWND> window_ = nullptr;
     std::thread thread_;
