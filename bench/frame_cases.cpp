@@ -63,6 +63,8 @@ const std::vector<FrameCase>& FrameCases() {
         {"1080p RGBA on 720p", L"RGBA", 1920, 1080, 0, false, 1280, 720},
         {"1440p NV12 on 1080p", L"NV12", 2560, 1440, 0, false, 1920, 1080},
         {"1080p NV12 rotated 90", L"NV12", 1920, 1080, 90, false, 1920, 1080},
+        {"720p I420 rotated 90", L"I420", 1280, 720, 90, false, 1280, 720},
+        {"720p RGBA rotated 90", L"RGBA", 1280, 720, 90, false, 1280, 720},
     };
     return cases;
 }
