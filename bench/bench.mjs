@@ -2,11 +2,11 @@
 // table of what they measured.
 //   bench.mjs PROGRAM [CASE] [--strict] [--processes N] [--write FILE]
 import { spawnSync } from 'node:child_process';
-import { writeFileSync } from 'node:fs';
+import { existsSync, readFileSync, writeFileSync } from 'node:fs';
 import { cpus } from 'node:os';
 import { parseArgs } from 'node:util';
 
-import { Goals } from './goals.mjs';
+import { Goals, GoalsOf } from './goals.mjs';
 
 const Contenders = ['receiver', 'scalar', 'reference', 'libyuv', 'swscale'];
 const LeastProcesses = 5;
@@ -131,27 +131,56 @@ function coldTable(rows) {
     ]));
 }
 
-function report({ head, warm, cold, summary, options }) {
-    return `# How fast the frame path is
+// { vendor, family, name } of the machine's processor.
+function processor() {
+    const values = new Map(readFileSync('/proc/cpuinfo', 'utf8').split('\n').map((line) => line.split(/\s*: /)));
+    const [vendor, family, model] = ['vendor_id', 'cpu family', 'model'].map((name) => values.get(name));
+    return { vendor, family: Number(family), name: `${cpus()[0].model}, family ${family} model ${model}` };
+}
 
-Made by \`./dev bench --write docs/performance.md\` on ${cpus()[0].model} (${cpus().length} CPUs), g++ ${head.compiler},
-with the ${head.kernels} kernels. Medians of ${options.processes} processes [lowest..highest process], as ratios to the
-bound: a memcpy that reads and writes as many bytes in all, timed around each measurement. The columns are the
-receiver, its plain kernels (which run where AVX2 is missing), the tests' pixel-by-pixel reference, and libyuv and
-swscale as their users would put them together. \`*\`: not the same bytes as the reference's, so only the speed is
-compared. Other bounds: for "converted and published" two copies, the frame's and the canvas's; for "first frame" the
-conversion of a later one; for "message" the conversion of its frame.
+// How many goals are met, and what else there is to know of them.
+function summaryOf({ kernels }, judged, missed) {
+    if (kernels !== 'AVX2') {
+        return 'The goals are for AVX2, which this machine lacks: none is met.';
+    }
+    const { vendor, family, name } = processor();
+    const others = vendor === GoalsOf.vendor && family === GoalsOf.family ? ''
+        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${name}.`;
+    return `${judged.length - missed.length} of ${judged.length} goals met.${others}`;
+}
 
-## A source in the caches
+const Introduction = `# How fast the frame path is
+
+Medians of several processes [lowest..highest process], as ratios to the bound: a memcpy that reads and writes as many
+bytes in all, timed around each measurement. The columns are the receiver, its plain kernels (which run where AVX2 is
+missing), the tests' pixel-by-pixel reference, and libyuv and swscale as their users would put them together. \`*\`: not
+the same bytes as the reference's, so only the speed is compared. Other bounds: for "converted and published" two
+copies, the frame's to a canvas and the canvas's to the file; for "first frame" the conversion of a later one that
+clears its bars too; for "message" the conversion of its frame. The goals are those of one processor: others copy
+faster or slower than they compute.
+`;
+
+// The file's text with the tables of this machine's processor in it; those of others stay.
+function report(file, { head, warm, cold, summary, options }) {
+    const heading = `## ${processor().name}\n`;
+    const others = existsSync(file)
+        ? readFileSync(file, 'utf8').split(/^(?=## )/m).filter((part) => /^## /.test(part) && !part.startsWith(heading))
+        : [];
+    const own = `${heading}
+Made by \`./dev bench --write docs/performance.md\` on ${cpus().length} CPUs with g++ ${head.compiler}, the
+${head.kernels} kernels and ${options.processes} processes.
+
+### A source in the caches
 
 ${warm}
 
 ${summary}
 
-## A source in memory
+### A source in memory
 
 ${cold}
 `;
+    return [Introduction, own, ...others.map((part) => `${part.trimEnd()}\n`)].join('\n');
 }
 
 try {
@@ -169,14 +198,14 @@ try {
     }
     const judged = [...warm.rows].filter(([name]) => Goals[name]);
     const missed = judged.filter(([name, contenders]) => misses(name, contenders).length > 0);
-    const summary = warm.head.kernels === 'AVX2' ? `${judged.length - missed.length} of ${judged.length} goals met.`
-        : 'The goals are for AVX2, which this machine lacks: none is met.';
+    const summary = summaryOf(warm.head, judged, missed);
     const texts = {
         head: warm.head, warm: warmTable(warm.rows), cold: coldTable(cold.rows), summary, options,
     };
-    process.stdout.write(`A source in the caches:\n${texts.warm}\n\nA source in memory:\n${texts.cold}\n\n${summary}\n`);
+    process.stdout.write(
+        `A source in the caches:\n${texts.warm}\n\nA source in memory:\n${texts.cold}\n\n${summary}\n`);
     if (options.write) {
-        writeFileSync(options.write, report(texts));
+        writeFileSync(options.write, report(options.write, texts));
     }
     process.exitCode = options.strict && (missed.length > 0 || warm.head.kernels !== 'AVX2') ? 1 : 0;
 } catch (error) {
