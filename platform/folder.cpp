@@ -32,7 +32,7 @@ HRESULT EnsureFolderTree(const std::wstring& path) {
     if (attributes == INVALID_FILE_ATTRIBUTES) {
         return LastErrorResult();
     }
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? S_OK : HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS);
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? S_OK : HRESULT_FROM_WIN32(ERROR_DIRECTORY);
 }
 
 } // namespace receiver

@@ -15,7 +15,8 @@ namespace receiver {
 // created.
 [[nodiscard]] HRESULT EnsureFolder(const std::wstring& path) noexcept;
 
-// Creates `path` and every missing parent. A folder that exists already is a success, a file in its place is not.
+// Creates `path` and every missing parent. A folder that exists already is a success, a file in its place gives
+// HRESULT_FROM_WIN32(ERROR_DIRECTORY).
 [[nodiscard]] HRESULT EnsureFolderTree(const std::wstring& path);
 
 } // namespace receiver

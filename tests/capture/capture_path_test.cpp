@@ -58,7 +58,7 @@ TEST_F(CapturePathTest, AFolderThatWindowsDoesNotKnowFailsWithItsCode) {
 TEST_F(CapturePathTest, AFileInThePlaceOfTheSubfolderFails) {
     std::filesystem::create_directory(folders.pictures);
     WriteBytes(folders.pictures / L"Vistel", "x");
-    EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), HRESULT_FROM_WIN32(ERROR_DIRECTORY));
     EXPECT_EQ(path, L"untouched");
     EXPECT_EQ(ReadBytes(folders.pictures / L"Vistel"), "x");
 }

@@ -374,6 +374,7 @@ def test_tells_the_whole_result_with_the_error(kit):
     (0x80004001, "0x80004001 E_NOTIMPL"),
     (0x80070057, "0x80070057 E_INVALIDARG"),
     (ALREADY_EXISTS, "0x800700B7 ERROR_ALREADY_EXISTS"),
+    (0x8007010B, "0x8007010B ERROR_DIRECTORY"),
     (NOT_AVAILABLE, "0xC00D36D6 MF_E_NOT_AVAILABLE"),
     (0x88982F8B, "0x88982F8B"),
     (1, "0x00000001"),
@@ -402,6 +403,7 @@ def test_knows_whether_a_recording_runs(kit):
 
     assert kit.get("receiver.recording") is False
     assert after("startRecording()", result("recording-started", False, MP4, 0x80004005)) is False
+    assert after("startRecording()", result("recording-started", False, "", 0x8007010B)) is False
     assert after("startRecording()", result("recording-started", True, MP4, 0)) is True
     assert after("takeSnapshot()", result("snapshot", False, "", NOT_AVAILABLE)) is True
     assert after("startRecording()", result("recording-started", False, "", ALREADY_EXISTS)) is True

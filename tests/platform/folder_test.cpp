@@ -14,7 +14,7 @@ namespace receiver {
 namespace {
 
 constexpr HRESULT AccessDenied = static_cast<HRESULT>(0x80070005);
-constexpr HRESULT AlreadyExists = static_cast<HRESULT>(0x800700B7);
+constexpr HRESULT NoDirectory = static_cast<HRESULT>(0x8007010B);
 constexpr HRESULT PathNotFound = static_cast<HRESULT>(0x80070003);
 
 class FolderTest : public testing::Test {
@@ -66,9 +66,9 @@ TEST_F(FolderTest, ATreesSeparatorsMayBeOfEitherKind) {
 
 TEST_F(FolderTest, AFileInATreesPlaceIsRefused) {
     WriteBytes(top, "x");
-    EXPECT_EQ(EnsureFolderTree(top), AlreadyExists);
-    EXPECT_EQ(EnsureFolderTree(top / L"middle"), AlreadyExists);
-    EXPECT_EQ(EnsureFolderTree(deep), AlreadyExists);
+    EXPECT_EQ(EnsureFolderTree(top), NoDirectory);
+    EXPECT_EQ(EnsureFolderTree(top / L"middle"), NoDirectory);
+    EXPECT_EQ(EnsureFolderTree(deep), NoDirectory);
     EXPECT_EQ(ReadBytes(top), "x");
 }
 

@@ -13,6 +13,7 @@ import { logTexts } from './receiver_texts.mjs';
 import { goodMessage, InvalidArgument, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const AlreadyExists = 0x800700b7;
+const NoDirectory = 0x8007010b;
 const DiskFull = 0x80070070;
 const Sizes = { '720p': [1280, 720], '1080p': [1920, 1080] };
 const BitsPerSecond = { '720p': 6000000, '1080p': 10000000 };
@@ -173,7 +174,7 @@ test('without a folder for it there is no recording', async (t) => {
     await slotPage.connect();
     const assertRefused = async () => {
         assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
-            result('recording-started', '', AlreadyExists),
+            result('recording-started', '', NoDirectory),
         ]);
         await publish(slotPage, 1);
     };

@@ -9,7 +9,7 @@ import { logTexts } from './receiver_texts.mjs';
 import { frameMessage, goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const InvalidArgument = 0x80070057;
-const AlreadyExists = 0x800700b7;
+const NoDirectory = 0x8007010b;
 const NotAvailable = 0xc00d36d6;
 const LeastSimilarity = 38; // dB
 
@@ -70,7 +70,7 @@ test('a snapshot that cannot be taken is told', async (t) => {
     await slotPage.connect();
     await slotPage.post(goodMessage());
     await fs.writeFile(join(slotPage.run.out, 'Pictures/Vistel'), 'a file');
-    assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', AlreadyExists));
+    assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', NoDirectory));
     await fs.rm(join(slotPage.run.out, 'Pictures/Vistel'));
 
     // The last frame is smaller than the new size needs, until there is another one.
