@@ -1,4 +1,4 @@
-// What the receiver posts to its page, word for word.
+// What the receiver posts to its page: texts word for word, and answers as they are once parsed.
 export const UsageOn = '{"type":"virtual-camera-usage","active":true}';
 export const UsageOff = '{"type":"virtual-camera-usage","active":false}';
 
@@ -9,3 +9,7 @@ export function diagnostics(version, { osSupported, virtualCameraRegistered }) {
         `"architecture":"x64","osSupported":${osSupported},"webView2Ready":true,` +
         `"virtualCameraRegistered":${virtualCameraRegistered},"appVersion":"0.1.3"}}`;
 }
+
+export const mediaResult = (action, path, error = 0) => ({
+    type: 'media-result', action, success: error < 0x80000000, path, error,
+});

@@ -8,6 +8,7 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 
 import { captureFile, captureNames, decodeVideo, recordingFile, similarity } from './capture_files.mjs';
+import { mediaResult } from './page_messages.mjs';
 import { fillGradient } from './pages/gradient.mjs';
 import { logTexts } from './receiver_texts.mjs';
 import { goodMessage, InvalidArgument, Ok, startOnSlotPage } from './slot_page_run.mjs';
@@ -19,14 +20,10 @@ const Sizes = { '720p': [1280, 720], '1080p': [1920, 1080] };
 const BitsPerSecond = { '720p': 6000000, '1080p': 10000000 };
 const LeastSimilarity = 33; // dB; two steps of the gradient reach 24
 
-const result = (action, path, error = 0) => ({
-    type: 'media-result', action, success: error < 0x80000000, path, error,
-});
-
 // Starts a recording; the path that the page is told.
 async function startRecording(slotPage) {
     const [started, ...others] = await slotPage.mediaCommand('media:record:start');
-    assert.deepEqual(started, result('recording-started', started.path));
+    assert.deepEqual(started, mediaResult('recording-started', started.path));
     assert.deepEqual(others, []);
     return started.path;
 }
@@ -55,7 +52,7 @@ test('a recording holds every frame that was published, at its time', async (t) 
         assert.deepEqual(await slotPage.post('frame:0:NV12'), { [InvalidArgument]: 1 });
         const published = (slotPage.frameFile.header().sequence - before) / 2;
         assert.equal(published, 25);
-        assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', path)]);
+        assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', path)]);
 
         const recording = slotPage.run.encoder.recordings.at(-1);
         assert.deepEqual(recording.output, {
@@ -86,23 +83,23 @@ test('recordings begin and end in any order', async (t) => {
     const slotPage = await startOnSlotPage(t);
     await slotPage.connect();
     const { recordings } = slotPage.run.encoder;
-    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', '', 1)]);
     assert.deepEqual(await captureNames(slotPage.run, 'Videos'), []);
 
     const first = await startRecording(slotPage);
     await publish(slotPage, 2);
     assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
-        result('recording-started', '', AlreadyExists),
+        mediaResult('recording-started', '', AlreadyExists),
     ]);
     await publish(slotPage, 2);
-    assert.deepEqual(await slotPage.mediaCommand('quality:720p'), [result('recording-stopped', first)]);
+    assert.deepEqual(await slotPage.mediaCommand('quality:720p'), [mediaResult('recording-stopped', first)]);
     assert.deepEqual(await slotPage.mediaCommand('quality:1080p'), []);
     await publish(slotPage, 1); // belongs to no recording
     assert.equal((await checkFile(slotPage, first, recordings[0], 1280, 720)).length, 4);
 
     const second = await startRecording(slotPage);
     await publish(slotPage, 3);
-    assert.deepEqual(await slotPage.mediaCommand('quality:8k'), [result('recording-stopped', second)]);
+    assert.deepEqual(await slotPage.mediaCommand('quality:8k'), [mediaResult('recording-stopped', second)]);
     assert.equal((await checkFile(slotPage, second, recordings[1], 1920, 1080)).length, 3);
 
     // The end of the program is the end of a recording.
@@ -124,10 +121,12 @@ test('whatever fails in a recording is told, and the camera goes on', async (t) 
     });
     await slotPage.connect();
     for (const code of [0xc00d1001, 0xc00d1002, 0xc00d1003, 0xc00d1004]) {
-        assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [result('recording-started', '', code)]);
+        assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
+            mediaResult('recording-started', '', code),
+        ]);
         await publish(slotPage, 1);
     }
-    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', '', 1)]);
 
     const failing = await startRecording(slotPage);
     await publish(slotPage, 2);
@@ -135,20 +134,20 @@ test('whatever fails in a recording is told, and the camera goes on', async (t) 
     assert.deepEqual(await slotPage.post(goodMessage()), { C00D1005: 1 });
     assert.equal(slotPage.frameFile.header().sequence, sequence + 2);
     assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)), [
-        result('recording-failed', failing, 0xc00d1005),
+        mediaResult('recording-failed', failing, 0xc00d1005),
     ]);
     await publish(slotPage, 1);
-    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', '', 1)]);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', '', 1)]);
     assert.equal((await checkFile(slotPage, failing, slotPage.run.encoder.recordings.at(-1), 1280, 720)).length, 2);
 
     const unfinished = await startRecording(slotPage);
     await publish(slotPage, 2);
     assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [
-        result('recording-stopped', unfinished, 0xc00d1006),
+        mediaResult('recording-stopped', unfinished, 0xc00d1006),
     ]);
     const good = await startRecording(slotPage);
     await publish(slotPage, 2);
-    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [result('recording-stopped', good)]);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', good)]);
     assert.equal(await slotPage.run.closeWindow(), 0);
 });
 
@@ -164,7 +163,7 @@ test('a full disk ends the recording, not the picture', async (t) => {
     }
     assert.deepEqual(answers, { [DiskFull.toString(16).toUpperCase()]: 1 });
     assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)).at(-1),
-                     result('recording-failed', path, DiskFull));
+                     mediaResult('recording-failed', path, DiskFull));
     assert.ok(existsSync(captureFile(slotPage.run, 'Videos', path)));
     await publish(slotPage, 2);
     assert.equal(await slotPage.run.closeWindow(), 0);
@@ -179,7 +178,7 @@ test('without a folder for it there is no recording', async (t) => {
     await slotPage.connect();
     const assertRefused = async () => {
         assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [
-            result('recording-started', '', NoDirectory),
+            mediaResult('recording-started', '', NoDirectory),
         ]);
         await publish(slotPage, 1);
     };

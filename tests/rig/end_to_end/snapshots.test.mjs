@@ -5,6 +5,7 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 
 import { captureFile, captureNames, decodeJpeg, similarity } from './capture_files.mjs';
+import { mediaResult } from './page_messages.mjs';
 import { logTexts } from './receiver_texts.mjs';
 import { frameMessage, goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
@@ -13,7 +14,7 @@ const NoDirectory = 0x8007010b;
 const NotAvailable = 0xc00d36d6;
 const LeastSimilarity = 38; // dB
 
-const result = (path, error = 0) => [{ type: 'media-result', action: 'snapshot', success: error === 0, path, error }];
+const result = (path, error = 0) => [mediaResult('snapshot', path, error)];
 
 // Red, green and blue of an NV12 picture, in ITU-R BT.601 with limited range.
 function colours({ picture, width, height }) {
