@@ -1,7 +1,7 @@
 // Snapshots and recordings that the page asks for, from its text to the files, the log and what it is told.
-#include "frames/frame_file.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
+#include "tests/support/apartment.h"
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -10,11 +10,8 @@
 #include <windows.h>
 
 #include <mferror.h>
-#include <objbase.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -26,20 +23,14 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr wchar_t Frame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 constexpr HRESULT DiskFull = static_cast<HRESULT>(0x80070070);
 
 class PageCaptureTest : public ShellTest {
 protected:
     void SetUp() override {
-        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); // for the snapshot's encoder
         OpenBrowser();
         ASSERT_EQ(Post(L"ready"), S_OK);
         Forget();
-    }
-    void TearDown() override {
-        ShellTest::TearDown();
-        CoUninitialize();
     }
     // What the page is told ends up in `told`.
     HRESULT Post(const std::wstring& text) {
@@ -62,20 +53,16 @@ protected:
                (success ? L"true" : L"false") + L",\"path\":\"" + escaped + L"\",\"error\":" + std::to_wstring(code) +
                L"}";
     }
-    std::uint64_t Publishes() const {
-        const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
-        FrameFileHeader header{};
-        std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
-        return header.sequence / 2;
-    }
+    std::uint64_t Publishes() const { return FrameHeader().sequence / 2; }
 
+    const Apartment apartment; // for the snapshot's encoder
     CaptureFolders folders;
     SinkWriterFakes fakes;
     std::vector<std::wstring> told;
 };
 
 TEST_F(PageCaptureTest, ASnapshotOfTheLastFrameIsSaved) {
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     Forget();
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
     EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", true, folders.PicturePath(), 0)));
@@ -84,7 +71,7 @@ TEST_F(PageCaptureTest, ASnapshotOfTheLastFrameIsSaved) {
 }
 
 TEST_F(PageCaptureTest, ASnapshotThatFailsNamesItsFile) {
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     Forget();
     ASSERT_EQ(Post(L"quality:1080p"), S_OK); // The frame is smaller than the new size needs.
     Forget();
@@ -96,7 +83,7 @@ TEST_F(PageCaptureTest, ASnapshotThatFailsNamesItsFile) {
 
 TEST_F(PageCaptureTest, ASnapshotAfterAChangeToTheSmallerSizeReadsTheBeginningOfTheFrame) {
     ASSERT_EQ(Post(L"quality:1080p"), S_OK);
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     ASSERT_EQ(Post(L"quality:720p"), S_OK);
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
     const std::string jpeg = ReadBytes(folders.PicturePath());
@@ -106,7 +93,7 @@ TEST_F(PageCaptureTest, ASnapshotAfterAChangeToTheSmallerSizeReadsTheBeginningOf
 }
 
 TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     folders.result = static_cast<HRESULT>(0x80070003);
     EXPECT_EQ(Post(L"media:snapshot"), folders.result);
     EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, L"", 0x80070003)));
@@ -115,15 +102,15 @@ TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {
 TEST_F(PageCaptureTest, ARecordingHoldsTheFramesThatArePublished) {
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
     EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", true, folders.VideoPath(), 0)));
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(Post(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"), MF_E_INVALIDMEDIATYPE); // not published
     EXPECT_EQ(fakes.samples.size(), 2U);
     EXPECT_EQ(fakes.samples.at(0).bytes.size(), 1382400U);
     EXPECT_EQ(Post(L"media:record:stop"), S_OK);
     EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.size(), 2U);
     EXPECT_THAT(LogLines(), ElementsAre("Recording started", testing::StartsWith("First frame descriptor: "),
                                         "First browser frame published", "Recording stopped"));
@@ -132,7 +119,7 @@ TEST_F(PageCaptureTest, ARecordingHoldsTheFramesThatArePublished) {
 TEST_F(PageCaptureTest, ARecordingIsOfTheSizeInForce) {
     ASSERT_EQ(Post(L"quality:1080p"), S_OK);
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.at(0).bytes.size(), 3110400U);
 }
 
@@ -141,25 +128,25 @@ TEST_F(PageCaptureTest, ASecondStartIsRefusedAndTheFirstGoesOn) {
     EXPECT_EQ(Post(L"media:record:start"), static_cast<HRESULT>(0x800700B7));
     EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", false, L"", 2147942583)));
     EXPECT_EQ(LogLines().back(), "Recording started (HRESULT 0x800700B7)");
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.size(), 1U);
 }
 
 TEST_F(PageCaptureTest, AFrameThatCannotBeWrittenEndsTheRecordingAndIsPublished) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     const std::uint64_t publishes = Publishes();
     fakes.Fail("WriteSample", DiskFull);
     fakes.Fail("Finalize", E_FAIL); // How the file was closed is not what the page needs to know.
     (void)fakes.TakeCalls();
     Forget();
-    EXPECT_EQ(Post(Frame), DiskFull);
+    EXPECT_EQ(Post(GoodFrame), DiskFull);
     EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-failed", false, folders.VideoPath(), 0x80070070)));
     EXPECT_THAT(fakes.TakeCalls(), ElementsAre("WriteSample", "Finalize", "released"));
     EXPECT_EQ(Publishes(), publishes + 1);
     EXPECT_THAT(LogLines(), IsEmpty());
 
-    EXPECT_EQ(Post(Frame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(told, IsEmpty());
     EXPECT_THAT(fakes.TakeCalls(), IsEmpty());
     fakes.FailNothing();
@@ -169,7 +156,7 @@ TEST_F(PageCaptureTest, AFrameThatCannotBeWrittenEndsTheRecordingAndIsPublished)
 TEST_F(PageCaptureTest, WhatTheWriterSaysOfAFrameIsTheResult) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
     fakes.Fail("WriteSample", S_FALSE);
-    EXPECT_EQ(Post(Frame), S_FALSE);
+    EXPECT_EQ(Post(GoodFrame), S_FALSE);
     EXPECT_THAT(told, IsEmpty());
     EXPECT_EQ(Post(L"media:record:stop"), S_OK);
 }
@@ -204,7 +191,7 @@ TEST_F(PageCaptureTest, ARecordingThatCannotStartIsReported) {
 
 TEST_F(PageCaptureTest, TheEndOfTheReceiverFinishesARecording) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
-    ASSERT_EQ(Post(Frame), S_OK);
+    ASSERT_EQ(Post(GoodFrame), S_OK);
     (void)fakes.TakeCalls();
     EndReceiver();
     EXPECT_THAT(fakes.TakeCalls(), ElementsAre("Finalize", "released"));

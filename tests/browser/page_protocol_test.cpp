@@ -6,7 +6,6 @@
 
 #include <windows.h>
 
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -17,8 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-constexpr wchar_t GrayFrame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
 class PageProtocolTest : public ShellTest {
 protected:
@@ -34,14 +31,9 @@ protected:
         calls.erase(calls.begin());
         return result;
     }
-    // Width and height in the header of the shared frame file.
     std::vector<unsigned> PublishedSize() const {
-        const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
-        unsigned size[2] = {};
-        if (bytes.size() == 6220864) {
-            std::memcpy(size, bytes.data() + 8, sizeof(size));
-        }
-        return {size[0], size[1]};
+        const FrameFileHeader header = FrameHeader();
+        return {header.width, header.height};
     }
 
     const std::filesystem::path qualityFile = programData / L"Vistel" / L"video-quality.txt";
@@ -161,7 +153,7 @@ TEST_F(PageProtocolTest, AMediaResultsPathIsEscaped) {
 
 TEST_F(PageProtocolTest, AQualityIsLoggedAndTakesEffectWithTheNextFrame) {
     ASSERT_EQ(Post(L"ready"), S_OK);
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
     std::filesystem::remove(log);
 
@@ -169,12 +161,12 @@ TEST_F(PageProtocolTest, AQualityIsLoggedAndTakesEffectWithTheNextFrame) {
     EXPECT_THAT(LogLines(), ElementsAre("Video quality selected: 1080p"));
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1920U, 1080U));
 
     EXPECT_EQ(Post(L"quality:720p"), S_OK);
     EXPECT_EQ(LogLines().back(), "Video quality selected: 720p");
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
 }
 
@@ -194,7 +186,7 @@ TEST_F(PageProtocolTest, AQualityThatCannotBeSavedTakesEffectAllTheSame) {
     EXPECT_EQ(Post(L"quality:1080p"), E_FAIL);
     EXPECT_THAT(LogLines(), ElementsAre("Video quality selected: 1080p"));
     EXPECT_THAT(calls, IsEmpty());
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1920U, 1080U));
 }
 
@@ -206,7 +198,7 @@ TEST_F(PageProtocolTest, AnUnknownQualityIsRefusedSilentlyAndChangesNothing) {
         EXPECT_THAT(calls, IsEmpty());
     }
     EXPECT_FALSE(std::filesystem::exists(log));
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_THAT(PublishedSize(), ElementsAre(1280U, 720U));
 }
 
@@ -229,7 +221,7 @@ TEST_F(PageProtocolTest, MemoryThatCannotBeHadNeverEscapes) {
         }
     }
     EXPECT_EQ(Post(L"ready"), S_OK); // All is as before.
-    EXPECT_EQ(Post(GrayFrame), S_OK);
+    EXPECT_EQ(Post(GoodFrame), S_OK);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "platform/com_ptr.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/support/allocation_fault.h"
+#include "tests/support/apartment.h"
 #include "tests/support/function_patch.h"
 
 #include <gmock/gmock.h>
@@ -25,15 +26,6 @@ namespace receiver {
 namespace {
 
 constexpr HRESULT Failure = static_cast<HRESULT>(0x88982F99);
-
-// COM for one test.
-class Apartment {
-public:
-    Apartment() { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); }
-    Apartment(const Apartment&) = delete;
-    Apartment& operator=(const Apartment&) = delete;
-    ~Apartment() { CoUninitialize(); }
-};
 
 struct Picture {
     UINT width = 0;

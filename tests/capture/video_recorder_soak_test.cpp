@@ -3,6 +3,7 @@
 #include "capture/video_recorder.h"
 
 #include "tests/capture/capture_folders.h"
+#include "tests/support/apartment.h"
 #include "tests/support/function_patch.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <windows.h>
 
 #include <mfapi.h>
-#include <objbase.h>
 #include <psapi.h>
 
 #include <cstdint>
@@ -59,7 +59,7 @@ std::vector<std::int64_t> FrameTimes(const std::string& account) {
 }
 
 TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
-    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+    const Apartment apartment;
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_FULL), S_OK);
     const CaptureFolders folders;
     const std::uint64_t start = GetTickCount64();
@@ -95,7 +95,6 @@ TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
                 static_cast<std::size_t>(std::filesystem::file_size(path) >> 20),
                 static_cast<std::size_t>(before >> 10), static_cast<std::size_t>(after >> 10));
     EXPECT_EQ(MFShutdown(), S_OK);
-    CoUninitialize();
 }
 
 } // namespace

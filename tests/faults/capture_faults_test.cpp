@@ -33,6 +33,14 @@ void StartRecording(FaultBed& bed) {
     bed.Note(calls.empty() || calls.back() == "released" ? "idle" : "recording");
 }
 
+void EndWhileRecording(FaultBed& bed) {
+    bed.Product([&] {
+        bed.app.reset();
+        return S_OK;
+    });
+    bed.Note(bed.writers.TakeCalls().back() == "released" ? "released" : "held");
+}
+
 TEST(FaultsOf, Snapshot) {
     FailEveryCallOf({
         .name = "snapshot",
@@ -127,14 +135,7 @@ TEST(FaultsOf, EndWhileRecording) {
     FailEveryCallOf({
         .name = "end-while-recording",
         .prepare = Record,
-        .run =
-            [](FaultBed& bed) {
-                bed.Product([&] {
-                    bed.app.reset();
-                    return S_OK;
-                });
-                bed.Note(bed.writers.TakeCalls().back() == "released" ? "released" : "held");
-            },
+        .run = EndWhileRecording,
         .good = {"result 0x00000000", "released"},
         .unnoticed = "IMFSinkWriter::Finalize UnmapViewOfFile CloseHandle",
         .again =
@@ -142,11 +143,7 @@ TEST(FaultsOf, EndWhileRecording) {
                 bed.app.emplace();
                 Record(bed);
                 (void)bed.Observe();
-                bed.Product([&] {
-                    bed.app.reset();
-                    return S_OK;
-                });
-                bed.Note(bed.writers.TakeCalls().back() == "released" ? "released" : "held");
+                EndWhileRecording(bed);
             },
     });
 }

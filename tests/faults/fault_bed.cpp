@@ -1,6 +1,5 @@
 #include "tests/faults/fault_bed.h"
 
-#include "frames/frame_file.h"
 #include "tests/support/allocation_fault.h"
 
 #include <gmock/gmock.h>
@@ -8,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -316,15 +314,9 @@ public:
 
 } // namespace
 
-FaultBed::FaultBed() {
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
-    std::filesystem::current_path(folder.Path());
-}
+FaultBed::FaultBed() { std::filesystem::current_path(folder.Path()); }
 
-FaultBed::~FaultBed() {
-    std::filesystem::current_path(oldCurrent_);
-    CoUninitialize();
-}
+FaultBed::~FaultBed() { std::filesystem::current_path(oldCurrent_); }
 
 void FaultBed::TearDown() {
     file.reset();
@@ -354,7 +346,7 @@ void FaultBed::Poll(ULONGLONG afterMs) {
 
 void FaultBed::MakePageReady() {
     EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
-    EXPECT_EQ(browser.RaiseWebMessage(FrameText), S_OK);
+    EXPECT_EQ(browser.RaiseWebMessage(GoodFrame), S_OK);
     NotePublished();
 }
 
@@ -371,15 +363,13 @@ void FaultBed::OpenWithCameraInUse() {
 }
 
 void FaultBed::PostFrame() {
-    Post(FrameText);
+    Post(GoodFrame);
     NotePublished();
 }
 
 void FaultBed::NotePublished() {
-    const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
-    FrameFileHeader header{};
-    std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
-    Note(header.sequence > std::exchange(published_, header.sequence) ? "published" : "not published");
+    const std::uint64_t sequence = FrameHeader().sequence;
+    Note(sequence > std::exchange(published_, sequence) ? "published" : "not published");
 }
 
 FARPROC FaultBed::KnownVersion::operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const {

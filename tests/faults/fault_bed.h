@@ -5,6 +5,7 @@
 #include "frames/shared_frame_file.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
+#include "tests/support/apartment.h"
 #include "tests/support/call_watch.h"
 #include "tests/support/shell_test.h"
 
@@ -70,6 +71,7 @@ public:
     // The page's frame, and whether it was published.
     void PostFrame();
 
+    const Apartment apartment;
     CaptureFolders captures;
     SinkWriterFakes writers;
     std::optional<SharedFrameFile> file{std::in_place};
@@ -120,7 +122,6 @@ struct Operation {
 };
 
 inline constexpr char UsageOn[] = R"(told {"type":"virtual-camera-usage","active":true})";
-inline constexpr wchar_t FrameText[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
 // Everything that is known of the functions called.
 [[nodiscard]] std::span<const CallRule> CallRules();

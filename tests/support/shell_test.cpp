@@ -2,6 +2,8 @@
 
 #include "browser/webview_callbacks.h"
 
+#include <algorithm>
+#include <cstring>
 #include <exception>
 #include <iterator>
 #include <regex>
@@ -133,6 +135,13 @@ HWND ShellTest::MainWindow() {
         },
         reinterpret_cast<LPARAM>(&found));
     return found;
+}
+
+FrameFileHeader ShellTest::FrameHeader() const {
+    const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
+    FrameFileHeader header{};
+    std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+    return header;
 }
 
 std::vector<std::string> ShellTest::LinesOf(const std::filesystem::path& file) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/receiver_app.h"
+#include "frames/frame_file.h"
 #include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 #include "tests/support/webview2_fakes.h"
@@ -38,6 +39,9 @@ struct PrivateEventName {
     }
 };
 
+// A frame message that is published, whatever lies in the slot.
+inline constexpr wchar_t GoodFrame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
+
 class ShellTest : public testing::Test {
 protected:
     ShellTest();
@@ -61,6 +65,8 @@ protected:
     // The receiver's main window; null when there is none.
     [[nodiscard]] static HWND MainWindow();
 
+    // The header of the camera's file; all zeros while there is none.
+    [[nodiscard]] FrameFileHeader FrameHeader() const;
     // The lines of the log, without their times.
     [[nodiscard]] std::vector<std::string> LogLines() const { return LinesOf(log); }
     [[nodiscard]] static std::vector<std::string> LinesOf(const std::filesystem::path& file);
