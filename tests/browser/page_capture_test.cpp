@@ -1,7 +1,9 @@
 // Snapshots and recordings that the page asks for, from its text to the files, the log and what it is told.
+#include "platform/com_ptr.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
 #include "tests/support/apartment.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +12,7 @@
 #include <windows.h>
 
 #include <mferror.h>
+#include <wincodec.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -81,15 +84,24 @@ TEST_F(PageCaptureTest, ASnapshotThatFailsNamesItsFile) {
     EXPECT_FALSE(std::filesystem::exists(folders.PicturePath()));
 }
 
-TEST_F(PageCaptureTest, ASnapshotAfterAChangeToTheSmallerSizeReadsTheBeginningOfTheFrame) {
-    ASSERT_EQ(Post(L"quality:1080p"), S_OK);
+TEST_F(PageCaptureTest, AFullDiskIsToldAndStopsNoFrame) {
     ASSERT_EQ(Post(GoodFrame), S_OK);
-    ASSERT_EQ(Post(L"quality:720p"), S_OK);
+    const std::uint64_t publishes = Publishes();
+    {
+        ComPtr<IWICImagingFactory> factory;
+        ComPtr<IWICStream> stream;
+        ASSERT_EQ(CoCreateInstance(CLSID_WICImagingFactory2, nullptr, CLSCTX_INPROC_SERVER, IID_IWICImagingFactory,
+                                   factory.PutVoid()),
+                  S_OK);
+        ASSERT_EQ(factory->CreateStream(stream.Put()), S_OK);
+        const MethodPatch opening(stream.Get(), &IWICStream::InitializeFromFilename,
+                                  [](auto*, auto...) { return DiskFull; });
+        EXPECT_EQ(Post(L"media:snapshot"), DiskFull);
+        EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070070)));
+        EXPECT_EQ(Post(GoodFrame), S_OK);
+    }
+    EXPECT_EQ(Publishes(), publishes + 1);
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
-    const std::string jpeg = ReadBytes(folders.PicturePath());
-    const std::size_t frameHeader = jpeg.find("\xFF\xC0"); // then length, precision, height, width
-    ASSERT_NE(frameHeader, std::string::npos);
-    EXPECT_EQ(jpeg.substr(frameHeader + 5, 4), std::string("\x02\xD0\x05\x00", 4)); // 720, 1280
 }
 
 TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {

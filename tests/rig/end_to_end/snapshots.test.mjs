@@ -7,7 +7,7 @@ import { test } from 'node:test';
 import { captureFile, captureNames, decodeJpeg, similarity } from './capture_files.mjs';
 import { mediaResult } from './page_messages.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { frameMessage, goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+import { frameMessage, goodMessage, InvalidMediaType, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const InvalidArgument = 0x80070057;
 const NoDirectory = 0x8007010b;
@@ -33,6 +33,16 @@ function colours({ picture, width, height }) {
     return pixels;
 }
 
+// Takes a snapshot of that size; its file and its picture.
+async function takeSnapshot(slotPage, width, height) {
+    const answers = await slotPage.mediaCommand('media:snapshot');
+    assert.deepEqual(answers, result(answers[0].path));
+    const file = captureFile(slotPage.run, 'Pictures', answers[0].path);
+    const snapshot = await decodeJpeg(file);
+    assert.deepEqual([snapshot.width, snapshot.height], [width, height]);
+    return { file, pixels: snapshot.pixels };
+}
+
 test('a snapshot shows what the camera shows', async (t) => {
     const slotPage = await startOnSlotPage(t);
     await slotPage.connect();
@@ -49,12 +59,9 @@ test('a snapshot shows what the camera shows', async (t) => {
         })]) {
             await slotPage.paint(0, width, height, names.length);
             assert.deepEqual(await slotPage.post(message), { [Ok]: 1 });
-            const [{ path }] = await slotPage.mediaCommand('media:snapshot');
-            const file = captureFile(slotPage.run, 'Pictures', path);
+            const { file, pixels } = await takeSnapshot(slotPage, width, height);
             names.push(file);
-            const snapshot = await decodeJpeg(file);
-            assert.deepEqual([snapshot.width, snapshot.height], [width, height]);
-            const found = similarity(snapshot.pixels, colours(await slotPage.frameFile.newestFrame()));
+            const found = similarity(pixels, colours(await slotPage.frameFile.newestFrame()));
             assert.ok(found > LeastSimilarity, `${message} at ${quality}: ${found} dB`);
         }
     }
@@ -66,22 +73,49 @@ test('a snapshot shows what the camera shows', async (t) => {
     ]);
 });
 
+test('a snapshot is made of what the last frame has left', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    await slotPage.connect();
+    // A larger frame whose beginning is a smaller picture.
+    await slotPage.post('quality:1080p');
+    await slotPage.paint(0, 1280, 720, 1);
+    assert.deepEqual(await slotPage.post(goodMessage(0, 1920, 1080), 'quality:720p'), { [Ok]: 2 });
+    const { picture } = await slotPage.frameFile.newestFrame();
+    assert.equal(picture.length, 1920 * 1080 * 3 / 2);
+    const smaller = await takeSnapshot(slotPage, 1280, 720);
+    const found = similarity(smaller.pixels, colours({ picture, width: 1280, height: 720 }));
+    assert.ok(found > LeastSimilarity, `${found} dB`);
+
+    // A frame that cannot be drawn leaves black, which nobody publishes.
+    const { sequence } = slotPage.frameFile.header();
+    assert.deepEqual(await slotPage.post(goodMessage().replace('NV12', 'YUY2')), { [InvalidMediaType]: 1 });
+    assert.equal(slotPage.frameFile.header().sequence, sequence);
+    const black = await takeSnapshot(slotPage, 1280, 720);
+    assert.ok(black.pixels.every((value) => value === 0));
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
 test('a snapshot that cannot be taken is told', async (t) => {
     const slotPage = await startOnSlotPage(t);
     await slotPage.connect();
     await slotPage.post(goodMessage());
-    await fs.writeFile(join(slotPage.run.out, 'Pictures/Vistel'), 'a file');
+    const pictures = join(slotPage.run.out, 'Pictures');
+    await fs.writeFile(join(pictures, 'Vistel'), 'a file');
     assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', NoDirectory));
-    await fs.rm(join(slotPage.run.out, 'Pictures/Vistel'));
+    await fs.rm(pictures, { recursive: true });
+    await fs.writeFile(pictures, 'a file');
+    assert.deepEqual(await slotPage.mediaCommand('media:snapshot'), result('', NoDirectory));
+    await fs.rm(pictures);
+    await fs.mkdir(pictures);
 
     // The last frame is smaller than the new size needs, until there is another one.
     await slotPage.post('quality:1080p');
-    const [answer] = await slotPage.mediaCommand('media:snapshot');
-    assert.deepEqual([answer], result(answer.path, InvalidArgument));
-    captureFile(slotPage.run, 'Pictures', answer.path);
+    const answers = await slotPage.mediaCommand('media:snapshot');
+    assert.deepEqual(answers, result(answers[0].path, InvalidArgument));
+    captureFile(slotPage.run, 'Pictures', answers[0].path);
     assert.deepEqual(await captureNames(slotPage.run, 'Pictures'), []);
     await slotPage.post(goodMessage());
-    assert.equal((await slotPage.mediaCommand('media:snapshot'))[0].success, true);
+    await takeSnapshot(slotPage, 1920, 1080);
     assert.equal((await captureNames(slotPage.run, 'Pictures')).length, 1);
     assert.equal(await slotPage.run.closeWindow(), 0);
 });
