@@ -1,4 +1,6 @@
 // wWinMain itself: what it starts, in which order it takes that down, and what it makes of the command line.
+#include "tests/capture/capture_folders.h"
+#include "tests/capture/sink_writer_fake.h"
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -94,6 +96,21 @@ TEST_F(EntryPointTest, TakesAllDownBeforeTheApplicationLetsGo) {
     EXPECT_THAT(browser.TakeCalls(),
                 ElementsAre(L"MFShutdown", L"CoUninitialize", L"released SharedBuffer1", L"released SharedBuffer0",
                             L"released WebView", L"released Controller", L"released Environment"));
+}
+
+TEST_F(EntryPointTest, ARecordingIsFinishedWhenTheApplicationLetsGo) {
+    const CaptureFolders folders;
+    SinkWriterFakes writers;
+    EXPECT_EQ(Main(L"",
+                   [&] {
+                       browser.CompleteBoth();
+                       EXPECT_EQ(browser.RaiseWebMessage(L"media:record:start"), S_OK);
+                       (void)browser.TakeCalls();
+                       writers.onCall = [&](const std::string& call) { browser.Note({call.begin(), call.end()}); };
+                   }),
+              0);
+    EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"MFShutdown", L"CoUninitialize", L"Finalize", L"released",
+                                                 L"released WebView", L"released Controller", L"released Environment"));
 }
 
 TEST_F(EntryPointTest, StartsComAsASingleThreadedApartmentAndMediaFoundationInFull) {

@@ -19,7 +19,7 @@ public:
     ULONG STDMETHODCALLTYPE Release() override {
         const ULONG left = --references_;
         if (left == 0) {
-            fakes_.calls.emplace_back("released");
+            fakes_.Note("released");
             delete this;
         }
         return left;

@@ -11,6 +11,7 @@
 #include <mfreadwrite.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -36,6 +37,7 @@ public:
     [[nodiscard]] std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
 
     std::vector<std::string> calls; // with "Create" in front and "released" at the end of a writer
+    std::function<void(const std::string&)> onCall; // hears of each of them
     std::wstring url; // of the newest writer, like what follows
     ComPtr<IMFMediaType> outputType;
     ComPtr<IMFMediaType> inputType;
@@ -45,8 +47,14 @@ public:
 private:
     class Writer;
 
-    HRESULT Result(const std::string& name) {
+    void Note(const std::string& name) {
         calls.push_back(name);
+        if (onCall) {
+            onCall(name);
+        }
+    }
+    HRESULT Result(const std::string& name) {
+        Note(name);
         const auto failure = failures_.find(name);
         return failure != failures_.end() ? failure->second : S_OK;
     }

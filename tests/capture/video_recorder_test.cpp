@@ -247,14 +247,9 @@ TEST_F(VideoRecorderTest, TimesAreThoseOfTheClockAndAlwaysGrow) {
 }
 
 TEST_F(VideoRecorderTest, TimeBeginsWhenTheWriterIsReady) {
-    {
-        const ImportPatch slowTypes("mfplat.dll", "MFCreateMediaType", &MFCreateMediaType,
-                                    [this](auto* original, IMFMediaType** type) {
-                                        tick += 500;
-                                        return original(type);
-                                    });
-        Start();
-    }
+    fakes.onCall = [this](const std::string&) { tick += 500; };
+    Start();
+    fakes.onCall = nullptr;
     tick += 100;
     EXPECT_EQ(Write(), S_OK);
     EXPECT_THAT(SampleTimes(), ElementsAre(1'000'000));
