@@ -19,7 +19,7 @@ namespace receiver {
 class CaptureFolders {
 public:
     const PrivateFolder folder;
-    const std::filesystem::path pictures = folder.Path() / L"Pictures";
+    std::filesystem::path pictures = folder.Path() / L"Pictures";
     const std::filesystem::path videos = folder.Path() / L"Videos";
     SYSTEMTIME now{2024, 3, 2, 5, 14, 27, 9, 42}; // a Tuesday
     HRESULT result = S_OK; // of asking for a folder

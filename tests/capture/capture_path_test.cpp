@@ -1,5 +1,6 @@
 #include "capture/capture_path.h"
 
+#include "capture/capture_name.h"
 #include "tests/capture/capture_folders.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace receiver {
 namespace {
@@ -42,6 +44,25 @@ TEST_F(CapturePathTest, MakesEveryMissingParent) {
     folders.made = false;
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Videos, L"mp4", &path), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(folders.videos / L"Vistel"));
+}
+
+// The share is the test's own folder; what stands above a share is none.
+TEST_F(CapturePathTest, TheUsersFolderMayBeOnAServer) {
+    const std::wstring share = LR"(\\server\share)";
+    const auto onDisk = [&](std::wstring_view name) {
+        return name.starts_with(share) ? folders.folder.Path().wstring().append(name.substr(share.size())) : L"?";
+    };
+    const ImportPatch creations("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
+                                [&](auto* original, LPCWSTR name, SECURITY_ATTRIBUTES* attributes) {
+                                    return original(onDisk(name).c_str(), attributes);
+                                });
+    const ImportPatch looks("kernel32.dll", "GetFileAttributesW", &GetFileAttributesW,
+                            [&](auto* original, LPCWSTR name) { return original(onDisk(name).c_str()); });
+    folders.pictures = share + LR"(\anna\Pictures)";
+    folders.made = false;
+    EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), S_OK);
+    EXPECT_EQ(path, share + LR"(\anna\Pictures\Vistel\Vistel-20240305-142709-042.jpg)");
+    EXPECT_TRUE(std::filesystem::is_directory(folders.folder.Path() / L"anna" / L"Pictures" / L"Vistel"));
 }
 
 TEST_F(CapturePathTest, NeedsAPlaceForThePath) {
@@ -88,12 +109,13 @@ TEST(CapturePathSystemTest, IsInTheUsersOwnFolderAtTheLocalTime) {
     GetLocalTime(&after);
     EXPECT_EQ(std::filesystem::path(path).parent_path(), expected);
     EXPECT_TRUE(std::filesystem::is_directory(expected));
-    const auto day = [](const SYSTEMTIME& time) {
-        return L"Vistel-" + std::to_wstring(time.wYear * 10000 + time.wMonth * 100 + time.wDay);
+    const auto nameAt = [](const SYSTEMTIME& time) {
+        return CaptureFileName(
+            {time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds}, L"jpg");
     };
     const std::wstring name = std::filesystem::path(path).filename().wstring();
-    EXPECT_GE(name.substr(0, 15), day(before));
-    EXPECT_LE(name.substr(0, 15), day(after));
+    EXPECT_GE(name, nameAt(before));
+    EXPECT_LE(name, nameAt(after));
 }
 
 } // namespace

@@ -131,7 +131,7 @@ TEST_F(SnapshotWriterTest, WithoutAFolderThereIsNoPath) {
 
 TEST_F(SnapshotWriterTest, AFolderInTheFilesPlaceIsReported) {
     std::filesystem::create_directories(folders.PicturePath());
-    EXPECT_TRUE(FAILED(Save()));
+    EXPECT_EQ(Save(), E_ACCESSDENIED);
     EXPECT_EQ(path, folders.PicturePath());
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
