@@ -1,27 +1,42 @@
 // `./dev run` as a person uses it: started, watched, ended.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { existsSync } from 'node:fs';
 import { mkdtemp, readFile, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { join, resolve } from 'node:path';
 import { test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
-import { end, start, within } from '../processes.mjs';
-import { FrameFile } from './frame_file.mjs';
+import { end, start, until, within } from '../processes.mjs';
 
 const LimitMs = 90000;
 
-test('a run with a camera tells what a frame has cost', async (t) => {
+test('a run with a camera tells what a frame has cost and what the page has taken', async (t) => {
     const out = await mkdtemp(join(tmpdir(), 'run-test-'));
-    const run = start(process.execPath, [join(SourceFolder, 'tests/rig/run_command.mjs'), '--camera', '--out', out],
-                      { stdio: ['ignore', 'ignore', 'inherit'] });
+    const run = start(process.execPath, [
+        join(SourceFolder, 'tests/rig/run_command.mjs'), '--camera', '--page', 'snapshot=1&record=1:2', '--out', out,
+    ], { stdio: ['ignore', 'pipe', 'inherit'] });
     t.after(async () => {
         await end(run);
         await rm(out, { recursive: true });
     });
-    await new FrameFile(out).waitForFrames(30, LimitMs);
+    let said = '';
+    run.stdout.setEncoding('utf8').on('data', (text) => {
+        said += text;
+    });
+    await until(LimitMs, 'snapshot and recording', async () => {
+        const log = await readFile(join(out, 'Temp/vistel-receiver.log'), 'latin1').catch(() => '');
+        return log.includes('Snapshot requested') && log.includes('Recording stopped');
+    });
     run.kill('SIGINT');
-    assert.equal(await within(LimitMs, 'end of the run', run.exited), 0);
+    const [code] = await within(LimitMs, 'end of the run', Promise.all([run.exited, once(run.stdout, 'end')]));
+    assert.equal(code, 0);
+    for (const line of [/^A snapshot: +(.+\.jpg)$/gm, /^A recording: +(.+\.mp4)$/gm]) {
+        const files = [...said.matchAll(line)].map(([, file]) => file);
+        assert.equal(files.length, 1, said);
+        assert.ok(existsSync(resolve(files[0])), files[0]);
+    }
     const { framesRead, frameCostUs: { median, p99 } } = JSON.parse(await readFile(join(out, 'camera.json'), 'utf8'));
     assert.ok(framesRead > 0);
     assert.ok(median > 0 && median <= p99, `${median} us, ${p99} us`);
