@@ -5,7 +5,7 @@ import * as fs from 'node:fs/promises';
 import { join } from 'node:path';
 
 import { run as runProgram } from '../processes.mjs';
-import { probe } from '../recorder/mp4_encoder.mjs';
+import { decode, probe } from '../recorder/mp4_encoder.mjs';
 
 const ProgramLimitMs = 120000;
 const FrameDuration = 333333; // in units of 100 ns
@@ -58,10 +58,7 @@ export async function recordingFile(run, path, recording, width, height) {
 // All pictures of a video, in NV12.
 export async function decodeVideo(file, width, height) {
     const raw = `${file}.nv12`;
-    await runProgram('ffmpeg', [
-        '-loglevel', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough',
-        '-enc_time_base', '1:10000000', '-pix_fmt', 'nv12', '-f', 'rawvideo', raw,
-    ], { limitMs: ProgramLimitMs });
+    await decode(file, ['-pix_fmt', 'nv12', '-f', 'rawvideo', raw]);
     const bytes = await fs.readFile(raw);
     await fs.rm(raw);
     const size = width * height * 3 / 2;

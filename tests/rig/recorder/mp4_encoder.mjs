@@ -1,8 +1,5 @@
 // One recording on its way through ffmpeg: NV12 frames in, H.264 in an MP4 file out, every time kept to 100 ns.
-import { execFile } from 'node:child_process';
-import { promisify } from 'node:util';
-
-import { start } from '../processes.mjs';
+import { run, start } from '../processes.mjs';
 import { frameStart, streamStart } from './matroska.mjs';
 
 // HRESULTs as unsigned numbers.
@@ -12,13 +9,21 @@ export const DiskFull = 0x80070070;
 
 const MaxWaitingFrames = 16; // that ffmpeg has not taken yet; then the sender has to wait
 const TicksPerSecond = 10000000;
+const DecodeLimitMs = 120000;
 
 // What ffprobe says of a file, `entries` being those of its -show_entries.
 export async function probe(file, entries) {
-    const { stdout } = await promisify(execFile)(
-        'ffprobe', ['-loglevel', 'error', '-of', 'json', '-show_entries', entries, `file:${file}`],
-        { maxBuffer: 1 << 28 });
-    return JSON.parse(stdout);
+    return JSON.parse(await run('ffprobe', [
+        '-loglevel', 'error', '-of', 'json', '-show_entries', entries, `file:${file}`,
+    ], { limitMs: DecodeLimitMs }));
+}
+
+// Decodes every picture of a file, at its time, and stops at the first error; `output` tells ffmpeg where they go.
+export function decode(file, output) {
+    return run('ffmpeg', [
+        '-loglevel', 'error', '-xerror', '-copyts', '-i', `file:${file}`, '-fps_mode', 'passthrough',
+        '-enc_time_base', `1:${TicksPerSecond}`, ...output,
+    ], { limitMs: DecodeLimitMs });
 }
 
 export class Mp4Encoder {

@@ -7,9 +7,9 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 
 import { HostProcess } from '../browser/host_process.mjs';
-import { run, until } from '../processes.mjs';
+import { until } from '../processes.mjs';
 import { startEncoderServer } from './encoder_server.mjs';
-import { DiskFull } from './mp4_encoder.mjs';
+import { decode, DiskFull, probe } from './mp4_encoder.mjs';
 
 const Ok = '00000000';
 const NotImplemented = '80004001';
@@ -78,15 +78,14 @@ function write(host, time, { duration = Frame100ns, bytes = FrameBytes, luma = 1
     return call(host, `write ${time} ${duration} ${bytes} ${luma}`, expected);
 }
 
-async function probe(file) {
-    return JSON.parse(await run('ffprobe', ['-v', 'error', '-show_streams', '-show_packets', '-of', 'json', file]));
+async function frameTimes(file) {
+    return (await probe(file, 'packet=pts')).packets.map(({ pts }) => pts);
 }
 
 // The brightness of every picture, in the order of showing.
 async function decodedLuma(file) {
     const raw = `${file}.raw`;
-    await run('ffmpeg', ['-v', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough',
-                         '-enc_time_base', '1:10000000', '-vf', 'format=yuv420p,scale=2:2', '-f', 'rawvideo', raw]);
+    await decode(file, ['-vf', 'format=yuv420p,scale=2:2', '-f', 'rawvideo', raw]);
     const bytes = readFileSync(raw);
     return Array.from({ length: bytes.length / 6 }, (__, index) => bytes[index * 6]);
 }
@@ -112,7 +111,7 @@ test('every frame arrives at its time, however irregular the times are', async (
     }
     await call(host, 'finalize');
 
-    const { streams, packets } = await probe(file);
+    const { streams, packets } = await probe(file, 'stream:packet');
     assert.equal(streams.length, 1);
     const [stream] = streams;
     assert.deepEqual([stream.codec_name, stream.width, stream.height, stream.time_base, stream.has_b_frames],
@@ -138,7 +137,7 @@ test('one frame makes a recording, with or without a duration', async (t) => {
         await write(host, 5, { duration });
         await call(host, 'finalize');
         await call(host, 'release');
-        assert.deepEqual((await probe(file)).packets.map(({ pts }) => pts), [5]);
+        assert.deepEqual(await frameTimes(file), [5]);
         assert.deepEqual(JSON.parse(readFileSync(`${file}.json`)), server.recordings.at(-1));
     }
     assert.deepEqual(server.recordings.map(({ samples }) => samples[0].duration), [Frame100ns, null]);
@@ -205,7 +204,7 @@ test('calls in the wrong order are refused and change nothing', async (t) => {
     await call(host, 'finalize');
     await write(host, 8, { expected: InvalidRequest });
     await call(host, 'finalize', InvalidRequest);
-    assert.deepEqual((await probe(file)).packets.map(({ pts }) => pts), [7]);
+    assert.deepEqual(await frameTimes(file), [7]);
 });
 
 test('samples need the size of a frame and a later time than the one before', async (t) => {
@@ -222,7 +221,7 @@ test('samples need the size of a frame and a later time than the one before', as
     await write(host, 11);
     await call(host, 'finalize');
     assert.deepEqual(server.recordings[0].samples.map(({ time }) => time), [10, 11]);
-    assert.deepEqual((await probe(file)).packets.map(({ pts }) => pts), [10, 11]);
+    assert.deepEqual(await frameTimes(file), [10, 11]);
 });
 
 test('the file is there from the beginning, emptied, and nobody else may write to it', async (t) => {
@@ -290,7 +289,7 @@ test('the end of the server waits for a file that is being completed', async (t)
     await server.stop();
     assert.equal(server.recordings[0].state, 'finalized');
     assert.equal(await host.line('finalize'), `finalize ${Ok}`);
-    assert.deepEqual((await probe(file)).packets.map(({ pts }) => pts), times);
+    assert.deepEqual(await frameTimes(file), times);
 });
 
 test('a full disk ends the recording with its own code', async (t) => {
@@ -335,5 +334,5 @@ test('each call can be made to fail', async (t) => {
     await write(host, 2);
     await call(host, 'finalize', AccessDenied);
     await call(host, 'finalize');
-    assert.deepEqual((await probe(file)).packets.map(({ pts }) => pts), [0, 2]);
+    assert.deepEqual(await frameTimes(file), [0, 2]);
 });

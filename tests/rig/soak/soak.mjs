@@ -8,9 +8,9 @@ import { captureFile, recordingFile } from '../end_to_end/capture_files.mjs';
 import { FrameFile } from '../end_to_end/frame_file.mjs';
 import { medianAndP99 } from '../percentiles.mjs';
 import { SourceFolder } from '../prefix.mjs';
-import { run as runProgram, until, within } from '../processes.mjs';
+import { until, within } from '../processes.mjs';
 import { startReceiver } from '../receiver_run.mjs';
-import { probe } from '../recorder/mp4_encoder.mjs';
+import { decode, probe } from '../recorder/mp4_encoder.mjs';
 import { serveFolder } from '../static_server.mjs';
 
 const LimitMs = 120000;
@@ -18,6 +18,7 @@ const LeastCycles = 6;
 const [Width, Height] = [1280, 720];
 const ClockSlackMs = 1000; // between two looks at a clock on a busy machine
 const EndOfVideo = 'error:The video track has ended';
+const ForErrors = ['-f', 'null', '-']; // what is decoded goes nowhere
 
 // What the program may hold beyond what it held before: in memory less than it takes to leave a few hundred bytes with
 // each frame, and of all else less than it takes to leave one with each recording.
@@ -165,7 +166,7 @@ class Soak {
             if (width !== Width || height !== Height) {
                 throw new Error(`it is ${width} x ${height}`);
             }
-            await decode(file);
+            await decode(file, ForErrors);
             await rm(file);
             ++this.#report.snapshots;
         });
@@ -184,7 +185,7 @@ class Soak {
                 throw new Error(`its last frame stands at ${lastMs} ms`);
             }
             const file = await recordingFile(this.#run, path, recording, Width, Height);
-            await decode(file);
+            await decode(file, ForErrors);
             await rm(file);
             this.#report.recordings.push({ frames, seconds: lastMs / 1000 });
         });
@@ -240,14 +241,6 @@ class Soak {
         this.#report.latencyMs = medianAndP99(callbacks.map(({ endMs }, index) => endMs - this.#posts[index]));
         this.#report.frameCostUs = medianAndP99(callbacks.map(({ microseconds }) => microseconds));
     }
-}
-
-// Every picture in a file, for its errors.
-async function decode(file) {
-    await runProgram('ffmpeg', [
-        '-loglevel', 'error', '-xerror', '-copyts', '-i', file, '-fps_mode', 'passthrough',
-        '-enc_time_base', '1:10000000', '-f', 'null', '-',
-    ], { limitMs: LimitMs });
 }
 
 // No line tells of a failure, but for the end that the soak itself makes.
