@@ -74,7 +74,6 @@ TEST(FaultsOf, NextFrame) {
         .run = [](FaultBed& bed) { bed.PostFrame(); },
         .good = {"result 0x00000000", "published"},
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
-        .withoutMemory = {"result 0x8007000E", "not published"},
     });
 }
 

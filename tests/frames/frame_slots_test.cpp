@@ -38,6 +38,14 @@ protected:
         ASSERT_EQ(app->CreateAndPostFrameSlots(), S_OK);
         (void)browser.TakeCalls();
     }
+    // Fills slot 0, as far as Nv12Frame goes, and returns it.
+    const std::uint8_t* FillSlot() {
+        std::uint8_t* const slot = browser.BufferMemory(0);
+        for (std::size_t i = 0; i < 1382400; ++i) {
+            slot[i] = static_cast<std::uint8_t>(i * 7 + i / 1280);
+        }
+        return slot;
+    }
     // What a camera reading the file would find there.
     std::unique_ptr<FrameFileLayout> ReadFrameFile() const {
         auto file = std::make_unique<FrameFileLayout>();
@@ -179,10 +187,7 @@ TEST_F(FrameSlotsTest, TheFirstFrameIsLoggedOnceEvenWhenItFails) {
 
 TEST_F(FrameSlotsTest, AFrameOfTheOutputsSizeIsPublishedByteForByte) {
     PostSlots();
-    std::uint8_t* const slot = browser.BufferMemory(0);
-    for (std::size_t i = 0; i < 1382400; ++i) {
-        slot[i] = static_cast<std::uint8_t>(i * 7 + i / 1280);
-    }
+    const std::uint8_t* const slot = FillSlot();
     EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
     const auto file = ReadFrameFile();
     EXPECT_EQ(file->header.magic, FrameFileMagic);
@@ -248,6 +253,35 @@ TEST_F(FrameSlotsTest, AFrameThatFillsItsSlotToTheLastByteIsPublished) {
     std::memset(browser.BufferMemory(0), 255, SlotBytes);
     EXPECT_EQ(app->HandleFrameMessage(L"frame:0:BGRX:1920:1080:0:0:0:1920:1080:0,7680"), S_OK);
     EXPECT_EQ(ReadFrameFile()->buffers[1][1280 * 720 - 1], 235);
+}
+
+TEST_F(FrameSlotsTest, FramesOfTheSameGeometryNeedNoMoreMemory) {
+    PostSlots();
+    for (const wchar_t* message : {Nv12Frame, L"frame:0:I420A:640:480:0:90:1:640:480:0,640;400000,320;500000,320;0,640",
+                                   L"frame:0:BGRX:640:480:1:0:0:640:480:0,2560;"}) {
+        EXPECT_EQ(browser.RaiseWebMessage(message), S_OK);
+        const AllocationFault fault(0);
+        EXPECT_EQ(browser.RaiseWebMessage(message), S_OK);
+        EXPECT_FALSE(fault.Happened()) << message;
+    }
+}
+
+TEST_F(FrameSlotsTest, ARefusedMessageLeavesNothingToTheNextFrame) {
+    PostSlots();
+    const std::uint8_t* const slot = FillSlot();
+    // Each is refused at another field, with other values in those before it.
+    for (const wchar_t* refused :
+         {L"frame:0:RGBA", L"frame:0:RGBA:640:481:", L"frame:0:RGBA:640:480:1:90:2:", L"frame:0:RGBA:640:480:1:90:1:9:",
+          L"frame:0:RGBA:640:480:1:90:1:9:16:", L"frame:0:RGBA:640:480:1:90:1:9:16:7,2560;8,2560;9,2560;x"}) {
+        EXPECT_EQ(app->HandleFrameMessage(refused), E_INVALIDARG);
+        // One plane is too few, whatever the message before had.
+        EXPECT_EQ(app->HandleFrameMessage(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"),
+                  static_cast<HRESULT>(0xC00D36B4));
+        EXPECT_EQ(app->HandleFrameMessage(refused), E_INVALIDARG);
+        EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+        const auto file = ReadFrameFile();
+        EXPECT_EQ(std::memcmp(file->buffers[file->header.activeBuffer], slot, 1382400), 0) << refused;
+    }
 }
 
 TEST_F(FrameSlotsTest, AFrameIsPublishedAgainOnceMemoryIsThere) {
