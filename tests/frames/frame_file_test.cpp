@@ -236,7 +236,7 @@ TEST(FrameFile, AnySetBufferIndexCountsAsOne) {
     }
 }
 
-TEST(FrameFile, ASequenceThatADeadWriterLeftOddIsMadeEvenFirst) {
+TEST(FrameFile, ASequenceThatADeadWriterLeftOddIsOddAgainWhileTheNextFrameIsWritten) {
     const auto file = MakeFile();
     file->header.sequence = 5;
     std::uint8_t* const buffer = BeginFrame(*file, 1280, 720);
