@@ -94,9 +94,8 @@ struct Colour {
     }
 };
 
-Colour ReadColour(std::span<const std::uint8_t> slot, const FrameDescriptor& frame, const SourcePixel& source) {
-    const PlaneLayout& plane = frame.planes.at(0);
-    const bool redFirst = frame.format == L"RGBA" || frame.format == L"RGBX";
+Colour ReadColour(std::span<const std::uint8_t> slot, const PlaneLayout& plane, bool redFirst,
+                  const SourcePixel& source) {
     const std::uint8_t first = ReadSample(slot, plane, source.row, source.column * 4);
     const std::uint8_t second = ReadSample(slot, plane, source.row, source.column * 4 + 1);
     const std::uint8_t third = ReadSample(slot, plane, source.row, source.column * 4 + 2);
@@ -140,12 +139,13 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
     const Picture picture = Fit(frame, canvasWidth, canvasHeight);
     const bool isNv12 = frame.format == L"NV12";
     const bool isPacked = !isNv12 && !IsPlanar(frame.format);
+    const bool redFirst = frame.format == L"RGBA" || frame.format == L"RGBX";
 
     for (std::uint64_t y = picture.y; y < picture.y + picture.height; ++y) {
         for (std::uint64_t x = picture.x; x < picture.x + picture.width; ++x) {
             const SourcePixel source = Sample(frame, picture, x, y);
             canvas.at(static_cast<std::size_t>(y * canvasWidth + x)) =
-                isPacked ? ReadColour(slot, frame, source).Y()
+                isPacked ? ReadColour(slot, frame.planes.at(0), redFirst, source).Y()
                          : ReadSample(slot, frame.planes.at(0), source.row, source.column);
         }
     }
@@ -160,7 +160,7 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
                 canvas.at(target) = ReadSample(slot, frame.planes.at(1), row, column * 2);
                 canvas.at(target + 1) = ReadSample(slot, frame.planes.at(1), row, column * 2 + 1);
             } else if (isPacked) {
-                const Colour colour = ReadColour(slot, frame, source);
+                const Colour colour = ReadColour(slot, frame.planes.at(0), redFirst, source);
                 canvas.at(target) = colour.U();
                 canvas.at(target + 1) = colour.V();
             } else {
