@@ -123,10 +123,13 @@ std::vector<const FrameKernels*> UsableKernels() {
 
 std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t firstSeed, std::uint32_t count) {
     constexpr std::size_t LargestSlot = 4 << 20;
+    constexpr std::size_t LargestCanvas = 600 * 600 / 2 * 3;
+    constexpr std::size_t GuardBytes = 1024; // behind each canvas, in the memory that it keeps
+    constexpr std::uint8_t GuardByte = 0xA5;
     const GuardedBytes memory(LargestSlot);
     FillRandomly(memory.All(), firstSeed);
     FrameConverter converter(kernels);
-    FrameCanvas canvas;
+    FrameCanvas canvas(Bytes(LargestCanvas + GuardBytes));
     for (std::uint32_t seed = firstSeed; seed < firstSeed + count; ++seed) {
         Random random(seed);
         FrameDescriptor frame = RandomFrame(random);
@@ -134,19 +137,23 @@ std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t 
         std::uint32_t height = 0;
         RandomCanvas(random, frame, width, height);
         const auto slotSize = static_cast<std::size_t>(ReferenceSlotSize(frame));
-        if (slotSize > LargestSlot) {
-            throw std::length_error("slot");
+        const std::size_t canvasSize = std::size_t{width} * height / 2 * 3;
+        if (slotSize > LargestSlot || canvasSize > LargestCanvas) {
+            throw std::length_error("geometry");
         }
         const std::span<const std::uint8_t> slot = random.OneIn(4) ? memory.First(slotSize) : memory.Last(slotSize);
-        if (random.OneIn(8)) {
+        if (random.OneIn(3)) {
             canvas.Forget();
-        } else if (random.OneIn(4)) {
-            canvas = FrameCanvas(); // Behind its last byte the address sanitizer stands guard.
         }
+        const std::span<std::uint8_t> guard(canvas.Luma() + canvasSize, GuardBytes);
+        std::ranges::fill(guard, GuardByte);
         const HRESULT result = converter.Convert(slot, frame, width, height, canvas);
         std::string difference = "result " + std::to_string(result);
         if (result == S_OK) {
             difference = Difference(ReferenceConvert(slot, frame, width, height), canvas.Bytes());
+        }
+        if (std::ranges::any_of(guard, [](std::uint8_t byte) { return byte != GuardByte; })) {
+            difference += " written behind the canvas";
         }
         if (!difference.empty()) {
             return difference.append(", seed ")
@@ -264,6 +271,11 @@ std::string RowDifference(const FrameKernels& kernels, std::uint32_t sampleCount
         const std::uint32_t even = sampleCount / 2 * 2;
         differences += compare("copy", count, [&](const FrameKernels& table, std::uint8_t* to) {
             table.copy(rows(source, count), count, to);
+        });
+        // On both sides of 64 KiB, from where on other instructions copy.
+        const std::size_t longCount = 65536 - 35 + count;
+        differences += compare("long copy", longCount, [&](const FrameKernels& table, std::uint8_t* to) {
+            table.copy(rows(source, longCount), longCount, to);
         });
         differences += compare("interleave", 2 * count, [&](const FrameKernels& table, std::uint8_t* to) {
             table.interleave(rows(source, count), rows(other, count), sampleCount, to);

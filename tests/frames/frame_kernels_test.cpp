@@ -131,6 +131,13 @@ TEST_P(FrameKernelsFault, OfOneInASnapshotConstantIsFound) {
     EXPECT_NE("", SnapshotDifference(faulty));
 }
 
+TEST_P(FrameKernelsFault, OfALongCopyWithoutItsLastByteIsFound) {
+    faulty.copy = [](const std::uint8_t* source, std::size_t byteCount, std::uint8_t* drawn) {
+        sound->copy(source, byteCount < 65536 ? byteCount : byteCount - 1, drawn);
+    };
+    EXPECT_NE("", RowDifference(faulty, 35));
+}
+
 TEST_P(FrameKernelsFault, OfAMissingLastPairIsFound) {
     faulty.interleave = [](const std::uint8_t* u, const std::uint8_t* v, std::uint32_t count, std::uint8_t* drawn) {
         sound->interleave(u, v, count - 1, drawn);
