@@ -31,8 +31,8 @@ struct PixelOrder {
     bool mirrored = false; // the last pixel is drawn first
 };
 
-// No function reads or writes a byte outside the rows it is given; any length and any address will do. Sources must not
-// overlap what is drawn.
+// No function reads or writes a byte outside the rows it is given. Any address will do, and any length that is not said
+// to be even. Sources must not overlap what is drawn.
 struct FrameKernels {
     const char* name;
 
@@ -52,7 +52,7 @@ struct FrameKernels {
                  std::uint8_t* drawn);
 
     // U,V pairs of the pixels in a row of `pixelCount`: one pair for each or, with `halved`, for the first of every two
-    // pixels in the order in which they are drawn.
+    // pixels in the order in which they are drawn. The count is even if halved; only then may the order be mirrored.
     void (*chroma)(const std::uint8_t* pixels, std::uint32_t pixelCount, bool halved, PixelOrder order,
                    std::uint8_t* drawn);
 

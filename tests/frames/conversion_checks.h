@@ -22,7 +22,7 @@ namespace receiver {
 [[nodiscard]] std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t firstSeed,
                                                    std::uint32_t count);
 
-// Luma and chroma of every colour, red or blue first, in both directions.
+// Luma and chroma of every colour, red or blue first, in the directions in which they are drawn.
 [[nodiscard]] std::string ColourDifference(const FrameKernels& kernels);
 
 // The snapshot's pixel for every Y, U and V.
