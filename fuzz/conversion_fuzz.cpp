@@ -72,8 +72,7 @@ Input ReadInput(std::string_view line) {
 
 // The result by the limits alone, in numbers that cannot wrap.
 HRESULT ExpectedResult(const FrameDescriptor& frame) {
-    constexpr const wchar_t* Formats[] = {L"NV12", L"I420", L"I420A", L"RGBA", L"RGBX", L"BGRA", L"BGRX"};
-    if (std::ranges::find(Formats, frame.format) == std::end(Formats)) {
+    if (std::ranges::find(SupportedFormats, frame.format) == SupportedFormats.end()) {
         return MF_E_INVALIDMEDIATYPE;
     }
     const std::vector<PlaneSize> planes = ReferencePlanes(frame.format, frame.codedWidth, frame.codedHeight);

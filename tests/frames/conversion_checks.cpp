@@ -37,9 +37,8 @@ private:
 };
 
 FrameDescriptor RandomFrame(Random& random) {
-    constexpr std::array<const wchar_t*, 7> Formats = {L"NV12", L"I420", L"I420A", L"RGBA", L"RGBX", L"BGRA", L"BGRX"};
     FrameDescriptor frame;
-    frame.format = Formats.at(random.Below(Formats.size()));
+    frame.format = SupportedFormats.at(random.Below(SupportedFormats.size()));
     frame.codedWidth = random.EvenSize(random.OneIn(4) ? 300 : 70, 4096);
     frame.codedHeight = random.EvenSize(70, 2160);
     frame.flipA = random.OneIn(2);
@@ -94,10 +93,6 @@ void FillRandomly(std::span<std::uint8_t> bytes, std::uint32_t seed) {
     std::minstd_rand generator(seed);
     std::ranges::generate(bytes, [&] { return static_cast<std::uint8_t>(generator() >> 8); });
 }
-
-// 1/256 of a value, rounded down.
-int Part256(int value) { return (value - (value % 256 + 256) % 256) / 256; }
-std::uint8_t Clamp(int value) { return static_cast<std::uint8_t>(std::clamp(value, 0, 255)); }
 
 } // namespace
 
@@ -180,9 +175,10 @@ std::string ColourDifference(const FrameKernels& kernels) {
                 pixels[4 * i + 1] = static_cast<std::uint8_t>(green);
                 pixels[4 * i + 2] = static_cast<std::uint8_t>(redFirst ? blue : red);
                 pixels[4 * i + 3] = static_cast<std::uint8_t>(red + 3 * green + 7 * blue);
-                expectedLuma[i] = Clamp((66 * red + 129 * green + 25 * blue + 128) / 256 + 16);
-                expectedChroma[2 * i] = Clamp(Part256(-38 * red - 74 * green + 112 * blue + 128) + 128);
-                expectedChroma[2 * i + 1] = Clamp(Part256(112 * red - 94 * green - 18 * blue + 128) + 128);
+                const ReferenceColour colour{.red = red, .green = green, .blue = blue};
+                expectedLuma[i] = colour.Y();
+                expectedChroma[2 * i] = colour.U();
+                expectedChroma[2 * i + 1] = colour.V();
             }
             kernels.chroma(pixels.data(), RowPixels, false, {.redFirst = redFirst}, chroma.data());
             std::string difference = Difference(expectedChroma, chroma);
@@ -221,11 +217,7 @@ std::string SnapshotDifference(const FrameKernels& kernels) {
                 for (std::size_t row = 0; row < 2; ++row) {
                     const int shownY = row == 0 ? y : 255 - y;
                     luma[row * Width + x] = static_cast<std::uint8_t>(shownY);
-                    const int base = 298 * (shownY - 16) + 128;
-                    std::uint8_t* const pixel = &expected[3 * (row * Width + x)];
-                    pixel[0] = Clamp(Part256(base + 516 * (u - 128)));
-                    pixel[1] = Clamp(Part256(base - 100 * (u - 128) - 208 * (v - 128)));
-                    pixel[2] = Clamp(Part256(base + 409 * (v - 128)));
+                    std::ranges::copy(ReferencePixel(shownY, u, v), &expected[3 * (row * Width + x)]);
                 }
             }
             kernels.blueGreenRed(luma.data(), chroma.data(), Width, pixels.data());

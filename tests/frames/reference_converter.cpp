@@ -72,30 +72,8 @@ std::uint8_t ReadSample(std::span<const std::uint8_t> slot, const PlaneLayout& p
     return slot[static_cast<std::size_t>(address)];
 }
 
-// Division that rounds down, which a shift of a negative number does.
-int FloorDivide(int value, int divisor) {
-    const int quotient = value / divisor;
-    return value % divisor < 0 ? quotient - 1 : quotient;
-}
-
-std::uint8_t ClampToByte(int value) { return static_cast<std::uint8_t>(std::clamp(value, 0, 255)); }
-
-struct Colour {
-    int red = 0;
-    int green = 0;
-    int blue = 0;
-
-    [[nodiscard]] std::uint8_t Y() const { return ClampToByte((66 * red + 129 * green + 25 * blue + 128) / 256 + 16); }
-    [[nodiscard]] std::uint8_t U() const {
-        return ClampToByte(FloorDivide(-38 * red - 74 * green + 112 * blue + 128, 256) + 128);
-    }
-    [[nodiscard]] std::uint8_t V() const {
-        return ClampToByte(FloorDivide(112 * red - 94 * green - 18 * blue + 128, 256) + 128);
-    }
-};
-
-Colour ReadColour(std::span<const std::uint8_t> slot, const PlaneLayout& plane, bool redFirst,
-                  const SourcePixel& source) {
+ReferenceColour ReadColour(std::span<const std::uint8_t> slot, const PlaneLayout& plane, bool redFirst,
+                           const SourcePixel& source) {
     const std::uint8_t first = ReadSample(slot, plane, source.row, source.column * 4);
     const std::uint8_t second = ReadSample(slot, plane, source.row, source.column * 4 + 1);
     const std::uint8_t third = ReadSample(slot, plane, source.row, source.column * 4 + 2);
@@ -160,7 +138,7 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
                 canvas.at(target) = ReadSample(slot, frame.planes.at(1), row, column * 2);
                 canvas.at(target + 1) = ReadSample(slot, frame.planes.at(1), row, column * 2 + 1);
             } else if (isPacked) {
-                const Colour colour = ReadColour(slot, frame.planes.at(0), redFirst, source);
+                const ReferenceColour colour = ReadColour(slot, frame.planes.at(0), redFirst, source);
                 canvas.at(target) = colour.U();
                 canvas.at(target + 1) = colour.V();
             } else {
