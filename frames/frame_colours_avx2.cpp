@@ -173,7 +173,7 @@ void Luma(const std::uint8_t* pixels, const std::uint8_t* next, std::uint32_t pi
 
 void Chroma(const std::uint8_t* pixels, std::uint32_t pixelCount, bool halved, PixelOrder order, std::uint8_t* drawn) {
     const std::uint32_t pairCount = halved ? pixelCount / 2 : pixelCount;
-    if (pairCount < 16 || (order.mirrored && !halved)) {
+    if (pairCount < 16) {
         return ScalarKernels.chroma(pixels, pixelCount, halved, order, drawn);
     }
     const auto chroma = order.mirrored ? ChromaOf<Pick::OddMirrored>
