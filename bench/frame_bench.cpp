@@ -110,9 +110,11 @@ private:
                     row.c_str(), timing.name.c_str(), timing.ratio, timing.microseconds, identical);
         std::fflush(stdout);
     }
-    static void PrintAll(const std::string& row, const std::vector<Contender>& contenders, const Work& bound) {
-        for (const Timing& timing : MeasureSideBySide(contenders, bound)) {
-            Print(row, timing, "true");
+    static void PrintAll(const std::string& row, const std::vector<Contender>& contenders,
+                         const std::vector<bool>& identical, const Work& bound) {
+        const std::vector<Timing> timings = MeasureSideBySide(contenders, bound);
+        for (std::size_t i = 0; i < timings.size(); ++i) {
+            Print(row, timings[i], identical[i] ? "true" : "false");
         }
     }
 
@@ -177,11 +179,7 @@ private:
         addPeer("libyuv", LibyuvConversion(frameCase, clearBars));
         addPeer("swscale", SwscaleConversion(frameCase, clearBars));
 
-        const std::vector<Timing> timings =
-            MeasureSideBySide(contenders, CopyOf(frameCase.SourceBytes() + frameCase.CanvasBytes()));
-        for (std::size_t i = 0; i < timings.size(); ++i) {
-            Print(row, timings[i], identical[i] ? "true" : "false");
-        }
+        PrintAll(row, contenders, identical, CopyOf(frameCase.SourceBytes() + frameCase.CanvasBytes()));
     }
 
     // What is fast and wrong is not worth measuring.
@@ -213,7 +211,7 @@ private:
         const auto copy = std::make_shared<const PagedBytes>((frameCase.SourceBytes() + frameCase.CanvasBytes()) / 2);
         const Work copyFrame = CopyTo(copy);
         const PagedBytes buffers(2 * frameCase.CanvasBytes()); // The file has two as well.
-        PrintAll(row, {{"receiver", publish}}, [&](std::size_t call) {
+        PrintAll(row, {{"receiver", publish}}, {true}, [&](std::size_t call) {
             copyFrame(call);
             std::uint8_t* const buffer = buffers.Data() + call % 2 * frameCase.CanvasBytes();
             std::memcpy(buffer, copy->Data(), frameCase.CanvasBytes());
@@ -250,7 +248,7 @@ private:
                        BuildPlan(geometry, plan);
                        KeepBytes(&plan);
                    }}},
-                 [&](std::size_t call) { convert(call, converter); });
+                 {true, true}, [&](std::size_t call) { convert(call, converter); });
     }
 
     // Bound: the conversion that such a message leads to.
@@ -319,18 +317,22 @@ private:
                  Require(ConvertNv12ToBgr24(Slot(call), frameBytes, width, height, &plainPixels, ScalarKernels));
              },
              true},
+            {"reference", [&](std::size_t call) { KeepBytes(ReferenceSnapshot(SlotSpan(call), width, height).data()); },
+             true},
             {"libyuv", [&](std::size_t call) { LibyuvSnapshot(Slot(call), width, height, peerPixels.Data()); }},
             {"swscale", [&](std::size_t call) { swscale(Slot(call), peerPixels.Data()); }},
         };
-        const std::vector<Timing> timings = MeasureSideBySide(contenders, CopyOf(frameBytes + pixelBytes));
+        const std::vector<std::uint8_t> expected = ReferenceSnapshot(SlotSpan(0), width, height);
         contenders[0].run(0);
         contenders[1].run(0);
-        RequireSame(pixels, plainPixels);
-        for (std::size_t i = 0; i < timings.size(); ++i) {
-            contenders[i].run(0);
-            const std::uint8_t* const made = i == 0 ? pixels.data() : i == 1 ? plainPixels.data() : peerPixels.Data();
-            Print(row, timings[i], std::equal(plainPixels.begin(), plainPixels.end(), made) ? "true" : "false");
+        RequireSame(pixels, expected);
+        RequireSame(plainPixels, expected);
+        std::vector<bool> identical{true, true, true};
+        for (std::size_t peer = identical.size(); peer < contenders.size(); ++peer) {
+            contenders[peer].run(0);
+            identical.push_back(std::equal(expected.begin(), expected.end(), peerPixels.Data()));
         }
+        PrintAll(row, contenders, identical, CopyOf(frameBytes + pixelBytes));
     }
 
     const PagedBytes slots_;

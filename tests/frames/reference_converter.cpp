@@ -150,4 +150,20 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
     return canvas;
 }
 
+std::vector<std::uint8_t> ReferenceSnapshot(std::span<const std::uint8_t> frame, std::uint32_t width,
+                                            std::uint32_t height) {
+    const PlaneLayout luma{0, width};
+    const PlaneLayout chroma{std::uint64_t{width} * height, width};
+    std::vector<std::uint8_t> pixels;
+    for (std::uint64_t y = 0; y < height; ++y) {
+        for (std::uint64_t x = 0; x < width; ++x) {
+            const std::array<std::uint8_t, 3> pixel =
+                ReferencePixel(ReadSample(frame, luma, y, x), ReadSample(frame, chroma, y / 2, x / 2 * 2),
+                               ReadSample(frame, chroma, y / 2, x / 2 * 2 + 1));
+            pixels.insert(pixels.end(), pixel.begin(), pixel.end());
+        }
+    }
+    return pixels;
+}
+
 } // namespace receiver
