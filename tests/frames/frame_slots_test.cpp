@@ -24,8 +24,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::size_t SlotBytes = 8294400;
-constexpr wchar_t Nv12Frame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
-constexpr wchar_t Nv12FrameInSlot1[] = L"frame:1:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
+constexpr wchar_t GoodFrameInSlot1[] = L"frame:1:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 constexpr HRESULT PathNotFound = static_cast<HRESULT>(0x80070003);
 
 class FrameSlotsTest : public ShellTest {
@@ -38,7 +37,7 @@ protected:
         ASSERT_EQ(app->CreateAndPostFrameSlots(), S_OK);
         (void)browser.TakeCalls();
     }
-    // Fills slot 0, as far as Nv12Frame goes, and returns it.
+    // Fills slot 0, as far as GoodFrame goes, and returns it.
     const std::uint8_t* FillSlot() {
         std::uint8_t* const slot = browser.BufferMemory(0);
         for (std::size_t i = 0; i < 1382400; ++i) {
@@ -125,9 +124,9 @@ TEST_P(SlotFailureTest, LeavesNoSlotOfTheOldPageBehindAReload) {
     EXPECT_THAT(calls, testing::Contains(L"released SharedBuffer" + std::to_wstring(GetParam().slot)));
 
     const bool filled = std::wstring_view(GetParam().method) == L"PostSharedBufferToScript";
-    EXPECT_EQ(app->HandleFrameMessage(GetParam().slot == 0 ? Nv12Frame : Nv12FrameInSlot1),
+    EXPECT_EQ(app->HandleFrameMessage(GetParam().slot == 0 ? GoodFrame : GoodFrameInSlot1),
               filled ? S_OK : E_INVALIDARG);
-    EXPECT_EQ(app->HandleFrameMessage(GetParam().slot == 0 ? Nv12FrameInSlot1 : Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GetParam().slot == 0 ? GoodFrameInSlot1 : GoodFrame), S_OK);
 }
 
 INSTANTIATE_TEST_SUITE_P(FrameSlotsTest, SlotFailureTest,
@@ -146,12 +145,12 @@ TEST_F(FrameSlotsTest, AReloadReplacesBothSlots) {
                             L"CreateSharedBuffer 8294400", L"get_Buffer",
                             L"PostSharedBufferToScript SharedBuffer3 1 {\"slot\":1}"));
     std::memset(browser.BufferMemory(2), 77, SlotBytes);
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     EXPECT_EQ(ReadFrameFile()->buffers[1][0], 77);
 }
 
 TEST_F(FrameSlotsTest, AFrameBeforeTheSlotsIsRefusedSilently) {
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), E_INVALIDARG);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), E_INVALIDARG);
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
@@ -164,14 +163,14 @@ TEST_F(FrameSlotsTest, AMessageThatNamesNoSlotIsRefusedSilently) {
         EXPECT_EQ(app->HandleFrameMessage(message), E_INVALIDARG);
     }
     EXPECT_FALSE(std::filesystem::exists(log));
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK); // It is still the first.
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK); // It is still the first.
     EXPECT_EQ(LogLines().size(), 2U);
 }
 
 TEST_F(FrameSlotsTest, OnlyTheFirstFrameIsLogged) {
     PostSlots();
-    EXPECT_EQ(app->HandleFrameMessage(Nv12FrameInSlot1), S_OK);
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrameInSlot1), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("First frame descriptor: "
                                         "frame:1:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280",
                                         "First browser frame published"));
@@ -180,7 +179,7 @@ TEST_F(FrameSlotsTest, OnlyTheFirstFrameIsLogged) {
 TEST_F(FrameSlotsTest, TheFirstFrameIsLoggedOnceEvenWhenItFails) {
     PostSlots();
     EXPECT_EQ(app->HandleFrameMessage(L"frame:0:x"), E_INVALIDARG);
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     EXPECT_THAT(LogLines(),
                 ElementsAre("First frame descriptor: frame:0:x", "First browser frame published (HRESULT 0x80070057)"));
 }
@@ -188,7 +187,7 @@ TEST_F(FrameSlotsTest, TheFirstFrameIsLoggedOnceEvenWhenItFails) {
 TEST_F(FrameSlotsTest, AFrameOfTheOutputsSizeIsPublishedByteForByte) {
     PostSlots();
     const std::uint8_t* const slot = FillSlot();
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     const auto file = ReadFrameFile();
     EXPECT_EQ(file->header.magic, FrameFileMagic);
     EXPECT_EQ(file->header.width, 1280U);
@@ -205,8 +204,8 @@ TEST_F(FrameSlotsTest, FramesTakeTurnsInTheBuffers) {
     PostSlots();
     std::memset(browser.BufferMemory(0), 50, SlotBytes);
     std::memset(browser.BufferMemory(1), 60, SlotBytes);
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
-    EXPECT_EQ(app->HandleFrameMessage(Nv12FrameInSlot1), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrameInSlot1), S_OK);
     const auto file = ReadFrameFile();
     EXPECT_EQ(file->header.sequence, 4U);
     EXPECT_EQ(file->header.activeBuffer, 0U);
@@ -229,7 +228,7 @@ TEST_F(FrameSlotsTest, APackedFrameIsFittedAndConverted) {
 
 TEST_F(FrameSlotsTest, WhatCannotBeDrawnIsNotPublished) {
     PostSlots();
-    EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     struct {
         const wchar_t* message;
         HRESULT result;
@@ -257,7 +256,7 @@ TEST_F(FrameSlotsTest, AFrameThatFillsItsSlotToTheLastByteIsPublished) {
 
 TEST_F(FrameSlotsTest, FramesOfTheSameGeometryNeedNoMoreMemory) {
     PostSlots();
-    for (const wchar_t* message : {Nv12Frame, L"frame:0:I420A:640:480:0:90:1:640:480:0,640;400000,320;500000,320;0,640",
+    for (const wchar_t* message : {GoodFrame, L"frame:0:I420A:640:480:0:90:1:640:480:0,640;400000,320;500000,320;0,640",
                                    L"frame:0:BGRX:640:480:1:0:0:640:480:0,2560;"}) {
         EXPECT_EQ(browser.RaiseWebMessage(message), S_OK);
         const AllocationFault fault(0);
@@ -278,7 +277,7 @@ TEST_F(FrameSlotsTest, ARefusedMessageLeavesNothingToTheNextFrame) {
         EXPECT_EQ(app->HandleFrameMessage(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"),
                   static_cast<HRESULT>(0xC00D36B4));
         EXPECT_EQ(app->HandleFrameMessage(refused), E_INVALIDARG);
-        EXPECT_EQ(app->HandleFrameMessage(Nv12Frame), S_OK);
+        EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
         const auto file = ReadFrameFile();
         EXPECT_EQ(std::memcmp(file->buffers[file->header.activeBuffer], slot, 1382400), 0) << refused;
     }
@@ -290,7 +289,7 @@ TEST_F(FrameSlotsTest, AFrameIsPublishedAgainOnceMemoryIsThere) {
     for (unsigned allocation = 0; failed; ++allocation) {
         ASSERT_LT(allocation, 1000U);
         const AllocationFault fault(allocation);
-        const HRESULT result = browser.RaiseWebMessage(Nv12Frame);
+        const HRESULT result = browser.RaiseWebMessage(GoodFrame);
         failed = fault.Happened();
         EXPECT_TRUE(result == S_OK || (failed && result == E_OUTOFMEMORY)) << result;
     }
