@@ -138,15 +138,18 @@ function processor() {
     return { vendor, family: Number(family), name: `${cpus()[0].model}, family ${family} model ${model}` };
 }
 
+function isGoalsProcessor() {
+    const { vendor, family } = processor();
+    return vendor === GoalsOf.vendor && family === GoalsOf.family;
+}
+
 // How many goals are met, and what else there is to know of them.
 function summaryOf({ kernels }, judged, missed) {
     if (kernels !== 'AVX2') {
         return 'The goals are for AVX2, which this machine lacks: none is met.';
     }
-    const { vendor, family, name } = processor();
-    const others = vendor === GoalsOf.vendor && family === GoalsOf.family ? ''
-        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${name}.`;
-    return `${judged.length - missed.length} of ${judged.length} goals met.${others}`;
+    const setElsewhere = ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${processor().name}.`;
+    return `${judged.length - missed.length} of ${judged.length} goals met.${isGoalsProcessor() ? '' : setElsewhere}`;
 }
 
 const Introduction = `# How fast the frame path is
@@ -160,7 +163,7 @@ clears its bars too; for "message" the conversion of its frame. The goals are th
 faster or slower than they compute.
 `;
 
-// The file's text with the tables of this machine's processor in it; those of others stay.
+// The file's text with the tables of this machine's processor in it; those of others stay. The goals' own comes first.
 function report(file, { head, warm, cold, summary, options }) {
     const heading = `## ${processor().name}\n`;
     const others = existsSync(file)
@@ -180,7 +183,8 @@ ${summary}
 
 ${cold}
 `;
-    return [Introduction, own, ...others.map((part) => `${part.trimEnd()}\n`)].join('\n');
+    const kept = others.map((part) => `${part.trimEnd()}\n`);
+    return [Introduction, ...(isGoalsProcessor() ? [own, ...kept] : [...kept, own])].join('\n');
 }
 
 try {

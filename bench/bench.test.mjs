@@ -102,9 +102,10 @@ test('the kept tables are those of each processor', async (t) => {
     const kept = await fs.readFile(join(folder, 'kept.md'), 'utf8');
     assert.match(kept, /^# How fast the frame path is\n/);
     assert.doesNotMatch(kept, /old introduction/);
-    const [, own, others] = kept.split(/^(?=## )/m);
-    assert.deepEqual(cells(own, '720p NV12').slice(0, 2), ['20.0', '0.70 [0.50..0.90]']);
-    assert.equal(others, other);
+    const [, ...sections] = kept.split(/^(?=## )/m);
+    assert.equal(sections.length, 2);
+    assert.ok(sections.map((section) => section.trim()).includes(other.trim()));
+    assert.deepEqual(cells(kept, '720p NV12').slice(0, 2), ['20.0', '0.70 [0.50..0.90]']);
 
     const again = await bench(t, { lines, words: ['--write', 'kept.md'], files: { 'kept.md': kept } });
     assert.equal(await fs.readFile(join(again.folder, 'kept.md'), 'utf8'), kept);
