@@ -125,8 +125,8 @@ void Interleave(const std::uint8_t* u, const std::uint8_t* v, std::uint32_t pair
         const __m256i low = _mm256_unpacklo_epi8(us, vs); // pairs 0..7 | 16..23
         const __m256i high = _mm256_unpackhi_epi8(us, vs); // pairs 8..15 | 24..31
         std::uint8_t* const pairs = drawn + std::size_t{2} * at;
-        Store32(pairs, _mm256_permute2x128_si256(low, high, 0x20));
-        Store32(pairs + 32, _mm256_permute2x128_si256(low, high, 0x31));
+        Store32(pairs, _mm256_permute2x128_si256(low, high, 0x20)); // both lower lanes: pairs 0..15
+        Store32(pairs + 32, _mm256_permute2x128_si256(low, high, 0x31)); // both upper lanes: pairs 16..31
     });
 }
 
