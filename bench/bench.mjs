@@ -148,8 +148,9 @@ function summaryOf({ kernels }, judged, missed) {
     if (kernels !== 'AVX2') {
         return 'The goals are for AVX2, which this machine lacks: none is met.';
     }
-    const setElsewhere = ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${processor().name}.`;
-    return `${judged.length - missed.length} of ${judged.length} goals met.${isGoalsProcessor() ? '' : setElsewhere}`;
+    const origin = isGoalsProcessor() ? ''
+        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${processor().name}.`;
+    return `${judged.length - missed.length} of ${judged.length} goals met.${origin}`;
 }
 
 const Introduction = `# How fast the frame path is
