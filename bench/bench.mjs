@@ -131,25 +131,25 @@ function coldTable(rows) {
     ]));
 }
 
-// { vendor, family, name } of the machine's processor.
-function processor() {
+// This machine's processor: { name, hasGoals }, the latter when the goals were set on one like it.
+function readProcessor() {
     const values = new Map(readFileSync('/proc/cpuinfo', 'utf8').split('\n').map((line) => line.split(/\s*: /)));
     const [vendor, family, model] = ['vendor_id', 'cpu family', 'model'].map((name) => values.get(name));
-    return { vendor, family: Number(family), name: `${cpus()[0].model}, family ${family} model ${model}` };
+    return {
+        name: `${cpus()[0].model}, family ${family} model ${model}`,
+        hasGoals: vendor === GoalsOf.vendor && Number(family) === GoalsOf.family,
+    };
 }
 
-function isGoalsProcessor() {
-    const { vendor, family } = processor();
-    return vendor === GoalsOf.vendor && family === GoalsOf.family;
-}
+const Processor = readProcessor();
 
 // How many goals are met, and what else there is to know of them.
 function summaryOf({ kernels }, judged, missed) {
     if (kernels !== 'AVX2') {
         return 'The goals are for AVX2, which this machine lacks: none is met.';
     }
-    const origin = isGoalsProcessor() ? ''
-        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${processor().name}.`;
+    const origin = Processor.hasGoals ? ''
+        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${Processor.name}.`;
     return `${judged.length - missed.length} of ${judged.length} goals met.${origin}`;
 }
 
@@ -166,10 +166,9 @@ faster or slower than they compute.
 
 // The file's text with the tables of this machine's processor in it; those of others stay. The goals' own comes first.
 function report(file, { head, warm, cold, summary, options }) {
-    const heading = `## ${processor().name}\n`;
-    const others = existsSync(file)
-        ? readFileSync(file, 'utf8').split(/^(?=## )/m).filter((part) => /^## /.test(part) && !part.startsWith(heading))
-        : [];
+    const heading = `## ${Processor.name}\n`;
+    const others = (existsSync(file) ? readFileSync(file, 'utf8') : '').split(/^(?=## )/m)
+        .filter((part) => part.startsWith('## ') && !part.startsWith(heading)).map((part) => `${part.trimEnd()}\n`);
     const own = `${heading}
 Made by \`./dev bench --write docs/performance.md\` on ${cpus().length} CPUs with g++ ${head.compiler}, the
 ${head.kernels} kernels and ${options.processes} processes.
@@ -184,8 +183,7 @@ ${summary}
 
 ${cold}
 `;
-    const kept = others.map((part) => `${part.trimEnd()}\n`);
-    return [Introduction, ...(isGoalsProcessor() ? [own, ...kept] : [...kept, own])].join('\n');
+    return [Introduction, ...(Processor.hasGoals ? [own, ...others] : [...others, own])].join('\n');
 }
 
 try {

@@ -105,16 +105,16 @@ private:
         };
     }
 
-    static void Print(const std::string& row, const Timing& timing, const char* identical) {
+    static void Print(const std::string& row, const Timing& timing, bool identical) {
         std::printf("{\"row\":\"%s\",\"contender\":\"%s\",\"ratio\":%.5f,\"microseconds\":%.4f,\"identical\":%s}\n",
-                    row.c_str(), timing.name.c_str(), timing.ratio, timing.microseconds, identical);
+                    row.c_str(), timing.name.c_str(), timing.ratio, timing.microseconds, identical ? "true" : "false");
         std::fflush(stdout);
     }
     static void PrintAll(const std::string& row, const std::vector<Contender>& contenders,
                          const std::vector<bool>& identical, const Work& bound) {
         const std::vector<Timing> timings = MeasureSideBySide(contenders, bound);
         for (std::size_t i = 0; i < timings.size(); ++i) {
-            Print(row, timings[i], identical[i] ? "true" : "false");
+            Print(row, timings[i], identical[i]);
         }
     }
 
@@ -294,7 +294,7 @@ private:
              })) {
             timing.ratio /= messages;
             timing.microseconds /= messages;
-            Print(row, timing, "true");
+            Print(row, timing, true);
         }
     }
 

@@ -1,10 +1,10 @@
-// What the frame path is to reach with AVX2 and a source that is in the caches, for each row of the table, on
-// processors like the one on which the goals were set. Others copy faster or slower than they compute.
+// The processors on which the goals were set. Others copy faster or slower than they compute.
+export const GoalsOf = { vendor: 'AuthenticAMD', family: 26 };
+
+// What the frame path is to reach with AVX2 and a source that is in the caches, for each row of the table.
 //   bound    at most so many times the bound
 //   libyuv   at most this part of libyuv's time
 //   nanoseconds, as they stand
-export const GoalsOf = { vendor: 'AuthenticAMD', family: 26 };
-
 export const Goals = {
     '720p NV12': { bound: 0.95, libyuv: 1.05 },
     '1080p NV12': { bound: 1.05, libyuv: 1.10 },
