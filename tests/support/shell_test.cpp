@@ -2,7 +2,6 @@
 
 #include "browser/webview_callbacks.h"
 
-#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <iterator>
@@ -140,7 +139,9 @@ HWND ShellTest::MainWindow() {
 FrameFileHeader ShellTest::FrameHeader() const {
     const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
     FrameFileHeader header{};
-    std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof(header)));
+    if (bytes.size() == sizeof(FrameFileLayout)) {
+        std::memcpy(&header, bytes.data(), sizeof(header));
+    }
     return header;
 }
 

@@ -65,7 +65,7 @@ protected:
     // The receiver's main window; null when there is none.
     [[nodiscard]] static HWND MainWindow();
 
-    // The header of the camera's file; all zeros while there is none.
+    // The header of the camera's file; all zeros while there is none of the right size.
     [[nodiscard]] FrameFileHeader FrameHeader() const;
     // The lines of the log, without their times.
     [[nodiscard]] std::vector<std::string> LogLines() const { return LinesOf(log); }
