@@ -62,6 +62,7 @@ template <typename Lanes, std::size_t WindowCount, bool Twins>
 void SpreadGroups(const RowShuffle& row, const std::uint8_t* source, const std::uint8_t* next, std::uint8_t* drawn,
                   std::uint8_t* twin) {
     constexpr std::size_t ControlBytes = 32 * WindowCount;
+    constexpr std::ptrdiff_t LineBytes = 64;
     // Copies of what a store might change, for all that the compiler knows.
     const std::uint32_t* const laneOffsets = row.laneOffsets;
     const std::uint8_t* const allControls = row.controls;
@@ -70,29 +71,44 @@ void SpreadGroups(const RowShuffle& row, const std::uint8_t* source, const std::
     const std::size_t regularGroups = row.regularGroups;
     const std::size_t period = row.period;
     const std::ptrdiff_t step = row.periodStep;
-    const auto draw = [&](std::size_t at, std::ptrdiff_t lane0, std::ptrdiff_t lane1,
+    // The other places lie at a fixed distance, which leaves two pointers to move.
+    const std::ptrdiff_t toNext = next - source;
+    const std::ptrdiff_t toTwin = Twins ? twin - drawn : 0;
+    const auto draw = [=](const std::uint8_t* lane0, std::ptrdiff_t toLane1, std::uint8_t* to, bool asksAhead,
                           const Controls<WindowCount>& controls) {
-        const __m256i group = ShuffleGroup<Lanes, WindowCount>(source + lane0, source + lane1, controls);
-        Store32(drawn + at, group);
+        const __m256i group = ShuffleGroup<Lanes, WindowCount>(lane0, lane0 + toLane1, controls);
+        Store32(to, group);
         if (Twins) {
-            Store32(twin + at, group);
+            Store32(to + toTwin, group);
         }
-        Prefetch(next + lane0);
+        if (asksAhead) {
+            Prefetch(lane0 + toNext);
+        }
     };
     // All groups with equal controls one after the other, so that the controls stay in registers.
     for (std::size_t phase = 0; phase < period; ++phase) {
         const Controls<WindowCount> controls(allControls + phase * ControlBytes);
-        std::ptrdiff_t lane0 = laneOffsets[2 * phase];
-        std::ptrdiff_t lane1 = laneOffsets[2 * phase + 1];
-        for (std::size_t group = phase; group < regularGroups; group += period) {
-            draw(group * Block, lane0, lane1, controls);
-            lane0 += step;
-            lane1 += step;
+        const std::uint8_t* lane0 = source + laneOffsets[2 * phase];
+        const std::ptrdiff_t toLane1 = std::ptrdiff_t{laneOffsets[2 * phase + 1]} - laneOffsets[2 * phase];
+        const std::uint8_t* const end = drawn + regularGroups * Block;
+        const auto drawAll = [&](bool asksAhead) {
+            for (std::uint8_t* to = drawn + phase * Block; to < end; to += period * Block) {
+                draw(lane0, toLane1, to, asksAhead, controls);
+                lane0 += step;
+            }
+        };
+        // One phase alone meets every line of the source, unless its steps are longer than a line.
+        if (phase == 0 || step > LineBytes) {
+            drawAll(true);
+        } else {
+            drawAll(false);
         }
     }
     for (std::size_t group = regularGroups; group < groupCount; ++group) {
-        draw(group * Block < lastGroupAt ? group * Block : lastGroupAt, laneOffsets[2 * group],
-             laneOffsets[2 * group + 1], Controls<WindowCount>(allControls + group * ControlBytes));
+        const std::uint32_t* const lanes = laneOffsets + 2 * group;
+        draw(source + lanes[0], std::ptrdiff_t{lanes[1]} - lanes[0],
+             drawn + (group * Block < lastGroupAt ? group * Block : lastGroupAt), true,
+             Controls<WindowCount>(allControls + group * ControlBytes));
     }
 }
 
