@@ -174,20 +174,20 @@ void TurnGroups(const RowShuffle& row, const std::uint8_t* slot, const std::uint
     for (std::size_t group = 0; group < groupCount; ++group) {
         const std::size_t at = (group + 1) * Block < row.byteCount ? group * Block : row.byteCount - Block;
         const Controls<WindowCount> controls(row.controls + group * Block * WindowCount);
-        const std::uint8_t* const lane0 = slot + row.laneOffsets[2 * group];
-        const std::uint8_t* const lane1 = slot + row.laneOffsets[2 * group + 1];
+        const std::size_t lane0 = row.laneOffsets[2 * group];
+        const std::size_t lane1 = row.laneOffsets[2 * group + 1];
         // The far end of what the next group reads: the rest was read or asked for before.
         const std::size_t nextGroup = group + 1 < groupCount ? group + 1 : group;
-        const std::uint32_t next0 = row.laneOffsets[2 * nextGroup];
-        const std::uint32_t next1 = row.laneOffsets[2 * nextGroup + 1];
-        const std::uint8_t* const next = slot + next1 + (next0 < next1 ? 16 * WindowCount - 1 : 0);
+        const std::size_t next0 = row.laneOffsets[2 * nextGroup];
+        const std::size_t next1 = row.laneOffsets[2 * nextGroup + 1];
+        const std::size_t next = next1 + (next0 < next1 ? 16 * WindowCount - 1 : 0);
         for (std::size_t column = 0; column < lineCount; column += Side) {
             const std::size_t x = column + Side > lineCount ? lineCount - Side : column;
             __m256i tile[Side];
             for (std::size_t i = 0; i < Side; ++i) {
-                const std::size_t line = lines[x + i];
-                tile[i] = ShuffleGroup<Lanes, WindowCount>(lane0 + line, lane1 + line, controls);
-                Prefetch(next + line);
+                const std::uint8_t* const line = slot + lines[x + i];
+                tile[i] = ShuffleGroup<Lanes, WindowCount>(line + lane0, line + lane1, controls);
+                Prefetch(line + next);
             }
             Transpose<SampleBytes>(tile);
             std::uint8_t* const corner = drawn + at / SampleBytes * drawnPitch + x * SampleBytes;
