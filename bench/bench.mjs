@@ -44,7 +44,8 @@ function runOnce(program, words) {
     return stdout.trim().split('\n').map((line) => JSON.parse(line));
 }
 
-// Rows by name, each a map of contenders: { ratio, low, high, microseconds, identical }.
+// Rows by name, each a map of contenders: { ratios, ratio, low, high, microseconds, identical }; ratios has one of each
+// process.
 function measure({ program, filter, processes }, temperature, progress) {
     const seen = new Map();
     let head;
@@ -67,7 +68,7 @@ function measure({ program, filter, processes }, temperature, progress) {
     const rows = new Map([...seen].map(([name, contenders]) => [name, new Map([...contenders].map(([key, all]) => {
         const ratios = all.map(({ ratio }) => ratio);
         return [key, {
-            ratio: median(ratios), low: Math.min(...ratios), high: Math.max(...ratios),
+            ratios, ratio: median(ratios), low: Math.min(...ratios), high: Math.max(...ratios),
             microseconds: median(all.map(({ microseconds }) => microseconds)),
             identical: all.every(({ identical }) => identical),
         }];
@@ -83,9 +84,12 @@ function cell(timing) {
         `[${figure(timing.low)}..${figure(timing.high)}]` : '';
 }
 
-// The receiver's part of libyuv's time, NaN where that was not measured.
-const partOfLibyuv = (contenders) =>
-    contenders.get('receiver').microseconds / contenders.get('libyuv')?.microseconds;
+// The receiver's part of libyuv's time, NaN where that was not measured. Both are related to the bounds around them, in
+// the same process: machines that others use too are faster at one time than at another.
+function partOfLibyuv(contenders) {
+    const libyuv = contenders.get('libyuv');
+    return libyuv ? median(contenders.get('receiver').ratios.map((ratio, i) => ratio / libyuv.ratios[i])) : NaN;
+}
 
 // What a row misses of its goals, as texts.
 function misses(name, contenders) {
