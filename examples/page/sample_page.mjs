@@ -97,7 +97,7 @@ class SamplePage {
     #options;
     #mirror = false;
     #failed = false;
-    /** Path, start time and frame count at the start of the recording that runs. */
+    /** Path and start time of the recording that runs. */
     #recording = null;
     /** Times and counts of the last refreshes, for the frame rate. */
     #counts = [];
@@ -221,7 +221,7 @@ class SamplePage {
         if (action !== "recording-started") {
             this.#recording = null;
         } else if (success) {
-            this.#recording = { path, startMs: performance.now(), startFrames: this.#receiver.framesPosted };
+            this.#recording = { path, startMs: performance.now() };
         }
         if (!this.#recording) {
             setText(element("recording-result"), progress + outcome, success ? "" : "bad");
@@ -229,10 +229,9 @@ class SamplePage {
         this.#showRecording();
     }
 
-    /** Frames are those posted: the receiver does not say how many it has written. */
     #recordingProgress() {
-        const { startMs, startFrames } = this.#recording;
-        return `${minutesText(performance.now() - startMs)}, ${this.#receiver.framesPosted - startFrames} frames`;
+        const length = minutesText(performance.now() - this.#recording.startMs);
+        return `${length}, ${this.#receiver.framesRecorded} frames`;
     }
 
     #hearButtons() {

@@ -162,6 +162,12 @@ export class VistelReceiver extends EventTarget {
     #takeResult = null;
     /** @type {(() => void)[]} What to post once that answer is here. */
     #waiting = [];
+    /** framesPosted when a command was posted last that may begin or end a recording. */
+    #askedAt = 0;
+    /** The same of the command that began the last recording. */
+    #beganAt = 0;
+    /** @type {number | null} And of the one that ended it, null before. */
+    #endedAt = 0;
 
     framesPosted = 0;
     /** Frames given up because a copy was under way or the slots were missing or replaced. */
@@ -193,6 +199,11 @@ export class VistelReceiver extends EventTarget {
 
     get connected() {
         return this.#slots.every((slot) => slot !== null);
+    }
+
+    /** Frames of the recording that runs or, after its end, of the last one: those posted from its start to its end. */
+    get framesRecorded() {
+        return (this.#endedAt ?? this.framesPosted) - this.#beganAt;
     }
 
     /** Byte sizes of the slots, 0 for one that has not arrived. */
@@ -279,7 +290,7 @@ export class VistelReceiver extends EventTarget {
      */
     setQuality(quality) {
         requireOneOf(Qualities, quality);
-        this.#inTurn(() => this.#webview.postMessage(`quality:${quality}`));
+        this.#inTurn(() => this.#post(`quality:${quality}`));
     }
 
     /** Resolves to the result with the picture's path; rejects with a MediaError. */
@@ -328,8 +339,19 @@ export class VistelReceiver extends EventTarget {
                 }
                 this.#endTurn();
             };
-            this.#webview.postMessage(command);
+            this.#post(command);
         }));
+    }
+
+    /**
+     * The receiver takes messages in their order: a recording has the frames between the commands at its ends.
+     * @param {string} command
+     */
+    #post(command) {
+        if (command !== "media:snapshot") {
+            this.#askedAt = this.framesPosted;
+        }
+        this.#webview.postMessage(command);
     }
 
     /** @param {() => void} post */
@@ -402,8 +424,13 @@ export class VistelReceiver extends EventTarget {
     #onMediaResult(result) {
         if (result.action === "recording-started") {
             this.recording = result.success || result.error === AlreadyExists;
+            if (result.success) {
+                this.#beganAt = this.#askedAt;
+                this.#endedAt = null;
+            }
         } else if (result.action === "recording-stopped" || result.action === "recording-failed") {
             this.recording = false;
+            this.#endedAt ??= result.action === "recording-stopped" ? this.#askedAt : this.framesPosted;
         }
         this.#notify("media-result", result);
         this.#takeResult?.(result);

@@ -419,6 +419,62 @@ def test_knows_whether_a_recording_runs(kit):
     assert kit.get("heard.at(-1)") == ["media-result", result("recording-failed", False, MP4, 0x80070070)]
 
 
+def test_counts_the_frames_of_a_recording(connected):
+    assert connected.run("""
+        const post = () => receiver.postFrame(makeFrame("I420", 64, 32));
+        const counts = [receiver.framesRecorded];
+        const count = () => counts.push(receiver.framesRecorded);
+        await post();
+        receiver.startRecording();
+        await post();
+        host.postMediaResult("recording-started", true, "a", 0);
+        count();
+        await post();
+        receiver.takeSnapshot(); // is no end, nor is the quality that there is already
+        await post();
+        host.postMediaResult("snapshot", true, "b", 0);
+        receiver.setQuality("720p");
+        await post();
+        count();
+        receiver.startRecording().catch(() => {}); // nor a start of what runs
+        host.postMediaResult("recording-started", false, "", 0x800700B7);
+        await post();
+        receiver.stopRecording();
+        await post();
+        host.postMediaResult("recording-stopped", true, "a", 0);
+        await post();
+        count();
+        receiver.stopRecording();
+        host.postMediaResult("recording-stopped", true, "", 1);
+        count();
+        return counts;""") == [0, 1, 4, 5, 5]
+
+
+def test_counts_a_recording_up_to_another_quality(connected):
+    assert connected.run("""
+        const post = () => receiver.postFrame(makeFrame("I420", 64, 32));
+        receiver.startRecording();
+        host.postMediaResult("recording-started", true, "a", 0);
+        await post();
+        receiver.setQuality("1080p");
+        await post();
+        receiver.takeSnapshot();
+        host.postMediaResult("recording-stopped", true, "a", 0);
+        return receiver.framesRecorded;""") == 1
+
+
+def test_counts_a_recording_up_to_its_failure(connected):
+    assert connected.run("""
+        const post = () => receiver.postFrame(makeFrame("I420", 64, 32));
+        receiver.startRecording();
+        host.postMediaResult("recording-started", true, "a", 0);
+        await post();
+        await post();
+        host.postMediaResult("recording-failed", false, "a", 0x80070070);
+        await post();
+        return receiver.framesRecorded;""") == 2
+
+
 def test_has_its_state_up_to_date_when_it_tells(kit):
     assert kit.run("""
         const seen = [];

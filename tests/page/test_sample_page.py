@@ -179,7 +179,9 @@ def test_shows_a_recording_from_start_to_end(running):
     assert (text(running, "record"), mood(running, "record")) == ("Record", "")
     assert mood(running, "recording-label") == ""
     shown = text(running, "recording-result")
-    assert re.fullmatch(r"00:\d\d, [1-9]\d* frames, " + re.escape(MP4), shown)
+    recorded = running.get("host.posted.slice(host.posted.indexOf('media:record:start'), "
+                           "host.posted.indexOf('media:record:stop')).length") - 1
+    assert re.fullmatch(rf"00:\d\d, {recorded} frames, " + re.escape(MP4), shown)
     assert events(running)[0] == (f"recording-stopped: {MP4}", "")
     # The progress has ended.
     running.wait_for("host.frames.length > args[0]", running.get("host.frames.length") + 20)

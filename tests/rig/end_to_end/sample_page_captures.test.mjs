@@ -34,7 +34,7 @@ for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]
                                                   async () => wanted.exec(await text(id)));
 
         await run.waitForLog('Recording stopped', CaptureLimitMs);
-        const [, path] = await waitForText('recording-result', /frames, (C:\\.*\.mp4)$/);
+        const [, framesShown, path] = await waitForText('recording-result', /(\d+) frames, (C:\\.*\.mp4)$/);
         assert.equal(await text('record'), 'Record');
         const [snapshotPath] = await waitForText('snapshot-result', /^C:\\.*\.jpg$/);
 
@@ -44,6 +44,7 @@ for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]
             .filter(({ result }) => result === 0).length;
         const [recording] = run.encoder.recordings;
         assert.equal(recording.samples.length, published);
+        assert.equal(Number(framesShown), published);
         const pictures = await decodeVideo(await recordingFile(run, path, recording, width, height), width, height);
         assert.equal(pictures.length, published);
         // Blurred at first. The page fills its two slots in turn and does not wait for the receiver, so that of two
