@@ -98,10 +98,10 @@ void SpreadGroups(const RowShuffle& row, const std::uint8_t* source, const std::
             }
         };
         // One phase alone meets every line of the source, unless its steps are longer than a line.
-        if (phase == 0 || step > LineBytes) {
-            drawAll(true);
-        } else {
+        if (phase > 0 && -LineBytes <= step && step <= LineBytes) {
             drawAll(false);
+        } else {
+            drawAll(true);
         }
     }
     for (std::size_t group = regularGroups; group < groupCount; ++group) {
