@@ -42,10 +42,7 @@ public:
         startup.hStdOutput = output.Get();
         startup.hStdError = output.Get();
         PROCESS_INFORMATION information{};
-        std::wstring commandLine = L'"' + program + L"\" " + arguments;
-        Require(CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &startup, &information) != FALSE,
-                "process");
+        Require(Create(program, L'"' + program + L"\" " + arguments, startup, information), "process");
         process_.Reset(information.hProcess);
         const UniqueHandle thread(information.hThread);
     }
@@ -93,6 +90,22 @@ public:
     [[nodiscard]] std::string Output() const { return ReadBytes(outputFile_); }
 
 private:
+    // Very few starts fail under Wine: the new process is gone before any of its own code has run, and Wine says that
+    // something internal failed.
+    static bool Create(const std::wstring& program, std::wstring commandLine, STARTUPINFOW& startup,
+                       PROCESS_INFORMATION& information) {
+        constexpr int Attempts = 3;
+        for (int attempt = 1;; ++attempt) {
+            if (CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                               &startup, &information) != FALSE) {
+                return true;
+            }
+            if (GetLastError() != ERROR_INTERNAL_ERROR || attempt == Attempts) {
+                return false;
+            }
+        }
+    }
+
     static void Require(bool condition, const char* what) {
         if (!condition) {
             throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
