@@ -162,11 +162,10 @@ export class VistelReceiver extends EventTarget {
     #takeResult = null;
     /** @type {(() => void)[]} What to post once that answer is here. */
     #waiting = [];
-    /** framesPosted when a command was posted last that may begin or end a recording. */
+    /** framesPosted when a start was posted last, and when that of the last recording was. */
     #askedAt = 0;
-    /** The same of the command that began the last recording. */
     #beganAt = 0;
-    /** @type {number | null} And of the one that ended it, null before. */
+    /** @type {number | null} framesPosted when what ended it was posted, null before. */
     #endedAt = 0;
 
     framesPosted = 0;
@@ -201,7 +200,10 @@ export class VistelReceiver extends EventTarget {
         return this.#slots.every((slot) => slot !== null);
     }
 
-    /** Frames of the recording that runs or, after its end, of the last one: those posted from its start to its end. */
+    /**
+     * Frames of the recording that runs or, after its end, of the last one: those posted from its start to its end.
+     * Not known, and not counted, of one from before a reload.
+     */
     get framesRecorded() {
         return (this.#endedAt ?? this.framesPosted) - this.#beganAt;
     }
@@ -344,12 +346,15 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * The receiver takes messages in their order: a recording has the frames between the commands at its ends.
+     * The receiver takes messages in their order: a recording has the frames between the commands at its ends. A
+     * quality ends it as a stop does, even the one in force.
      * @param {string} command
      */
     #post(command) {
-        if (command !== "media:snapshot") {
+        if (command === "media:record:start") {
             this.#askedAt = this.framesPosted;
+        } else if (command !== "media:snapshot") {
+            this.#endedAt ??= this.framesPosted;
         }
         this.#webview.postMessage(command);
     }
@@ -430,7 +435,7 @@ export class VistelReceiver extends EventTarget {
             }
         } else if (result.action === "recording-stopped" || result.action === "recording-failed") {
             this.recording = false;
-            this.#endedAt ??= result.action === "recording-stopped" ? this.#askedAt : this.framesPosted;
+            this.#endedAt ??= this.framesPosted;
         }
         this.#notify("media-result", result);
         this.#takeResult?.(result);

@@ -430,13 +430,12 @@ def test_counts_the_frames_of_a_recording(connected):
         host.postMediaResult("recording-started", true, "a", 0);
         count();
         await post();
-        receiver.takeSnapshot(); // is no end, nor is the quality that there is already
+        receiver.takeSnapshot(); // is no end
         await post();
         host.postMediaResult("snapshot", true, "b", 0);
-        receiver.setQuality("720p");
         await post();
         count();
-        receiver.startRecording().catch(() => {}); // nor a start of what runs
+        receiver.startRecording().catch(() => {}); // nor is a start of what runs
         host.postMediaResult("recording-started", false, "", 0x800700B7);
         await post();
         receiver.stopRecording();
@@ -450,29 +449,33 @@ def test_counts_the_frames_of_a_recording(connected):
         return counts;""") == [0, 1, 4, 5, 5]
 
 
-def test_counts_a_recording_up_to_another_quality(connected):
-    assert connected.run("""
+@pytest.mark.parametrize("later", ["takeSnapshot()", "setQuality('720p')", "startRecording()", "stopRecording()"])
+def test_counts_a_recording_up_to_the_quality_that_ends_it(connected, later):
+    assert connected.run(f"""
         const post = () => receiver.postFrame(makeFrame("I420", 64, 32));
         receiver.startRecording();
         host.postMediaResult("recording-started", true, "a", 0);
         await post();
         receiver.setQuality("1080p");
         await post();
-        receiver.takeSnapshot();
+        receiver.{later};
+        await post();
         host.postMediaResult("recording-stopped", true, "a", 0);
         return receiver.framesRecorded;""") == 1
 
 
-def test_counts_a_recording_up_to_its_failure(connected):
-    assert connected.run("""
+@pytest.mark.parametrize("asked, frames", [("", 2), ("receiver.stopRecording();", 1)])
+def test_counts_a_recording_up_to_its_failure(connected, asked, frames):
+    assert connected.run(f"""
         const post = () => receiver.postFrame(makeFrame("I420", 64, 32));
         receiver.startRecording();
         host.postMediaResult("recording-started", true, "a", 0);
         await post();
+        {asked}
         await post();
         host.postMediaResult("recording-failed", false, "a", 0x80070070);
         await post();
-        return receiver.framesRecorded;""") == 2
+        return receiver.framesRecorded;""") == frames
 
 
 def test_has_its_state_up_to_date_when_it_tells(kit):
