@@ -1,5 +1,5 @@
 // The sample page: a test picture goes through WebRTC and into the receiver, and everything heard is shown.
-// Query: size=720p|1080p, fps=1..60, pattern=card|bars, colours=fast|exact; for runs that nobody watches, in seconds
+// Query: size=720p|1080p, fps=1..60, pattern=card|bars, colors=fast|exact; for runs that nobody watches, in seconds
 // after the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS records for so long.
 
 import { openLoopback, readFrames } from "./loopback.mjs";
@@ -7,7 +7,7 @@ import { PatternNames, TestCard } from "./test_card.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
-const QueryNames = ["size", "fps", "pattern", "colours", "snapshot", "record", "clientVersion"];
+const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "clientVersion"];
 const RefreshMs = 250;
 const RateWindowMs = 2000;
 const MaxEvents = 50;
@@ -83,7 +83,7 @@ function readOptions() {
     const rates = Array.from({ length: 60 }, (_, index) => String(index + 1));
     return {
         size: choice(query, "size", Object.keys(Sizes), "720p"),
-        exactColours: choice(query, "colours", ["fast", "exact"], "fast") === "exact",
+        exactColors: choice(query, "colors", ["fast", "exact"], "fast") === "exact",
         pattern: choice(query, "pattern", PatternNames, "card"),
         fps: Number(choice(query, "fps", rates, "30")),
         snapshot: seconds(query, "snapshot", 1),
@@ -135,8 +135,8 @@ class SamplePage {
 
     async #postFrame(frame) {
         const isFirst = this.#receiver.framesPosted === 0;
-        const { exactColours } = this.#options;
-        const posted = await this.#receiver.postFrame(frame, { mirror: this.#mirror, exactColours });
+        const { exactColors } = this.#options;
+        const posted = await this.#receiver.postFrame(frame, { mirror: this.#mirror, exactColors });
         if (posted && isFirst) {
             this.#captureUnattended();
         }

@@ -127,11 +127,11 @@ export function copyRectangle(visible) {
 }
 
 /**
- * Whether a frame's colours mean to the receiver what they mean to the browser: it passes YUV bytes on as BT.601
+ * Whether a frame's colors mean to the receiver what they mean to the browser: it passes YUV bytes on as BT.601
  * limited range, whatever they are, and converts RGB to that itself.
  * @param {VideoFrame} frame
  */
-function hasHostColours(frame) {
+function hasHostColors(frame) {
     const { matrix, fullRange } = frame.colorSpace;
     return matrix === "rgb" || (!fullRange && (matrix === null || matrix === "smpte170m" || matrix === "bt470bg"));
 }
@@ -235,13 +235,13 @@ export class VistelReceiver extends EventTarget {
      * acknowledges a frame; the two slots take turns, and a frame that comes while another is being copied is
      * dropped.
      *
-     * exactColours copies a frame whose YUV colours the receiver would misread (a canvas captured by WebRTC is
-     * BT.709 full range) as RGB instead: true colours for more than twice the bytes.
+     * exactColors copies a frame whose YUV colors the receiver would misread (a canvas captured by WebRTC is
+     * BT.709 full range) as RGB instead: true colors for more than twice the bytes.
      * @param {VideoFrame} frame
-     * @param {{mirror?: boolean, exactColours?: boolean}} options
+     * @param {{mirror?: boolean, exactColors?: boolean}} options
      * @returns {Promise<boolean>} Whether the frame was posted.
      */
-    async postFrame(frame, { mirror = false, exactColours = false } = {}) {
+    async postFrame(frame, { mirror = false, exactColors = false } = {}) {
         const slot = this.#nextSlot;
         const bytes = this.#slots[slot];
         if (this.#copying || !bytes || !this.connected) {
@@ -251,7 +251,7 @@ export class VistelReceiver extends EventTarget {
         }
         this.#copying = true;
         try {
-            const { format, options } = this.#planCopy(frame, bytes.byteLength, exactColours);
+            const { format, options } = this.#planCopy(frame, bytes.byteLength, exactColors);
             const planes = await frame.copyTo(bytes, options);
             if (this.#slots[slot] !== bytes) {
                 ++this.framesDropped;
@@ -378,11 +378,11 @@ export class VistelReceiver extends EventTarget {
     /**
      * @param {VideoFrame} frame
      * @param {number} slotSize
-     * @param {boolean} exactColours
+     * @param {boolean} exactColors
      */
-    #planCopy(frame, slotSize, exactColours) {
+    #planCopy(frame, slotSize, exactColors) {
         const rect = copyRectangle(frame.visibleRect);
-        const asItIs = HostFormats.has(frame.format) && (!exactColours || hasHostColours(frame));
+        const asItIs = HostFormats.has(frame.format) && (!exactColors || hasHostColors(frame));
         const options = asItIs ? { rect } : { rect, format: "RGBX" };
         const fits = rect.width >= 2 && rect.width <= MaxCodedWidth && rect.height >= 2 &&
             rect.height <= MaxCodedHeight && frame.displayWidth <= MaxDisplaySize &&

@@ -164,15 +164,15 @@ def test_says_so_when_no_slots_arrive(kit):
     ("'I420', 64, 32, { visibleRect: { x: 2, y: 4, width: 31, height: 17 } }", {},
      "I420:30:16:0:0:0:31:17:0,30;480,15;600,15"),
     # Colours other than BT.601 limited range go as RGB when they are to be exact.
-    ("'I420', 64, 32, { colorSpace: { matrix: 'bt709', fullRange: false } }", {"exactColours": True},
+    ("'I420', 64, 32, { colorSpace: { matrix: 'bt709', fullRange: false } }", {"exactColors": True},
      "RGBX:64:32:0:0:0:64:32:0,256"),
-    ("'I420', 64, 32, { colorSpace: { matrix: 'smpte170m', fullRange: true } }", {"exactColours": True},
+    ("'I420', 64, 32, { colorSpace: { matrix: 'smpte170m', fullRange: true } }", {"exactColors": True},
      "RGBX:64:32:0:0:0:64:32:0,256"),
-    ("'I420', 64, 32, { colorSpace: { matrix: 'smpte170m', fullRange: false } }", {"exactColours": True},
+    ("'I420', 64, 32, { colorSpace: { matrix: 'smpte170m', fullRange: false } }", {"exactColors": True},
      "I420:64:32:0:0:0:64:32:0,64;2048,32;2560,32"),
     ("'I420', 64, 32, { colorSpace: { matrix: 'bt709', fullRange: false } }", {},
      "I420:64:32:0:0:0:64:32:0,64;2048,32;2560,32"),
-    ("'BGRA', 64, 32", {"exactColours": True}, "BGRA:64:32:0:0:0:64:32:0,256"),
+    ("'BGRA', 64, 32", {"exactColors": True}, "BGRA:64:32:0:0:0:64:32:0,256"),
 ])
 def test_describes_a_frame(connected, frame, options, expected):
     assert connected.run(f"""

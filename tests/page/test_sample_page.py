@@ -298,7 +298,7 @@ def test_asks_for_a_line_in_the_log(waiting):
 
 
 def test_sends_the_size_pattern_and_colours_of_the_query(page):
-    start(page, "?size=1080p&pattern=bars&fps=10&colours=exact")
+    start(page, "?size=1080p&pattern=bars&fps=10&colors=exact")
     assert page.get("host.texts") == ["ready", "quality:1080p"]
     fields = newest_frame(page)
     assert fields[2] in ["RGBX", "I420"]
@@ -316,7 +316,7 @@ def test_sends_the_size_pattern_and_colours_of_the_query(page):
 @pytest.mark.parametrize("query, complaint", [
     ("size=480p", "size=480p is none of 720p, 1080p"),
     ("pattern=noise", "pattern=noise is none of card, bars"),
-    ("colours=true", "colours=true is none of fast, exact"),
+    ("colors=true", "colors=true is none of fast, exact"),
     ("snapshot=soon", "snapshot=soon is not a number of seconds"),
     ("snapshot=1:2", "snapshot=1:2 is not a number of seconds"),
     ("snapshot=", "snapshot= is not a number of seconds"),
