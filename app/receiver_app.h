@@ -5,7 +5,6 @@
 #include "capture/video_recorder.h"
 #include "frames/frame_canvas.h"
 #include "frames/frame_converter.h"
-#include "frames/frame_message.h"
 #include "frames/shared_frame_file.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
@@ -103,7 +102,6 @@ private:
     SharedFrameFile sharedFrameFile;
     VideoRecorder recorder;
     FrameConverter frameConverter;
-    FrameDescriptor frameDescriptor; // of the frame being handled; a member so that its memory serves the next one
     FrameCanvas scratchBuffer; // the canvas: the last converted frame, NV12
     std::uint32_t outputWidth = 1280;
     std::uint32_t outputHeight = 720;

@@ -234,7 +234,7 @@ private:
             canvas.Forget();
             Require(with.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
         };
-        const FrameGeometry geometry = MakeGeometry(frame, RecognizeFormat(frame.format, frame.planes.size()).value(),
+        const FrameGeometry geometry = MakeGeometry(frame, RecognizeFormat(frame.format, frame.planeCount).value(),
                                                     frameCase.canvasWidth, frameCase.canvasHeight);
         PrintAll(row,
                  {{"receiver",

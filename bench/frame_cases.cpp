@@ -24,11 +24,14 @@ FrameDescriptor FrameCase::Descriptor() const {
     frame.displayHeight = IsSideways() ? width : height;
     const std::uint64_t luma = std::uint64_t{width} * height;
     if (format == L"NV12") {
-        frame.planes = {{0, width}, {luma, width}};
+        frame.AddPlane({0, width});
+        frame.AddPlane({luma, width});
     } else if (format == L"I420") {
-        frame.planes = {{0, width}, {luma, width / 2}, {luma * 5 / 4, width / 2}};
+        frame.AddPlane({0, width});
+        frame.AddPlane({luma, width / 2});
+        frame.AddPlane({luma * 5 / 4, width / 2});
     } else {
-        frame.planes = {{0, std::uint64_t{4} * width}};
+        frame.AddPlane({0, std::uint64_t{4} * width});
     }
     return frame;
 }
@@ -37,8 +40,8 @@ std::size_t FrameCase::SourceBytes() const {
     const FrameDescriptor frame = Descriptor();
     const PictureRectangle picture = FitPicture(frame.displayWidth, frame.displayHeight, canvasWidth, canvasHeight);
     const std::uint32_t drawnLines = IsSideways() ? picture.width : picture.height;
-    const std::size_t lumaRow = std::size_t{width} * (frame.planes.size() == 1 ? 4 : 1);
-    const std::size_t chromaRow = frame.planes.size() == 1 ? 0 : width;
+    const std::size_t lumaRow = std::size_t{width} * (frame.planeCount == 1 ? 4 : 1);
+    const std::size_t chromaRow = frame.planeCount == 1 ? 0 : width;
     return RowsUsed(height, drawnLines) * lumaRow + RowsUsed(height / 2, drawnLines / 2) * chromaRow;
 }
 

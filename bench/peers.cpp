@@ -225,7 +225,7 @@ PeerConversion SwscaleConversion(const FrameCase& frameCase, bool clearBars) {
         }
         std::array<const std::uint8_t*, 4> source{};
         std::array<int, 4> sourceStrides{};
-        for (std::size_t plane = 0; plane < frame.planes.size(); ++plane) {
+        for (std::size_t plane = 0; plane < frame.planeCount; ++plane) {
             source[plane] = slot + frame.planes[plane].offset;
             sourceStrides[plane] = static_cast<int>(frame.planes[plane].stride);
         }

@@ -269,7 +269,7 @@ private:
 
 HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameDescriptor& descriptor,
                                 std::uint32_t canvasWidth, std::uint32_t canvasHeight, FrameCanvas& canvas) {
-    const std::optional<PixelLayout> layout = RecognizeFormat(descriptor.format, descriptor.planes.size());
+    const std::optional<PixelLayout> layout = RecognizeFormat(descriptor.format, descriptor.planeCount);
     if (!layout) {
         canvas.Prepare(canvasWidth, canvasHeight, {});
         return MF_E_INVALIDMEDIATYPE;

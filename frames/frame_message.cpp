@@ -10,7 +10,6 @@ namespace {
 constexpr std::uint32_t MaxCodedWidth = 4096;
 constexpr std::uint32_t MaxCodedHeight = 2160;
 constexpr std::uint32_t MaxDisplaySize = 4096;
-constexpr std::size_t UsualPlaneCount = 4; // no format has more
 
 // Takes a message's fields one after the other. Each function takes one field and the separator behind it, and returns
 // false when there is no such field.
@@ -87,28 +86,27 @@ private:
 };
 
 // One ";" may end the list; an empty list or an empty item fails.
-bool ReadPlanes(FieldReader& fields, std::vector<PlaneLayout>& planes) {
-    planes.clear();
-    planes.reserve(UsualPlaneCount);
+bool ReadPlanes(FieldReader& fields, FrameDescriptor& descriptor) noexcept {
     do {
         PlaneLayout plane;
         if (!fields.ReadPlane(plane)) {
             return false;
         }
-        planes.push_back(plane);
+        descriptor.AddPlane(plane);
     } while (!fields.AtEnd());
     return true;
 }
 
 } // namespace
 
-bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor) {
+bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor) noexcept {
+    descriptor = {};
     FieldReader fields(text);
     return fields.ReadText(descriptor.format) && fields.ReadEvenSize(MaxCodedWidth, descriptor.codedWidth) &&
            fields.ReadEvenSize(MaxCodedHeight, descriptor.codedHeight) && fields.ReadFlag(descriptor.flipA) &&
            fields.ReadRotation(descriptor.rotation) && fields.ReadFlag(descriptor.flipB) &&
            fields.ReadSize(MaxDisplaySize, descriptor.displayWidth) &&
-           fields.ReadSize(MaxDisplaySize, descriptor.displayHeight) && ReadPlanes(fields, descriptor.planes);
+           fields.ReadSize(MaxDisplaySize, descriptor.displayHeight) && ReadPlanes(fields, descriptor);
 }
 
 } // namespace receiver

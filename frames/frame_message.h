@@ -1,15 +1,18 @@
 // The text of a frame message, parsed into a FrameDescriptor. Pure: no Windows calls.
-// The slot digit in front of it is the business of frames/frame_slots.cpp.
+// The slot digit is handled by the caller (frames/frame_slots.cpp).
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 namespace receiver {
 
 // Bytes of one frame slot: a 1920 x 1080 frame at 4 bytes per pixel.
 inline constexpr std::uint32_t SlotSize = 1920 * 1080 * 4;
+
+inline constexpr std::size_t MaxPlanes = 4; // of any supported format
 
 // Where one plane lies in its slot, in bytes. Sent by the page: both values may be hostile.
 struct PlaneLayout {
@@ -29,11 +32,20 @@ struct FrameDescriptor {
     bool flipB = false;
     std::uint32_t displayWidth = 0; // used for the aspect ratio alone
     std::uint32_t displayHeight = 0;
-    std::vector<PlaneLayout> planes; // in the format's own order
+    std::size_t planeCount = 0; // in the message; it may have more than are stored
+    std::array<PlaneLayout, MaxPlanes> planes; // the first ones, in the format's own order
+
+    void AddPlane(const PlaneLayout& plane) noexcept {
+        if (planeCount < planes.size()) {
+            planes[planeCount] = plane;
+        }
+        ++planeCount;
+    }
 };
 
 // Parses "format:codedWidth:codedHeight:flipA:rotation:flipB:displayWidth:displayHeight:offset,stride;offset,stride..."
-// and checks every limit but the planes' extent. False for any malformed text; `descriptor` is then unspecified.
-[[nodiscard]] bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor);
+// and checks every limit except the planes' extent. Any number of planes is accepted and all of them are checked.
+// False for any malformed text; `descriptor` is then unspecified.
+[[nodiscard]] bool ParseFrameDescriptor(std::wstring_view text, FrameDescriptor& descriptor) noexcept;
 
 } // namespace receiver

@@ -3,6 +3,7 @@
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
 #include "browser/page_json.h"
+#include "frames/frame_message.h"
 #include "platform/hresult.h"
 
 #include <new>
@@ -59,11 +60,11 @@ HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstri
     if (slot == nullptr) {
         return E_POINTER;
     }
-    if (!ParseFrameDescriptor(text, frameDescriptor)) {
+    FrameDescriptor descriptor;
+    if (!ParseFrameDescriptor(text, descriptor)) {
         return E_INVALIDARG;
     }
-    RETURN_IF_FAILED(
-        frameConverter.Convert({slot, SlotSize}, frameDescriptor, outputWidth, outputHeight, scratchBuffer));
+    RETURN_IF_FAILED(frameConverter.Convert({slot, SlotSize}, descriptor, outputWidth, outputHeight, scratchBuffer));
     const std::span<const std::uint8_t> frame = scratchBuffer.Bytes();
     const auto size = static_cast<std::uint32_t>(frame.size());
     const HRESULT published = sharedFrameFile.PublishFrame(frame.data(), size, outputWidth, outputHeight);

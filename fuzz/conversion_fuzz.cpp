@@ -23,7 +23,6 @@ namespace receiver {
 namespace {
 
 constexpr std::size_t MaxFrames = 4;
-constexpr std::size_t MaxPlanes = 5;
 // As wide or as high as the real canvases, but not both: they would take a thousand times as long.
 constexpr std::uint32_t MaxCanvasSize = 1920;
 constexpr std::uint32_t MaxCanvasArea = 32768;
@@ -64,8 +63,8 @@ Input ReadInput(std::string_view line) {
     frame.flipB = number(4) % 2 != 0;
     frame.displayWidth = Bring(number(5), 4096);
     frame.displayHeight = Bring(number(6), 4096);
-    for (std::size_t i = 7; i < numbers.size() && frame.planes.size() < MaxPlanes; i += 2) {
-        frame.planes.push_back({number(i) % SlotSize, std::max<std::uint64_t>(number(i + 1), 1)});
+    for (std::size_t i = 7; i < numbers.size() && frame.planeCount <= MaxPlanes; i += 2) {
+        frame.AddPlane({number(i) % SlotSize, std::max<std::uint64_t>(number(i + 1), 1)});
     }
     return input;
 }
@@ -76,7 +75,7 @@ HRESULT ExpectedResult(const FrameDescriptor& frame) {
         return MF_E_INVALIDMEDIATYPE;
     }
     const std::vector<PlaneSize> planes = ReferencePlanes(frame.format, frame.codedWidth, frame.codedHeight);
-    if (frame.planes.size() < planes.size()) {
+    if (frame.planeCount < planes.size()) {
         return MF_E_INVALIDMEDIATYPE;
     }
     for (std::size_t i = 0; i < planes.size(); ++i) {
@@ -231,7 +230,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (inputs.empty()) {
         return 0;
     }
-    slot.Disturb(inputs[0].frame.planes.empty() ? 0 : inputs[0].frame.planes[0].offset);
+    slot.Disturb(inputs[0].frame.planes[0].offset);
     CheckDisturbed(slot, inputs);
     slot.Rest();
     CheckAtRest(slot, inputs);

@@ -73,7 +73,7 @@ std::optional<FrameDescriptor> PlainParse(const std::wstring& text) {
         if (!offset || !stride || *offset >= 8294400 || *stride == 0) {
             return std::nullopt;
         }
-        frame.planes.push_back({*offset, *stride});
+        frame.AddPlane({*offset, *stride});
     }
     return frame;
 }
@@ -81,7 +81,7 @@ std::optional<FrameDescriptor> PlainParse(const std::wstring& text) {
 bool Same(const FrameDescriptor& a, const FrameDescriptor& b) {
     return a.format == b.format && a.codedWidth == b.codedWidth && a.codedHeight == b.codedHeight &&
            a.flipA == b.flipA && a.rotation == b.rotation && a.flipB == b.flipB && a.displayWidth == b.displayWidth &&
-           a.displayHeight == b.displayHeight && a.planes == b.planes;
+           a.displayHeight == b.displayHeight && a.planeCount == b.planeCount && a.planes == b.planes;
 }
 
 } // namespace
@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using namespace receiver;
     const std::wstring text = ToUnits(AsText(data, size));
     FrameDescriptor frame;
-    frame.planes.push_back({1, 1}); // Left over from the frame before.
+    frame.AddPlane({1, 1}); // Left over from the frame before.
     const bool accepted = ParseFrameDescriptor(text, frame);
     const std::optional<FrameDescriptor> expected = PlainParse(text);
     Require(accepted == expected.has_value(), "exactly the well-formed texts are accepted");

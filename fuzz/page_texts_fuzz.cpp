@@ -186,7 +186,7 @@ HRESULT Foretold::Draw(const std::wstring& text) {
     if (!ParseFrameDescriptor(text, descriptor)) {
         return E_INVALIDARG;
     }
-    const auto layout = RecognizeFormat(descriptor.format, descriptor.planes.size());
+    const auto layout = RecognizeFormat(descriptor.format, descriptor.planeCount);
     if (layout && !FitsSlot(MakeGeometry(descriptor, *layout, width_, height_), SlotSize)) {
         return E_INVALIDARG;
     }

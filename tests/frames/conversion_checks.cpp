@@ -54,7 +54,7 @@ FrameDescriptor RandomFrame(Random& random) {
         if (!large && !random.OneIn(4)) {
             stride = rowBytes + (random.OneIn(2) ? 0 : random.Below(70));
         }
-        frame.planes.push_back({.offset = random.Below(300), .stride = stride});
+        frame.AddPlane({.offset = random.Below(300), .stride = stride});
     }
     return frame;
 }
@@ -101,7 +101,7 @@ std::string Describe(const FrameDescriptor& frame, std::uint32_t canvasWidth, st
     text << std::string(frame.format.begin(), frame.format.end()) << " coded " << frame.codedWidth << " x "
          << frame.codedHeight << " rotation " << frame.rotation << " flips " << frame.flipA << frame.flipB
          << " display " << frame.displayWidth << " x " << frame.displayHeight << " planes";
-    for (const PlaneLayout& plane : frame.planes) {
+    for (const PlaneLayout& plane : std::span(frame.planes).first(frame.planeCount)) {
         text << ' ' << plane.offset << ',' << plane.stride;
     }
     text << " canvas " << canvasWidth << " x " << canvasHeight;

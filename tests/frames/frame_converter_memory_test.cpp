@@ -21,7 +21,8 @@ FrameDescriptor FrameOf(std::wstring_view format, std::uint32_t rotation) {
     frame.rotation = rotation;
     frame.displayWidth = 640;
     frame.displayHeight = 480;
-    frame.planes = {{0, 2560}, {600000, 2560}, {900000, 2560}};
+    frame.planeCount = 3;
+    frame.planes = {{{0, 2560}, {600000, 2560}, {900000, 2560}}};
     return frame;
 }
 

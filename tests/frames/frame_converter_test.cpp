@@ -45,7 +45,7 @@ FrameDescriptor TightFrame(std::wstring_view format, Size size) {
     frame.codedHeight = frame.displayHeight = size.height;
     std::uint64_t offset = 0;
     for (const PlaneSize& plane : ReferencePlanes(format, size.width, size.height)) {
-        frame.planes.push_back({.offset = offset, .stride = plane.rowBytes});
+        frame.AddPlane({.offset = offset, .stride = plane.rowBytes});
         offset += plane.rowBytes * plane.rowCount;
     }
     return frame;
@@ -328,7 +328,7 @@ TEST(FrameConverter, TurnsAndMirrorsASmallPictureAsDrawnByHand) {
                 frame.flipB = flipA != turn.mirrored; // two flips undo each other
                 frame.displayWidth = canvas.width;
                 frame.displayHeight = canvas.height;
-                const std::string_view source = frame.planes.size() == 2 ? Nv12Slot : I420Slot;
+                const std::string_view source = frame.planeCount == 2 ? Nv12Slot : I420Slot;
                 const Bytes drawn = Converted(Bytes(source.begin(), source.end()), frame, canvas);
                 EXPECT_EQ(turn.canvas, std::string(drawn.begin(), drawn.end())) << Describe(frame, canvas);
             }
@@ -418,7 +418,7 @@ TEST(FrameConverter, BlackensTheCanvasForAnUnsupportedFormat) {
           Case{L"I420A"sv, 2}, Case{L"RGBA"sv, 0}, Case{L"BGRX"sv, 0}}) {
         FrameDescriptor frame = TightFrame(L"I420A", {16, 16});
         frame.format = wrong.format;
-        frame.planes.resize(wrong.planeCount, {.offset = 0, .stride = 16});
+        frame.planeCount = wrong.planeCount;
         for (const Size& canvas : Canvases) {
             for (const std::size_t sizeBefore :
                  {std::size_t{0}, std::size_t{100}, std::size_t{1382400}, std::size_t{3110400}, std::size_t{4000000}}) {
@@ -438,7 +438,7 @@ TEST(FrameConverter, FindsAFormatUnsupportedBeforeItsPlanesLeaveTheSlot) {
     FrameConverter converter;
     for (const std::size_t planeCount : {std::size_t{2}, std::size_t{1}}) {
         frame.format = planeCount == 2 ? L"YUY2" : L"NV12";
-        frame.planes.resize(planeCount);
+        frame.planeCount = planeCount;
         FrameCanvas bytes(Bytes(77, 0xA5));
         EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert({}, frame, 32, 16, bytes));
         EXPECT_EQ(BlackCanvas(32, 16), BytesOf(bytes));
@@ -452,7 +452,7 @@ TEST(FrameConverter, IgnoresPlanesThatTheFormatDoesNotDraw) {
         FrameDescriptor frame = TightFrame(format, {16, 12});
         const Bytes slot = RandomSlot(frame, 1);
         const Bytes plain = Converted(slot, frame, {32, 18});
-        frame.planes.push_back(hostile);
+        frame.AddPlane(hostile);
         EXPECT_EQ(plain, Converted(slot, frame, {32, 18})) << Describe(frame, {32, 18});
     }
 }
@@ -598,7 +598,7 @@ TEST(FrameConverter, FollowsAChangeOfAnySingleFieldAndTheWayBack) {
         FrameCanvas bytes;
         ExpectReferenceCanvas(converter, slot, usual, usualCanvas, bytes);
         const Bytes usualBytes = BytesOf(bytes);
-        const std::size_t planeChanges = (3 - usual.planes.size()) * 2;
+        const std::size_t planeChanges = (3 - usual.planeCount) * 2;
         for (std::size_t index = 0; index < changes.size() - planeChanges; ++index) {
             const Change& change = changes[index];
             SCOPED_TRACE(change.name);
@@ -618,7 +618,8 @@ TEST(FrameConverter, FollowsAChangeOfAnySingleFieldAndTheWayBack) {
 TEST(FrameConverter, FollowsEveryChangeOfFormat) {
     // One layout of planes that serves all formats.
     FrameDescriptor frame = TightFrame(L"RGBA", {64, 36});
-    frame.planes = {{0, 256}, {16, 256}, {48, 256}};
+    frame.planeCount = 3;
+    frame.planes = {{{0, 256}, {16, 256}, {48, 256}}};
     const Bytes slot = RandomSlot(frame, 1);
     FrameConverter converter;
     FrameCanvas bytes;
@@ -705,7 +706,7 @@ TEST(FrameConverter, SurvivesASlotThatChangesWhileItIsRead) {
             for (std::size_t index = 0; valid && index < expected.size(); ++index) {
                 const std::size_t column = index % 1280;
                 const bool picture = column >= 160 && column < 1120;
-                const bool packed = frame.planes.size() == 1;
+                const bool packed = frame.planeCount == 1;
                 const bool luma = index < std::size_t{1280} * 720;
                 const std::uint8_t byte = bytes.Bytes()[index];
                 if (!picture) {

@@ -3,12 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace receiver {
@@ -43,6 +45,14 @@ bool Parse(std::wstring_view text, FrameDescriptor& descriptor) {
 bool Parses(std::wstring_view text) {
     FrameDescriptor descriptor;
     return Parse(text, descriptor);
+}
+
+// `expected` are all planes of the message; only the first four are stored.
+void ExpectPlanes(const std::vector<PlaneLayout>& expected, const FrameDescriptor& descriptor) {
+    std::array<PlaneLayout, MaxPlanes> stored;
+    std::copy_n(expected.begin(), std::min(expected.size(), stored.size()), stored.begin());
+    EXPECT_EQ(expected.size(), descriptor.planeCount);
+    EXPECT_EQ(stored, descriptor.planes);
 }
 
 bool ParsesWithField(Field field, std::wstring_view text) {
@@ -121,8 +131,7 @@ TEST(FrameMessage, ReadsEveryField) {
     EXPECT_FALSE(descriptor.flipB);
     EXPECT_EQ(1919U, descriptor.displayWidth);
     EXPECT_EQ(1081U, descriptor.displayHeight);
-    const std::vector<PlaneLayout> planes = {{7, 656}, {240000, 336}, {300001, 344}, {360002, 656}};
-    EXPECT_EQ(planes, descriptor.planes);
+    ExpectPlanes({{7, 656}, {240000, 336}, {300001, 344}, {360002, 656}}, descriptor);
 }
 
 TEST(FrameMessage, ReadsAnNv12Frame) {
@@ -136,8 +145,7 @@ TEST(FrameMessage, ReadsAnNv12Frame) {
     EXPECT_FALSE(descriptor.flipB);
     EXPECT_EQ(1280U, descriptor.displayWidth);
     EXPECT_EQ(720U, descriptor.displayHeight);
-    const std::vector<PlaneLayout> planes = {{0, 1280}, {921600, 1280}};
-    EXPECT_EQ(planes, descriptor.planes);
+    ExpectPlanes({{0, 1280}, {921600, 1280}}, descriptor);
 }
 
 TEST(FrameMessage, OverwritesEveryFieldOfAUsedDescriptor) {
@@ -152,8 +160,7 @@ TEST(FrameMessage, OverwritesEveryFieldOfAUsedDescriptor) {
     EXPECT_FALSE(descriptor.flipB);
     EXPECT_EQ(6U, descriptor.displayWidth);
     EXPECT_EQ(8U, descriptor.displayHeight);
-    const std::vector<PlaneLayout> planes = {{9, 10}};
-    EXPECT_EQ(planes, descriptor.planes);
+    ExpectPlanes({{9, 10}}, descriptor);
 }
 
 TEST(FrameMessage, ReadsTheFourFlipCombinations) {
@@ -297,8 +304,7 @@ TEST(FrameMessage, AcceptsLeadingZeros) {
     EXPECT_EQ(0U, descriptor.rotation);
     EXPECT_EQ(1280U, descriptor.displayWidth);
     EXPECT_EQ(720U, descriptor.displayHeight);
-    const std::vector<PlaneLayout> planes = {{7, 1280}};
-    EXPECT_EQ(planes, descriptor.planes);
+    ExpectPlanes({{7, 1280}}, descriptor);
     EXPECT_TRUE(ParsesWithField(Rotation, L"090"));
     EXPECT_FALSE(ParsesWithPlanes(L"0," + zeros));
 }
@@ -345,8 +351,7 @@ TEST(FrameMessage, ReadsTheWholeRangeOfAStride) {
         message.planes = L"5," + std::to_wstring(stride);
         FrameDescriptor descriptor;
         ASSERT_TRUE(Parse(message.Text(), descriptor)) << stride;
-        const std::vector<PlaneLayout> planes = {{5, stride}};
-        EXPECT_EQ(planes, descriptor.planes);
+        ExpectPlanes({{5, stride}}, descriptor);
     }
 }
 
@@ -369,7 +374,7 @@ TEST(FrameMessage, WantsEveryOffsetInsideTheSlot) {
 TEST(FrameMessage, AcceptsOneTrailingSemicolonAfterTheLastPlane) {
     FrameDescriptor descriptor;
     ASSERT_TRUE(Parse(L"NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280;", descriptor));
-    EXPECT_EQ(2U, descriptor.planes.size());
+    EXPECT_EQ(2U, descriptor.planeCount);
     EXPECT_TRUE(ParsesWithPlanes(L"0,1280;"));
     EXPECT_FALSE(ParsesWithPlanes(L"0,1280;921600,1280;;"));
     EXPECT_FALSE(ParsesWithPlanes(L"0,1280;921600,1280;;;"));
@@ -407,20 +412,32 @@ TEST(FrameMessage, RefusesAMalformedPlaneList) {
     }
 }
 
-TEST(FrameMessage, SetsNoLimitToTheNumberOfPlanes) {
-    constexpr std::uint64_t PlaneCount = 10000;
+// No message can make a descriptor allocate memory.
+static_assert(std::is_trivially_copyable_v<FrameDescriptor>);
+
+TEST(FrameMessage, StoresFourPlanesAtMostAndCountsAll) {
     Message message;
     message.planes.clear();
     std::vector<PlaneLayout> planes;
-    for (std::uint64_t index = 0; index < PlaneCount; ++index) {
-        planes.push_back({.offset = index * 829, .stride = index + 1});
-        message.planes += std::to_wstring(planes.back().offset) + L"," + std::to_wstring(planes.back().stride) + L";";
+    for (const std::size_t planeCount : {1U, 3U, 4U, 5U, 6U, 10000U}) {
+        while (planes.size() < planeCount) {
+            planes.push_back({.offset = planes.size() * 829, .stride = planes.size() + 1});
+            message.planes +=
+                std::to_wstring(planes.back().offset) + L"," + std::to_wstring(planes.back().stride) + L";";
+        }
+        FrameDescriptor descriptor;
+        ASSERT_TRUE(Parse(message.Text(), descriptor));
+        ExpectPlanes(planes, descriptor);
     }
-    FrameDescriptor descriptor;
-    ASSERT_TRUE(Parse(message.Text(), descriptor));
-    EXPECT_EQ(planes, descriptor.planes);
-    message.planes += L"0,0";
-    EXPECT_FALSE(Parses(message.Text()));
+}
+
+TEST(FrameMessage, ChecksThePlanesThatItDoesNotStore) {
+    const std::wstring fourPlanes = L"0,1280;0,1280;0,1280;0,1280;";
+    ASSERT_TRUE(ParsesWithPlanes(fourPlanes + L"8294399,1"));
+    for (const std::wstring_view wrong : {L"0,0", L"8294400,1", L"0", L"0,1,", L";", L"x"}) {
+        EXPECT_FALSE(ParsesWithPlanes(fourPlanes + std::wstring(wrong))) << std::wstring(wrong);
+        EXPECT_FALSE(ParsesWithPlanes(fourPlanes + L"0,1;" + std::wstring(wrong))) << std::wstring(wrong);
+    }
 }
 
 } // namespace

@@ -96,7 +96,7 @@ TEST(FramePlan, RecognizesNoOtherFormat) {
 TEST(FramePlan, MirrorsWhenExactlyOneFlipIsSet) {
     FrameDescriptor descriptor;
     descriptor.format = L"RGBA";
-    descriptor.planes = {{0, 8}};
+    descriptor.AddPlane({0, 8});
     for (const bool flipA : {false, true}) {
         for (const bool flipB : {false, true}) {
             descriptor.flipA = flipA;
@@ -114,7 +114,8 @@ TEST(FramePlan, TakesTheGeometryFromTheDescriptorAndLeavesUnusedPlanesOut) {
     descriptor.flipB = true;
     descriptor.displayWidth = 641;
     descriptor.displayHeight = 479;
-    descriptor.planes = {{1, 650}, {2, 330}, {3, 340}, {4, 660}};
+    descriptor.planeCount = 4;
+    descriptor.planes = {{{1, 650}, {2, 330}, {3, 340}, {4, 660}}};
     FrameGeometry expected;
     expected.codedWidth = 640;
     expected.codedHeight = 480;
