@@ -3,6 +3,7 @@
 #pragma once
 
 #include "frames/frame_plan.h"
+#include "frames/nv12_frame.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -39,6 +40,8 @@ public:
 
     // width * height luma bytes, then U,V pairs: BT.601, limited range. Empty before the first frame.
     [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return bytes_; }
+    // What was prepared last.
+    [[nodiscard]] Nv12Frame Frame() const noexcept { return {bytes_, width_, height_}; }
 
     // Makes this a canvas of the given size that is black outside `picture`; inside anything may be left over. Whatever
     // is written to luma and chroma afterwards must stay inside, for what is black is not cleared again.

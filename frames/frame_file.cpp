@@ -1,5 +1,7 @@
 #include "frames/frame_file.h"
 
+#include "frames/nv12_frame.h"
+
 #include <atomic>
 #include <cstring>
 

@@ -40,11 +40,6 @@ static_assert(sizeof(FrameFileLayout) == 6220864);
 // True for the two frame sizes that the file can hold.
 [[nodiscard]] bool IsFrameGeometry(std::uint32_t width, std::uint32_t height) noexcept;
 
-// Bytes of an NV12 frame of an even size.
-[[nodiscard]] constexpr std::uint32_t Nv12Size(std::uint32_t width, std::uint32_t height) noexcept {
-    return width * height * 3 / 2;
-}
-
 [[nodiscard]] bool IsHeaderValid(const FrameFileHeader& header) noexcept;
 
 // Zeroes sequence, timestamp, index and both buffers and describes 1280 x 720 frames.

@@ -4,10 +4,10 @@
 #include "app/receiver_log.h"
 #include "browser/page_json.h"
 #include "frames/frame_message.h"
+#include "frames/nv12_frame.h"
 #include "platform/hresult.h"
 
 #include <new>
-#include <span>
 #include <string>
 
 namespace receiver {
@@ -65,13 +65,13 @@ HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstri
         return E_INVALIDARG;
     }
     RETURN_IF_FAILED(frameConverter.Convert({slot, SlotSize}, descriptor, outputWidth, outputHeight, scratchBuffer));
-    const std::span<const std::uint8_t> frame = scratchBuffer.Bytes();
-    const auto size = static_cast<std::uint32_t>(frame.size());
-    const HRESULT published = sharedFrameFile.PublishFrame(frame.data(), size, outputWidth, outputHeight);
+    const Nv12Frame frame = scratchBuffer.Frame();
+    const auto size = static_cast<std::uint32_t>(frame.bytes.size());
+    const HRESULT published = sharedFrameFile.PublishFrame(frame.bytes.data(), size, frame.width, frame.height);
     if (FAILED(published) || !recorder.Recording()) {
         return published;
     }
-    const HRESULT written = recorder.WriteFrame(frame.data(), static_cast<std::int32_t>(size));
+    const HRESULT written = recorder.WriteFrame(frame.bytes.data(), static_cast<std::int32_t>(size));
     if (FAILED(written)) {
         std::wstring path;
         (void)recorder.Stop(&path); // The page is told why the recording ended, not how its file was closed.

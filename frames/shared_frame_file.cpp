@@ -1,5 +1,6 @@
 #include "frames/shared_frame_file.h"
 
+#include "frames/nv12_frame.h"
 #include "platform/environment_variable.h"
 #include "platform/folder.h"
 #include "platform/hresult.h"

@@ -1,6 +1,7 @@
 // The layout of the shared frame file and the publishing of frames, over plain memory.
 #include "frames/frame_file.h"
 
+#include "frames/nv12_frame.h"
 #include "tests/frames/frame_pattern.h"
 
 #include <gtest/gtest.h>
