@@ -1,16 +1,20 @@
-// The body of `./dev bench`: runs the benchmark in several processes, since no single one can be trusted, and makes one
-// table of what they measured.
-//   bench.mjs PROGRAM [CASE] [--strict] [--processes N] [--write FILE]
+// The body of `./dev bench`: runs the benchmark in several processes, because a single one may be fast or slow by
+// chance, prints tables of the medians, and compares them with the goals.
+//   bench.mjs PROGRAM [CASE] [--strict] [--processes N] [--write FILE|DIR]
 import { spawnSync } from 'node:child_process';
-import { existsSync, readFileSync, writeFileSync } from 'node:fs';
+import { existsSync, readFileSync, statSync, writeFileSync } from 'node:fs';
 import { cpus } from 'node:os';
+import { join } from 'node:path';
+import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
-import { Goals, GoalsOf } from './goals.mjs';
+import { Goals } from './goals.mjs';
 
 const Contenders = ['receiver', 'scalar', 'reference', 'libyuv', 'swscale'];
+const Headings = ['case', 'us', ...Contenders, 'to libyuv', 'goal', 'result'];
+const ResultsFolder = fileURLToPath(new URL('results', import.meta.url));
 const LeastProcesses = 5;
-const Usage = 'usage: ./dev bench [CASE] [--strict] [--processes N] [--write FILE]';
+const Usage = 'usage: ./dev bench [CASE] [--strict] [--processes N] [--write FILE|DIR]';
 
 function parseOptions(words) {
     const { values, positionals } = parseArgs({
@@ -23,29 +27,29 @@ function parseOptions(words) {
         throw new Error(Usage);
     }
     if ((values.strict || values.write) && processes < LeastProcesses) {
-        throw new Error(`--strict and --write take ${LeastProcesses} processes or more: no single one can be trusted`);
+        throw new Error(`--strict and --write need at least ${LeastProcesses} processes`);
     }
     if (values.write && positionals.length > 1) {
-        throw new Error('--write takes the whole table, without a CASE');
+        throw new Error('--write needs all cases; leave CASE out');
     }
     return { ...values, processes, program: positionals[0], filter: positionals[1] ?? '' };
 }
 
 const median = (values) => [...values].sort((a, b) => a - b)[values.length >> 1];
 
-// One process's lines.
+// The lines that one process prints.
 function runOnce(program, words) {
     const { status, stdout, error } = spawnSync(program, words, {
         encoding: 'utf8', maxBuffer: 1 << 26, stdio: ['ignore', 'pipe', 'inherit'],
     });
     if (error || status !== 0) {
-        throw error ?? new Error(`${program} ended with ${status}`);
+        throw error ?? new Error(`${program} exited with code ${status}`);
     }
     return stdout.trim().split('\n').map((line) => JSON.parse(line));
 }
 
-// Rows by name, each a map of contenders: { ratios, ratio, low, high, microseconds, identical }; ratios has one of each
-// process.
+// Cases by name, each a map of contenders: { ratios, ratio, low, high, microseconds, identical }. `ratios` are those to
+// the baseline, one per process; `ratio` is their median.
 function measure({ program, filter, processes }, temperature, progress) {
     const seen = new Map();
     let head;
@@ -54,7 +58,7 @@ function measure({ program, filter, processes }, temperature, progress) {
         const [first, ...lines] = runOnce(program, [...(temperature === 'cold' ? ['--cold'] : []), filter]);
         head = first;
         for (const { row, contender, ...figures } of lines) {
-            // A message's two measurements are rows of their own.
+            // Other names are measurements of the receiver alone ("parsed"); each becomes a case of its own.
             const isContender = Contenders.includes(contender);
             const name = isContender ? row : `${row}, ${contender}`;
             if (!seen.has(name)) {
@@ -84,117 +88,111 @@ function cell(timing) {
         `[${figure(timing.low)}..${figure(timing.high)}]` : '';
 }
 
-// The receiver's part of libyuv's time, NaN where that was not measured. Both are related to the bounds around them, in
-// the same process: machines that others use too are faster at one time than at another.
-function partOfLibyuv(contenders) {
+// The receiver's time divided by libyuv's, NaN where libyuv was not measured. The ratios of one process are compared,
+// because the speed of a machine that is shared with others changes from process to process.
+function ratioToLibyuv(contenders) {
     const libyuv = contenders.get('libyuv');
     return libyuv ? median(contenders.get('receiver').ratios.map((ratio, i) => ratio / libyuv.ratios[i])) : NaN;
 }
 
-// What a row misses of its goals, as texts.
-function misses(name, contenders) {
-    const goal = Goals[name];
-    const own = contenders.get('receiver');
-    const missed = [];
-    const check = (what, value, limit) => {
-        if (limit !== undefined && !(value <= limit)) {
-            missed.push(`${what} ${figure(value)} is above ${figure(limit)}`);
-        }
-    };
-    check('bound', own.ratio, goal.bound);
-    check('libyuv', partOfLibyuv(contenders), goal.libyuv);
-    check('nanoseconds', own.microseconds * 1000, goal.nanoseconds);
-    return missed;
-}
-
-function goalText({ bound, libyuv, nanoseconds } = {}) {
-    return [bound && figure(bound), libyuv && `${figure(libyuv)} libyuv`, nanoseconds && `${nanoseconds} ns`]
-        .filter(Boolean).join(', ');
-}
-
-function table(headings, lines) {
-    const widths = headings.map((heading, column) =>
-        Math.max(heading.length, ...lines.map((line) => line[column].length)));
-    const row = (cells) => `| ${cells.map((text, column) => text.padEnd(widths[column])).join(' | ')} |`;
-    return [row(headings), `|${widths.map((width) => '-'.repeat(width + 2)).join('|')}|`, ...lines.map(row)].join('\n');
-}
-
-function warmTable(rows) {
-    return table(['case', 'us', ...Contenders, 'of libyuv', 'goal', ''], [...rows].map(([name, contenders]) => {
-        const own = contenders.get('receiver');
-        const part = partOfLibyuv(contenders);
-        const missed = Goals[name] ? misses(name, contenders) : undefined;
-        return [
-            name, figure(own.microseconds), ...Contenders.map((contender) => cell(contenders.get(contender))),
-            part ? figure(part) : '', goalText(Goals[name]),
-            missed ? (missed.length > 0 ? `missed: ${missed.join(', ')}` : 'met') : '',
-        ];
-    }));
-}
-
-function coldTable(rows) {
-    return table(['case', 'us', ...Contenders], [...rows].map(([name, contenders]) => [
-        name, figure(contenders.get('receiver').microseconds),
-        ...Contenders.map((contender) => cell(contenders.get(contender))),
+// The recorded results of this processor family: by case, { ratio, nanoseconds }. Empty where none are recorded.
+function readRecorded() {
+    const file = join(ResultsFolder, Processor.fileName);
+    const lines = existsSync(file) ? readFileSync(file, 'utf8').split('\n').map((line) => line.split('\t')) : [];
+    const [us, receiver] = ['us', 'receiver'].map((heading) => Headings.indexOf(heading) + 1);
+    return new Map(lines.filter(([source]) => source === 'warm').map((line) => [
+        line[1], { ratio: parseFloat(line[receiver]), nanoseconds: parseFloat(line[us]) * 1000 },
     ]));
 }
 
-// This machine's processor: { name, hasGoals }, the latter when the goals were set on one like it.
+// The limits of its goal that a case misses: { text, isKnown }. The ratio to the baseline and the time depend on the
+// processor family: a miss of theirs is known when the recorded results of the family miss the limit as well.
+function misses(name, contenders, recorded) {
+    const goal = Goals[name];
+    const own = contenders.get('receiver');
+    const missed = [];
+    const check = (what, value, limit, recordedValue = 0) => {
+        if (limit !== undefined && !(value <= limit)) {
+            missed.push({ text: `${what} ${figure(value)} is above ${figure(limit)}`, isKnown: recordedValue > limit });
+        }
+    };
+    const before = recorded.get(name);
+    check('baseline', own.ratio, goal.baseline, before?.ratio);
+    check('libyuv', ratioToLibyuv(contenders), goal.libyuv);
+    check('nanoseconds', own.microseconds * 1000, goal.nanoseconds, before?.nanoseconds);
+    return missed;
+}
+
+function goalText({ baseline, libyuv, nanoseconds } = {}) {
+    return [baseline && figure(baseline), libyuv && `${figure(libyuv)} libyuv`, nanoseconds && `${nanoseconds} ns`]
+        .filter(Boolean).join(', ');
+}
+
+const resultText = (missed) => (missed.length > 0 ? `missed: ${missed.map(({ text }) => text).join(', ')}` : 'met');
+
+// One line of cells per case; the goals are for a warm source only.
+function warmLines(rows, missedByCase) {
+    return [...rows].map(([name, contenders]) => {
+        const ratio = ratioToLibyuv(contenders);
+        const missed = missedByCase.get(name);
+        return [
+            name, figure(contenders.get('receiver').microseconds),
+            ...Contenders.map((contender) => cell(contenders.get(contender))),
+            ratio ? figure(ratio) : '', goalText(Goals[name]), missed ? resultText(missed) : '',
+        ];
+    });
+}
+
+const coldLines = (rows) => warmLines(rows, new Map()).map((line) => [...line.slice(0, -2), '', '']);
+
+function table(lines) {
+    const widths = Headings.map((heading, column) =>
+        Math.max(heading.length, ...lines.map((line) => line[column].length)));
+    const row = (cells) => `| ${cells.map((text, column) => text.padEnd(widths[column])).join(' | ')} |`;
+    const rule = `|${widths.map((width) => '-'.repeat(width + 2)).join('|')}|`;
+    return [row(Headings), rule, ...lines.map(row)].join('\n');
+}
+
+// This machine's processor: { name, fileName }. The results of one family are one file.
 function readProcessor() {
     const values = new Map(readFileSync('/proc/cpuinfo', 'utf8').split('\n').map((line) => line.split(/\s*: /)));
     const [vendor, family, model] = ['vendor_id', 'cpu family', 'model'].map((name) => values.get(name));
+    const shortVendor = (vendor ?? 'unknown').replace(/^(Authentic|Genuine)/, '').toLowerCase();
     return {
         name: `${cpus()[0].model}, family ${family} model ${model}`,
-        hasGoals: vendor === GoalsOf.vendor && Number(family) === GoalsOf.family,
+        fileName: `${shortVendor}-family-${family}.tsv`,
     };
 }
 
 const Processor = readProcessor();
 
-// How many goals are met, and what else there is to know of them.
-function summaryOf({ kernels }, judged, missed) {
+// How many goals are met.
+function summaryOf({ kernels }, rows, missedByCase) {
     if (kernels !== 'AVX2') {
         return 'The goals are for AVX2, which this machine lacks: none is met.';
     }
-    const origin = Processor.hasGoals ? ''
-        : ` They were set on family ${GoalsOf.family} of ${GoalsOf.vendor}; this is ${Processor.name}.`;
-    const besideLibyuv = judged.filter(([name]) => Goals[name].libyuv);
-    const kept = besideLibyuv.filter(([name, contenders]) => partOfLibyuv(contenders) <= Goals[name].libyuv);
-    return `${judged.length - missed.length} of ${judged.length} goals met, ` +
-        `${kept.length} of ${besideLibyuv.length} limits against libyuv kept.${origin}`;
+    const met = [...missedByCase.values()].filter((missed) => missed.length === 0);
+    const withLibyuv = [...missedByCase.keys()].filter((name) => Goals[name].libyuv);
+    const kept = withLibyuv.filter((name) => ratioToLibyuv(rows.get(name)) <= Goals[name].libyuv);
+    return `${met.length} of ${missedByCase.size} goals met, ` +
+        `${kept.length} of ${withLibyuv.length} limits against libyuv kept.`;
 }
 
-const Introduction = `# How fast the frame path is
+// The text of a results file: comment lines, then lines of cells that tabs separate. docs/performance.md explains it.
+function resultsText({ kernels, compiler }, warm, cold, summary, { processes }) {
+    return [
+        `# ${Processor.name}; ${cpus().length} CPUs, g++ ${compiler}, ${kernels} kernels, ${processes} processes`,
+        `# ${summary}`,
+        ['source', ...Headings].join('\t'),
+        ...warm.map((line) => ['warm', ...line].join('\t').trimEnd()),
+        ...cold.map((line) => ['cold', ...line].join('\t').trimEnd()),
+        '',
+    ].join('\n');
+}
 
-Medians of several processes [lowest..highest process], as ratios to the bound: a memcpy that reads and writes as many
-bytes in all, timed around each measurement. The columns are the receiver, its plain kernels (which run where AVX2 is
-missing), the tests' pixel-by-pixel reference, and libyuv and swscale as their users would put them together. \`*\`: not
-the same bytes as the reference's, so only the speed is compared. Other bounds: for "converted and published" two
-copies, the frame's to a canvas and the canvas's to the file; for "first frame" the conversion of a later one that
-clears its bars too; for "message" the conversion of its frame. The goals are those of one processor: others copy
-faster or slower than they compute.
-`;
-
-// The file's text with the tables of this machine's processor in it; those of others stay. The goals' own comes first.
-function report(file, { head, warm, cold, summary, options }) {
-    const heading = `## ${Processor.name}\n`;
-    const others = (existsSync(file) ? readFileSync(file, 'utf8') : '').split(/^(?=## )/m)
-        .filter((part) => part.startsWith('## ') && !part.startsWith(heading)).map((part) => `${part.trimEnd()}\n`);
-    const own = `${heading}
-Made by \`./dev bench --write docs/performance.md\` on ${cpus().length} CPUs with g++ ${head.compiler}, the
-${head.kernels} kernels and ${options.processes} processes.
-
-### A source in the caches
-
-${warm}
-
-${summary}
-
-### A source in memory
-
-${cold}
-`;
-    return [Introduction, ...(Processor.hasGoals ? [own, ...others] : [...others, own])].join('\n');
+// The file that --write names: in a folder, that of this machine's processor family.
+function resultsFile(path) {
+    return existsSync(path) && statSync(path).isDirectory() ? join(path, Processor.fileName) : path;
 }
 
 try {
@@ -208,20 +206,25 @@ try {
     }
     const unknown = Object.keys(Goals).filter((name) => !warm.rows.has(name));
     if (options.filter === '' && unknown.length > 0) {
-        throw new Error(`goals for what was not measured: ${unknown.join('; ')}`);
+        throw new Error(`there are goals for cases that were not measured: ${unknown.join('; ')}`);
     }
-    const judged = [...warm.rows].filter(([name]) => Goals[name]);
-    const missed = judged.filter(([name, contenders]) => misses(name, contenders).length > 0);
-    const summary = summaryOf(warm.head, judged, missed);
-    const texts = {
-        head: warm.head, warm: warmTable(warm.rows), cold: coldTable(cold.rows), summary, options,
-    };
-    process.stdout.write(
-        `A source in the caches:\n${texts.warm}\n\nA source in memory:\n${texts.cold}\n\n${summary}\n`);
+    const recorded = readRecorded();
+    const missedByCase = new Map([...warm.rows].filter(([name]) => Goals[name])
+        .map(([name, contenders]) => [name, misses(name, contenders, recorded)]));
+    const summary = summaryOf(warm.head, warm.rows, missedByCase);
+    const [warmCells, coldCells] = [warmLines(warm.rows, missedByCase), coldLines(cold.rows)];
+    process.stdout.write(`Warm source (in the caches):\n${table(warmCells)}\n\n` +
+        `Cold source (in memory):\n${table(coldCells)}\n\n${summary}\n`);
     if (options.write) {
-        writeFileSync(options.write, report(options.write, texts));
+        const file = resultsFile(options.write);
+        writeFileSync(file, resultsText(warm.head, warmCells, coldCells, summary, options));
+        process.stdout.write(`Written to ${file}\n`);
     }
-    process.exitCode = options.strict && (missed.length > 0 || warm.head.kernels !== 'AVX2') ? 1 : 0;
+    const counted = [...missedByCase].filter(([, missed]) => missed.some(({ isKnown }) => !isKnown));
+    if (counted.length > 0) {
+        process.stdout.write(`Missed limits that --strict counts: ${counted.map(([name]) => name).join('; ')}\n`);
+    }
+    process.exitCode = options.strict && (counted.length > 0 || warm.head.kernels !== 'AVX2') ? 1 : 0;
 } catch (error) {
     const isUsage = error.code?.startsWith('ERR_PARSE_ARGS');
     process.stderr.write(`./dev bench: ${error.message}\n${isUsage ? `${Usage}\n` : ''}`);
