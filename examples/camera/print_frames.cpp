@@ -1,27 +1,30 @@
-// The shortest camera: prints a line for every live frame of the receiver, and one when there is no picture.
+// The shortest camera: prints a line for every live frame of the receiver, and one whenever the picture comes or goes.
 //   cl /std:c++17 /EHsc print_frames.cpp        or        x86_64-w64-mingw32-g++ -std=c++17 print_frames.cpp
 #include "frame_reader.h"
 
 #include <cstdio>
-#include <cstdlib>
+#include <vector>
 
 int main() {
-    const wchar_t* const programData = _wgetenv(L"ProgramData");
-    vistel::FrameReader reader(std::wstring(programData != nullptr ? programData : L"C:\\ProgramData") +
-                               L"\\Vistel\\frame-buffer.bin");
+    vistel::FrameReader reader;
     const vistel::UsageSignal usage;
-    vistel::Frame frame;
-    bool live = true;
+    vistel::FrameInfo frame;
+    std::vector<std::uint8_t> nv12(vistel::MaxFrameSize);
+    vistel::PictureState shown = vistel::PictureState::Live;
     for (;;) {
         usage.Signal(); // as with every frame that an application asks a camera for
-        if (reader.ReadNewFrame(frame) == vistel::ReadResult::NewFrame && !vistel::IsStale(frame)) {
+        const vistel::ReadResult result = reader.Read(frame, [&](std::uint32_t width, std::uint32_t) {
+            return vistel::Destination{nv12.data(), width};
+        });
+        const vistel::PictureState state = reader.State();
+        if (result == vistel::ReadResult::NewFrame && state == vistel::PictureState::Live) {
             std::printf("frame %llu: %u x %u, %llu ms old\n", static_cast<unsigned long long>(frame.sequence / 2),
                         frame.width, frame.height,
                         static_cast<unsigned long long>(GetTickCount64() - frame.timestampMs));
         }
-        if (live == vistel::IsStale(frame)) {
-            live = !live;
-            std::puts(live ? "the picture is live" : "no picture: the receiver is not running, or its page sends none");
+        if (state != shown) {
+            std::printf("%s (error %lu)\n", vistel::Text(state), reader.SystemError());
+            shown = state;
         }
         std::fflush(stdout);
         Sleep(10);

@@ -9,7 +9,6 @@
 // 3 publishing failed, 77 died as asked.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
-#include "platform/environment_variable.h"
 #include "tests/frames/frame_pattern.h"
 #include "tests/frames/shared_frame_file_pattern.h"
 
@@ -103,18 +102,21 @@ ExitCode WriteAndDie(std::uint32_t number, std::uint32_t count, std::uint32_t re
 }
 
 ExitCode Read(std::uint32_t wantedFrames, std::uint32_t wantedRetries, DWORD pauseMs) {
-    vistel::FrameReader reader(ReadEnvironmentVariable(L"ProgramData").value_or(L"") + L"\\Vistel\\frame-buffer.bin");
-    vistel::Frame frame;
+    vistel::FrameReader reader;
+    vistel::FrameInfo frame;
+    std::vector<std::uint8_t> nv12(vistel::MaxFrameSize);
     std::array<std::uint32_t, 2> accepted{};
     std::uint32_t torn = 0;
     const auto hasEnough = [&] {
         return std::min(accepted[0], accepted[1]) >= wantedFrames && reader.RetryCount() >= wantedRetries;
     };
     while (inputEndMs == 0 || (torn == 0 && !hasEnough() && GetTickCount64() - inputEndMs < ReadersLimitMs)) {
-        const vistel::ReadResult result = reader.ReadNewFrame(frame);
+        const vistel::ReadResult result = reader.Read(frame, [&](std::uint32_t width, std::uint32_t) {
+            return vistel::Destination{nv12.data(), width};
+        });
         if (result == vistel::ReadResult::NewFrame) {
             // Pattern n is the frame that ends at sequence 2n.
-            const std::optional<std::uint32_t> number = ReadPattern(frame.nv12.data(), frame.width, frame.height);
+            const std::optional<std::uint32_t> number = ReadPattern(nv12.data(), frame.width, frame.height);
             const bool whole = number && *number == frame.sequence / 2;
             ++(whole ? accepted[*number % 2] : torn);
         } else if (result == vistel::ReadResult::Damaged) {

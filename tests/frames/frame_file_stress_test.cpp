@@ -2,6 +2,7 @@
 // busy writer publishes, VISTEL_STRESS_KILLS how many writers are killed; VISTEL_STRESS_SEED repeats their moments.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
+#include "tests/frames/frame_copy.h"
 #include "tests/frames/frame_file_process.h"
 #include "tests/frames/frame_pattern.h"
 #include "tests/frames/shared_frame_file_pattern.h"
@@ -122,20 +123,20 @@ TEST_F(FrameFileProcesses, AWriterKilledInTheMiddleOfAFrameIsFollowedByOneThatRe
             ASSERT_EQ(PublishPattern(file, number), S_OK);
         }
         file.CloseSharedFrameFile();
-        vistel::FrameReader reader(FramePath());
-        vistel::Frame frame;
-        ASSERT_EQ(reader.ReadNewFrame(frame), vistel::ReadResult::NewFrame);
-        EXPECT_EQ(frame.sequence, 6U);
+        vistel::FrameReader reader(FramePath().c_str());
+        FrameCopy frame;
+        ASSERT_EQ(frame.ReadFrom(reader), vistel::ReadResult::NewFrame);
+        EXPECT_EQ(frame.info.sequence, 6U);
 
         const ChildProcess writer = Start(L"doomed 4 0 " + std::to_wstring(copied));
         ASSERT_EQ(writer.WaitForExit(Limit), 77U) << writer.Output();
-        EXPECT_EQ(reader.ReadNewFrame(frame), vistel::ReadResult::Busy) << "the sequence is not odd";
-        EXPECT_EQ(frame.sequence, 6U);
+        EXPECT_EQ(frame.ReadFrom(reader), vistel::ReadResult::Busy) << "the sequence is not odd";
+        EXPECT_EQ(frame.info.sequence, 6U);
 
         ASSERT_EQ(PublishPattern(file, 5), S_OK);
-        ASSERT_EQ(reader.ReadNewFrame(frame), vistel::ReadResult::NewFrame);
-        EXPECT_EQ(frame.sequence, 10U);
-        EXPECT_EQ(ReadPattern(frame.nv12.data(), frame.width, frame.height), 5U);
+        ASSERT_EQ(frame.ReadFrom(reader), vistel::ReadResult::NewFrame);
+        EXPECT_EQ(frame.info.sequence, 10U);
+        EXPECT_EQ(ReadPattern(frame.nv12.data(), frame.info.width, frame.info.height), 5U);
     }
 }
 
@@ -191,10 +192,10 @@ TEST_F(FrameFileProcesses, AWriterKilledAtAnyMomentIsFollowedByOneThatRecovers) 
     const std::uint32_t number = NextNumber(Sequence());
     ASSERT_EQ(PublishPattern(file, number), S_OK);
     EXPECT_EQ(Sequence(), std::uint64_t{2} * number);
-    vistel::FrameReader reader(FramePath());
-    vistel::Frame frame;
-    ASSERT_EQ(reader.ReadNewFrame(frame), vistel::ReadResult::NewFrame);
-    EXPECT_EQ(ReadPattern(frame.nv12.data(), frame.width, frame.height), number);
+    vistel::FrameReader reader(FramePath().c_str());
+    FrameCopy frame;
+    ASSERT_EQ(frame.ReadFrom(reader), vistel::ReadResult::NewFrame);
+    EXPECT_EQ(ReadPattern(frame.nv12.data(), frame.info.width, frame.info.height), number);
 }
 
 } // namespace

@@ -15,12 +15,14 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace receiver {
 namespace {
@@ -49,16 +51,6 @@ struct Options {
     std::wstring report;
     std::wstring picture;
 };
-
-constexpr std::size_t MaxFolderLength = 259; // which the receiver takes
-
-std::wstring DefaultFramePath() {
-    const DWORD size = GetEnvironmentVariableW(L"ProgramData", nullptr, 0);
-    std::wstring folder(size, L'\0');
-    folder.resize(size == 0 ? 0 : GetEnvironmentVariableW(L"ProgramData", folder.data(), size));
-    return (folder.empty() || folder.size() > MaxFolderLength ? L"C:\\ProgramData" : folder) +
-           L"\\Vistel\\frame-buffer.bin";
-}
 
 // Decimal digits only, at most 999999.
 std::optional<std::chrono::seconds> ParseSeconds(std::wstring_view text) {
@@ -105,7 +97,7 @@ std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
         }
     }
     if (options.file.empty()) {
-        options.file = DefaultFramePath();
+        options.file = vistel::DefaultPath().text;
     }
     if (options.watch && options.usageEvent.empty()) {
         options.usageEvent = vistel::UsageSignal::EventName;
@@ -125,7 +117,7 @@ void WaitForInputEnd(HANDLE ended) {
 
 class Probe {
 public:
-    explicit Probe(const Options& options) : reader_(options.file), startTickMs_(GetTickCount64()) {
+    explicit Probe(const Options& options) : reader_(options.file.c_str()), startTickMs_(GetTickCount64()) {
         if (options.watch) {
             view_.emplace();
         }
@@ -163,18 +155,24 @@ public:
 
 private:
     vistel::ReadResult ReadOnce() {
-        const vistel::ReadResult result = reader_.ReadNewFrame(frame_);
+        vistel::FrameInfo info;
+        const vistel::ReadResult result = reader_.Read(info, [this](std::uint32_t width, std::uint32_t height) {
+            copy_.resize(std::size_t{width} * height * 3 / 2);
+            return vistel::Destination{copy_.data(), width};
+        });
         if (result == vistel::ReadResult::NewFrame) {
+            frame_.info = info;
+            frame_.nv12.swap(copy_);
             const Clock::time_point now = Clock::now();
             const std::uint64_t nowMs = GetTickCount64();
             // A time stamp from the future was made before the system was started anew.
-            const std::uint64_t ageMs = nowMs > frame_.timestampMs ? nowMs - frame_.timestampMs : 0;
-            const bool current = frame_.timestampMs >= startTickMs_ && frame_.timestampMs <= nowMs;
-            report_.AddFrame(frame_, ageMs, current, now);
+            const std::uint64_t ageMs = nowMs > info.timestampMs ? nowMs - info.timestampMs : 0;
+            const bool current = info.timestampMs >= startTickMs_ && info.timestampMs <= nowMs;
+            report_.AddFrame(info, ageMs, current, now);
             if (view_) {
                 figures_.AddFrame(now, ageMs);
             }
-            if (reader_.IsContradicted(frame_)) {
+            if (reader_.IsContradicted(info, {frame_.nv12.data(), info.width})) {
                 report_.AddTornRead();
             }
         } else if (result == vistel::ReadResult::Damaged) {
@@ -186,15 +184,16 @@ private:
     // Shows a frame that is new, and now and then the figures alone.
     void UpdateView() {
         const Clock::time_point now = Clock::now();
-        if (view_ && (frame_.sequence != shownSequence_ || now - shownTime_ > FiguresPeriod)) {
-            view_->Show(frame_, figures_.Text(now, frame_, vistel::IsStale(frame_), report_.TornReads()));
-            shownSequence_ = frame_.sequence;
+        if (view_ && (frame_.info.sequence != shownSequence_ || now - shownTime_ > FiguresPeriod)) {
+            view_->Show(frame_, figures_.Text(now, frame_.info, vistel::IsStale(frame_.info), report_.TornReads()));
+            shownSequence_ = frame_.info.sequence;
             shownTime_ = now;
         }
     }
 
     vistel::FrameReader reader_;
-    vistel::Frame frame_;
+    Frame frame_; // the newest
+    std::vector<std::uint8_t> copy_; // of a frame that may turn out to be torn
     ProbeReport report_;
     LiveFigures figures_;
     std::optional<LiveView> view_;

@@ -20,17 +20,19 @@ std::uint8_t ToByte(int scaledBy256) { return static_cast<std::uint8_t>(std::cla
 } // namespace
 
 // BT.601, limited range; each chroma pair colours its block of 2 x 2 pixels.
-Picture ToPicture(const vistel::Frame& frame) {
+Picture ToPicture(const Frame& frame) {
     if (frame.nv12.empty()) {
         return {1280, 720, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720)};
     }
-    Picture picture{frame.width, frame.height, std::vector<std::uint8_t>(std::size_t{3} * frame.width * frame.height)};
-    const std::uint8_t* const chromaPlane = frame.nv12.data() + std::size_t{frame.width} * frame.height;
+    const std::uint32_t width = frame.info.width;
+    const std::uint32_t height = frame.info.height;
+    Picture picture{width, height, std::vector<std::uint8_t>(std::size_t{3} * width * height)};
+    const std::uint8_t* const chromaPlane = frame.nv12.data() + std::size_t{width} * height;
     std::uint8_t* pixel = picture.bgr.data();
-    for (std::size_t y = 0; y < frame.height; ++y) {
-        const std::uint8_t* const luma = frame.nv12.data() + y * frame.width;
-        const std::uint8_t* const chroma = chromaPlane + y / 2 * frame.width;
-        for (std::size_t x = 0; x < frame.width; ++x, pixel += 3) {
+    for (std::size_t y = 0; y < height; ++y) {
+        const std::uint8_t* const luma = frame.nv12.data() + y * width;
+        const std::uint8_t* const chroma = chromaPlane + y / 2 * width;
+        for (std::size_t x = 0; x < width; ++x, pixel += 3) {
             const int scaledY = 298 * (luma[x] - 16) + 128;
             const int u = chroma[x / 2 * 2] - 128;
             const int v = chroma[x / 2 * 2 + 1] - 128;

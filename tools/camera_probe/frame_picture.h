@@ -11,6 +11,11 @@
 
 namespace receiver {
 
+struct Frame {
+    vistel::FrameInfo info;
+    std::vector<std::uint8_t> nv12; // no padding between rows; empty: no frame
+};
+
 struct Picture {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
@@ -18,7 +23,7 @@ struct Picture {
 };
 
 // A frame without pixels gives a black picture of 1280 x 720.
-[[nodiscard]] Picture ToPicture(const vistel::Frame& frame);
+[[nodiscard]] Picture ToPicture(const Frame& frame);
 
 // Overwrites `path`. COM must be initialised.
 [[nodiscard]] HRESULT WritePng(Picture& picture, const std::wstring& path);

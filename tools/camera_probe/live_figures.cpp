@@ -16,7 +16,8 @@ void LiveFigures::AddFrame(Clock::time_point now, std::uint64_t ageMs) {
     ageMs_ = ageMs;
 }
 
-std::wstring LiveFigures::Text(Clock::time_point now, const vistel::Frame& frame, bool stale, std::uint64_t tornReads) {
+std::wstring LiveFigures::Text(Clock::time_point now, const vistel::FrameInfo& frame, bool stale,
+                               std::uint64_t tornReads) {
     while (!times_.empty() && now - times_.front() > Window) {
         times_.pop_front();
     }

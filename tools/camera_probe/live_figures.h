@@ -15,7 +15,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     void AddFrame(Clock::time_point now, std::uint64_t ageMs);
-    [[nodiscard]] std::wstring Text(Clock::time_point now, const vistel::Frame& frame, bool stale,
+    [[nodiscard]] std::wstring Text(Clock::time_point now, const vistel::FrameInfo& frame, bool stale,
                                     std::uint64_t tornReads);
 
 private:

@@ -79,7 +79,7 @@ LiveView::~LiveView() {
     thread_.join();
 }
 
-void LiveView::Show(const vistel::Frame& frame, std::wstring figures) {
+void LiveView::Show(const Frame& frame, std::wstring figures) {
     {
         const std::lock_guard guard(lock_);
         newest_ = {frame, std::move(figures)};

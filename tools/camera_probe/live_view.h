@@ -25,14 +25,14 @@ public:
     [[nodiscard]] bool IsClosed() const noexcept { return closed_; }
 
     // What is shown from now on.
-    void Show(const vistel::Frame& frame, std::wstring figures);
+    void Show(const Frame& frame, std::wstring figures);
 
     // The window's content as it is when the frame is shown in its own size.
     [[nodiscard]] Picture Content();
 
 private:
     struct Shown {
-        vistel::Frame frame;
+        Frame frame;
         std::wstring figures;
     };
 

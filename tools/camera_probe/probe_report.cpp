@@ -16,7 +16,7 @@ std::uint64_t Percentile(const std::vector<std::uint64_t>& sorted, std::size_t p
 
 } // namespace
 
-void ProbeReport::AddFrame(const vistel::Frame& frame, std::uint64_t ageMs, bool publishedWhileWatching,
+void ProbeReport::AddFrame(const vistel::FrameInfo& frame, std::uint64_t ageMs, bool publishedWhileWatching,
                            Clock::time_point now) {
     ++framesRead_;
     width_ = frame.width;

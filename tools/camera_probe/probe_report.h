@@ -16,7 +16,8 @@ public:
 
     // A frame that was there before the probe came is counted, but neither its age nor its time tells anything about
     // the writer, unless it stays the only one.
-    void AddFrame(const vistel::Frame& frame, std::uint64_t ageMs, bool publishedWhileWatching, Clock::time_point now);
+    void AddFrame(const vistel::FrameInfo& frame, std::uint64_t ageMs, bool publishedWhileWatching,
+                  Clock::time_point now);
     void AddTornRead() noexcept { ++tornReads_; }
     void SetRetries(std::uint64_t retries) noexcept { retries_ = retries; }
 

@@ -273,7 +273,7 @@ TEST_F(CameraProbe, AReportOrPictureThatCannotBeWrittenGivesExitCode1) {
 
 TEST(ProbeReport, TellsRateAndAgesOfTheFramesPublishedWhileWatching) {
     ProbeReport report;
-    vistel::Frame frame;
+    vistel::FrameInfo frame;
     frame.width = 1920;
     frame.height = 1080;
     const ProbeReport::Clock::time_point start{};
@@ -294,7 +294,7 @@ TEST(ProbeReport, TellsRateAndAgesOfTheFramesPublishedWhileWatching) {
 
 TEST(ProbeReport, AnOldFrameCountsOnlyAsLongAsThereIsNoOther) {
     ProbeReport report;
-    vistel::Frame frame;
+    vistel::FrameInfo frame;
     frame.width = 1280;
     frame.height = 720;
     frame.sequence = 8;
@@ -309,7 +309,7 @@ TEST(ProbeReport, AnOldFrameCountsOnlyAsLongAsThereIsNoOther) {
 
 TEST(LiveFigures, TellTheRateOfTheLastTwoSecondsAndTheAgeOfTheNewestFrame) {
     LiveFigures figures;
-    vistel::Frame frame;
+    vistel::FrameInfo frame;
     frame.width = 1280;
     frame.height = 720;
     LiveFigures::Clock::time_point now{};

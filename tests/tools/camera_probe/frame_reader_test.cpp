@@ -2,6 +2,7 @@
 #include "examples/camera/frame_reader.h"
 
 #include "platform/handles.h"
+#include "tests/frames/frame_copy.h"
 #include "tests/frames/frame_pattern.h"
 #include "tests/frames/shared_frame_file_pattern.h"
 #include "tests/support/test_files.h"
@@ -10,10 +11,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +25,8 @@ namespace vistel {
 
 // For messages of failed tests.
 inline std::ostream& operator<<(std::ostream& stream, ReadResult result) {
-    constexpr const char* Names[] = {"NewFrame", "NoNewFrame", "Busy", "NoFile", "Damaged"};
+    constexpr const char* Names[] = {"NewFrame", "NoNewFrame",   "Busy",   "NotWanted",
+                                     "NoFile",   "OtherVersion", "Damaged"};
     return stream << Names[static_cast<std::size_t>(result)];
 }
 
@@ -30,6 +35,7 @@ inline std::ostream& operator<<(std::ostream& stream, ReadResult result) {
 namespace receiver {
 namespace {
 
+using vistel::PictureState;
 using vistel::ReadResult;
 
 class FrameReaderTest : public testing::Test {
@@ -51,21 +57,23 @@ protected:
         ASSERT_EQ(count, sizeof(value));
     }
 
-    ReadResult Read() { return reader.ReadNewFrame(frame); }
+    ReadResult Read() { return frame.ReadFrom(reader); }
+    [[nodiscard]] bool IsContradicted(const vistel::FrameReader& by) {
+        return by.IsContradicted(frame.info, {frame.nv12.data(), frame.info.width});
+    }
 
     // The pattern's number; 0, which no test publishes, when it is not a whole one.
     [[nodiscard]] std::uint32_t Number() const {
-        return frame.nv12.size() < 8 ? 0 : ReadPattern(frame.nv12.data(), frame.width, frame.height).value_or(0);
+        return frame.nv12.size() < 8 ? 0
+                                     : ReadPattern(frame.nv12.data(), frame.info.width, frame.info.height).value_or(0);
     }
 
     const PrivateFolder folder;
     const std::filesystem::path path = folder.Path() / L"Vistel" / L"frame-buffer.bin";
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
     SharedFrameFile file;
-    vistel::FrameReader reader{path.wstring()};
-    vistel::Frame frame;
-
-private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
+    vistel::FrameReader reader; // of the default path
+    FrameCopy frame;
 };
 
 constexpr std::uint32_t Magic = 0;
@@ -95,15 +103,15 @@ TEST_F(FrameReaderTest, ReadsEveryFrameOnce) {
         ASSERT_EQ(Read(), ReadResult::NewFrame);
         EXPECT_EQ(Number(), number);
         const PatternSize size = SizeOfPattern(number);
-        EXPECT_EQ(frame.width, size.width);
-        EXPECT_EQ(frame.height, size.height);
+        EXPECT_EQ(frame.info.width, size.width);
+        EXPECT_EQ(frame.info.height, size.height);
         EXPECT_EQ(frame.nv12.size(), size.Bytes());
-        EXPECT_GE(frame.timestampMs, before);
-        EXPECT_LE(frame.timestampMs, GetTickCount64());
+        EXPECT_GE(frame.info.timestampMs, before);
+        EXPECT_LE(frame.info.timestampMs, GetTickCount64());
         EXPECT_EQ(Read(), ReadResult::NoNewFrame);
         EXPECT_EQ(Number(), number);
     }
-    EXPECT_EQ(frame.sequence, 6U);
+    EXPECT_EQ(frame.info.sequence, 6U);
     EXPECT_EQ(reader.RetryCount(), 0U);
 }
 
@@ -113,7 +121,7 @@ TEST_F(FrameReaderTest, TakesTheNewestOfSeveralFrames) {
     }
     ASSERT_EQ(Read(), ReadResult::NewFrame);
     EXPECT_EQ(Number(), 4U);
-    EXPECT_EQ(frame.sequence, 6U);
+    EXPECT_EQ(frame.info.sequence, 6U);
 }
 
 TEST_F(FrameReaderTest, FindsTheFrameOfAWriterThatIsGone) {
@@ -131,11 +139,11 @@ TEST_F(FrameReaderTest, GivesUpWhileAFrameIsWrittenAndKeepsTheOldOne) {
     EXPECT_EQ(Read(), ReadResult::Busy);
     EXPECT_EQ(reader.RetryCount(), 8U);
     EXPECT_EQ(Number(), 2U);
-    EXPECT_EQ(frame.sequence, 2U);
+    EXPECT_EQ(frame.info.sequence, 2U);
 
     Publish(4);
     EXPECT_EQ(Read(), ReadResult::NewFrame);
-    EXPECT_EQ(frame.sequence, 6U);
+    EXPECT_EQ(frame.info.sequence, 6U);
     EXPECT_EQ(Number(), 4U);
 }
 
@@ -151,7 +159,7 @@ TEST_F(FrameReaderTest, TellsOnceThatAHeaderContradictsItself) {
     Store(Height, std::uint32_t{1080});
     EXPECT_EQ(Read(), ReadResult::Damaged);
     EXPECT_EQ(Read(), ReadResult::NoNewFrame);
-    EXPECT_EQ(frame.sequence, 0U);
+    EXPECT_EQ(frame.info.sequence, 0U);
 
     Publish(2);
     EXPECT_EQ(Read(), ReadResult::NewFrame);
@@ -160,15 +168,137 @@ TEST_F(FrameReaderTest, TellsOnceThatAHeaderContradictsItself) {
     EXPECT_EQ(Read(), ReadResult::Damaged);
 }
 
-TEST_F(FrameReaderTest, LeavesAFileOfAnotherKindOrVersionAlone) {
+TEST_F(FrameReaderTest, TellsOnceThatAFileIsOfAnotherKindOrVersion) {
     Publish(2);
     Store(Version, std::uint32_t{1});
-    EXPECT_EQ(Read(), ReadResult::NoFile);
+    EXPECT_EQ(Read(), ReadResult::OtherVersion);
     Store(Version, std::uint32_t{2});
+    EXPECT_EQ(Read(), ReadResult::NoNewFrame) << "the sequence is that of the refused header";
+    Publish(2);
     Store(Magic, std::uint32_t{0});
-    EXPECT_EQ(Read(), ReadResult::NoFile);
+    EXPECT_EQ(Read(), ReadResult::OtherVersion);
+    EXPECT_EQ(Read(), ReadResult::NoNewFrame);
     Store(Magic, std::uint32_t{0x4C545356});
+    Publish(3);
     EXPECT_EQ(Read(), ReadResult::NewFrame);
+}
+
+TEST_F(FrameReaderTest, OffersAFrameAgainThatWasNotWanted) {
+    Publish(3);
+    std::uint32_t offeredHeight = 0;
+    const auto refuse = [&](std::uint32_t, std::uint32_t height) {
+        offeredHeight = height;
+        return vistel::Destination{nullptr, 0};
+    };
+    EXPECT_EQ(reader.Read(frame.info, refuse), ReadResult::NotWanted);
+    EXPECT_EQ(offeredHeight, 1080U);
+    EXPECT_EQ(frame.info.sequence, 0U);
+    EXPECT_EQ(Read(), ReadResult::NewFrame);
+    EXPECT_EQ(reader.Read(frame.info, refuse), ReadResult::NoNewFrame);
+}
+
+TEST_F(FrameReaderTest, CopiesRowsWithTheCallersPitchAndTouchesNothingElse) {
+    constexpr std::size_t Pitch = 1280 + 64;
+    constexpr std::size_t Rows = 720 * 3 / 2;
+    Publish(2);
+    std::vector<std::uint8_t> picture(Pitch * Rows, 0xA5);
+    ASSERT_EQ(reader.Read(frame.info,
+                          [&](std::uint32_t, std::uint32_t) {
+                              return vistel::Destination{picture.data(), Pitch};
+                          }),
+              ReadResult::NewFrame);
+    std::vector<std::uint8_t> rows;
+    for (std::size_t y = 0; y < Rows; ++y) {
+        const auto row = picture.begin() + static_cast<std::ptrdiff_t>(y * Pitch);
+        rows.insert(rows.end(), row, row + 1280);
+        EXPECT_EQ(std::count(row + 1280, row + Pitch, 0xA5), 64) << y;
+    }
+    EXPECT_EQ(ReadPattern(rows.data(), 1280, 720), 2U);
+    EXPECT_FALSE(reader.IsContradicted(frame.info, {picture.data(), Pitch}));
+    picture[Pitch * (Rows - 1) + 1279] ^= 1U;
+    EXPECT_TRUE(reader.IsContradicted(frame.info, {picture.data(), Pitch}));
+}
+
+TEST_F(FrameReaderTest, SaysWhyThereIsNoPicture) {
+    EXPECT_EQ(reader.State(), PictureState::Missing);
+    EXPECT_EQ(Read(), ReadResult::NoFile);
+    EXPECT_EQ(reader.State(), PictureState::Missing);
+    EXPECT_EQ(reader.SystemError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+
+    WriteBytes(path, "too short");
+    EXPECT_EQ(Read(), ReadResult::NoFile);
+    EXPECT_EQ(reader.State(), PictureState::WrongSize);
+    EXPECT_EQ(reader.SystemError(), 0U);
+
+    ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
+    EXPECT_EQ(Read(), ReadResult::NoNewFrame);
+    EXPECT_EQ(reader.State(), PictureState::NoFrameYet);
+
+    Publish(2);
+    ASSERT_EQ(Read(), ReadResult::NewFrame);
+    EXPECT_EQ(reader.State(frame.info.timestampMs + 2000), PictureState::Live);
+    EXPECT_EQ(reader.State(frame.info.timestampMs + 2001), PictureState::Stale);
+
+    Publish(2);
+    Store(Version, std::uint32_t{3});
+    ASSERT_EQ(Read(), ReadResult::OtherVersion);
+    EXPECT_EQ(reader.State(frame.info.timestampMs), PictureState::Live)
+        << "the last good frame is shown until it is stale";
+    EXPECT_EQ(reader.State(frame.info.timestampMs + 2001), PictureState::OtherVersion);
+
+    Store(Version, std::uint32_t{2});
+    Publish(2);
+    Store(Height, std::uint32_t{1080});
+    ASSERT_EQ(Read(), ReadResult::Damaged);
+    EXPECT_EQ(reader.State(frame.info.timestampMs + 2001), PictureState::Damaged);
+}
+
+TEST_F(FrameReaderTest, TellsTheSystemsErrorWhenAFileCannotBeOpened) {
+    struct Case {
+        std::wstring path;
+        DWORD error;
+        PictureState state;
+    };
+    const UniqueFile locked(
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(locked);
+    for (const Case& bad :
+         {Case{folder.Path().wstring() + L"\\none\\file", ERROR_PATH_NOT_FOUND, PictureState::Missing},
+          Case{folder.Path().wstring(), ERROR_ACCESS_DENIED, PictureState::Denied}, // a folder
+          Case{path.wstring(), ERROR_SHARING_VIOLATION, PictureState::Failed},
+          Case{std::wstring(1024, L'x'), ERROR_FILENAME_EXCED_RANGE, PictureState::Failed}}) {
+        vistel::FrameReader other(bad.path.c_str());
+        EXPECT_EQ(frame.ReadFrom(other), ReadResult::NoFile);
+        EXPECT_EQ(other.State(), bad.state) << bad.error;
+        EXPECT_EQ(other.SystemError(), bad.error);
+    }
+}
+
+// Reads until a frame comes that is not the one before. The reader looks once a second for another file.
+TEST_F(FrameReaderTest, OpensTheNewFileWhenTheFileWasReplaced) {
+    Publish(2);
+    ASSERT_EQ(Read(), ReadResult::NewFrame);
+    file.CloseSharedFrameFile();
+    std::filesystem::rename(path, folder.Path() / L"old.bin");
+    Publish(3);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (Read() != ReadResult::NewFrame && std::chrono::steady_clock::now() < end) {
+        Sleep(1);
+    }
+    EXPECT_EQ(Number(), 3U) << "the same sequence in another file";
+    EXPECT_EQ(frame.info.sequence, 2U);
+}
+
+TEST_F(FrameReaderTest, NoticesThatTheFileWasRemoved) {
+    Publish(2);
+    ASSERT_EQ(Read(), ReadResult::NewFrame);
+    file.CloseSharedFrameFile();
+    std::filesystem::rename(path, folder.Path() / L"old.bin");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (Read() != ReadResult::NoFile && std::chrono::steady_clock::now() < end) {
+        Sleep(1);
+    }
+    EXPECT_EQ(reader.State(frame.info.timestampMs + 2001), PictureState::Missing);
 }
 
 TEST_F(FrameReaderTest, FollowsAFileThatIsStartedAnew) {
@@ -180,7 +310,7 @@ TEST_F(FrameReaderTest, FollowsAFileThatIsStartedAnew) {
     EXPECT_EQ(Read(), ReadResult::NoNewFrame);
     Publish(3);
     ASSERT_EQ(Read(), ReadResult::NewFrame) << "the same sequence as that of the last frame, but another frame";
-    EXPECT_EQ(frame.sequence, 2U);
+    EXPECT_EQ(frame.info.sequence, 2U);
     EXPECT_EQ(Number(), 3U);
 }
 
@@ -194,12 +324,12 @@ TEST_F(FrameReaderTest, DoesNotHinderAWriterThatOpensTheFileAgain) {
 }
 
 TEST_F(FrameReaderTest, AStandingFrameIsNotContradicted) {
-    EXPECT_FALSE(reader.IsContradicted(frame)) << "nothing was read yet";
+    EXPECT_FALSE(IsContradicted(reader)) << "nothing was read yet";
     Publish(3);
     ASSERT_EQ(Read(), ReadResult::NewFrame);
-    EXPECT_FALSE(reader.IsContradicted(frame));
+    EXPECT_FALSE(IsContradicted(reader));
     Publish(5);
-    EXPECT_FALSE(reader.IsContradicted(frame)) << "there is a newer frame";
+    EXPECT_FALSE(IsContradicted(reader)) << "there is a newer frame";
 }
 
 TEST_F(FrameReaderTest, AnyChangeUnderTheSameSequenceContradictsTheFrame) {
@@ -213,16 +343,16 @@ TEST_F(FrameReaderTest, AnyChangeUnderTheSameSequenceContradictsTheFrame) {
         SharedFrameFile writer;
         std::filesystem::remove(path);
         ASSERT_EQ(PublishPattern(writer, 2), S_OK); // into buffer 1
-        vistel::FrameReader fresh(path.wstring());
-        ASSERT_EQ(fresh.ReadNewFrame(frame), ReadResult::NewFrame);
-        EXPECT_FALSE(fresh.IsContradicted(frame));
+        vistel::FrameReader fresh(path.c_str());
+        ASSERT_EQ(frame.ReadFrom(fresh), ReadResult::NewFrame);
+        EXPECT_FALSE(IsContradicted(fresh));
         Store(change.offset, change.value);
-        EXPECT_TRUE(fresh.IsContradicted(frame)) << change.offset;
+        EXPECT_TRUE(IsContradicted(fresh)) << change.offset;
     }
 }
 
 TEST(StaleFrameTest, IsOneThatIsTooOldOrFromBeforeTheSystemsStart) {
-    vistel::Frame frame;
+    vistel::FrameInfo frame;
     EXPECT_TRUE(vistel::IsStale(frame, 2000, 100)) << "no frame at all";
     frame.sequence = 2;
     frame.timestampMs = 10'000;
@@ -230,6 +360,28 @@ TEST(StaleFrameTest, IsOneThatIsTooOldOrFromBeforeTheSystemsStart) {
     EXPECT_FALSE(vistel::IsStale(frame, 2000, 12'000));
     EXPECT_TRUE(vistel::IsStale(frame, 2000, 12'001));
     EXPECT_TRUE(vistel::IsStale(frame, 2000, 9'999));
+}
+
+TEST(DefaultPathTest, FollowsProgramDataAsTheReceiverDoes) {
+    {
+        const VariableScope unset(L"ProgramData", nullptr);
+        EXPECT_STREQ(vistel::DefaultPath().text, L"C:\\ProgramData\\Vistel\\frame-buffer.bin");
+    }
+    const std::wstring longest(259, L'x');
+    {
+        const VariableScope set(L"ProgramData", longest.c_str());
+        EXPECT_EQ(vistel::DefaultPath().text, longest + L"\\Vistel\\frame-buffer.bin");
+    }
+    const VariableScope tooLong(L"ProgramData", (longest + L'x').c_str());
+    EXPECT_STREQ(vistel::DefaultPath().text, L"C:\\ProgramData\\Vistel\\frame-buffer.bin");
+}
+
+TEST(PictureStateTest, EachHasATextOfItsOwn) {
+    std::set<std::string> texts;
+    for (int state = 0; state <= static_cast<int>(PictureState::Failed); ++state) {
+        texts.insert(vistel::Text(static_cast<PictureState>(state)));
+    }
+    EXPECT_EQ(texts.size(), 9U);
 }
 
 class UsageSignalTest : public testing::Test {
