@@ -1,12 +1,12 @@
-// Sends a video track through a real WebRTC connection inside this page and hands out what comes out of it.
+// Sends a video track through a real WebRTC connection inside this page and returns the received track.
 
-/** Far more than the picture needs: the encoder should never have to make it worse. */
+/** More than the picture needs, so that the encoder does not reduce its quality. */
 const MaxBitrate = 16000000;
 
 /**
  * @param {MediaStreamTrack} source
- * @param {(state: RTCPeerConnectionState) => void} onState  Hears the receiving side's state.
- * @returns {Promise<MediaStreamTrack>}  The received track, once both sides have agreed.
+ * @param {(state: RTCPeerConnectionState) => void} onState  Receives the state of the receiving side.
+ * @returns {Promise<MediaStreamTrack>}  The received track, after both sides have exchanged their descriptions.
  */
 export async function openLoopback(source, onState) {
     const sender = new RTCPeerConnection();
@@ -39,7 +39,7 @@ function forwardCandidates(from, to) {
 }
 
 /**
- * Hands each decoded frame of a track to take, one at a time, until the track ends. take has to close it.
+ * Calls take for each decoded frame of a track, one at a time, until the track ends. take must close the frame.
  * @param {MediaStreamTrack} track
  * @param {(frame: VideoFrame) => Promise<unknown>} take
  */

@@ -1,6 +1,6 @@
-// The sample page: a test picture goes through WebRTC and into the receiver, and everything heard is shown.
-// Query: size=720p|1080p, fps=1..60, pattern=card|bars, colors=fast|exact; for runs that nobody watches, in seconds
-// after the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS records for so long.
+// The sample page: sends a test picture through WebRTC to the receiver, and shows every message from the receiver.
+// Query: size=720p|1080p, fps=1..60, pattern=card|bars, colors=fast|exact. For runs without a user, in seconds after
+// the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS makes a recording of that length.
 
 import { openLoopback, readFrames } from "./loopback.mjs";
 import { PatternNames, TestCard } from "./test_card.mjs";
@@ -14,7 +14,7 @@ const MaxEvents = 50;
 
 const element = (id) => document.getElementById(id);
 
-/** Leaves a text that has not changed alone; mood is "wait", "good", "bad" or nothing. */
+/** Sets the text if it has changed, and its mood: "wait", "good", "bad" or none. */
 function setText(target, text, mood = "") {
     if (target.textContent !== text) {
         target.textContent = text;
@@ -45,7 +45,7 @@ function pressOnly(group, value) {
     }
 }
 
-/** Reads a query parameter, or says why it is not used. */
+/** Reads a query parameter; adds an event if its value is not allowed. */
 function choice(query, name, allowed, fallback) {
     const value = query.get(name) ?? fallback;
     if (!allowed.includes(value)) {
@@ -55,7 +55,7 @@ function choice(query, name, allowed, fallback) {
     return value;
 }
 
-/** Reads a query parameter that is so many numbers of seconds, separated by colons; null when there is none. */
+/** Reads a query parameter of `count` numbers of seconds with colons between them; null when it is missing. */
 function seconds(query, name, count) {
     const value = query.get(name);
     if (value === null) {
@@ -97,7 +97,7 @@ class SamplePage {
     #options;
     #mirror = false;
     #failed = false;
-    /** Path and start time of the recording that runs. */
+    /** Path and start time of the running recording. */
     #recording = null;
     /** Times and counts of the last refreshes, for the frame rate. */
     #counts = [];
@@ -105,8 +105,8 @@ class SamplePage {
     constructor(options) {
         this.#options = options;
         this.#card = new TestCard(options.pattern, options.fps);
-        this.#hearReceiver();
-        this.#hearButtons();
+        this.#listenToReceiver();
+        this.#listenToButtons();
         addEventListener("error", (event) => this.#fail(event.error ?? event.message));
         addEventListener("unhandledrejection", (event) => this.#fail(event.reason));
         setInterval(() => this.#refresh(), RefreshMs);
@@ -121,7 +121,7 @@ class SamplePage {
 
         setText(element("state"), "Connecting", "wait");
         const [source] = this.#card.canvas.captureStream(this.#options.fps).getVideoTracks();
-        // Keeps the size: quality is to suffer before resolution does.
+        // Makes the encoder reduce the quality before the resolution.
         source.contentHint = "detail";
         const track = await openLoopback(source, (state) => this.#onConnection(state));
         element("video").srcObject = new MediaStream([track]);
@@ -138,11 +138,11 @@ class SamplePage {
         const { exactColors } = this.#options;
         const posted = await this.#receiver.postFrame(frame, { mirror: this.#mirror, exactColors });
         if (posted && isFirst) {
-            this.#captureUnattended();
+            this.#captureFromQuery();
         }
     }
 
-    #captureUnattended() {
+    #captureFromQuery() {
         const { snapshot, record } = this.#options;
         if (snapshot) {
             this.#capture(this.#snapshotAfter(...snapshot));
@@ -181,7 +181,7 @@ class SamplePage {
         }
     }
 
-    #hearReceiver() {
+    #listenToReceiver() {
         const receiver = this.#receiver;
         receiver.addEventListener("slots", () => addEvent("Both frame slots arrived"));
         receiver.addEventListener("diagnostics", ({ detail }) => {
@@ -234,7 +234,7 @@ class SamplePage {
         return `${length}, ${this.#receiver.framesRecorded} frames`;
     }
 
-    #hearButtons() {
+    #listenToButtons() {
         for (const button of element("quality").children) {
             button.addEventListener("click", () => this.#setSize(button.dataset.value));
         }
@@ -260,7 +260,7 @@ class SamplePage {
         });
     }
 
-    /** Keeps the button from being pressed again before its work is done. */
+    /** Disables the button until its work is done. */
     #onClick(button, work) {
         button.addEventListener("click", async () => {
             button.disabled = true;
@@ -272,12 +272,12 @@ class SamplePage {
         });
     }
 
-    /** A capture that fails does not end the page's work. */
+    /** A failed capture does not stop the page. */
     async #capture(work) {
         try {
             await work;
         } catch (error) {
-            if (!(error instanceof MediaError)) { // The result has been shown already.
+            if (!(error instanceof MediaError)) { // Its result is already shown.
                 addEvent(error.message, "bad");
             }
         }
@@ -309,9 +309,9 @@ class SamplePage {
 
         const last = receiver.lastPicture;
         if (last) {
-            const turned = (last.rotation ? ` turned ${last.rotation}` : "") +
+            const rotated = (last.rotation ? ` rotated ${last.rotation}` : "") +
                 (last.flip !== last.mirror ? " mirrored" : "");
-            setText(element("last-frame"), `${last.format} ${last.width}x${last.height}${turned}`);
+            setText(element("last-frame"), `${last.format} ${last.width}x${last.height}${rotated}`);
         }
         receiver.slotSizes.forEach((size, slot) => {
             const tile = element(`slot-${slot}`);

@@ -1,14 +1,14 @@
-// Draws the moving test picture. No two frames are alike, and a mirrored or turned picture shows at once.
+// Draws the moving test picture. All frames differ, and mirroring or rotation is easy to see.
 
-/** All drawing is laid out for this size and scaled to the canvas. */
+/** All coordinates are for this size; drawing is scaled to the canvas. */
 const LayoutWidth = 1280;
 const LayoutHeight = 720;
-const BarColours = ["#ffffff", "#f2e205", "#19d3e0", "#1fc95b", "#d93bd0", "#e23b3b", "#2f55e0", "#101319"];
-const GreySteps = 16;
+const BarColors = ["#ffffff", "#f2e205", "#19d3e0", "#1fc95b", "#d93bd0", "#e23b3b", "#2f55e0", "#101319"];
+const GraySteps = 16;
 const CounterBits = 16;
 const RingRadius = 330;
 
-/** What never moves and is drawn once for each size, and what is drawn over it in every frame. */
+/** still: drawn once for each size; moving: drawn over it in every frame. */
 const Patterns = {
     card: { still: drawCard, moving: drawCardMotion },
     bars: { still: drawBars, moving: drawBarsMotion },
@@ -47,13 +47,13 @@ export class TestCard {
         this.#caption = `${width} x ${height}  |  ${this.#fps} fps  |  WebRTC loopback`;
     }
 
-    /** Draws frame after frame at the chosen rate, in step with the display. */
+    /** Draws frames at the chosen rate, in step with the display. */
     start() {
         const periodMs = 1000 / this.#fps;
         let dueMs = performance.now();
         const onDisplayFrame = (nowMs) => {
             requestAnimationFrame(onDisplayFrame);
-            // The tolerance keeps a display that runs at just this rate from missing every other frame.
+            // Without the tolerance a display with exactly this rate would miss every second frame.
             if (nowMs + 4 < dueMs) {
                 return;
             }
@@ -91,7 +91,7 @@ function drawCard(context) {
     }
     context.stroke();
 
-    // A circle that stays round only while the aspect ratio is kept.
+    // This circle shows whether the aspect ratio is kept.
     context.strokeStyle = "#ffffff80";
     context.lineWidth = 4;
     context.beginPath();
@@ -105,21 +105,21 @@ function drawCard(context) {
 }
 
 /** An angle bracket and its name; right and bottom are 0 or 1. */
-function drawCorner(context, right, bottom, name, colour) {
+function drawCorner(context, right, bottom, name, color) {
     const inset = 28;
     const size = 96;
     const x = right ? LayoutWidth - inset : inset;
     const y = bottom ? LayoutHeight - inset : inset;
     const dx = right ? -1 : 1;
     const dy = bottom ? -1 : 1;
-    context.strokeStyle = colour;
+    context.strokeStyle = color;
     context.lineWidth = 14;
     context.beginPath();
     context.moveTo(x + dx * size, y);
     context.lineTo(x, y);
     context.lineTo(x, y + dy * size);
     context.stroke();
-    context.fillStyle = colour;
+    context.fillStyle = color;
     context.font = "700 40px system-ui, sans-serif";
     context.textAlign = "center";
     context.textBaseline = "middle";
@@ -127,7 +127,7 @@ function drawCorner(context, right, bottom, name, colour) {
 }
 
 function drawCardMotion(context, frameNumber, caption) {
-    // A full-height bar, one step per frame: a torn picture shows as a break in it.
+    // A bar of full height that moves with every frame: a torn picture shows as a break in it.
     const barWidth = 40;
     context.fillStyle = "#f7cc55d0";
     context.fillRect(frameNumber * 10 % (LayoutWidth + barWidth) - barWidth, 0, barWidth, LayoutHeight);
@@ -153,21 +153,21 @@ function drawCardMotion(context, frameNumber, caption) {
     context.font = "400 34px ui-monospace, monospace";
     context.fillText(`frame ${String(frameNumber).padStart(6, "0")}`, LayoutWidth / 2, 454);
 
-    drawColours(context);
+    drawColors(context);
     drawCounter(context, frameNumber, LayoutWidth / 2 - CounterBits * 12, 590);
 }
 
-function drawColours(context) {
+function drawColors(context) {
     const left = 340;
     const width = 600;
-    BarColours.forEach((colour, index) => {
-        context.fillStyle = colour;
-        context.fillRect(left + index * width / BarColours.length, 486, width / BarColours.length, 52);
+    BarColors.forEach((color, index) => {
+        context.fillStyle = color;
+        context.fillRect(left + index * width / BarColors.length, 486, width / BarColors.length, 52);
     });
-    for (let step = 0; step < GreySteps; ++step) {
-        const level = Math.round(step * 255 / (GreySteps - 1));
+    for (let step = 0; step < GraySteps; ++step) {
+        const level = Math.round(step * 255 / (GraySteps - 1));
         context.fillStyle = `rgb(${level}, ${level}, ${level})`;
-        context.fillRect(left + step * width / GreySteps, 538, width / GreySteps, 28);
+        context.fillRect(left + step * width / GraySteps, 538, width / GraySteps, 28);
     }
 }
 
@@ -177,7 +177,7 @@ function clockText(time) {
         String(time.getMilliseconds()).padStart(3, "0");
 }
 
-/** The frame number for machines: squares of 24, the highest bit on the left, white is one. */
+/** The frame number for programs: squares of 24 pixels, the highest bit on the left, white is 1. */
 function drawCounter(context, frameNumber, left, top) {
     context.fillStyle = "#101319";
     context.fillRect(left - 4, top - 4, CounterBits * 24 + 8, 32);
@@ -190,9 +190,9 @@ function drawCounter(context, frameNumber, left, top) {
 }
 
 function drawBars(context) {
-    const width = LayoutWidth / BarColours.length;
-    BarColours.forEach((colour, index) => {
-        context.fillStyle = colour;
+    const width = LayoutWidth / BarColors.length;
+    BarColors.forEach((color, index) => {
+        context.fillStyle = color;
         context.fillRect(index * width, 0, width, LayoutHeight);
     });
 }

@@ -1,8 +1,8 @@
-// Speaks the receiver's page protocol on behalf of a page: frame slots, frame messages, commands and answers.
-// Where the frames come from and how the page shows what it hears is left to the page.
+// Implements the receiver's page protocol for a page: frame slots, frame messages, commands and their answers.
+// The page supplies the frames and shows what the receiver reports.
 
 /**
- * What the browser offers as chrome.webview, as far as it is used here.
+ * The part of chrome.webview that is used here.
  * @typedef {object} WebView
  * @property {(text: string) => void} postMessage
  * @property {(type: string, listener: (event: any) => void) => void} addEventListener
@@ -16,7 +16,7 @@
  * @property {"snapshot" | "recording-started" | "recording-stopped" | "recording-failed"} action
  * @property {boolean} success
  * @property {string} path   Full path of the file, empty when there is none.
- * @property {number} error  HRESULT as an unsigned number. A stop while nothing was being recorded succeeds with 1.
+ * @property {number} error  HRESULT as an unsigned number. A stop while no recording is running succeeds with 1.
  */
 
 /**
@@ -31,7 +31,7 @@
  */
 
 /**
- * What lies in a slot: the numbers of one frame message.
+ * The picture in a slot: the fields of one frame message.
  * @typedef {object} SlotPicture
  * @property {0 | 1} slot
  * @property {string} format
@@ -39,7 +39,7 @@
  * @property {number} height         Height of the planes in the slot, even.
  * @property {boolean} flip          The frame's own horizontal flip, applied after its rotation.
  * @property {0 | 90 | 180 | 270} rotation  Degrees clockwise.
- * @property {boolean} mirror        A further horizontal flip that the page wishes.
+ * @property {boolean} mirror        One more horizontal flip, chosen by the page.
  * @property {number} displayWidth   Display size after rotation; only its aspect ratio counts.
  * @property {number} displayHeight
  * @property {PlaneLayout[]} planes  Byte offset and stride of each plane.
@@ -51,13 +51,13 @@ const MaxCodedWidth = 4096;
 const MaxCodedHeight = 2160;
 const MaxDisplaySize = 4096;
 
-/** Long enough for the receiver to finish a long recording's file. */
+/** Long enough for the receiver to complete the file of a long recording. */
 const AnswerTimeoutMs = 60000;
 
 const Orientations = ["landscape", "portrait", "setup"];
 const Qualities = ["720p", "1080p"];
 
-/** The answer to a start while a recording runs. */
+/** The answer to a start while a recording is running. */
 const AlreadyExists = 0x800700B7;
 
 /** Names of the codes that are likely in a MediaResult. */
@@ -82,7 +82,7 @@ const ErrorNames = new Map([
 ]);
 
 /**
- * A code as people look it up: hexadecimal, with its name where that is known.
+ * A code in the form that people search for: hexadecimal, with its name if that is known.
  * @param {number} error  As in a MediaResult.
  */
 export function errorText(error) {
@@ -101,7 +101,7 @@ export class MediaError extends Error {
 }
 
 /**
- * The text that tells the receiver which picture a slot now holds.
+ * The frame message for a picture in a slot.
  * @param {SlotPicture} picture
  * @returns {string}
  */
@@ -114,8 +114,8 @@ export function frameMessage(picture) {
 }
 
 /**
- * The part of a frame to copy: its visible rectangle, cut to even edges, since chroma is shared by two pixels
- * each way and the receiver takes even sizes only. Not to be confused with the coded size, which may be larger.
+ * The part of a frame to copy: its visible rectangle with its edges moved inward to even numbers, because 2 x 2 pixels
+ * share their chroma and the receiver accepts even sizes only. The coded size may be larger; it is not used.
  * @param {DOMRectReadOnly} visible
  */
 export function copyRectangle(visible) {
@@ -127,8 +127,8 @@ export function copyRectangle(visible) {
 }
 
 /**
- * Whether a frame's colors mean to the receiver what they mean to the browser: it passes YUV bytes on as BT.601
- * limited range, whatever they are, and converts RGB to that itself.
+ * Whether the receiver shows a frame's colors as the browser does: it takes all YUV bytes for BT.601 limited range, and
+ * converts RGB to that.
  * @param {VideoFrame} frame
  */
 function hasHostColors(frame) {
@@ -142,13 +142,13 @@ function hasHostColors(frame) {
  * Events, each a CustomEvent with the named detail:
  * - "slots": null; both slots have arrived and frames can be posted.
  * - "diagnostics": Diagnostics, after every connect().
- * - "usage": boolean, whether a camera application is pulling frames. Inactive until told otherwise.
- * - "media-result": MediaResult, every one, asked for or not: a change of quality ends a recording, and a
- *   recording can fail by itself.
+ * - "usage": boolean, whether a camera application is using the camera. Assume false before the first event.
+ * - "media-result": MediaResult, also those that answer no command: a change of quality ends a recording, and a
+ *   recording can fail.
  *
- * Quality and media commands reach the receiver in the order of the calls, each after the one before was answered.
- * A result names only its action, so with one command under way at a time no result that was not asked for can be
- * taken for another command's answer later on.
+ * Quality and media commands are posted in the order of the calls, each after the answer to the one before. A result
+ * names only its action; with one pending command at a time, a result that answers no command is not mistaken for the
+ * answer to another one.
  */
 export class VistelReceiver extends EventTarget {
     /** @type {WebView} */
@@ -158,26 +158,26 @@ export class VistelReceiver extends EventTarget {
     /** @type {0 | 1} */
     #nextSlot = 0;
     #copying = false;
-    /** @type {((result: MediaResult) => void) | null} Set while a command waits for its answer. */
+    /** @type {((result: MediaResult) => void) | null} Set while a command is pending. */
     #takeResult = null;
-    /** @type {(() => void)[]} What to post once that answer is here. */
+    /** @type {(() => void)[]} What to post after that answer. */
     #waiting = [];
-    /** framesPosted when a start was posted last, and when that of the last recording was. */
+    /** framesPosted when the last start was posted, and when the start of the last recording was. */
     #askedAt = 0;
     #beganAt = 0;
-    /** @type {number | null} framesPosted when what ended it was posted, null before. */
+    /** @type {number | null} framesPosted when the command that ended it was posted; null before. */
     #endedAt = 0;
 
     framesPosted = 0;
-    /** Frames given up because a copy was under way or the slots were missing or replaced. */
+    /** Frames dropped because another copy was not finished or the slots were missing or replaced. */
     framesDropped = 0;
-    /** Whether a recording runs, as far as the receiver has said: one from before a reload is not known. */
+    /** Whether a recording is running; one that was started before a reload is not known. */
     recording = false;
-    /** Whether a camera application is pulling frames. */
+    /** Whether a camera application is using the camera. */
     cameraInUse = false;
     /** @type {Diagnostics | null} */
     diagnostics = null;
-    /** @type {SlotPicture | null} The picture posted last. */
+    /** @type {SlotPicture | null} The last posted picture. */
     lastPicture = null;
 
     /** Whether this page is shown by the receiver (or by another program that hosts WebView2). */
@@ -201,8 +201,8 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * Frames of the recording that runs or, after its end, of the last one: those posted from its start to its end.
-     * Not known, and not counted, of one from before a reload.
+     * The number of frames of the running recording or, after its end, of the last one: those posted from its start to
+     * its end. A recording that was started before a reload is not counted.
      */
     get framesRecorded() {
         return (this.#endedAt ?? this.framesPosted) - this.#beganAt;
@@ -214,8 +214,8 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * Asks for new slots and the diagnostics; resolves when both slots have arrived. The receiver says nothing when
-     * it cannot make them, so that only time tells.
+     * Requests new slots and the diagnostics; resolves when both slots have arrived. The receiver does not report that
+     * it cannot create them, so this rejects after a timeout.
      * @returns {Promise<void>}
      */
     connect() {
@@ -231,12 +231,12 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * Copies a frame into the next slot and tells the receiver. Always closes the frame. The receiver never
-     * acknowledges a frame; the two slots take turns, and a frame that comes while another is being copied is
+     * Copies a frame to the next slot and posts its frame message. Always closes the frame. The receiver does not
+     * acknowledge frames. The two slots are used alternately; a frame that comes while another one is being copied is
      * dropped.
      *
-     * exactColors copies a frame whose YUV colors the receiver would misread (a canvas captured by WebRTC is
-     * BT.709 full range) as RGB instead: true colors for more than twice the bytes.
+     * exactColors copies a frame as RGB if the receiver would show wrong colors for its YUV (a canvas captured by
+     * WebRTC is BT.709 full range). That takes more than twice the bytes.
      * @param {VideoFrame} frame
      * @param {{mirror?: boolean, exactColors?: boolean}} options
      * @returns {Promise<boolean>} Whether the frame was posted.
@@ -287,7 +287,7 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * Chooses the size at which the camera, snapshots and recordings get the picture. Ends a running recording.
+     * Sets the size of the camera's picture and of snapshots and recordings. Ends a running recording.
      * @param {Quality} quality
      */
     setQuality(quality) {
@@ -305,13 +305,13 @@ export class VistelReceiver extends EventTarget {
         return this.#ask("media:record:start", "recording-started");
     }
 
-    /** Resolves to the result with the finished file's path, empty when nothing was being recorded. */
+    /** Resolves to the result with the path of the complete file, empty when no recording was running. */
     stopRecording() {
         return this.#ask("media:record:stop", "recording-stopped");
     }
 
     /**
-     * Leaves a line in the receiver's log.
+     * Adds a line to the receiver's log.
      * @param {string} message
      */
     reportError(message) {
@@ -346,8 +346,8 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * The receiver takes messages in their order: a recording has the frames between the commands at its ends. A
-     * quality ends it as a stop does, even the one in force.
+     * Counts the frames of a recording: the receiver handles messages in order, so it has those posted between its
+     * start and its end. A quality ends it as a stop does, even the one in force.
      * @param {string} command
      */
     #post(command) {
@@ -382,8 +382,8 @@ export class VistelReceiver extends EventTarget {
      */
     #planCopy(frame, slotSize, exactColors) {
         const rect = copyRectangle(frame.visibleRect);
-        const asItIs = HostFormats.has(frame.format) && (!exactColors || hasHostColors(frame));
-        const options = asItIs ? { rect } : { rect, format: "RGBX" };
+        const unchanged = HostFormats.has(frame.format) && (!exactColors || hasHostColors(frame));
+        const options = unchanged ? { rect } : { rect, format: "RGBX" };
         const fits = rect.width >= 2 && rect.width <= MaxCodedWidth && rect.height >= 2 &&
             rect.height <= MaxCodedHeight && frame.displayWidth <= MaxDisplaySize &&
             frame.displayHeight <= MaxDisplaySize && frame.allocationSize(options) <= slotSize;
@@ -391,7 +391,7 @@ export class VistelReceiver extends EventTarget {
             throw new RangeError(`The receiver has no room for a ${frame.format} frame of ` +
                 `${rect.width} x ${rect.height}`);
         }
-        return { format: asItIs ? frame.format : "RGBX", options };
+        return { format: unchanged ? frame.format : "RGBX", options };
     }
 
     /** @param {{additionalData?: {slot?: unknown}, getBuffer: () => ArrayBuffer}} event */
@@ -421,7 +421,7 @@ export class VistelReceiver extends EventTarget {
             this.#onMediaResult(message);
             break;
         default:
-            break; // A newer receiver may say more.
+            break; // A newer receiver may post other messages.
         }
     }
 
