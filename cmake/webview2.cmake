@@ -1,5 +1,5 @@
-# webview2: the declarations; webview2_loader: CreateCoreWebView2EnvironmentWithOptions.
-# Both are ours, unless VISTEL_WEBVIEW2_SDK names an unpacked SDK package of the vendor.
+# Targets: webview2 (the declarations) and webview2_loader (CreateCoreWebView2EnvironmentWithOptions).
+# Both are ours, unless VISTEL_WEBVIEW2_SDK is the folder of an unpacked SDK package of the vendor.
 add_library(webview2 INTERFACE)
 if(VISTEL_WEBVIEW2_SDK)
     target_include_directories(webview2 SYSTEM INTERFACE "${VISTEL_WEBVIEW2_SDK}/build/native/include")

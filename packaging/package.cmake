@@ -1,4 +1,4 @@
-# What people install: a ZIP, and an installer for one user. Made by CPack (./dev package).
+# The packages: a ZIP, and an installer for one user. ./dev package makes them with CPack.
 install(TARGETS vistel-receiver camera_probe RUNTIME DESTINATION .)
 install(FILES packaging/README.txt CHANGELOG.md DESTINATION .)
 install(FILES docs/page-protocol.md docs/frame-file.md DESTINATION docs)
@@ -8,7 +8,7 @@ set(CPACK_GENERATOR ZIP NSIS)
 set(CPACK_PACKAGE_NAME "vistel-receiver")
 set(CPACK_PACKAGE_VENDOR "Vistel")
 set(CPACK_PACKAGE_FILE_NAME "vistel-receiver-${PROJECT_VERSION}-win64")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Feeds a web page's video to the Vistel virtual camera")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Sends a web page's video to the Vistel virtual camera")
 set(CPACK_MONOLITHIC_INSTALL ON)
 set(CPACK_NSIS_PACKAGE_NAME "Vistel Receiver")
 set(CPACK_NSIS_MUI_ICON "${PROJECT_SOURCE_DIR}/resources/vistel.ico")

@@ -1,6 +1,6 @@
-// camera_probe.exe: a stand-in for the virtual camera. Watches the shared frame file, reads every new frame, signals
-// the camera's event while it does, shows the frames in a window when asked, and tells at the end what it saw, as a
-// sentence, as a JSON report and as a picture.
+// camera_probe.exe: a stand-in for the virtual camera. Reads every new frame from the shared frame file, signals the
+// camera's event at the same time, can show the frames in a window, and reports what it read as a sentence, as JSON and
+// as a picture.
 #include "examples/camera/frame_reader.h"
 #include "platform/handles.h"
 #include "tools/camera_probe/frame_picture.h"
@@ -32,22 +32,26 @@ using Clock = ProbeReport::Clock;
 constexpr char Usage[] =
     "usage: camera_probe [--watch] [--file PATH] [--seconds N] [--signal EVENT] [--report FILE.json]\n"
     "                    [--picture FILE.png]\n"
-    "Reads frames until its standard input ends, or for N whole seconds, and signals the\n"
-    "named event each time it asks for one; 0 takes the newest frame and nothing else.\n"
-    "--watch shows them in a window, until that is closed, and signals the receiver's event;\n"
-    "the picture is then the window's content, else the newest frame.\n";
+    "Reads frames from the shared frame file until standard input ends.\n"
+    "  --seconds N         reads for N whole seconds; 0 reads the newest frame only\n"
+    "  --file PATH         reads this file instead of the receiver's\n"
+    "  --signal EVENT      signals this event at every attempt to read, except with --seconds 0\n"
+    "  --watch             shows the frames in a window until it is closed, and signals the\n"
+    "                      receiver's event unless --signal names another one\n"
+    "  --report FILE.json  writes counts, frame rate and ages of the frames\n"
+    "  --picture FILE.png  writes the newest frame, with --watch the content of the window\n";
 
-// How often the figures are brought up to date while no frame comes.
+// How often the figures are updated while no frame arrives.
 constexpr std::chrono::milliseconds FiguresPeriod{500};
 
-// How long one read may meet a writer at work when only the newest frame is wanted.
+// How long to retry while a frame is being written, when only the newest frame is wanted.
 constexpr std::chrono::seconds NewestFrameLimit{1};
 
 struct Options {
     bool watch = false;
     std::wstring file;
     std::optional<std::chrono::seconds> duration; // empty: until standard input ends
-    std::wstring usageEvent; // empty: nobody is told that frames are wanted
+    std::wstring usageEvent; // empty: no event is signaled
     std::wstring report;
     std::wstring picture;
 };
@@ -105,7 +109,7 @@ std::optional<Options> ParseOptions(int count, wchar_t** arguments) {
     return options;
 }
 
-// Signals `ended` once standard input has no more bytes.
+// Signals `ended` at the end of standard input.
 void WaitForInputEnd(HANDLE ended) {
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     std::array<char, 256> bytes{};
@@ -123,8 +127,8 @@ public:
         }
     }
 
-    // Reads new frames until `ended` is signalled, `duration` is over or the view was closed, one poll per millisecond,
-    // and signals `usage`, which may be null, with each.
+    // Polls for new frames once a millisecond until `ended` is signaled, `duration` is over or the view was closed, and
+    // signals `usage`, which may be null, with each poll.
     void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration, const vistel::UsageSignal* usage) {
         const Clock::time_point start = Clock::now();
         while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration) &&
@@ -138,7 +142,7 @@ public:
         TakeNewest();
     }
 
-    // Reads the newest frame unless it is known already, waiting for a writer at work.
+    // Reads the newest frame unless it was read before; retries while a frame is being written.
     void TakeNewest() {
         const Clock::time_point start = Clock::now();
         while (ReadOnce() == vistel::ReadResult::Busy && Clock::now() - start < NewestFrameLimit) {
@@ -165,7 +169,7 @@ private:
             frame_.nv12.swap(copy_);
             const Clock::time_point now = Clock::now();
             const std::uint64_t nowMs = GetTickCount64();
-            // A time stamp from the future was made before the system was started anew.
+            // A time stamp in the future was made before the system was restarted.
             const std::uint64_t ageMs = nowMs > info.timestampMs ? nowMs - info.timestampMs : 0;
             const bool current = info.timestampMs >= startTickMs_ && info.timestampMs <= nowMs;
             report_.AddFrame(info, ageMs, current, now);
@@ -181,7 +185,7 @@ private:
         return result;
     }
 
-    // Shows a frame that is new, and now and then the figures alone.
+    // Shows a new frame; without one, updates the figures after FiguresPeriod.
     void UpdateView() {
         const Clock::time_point now = Clock::now();
         if (view_ && (frame_.info.sequence != shownSequence_ || now - shownTime_ > FiguresPeriod)) {
@@ -210,7 +214,7 @@ bool WriteText(const std::wstring& path, std::string_view text) {
            written == text.size();
 }
 
-// False when the named event can be neither opened nor made.
+// False when the named event can be neither opened nor created.
 bool Run(Probe& probe, const Options& options) {
     if (options.duration == std::chrono::seconds(0)) {
         probe.TakeNewest();
@@ -220,7 +224,7 @@ bool Run(Probe& probe, const Options& options) {
     if (!options.usageEvent.empty() && !usage.emplace(options.usageEvent.c_str()).IsOpen()) {
         return false;
     }
-    // Never closed: who closes the window ends the program while it still waits for input.
+    // Never closed: the input thread may still wait when the program ends.
     const HANDLE ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (!options.duration) {
         std::thread(WaitForInputEnd, ended).detach();
@@ -273,7 +277,7 @@ int Main(int count, wchar_t** arguments) {
 int wmain(int count, wchar_t** arguments) {
     const HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     if (FAILED(result)) {
-        std::fprintf(stderr, "COM could not be initialised: 0x%08lX.\n", static_cast<unsigned long>(result));
+        std::fprintf(stderr, "COM could not be initialized: 0x%08lX.\n", static_cast<unsigned long>(result));
         return 1;
     }
     const int exitCode = receiver::Main(count, arguments);

@@ -19,7 +19,7 @@ std::uint8_t ToByte(int scaledBy256) { return static_cast<std::uint8_t>(std::cla
 
 } // namespace
 
-// BT.601, limited range; each chroma pair colours its block of 2 x 2 pixels.
+// BT.601, limited range; each chroma pair is for a block of 2 x 2 pixels.
 Picture ToPicture(const Frame& frame) {
     if (frame.nv12.empty()) {
         return {1280, 720, std::vector<std::uint8_t>(std::size_t{3} * 1280 * 720)};

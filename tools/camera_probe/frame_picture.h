@@ -1,4 +1,4 @@
-// A frame of the shared frame file as a picture, in the colours that a camera application shows; pictures as PNG files.
+// Converts a frame of the shared frame file to RGB, as a camera application does, and writes pictures as PNG files.
 #pragma once
 
 #include "examples/camera/frame_reader.h"
@@ -25,7 +25,7 @@ struct Picture {
 // A frame without pixels gives a black picture of 1280 x 720.
 [[nodiscard]] Picture ToPicture(const Frame& frame);
 
-// Overwrites `path`. COM must be initialised.
+// Overwrites `path`. COM must be initialized.
 [[nodiscard]] HRESULT WritePng(Picture& picture, const std::wstring& path);
 
 } // namespace receiver

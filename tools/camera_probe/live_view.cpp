@@ -11,7 +11,7 @@ namespace receiver {
 namespace {
 
 constexpr wchar_t ClassName[] = L"VistelCameraProbe";
-constexpr int PictureWidth = 640; // of the window as it opens
+constexpr int PictureWidth = 640; // pixels of the new window
 constexpr int PictureHeight = 360;
 constexpr int FiguresHeight = 28;
 constexpr UINT RedrawMessage = WM_APP;
@@ -27,7 +27,7 @@ BITMAPINFO BitmapOf(std::uint32_t width, std::uint32_t height) {
     return info;
 }
 
-// The largest rectangle of the picture's shape in the middle of `area`.
+// The largest rectangle with the picture's aspect ratio in the middle of `area`.
 RECT Fit(const Picture& picture, const RECT& area) {
     const LONG areaWidth = area.right - area.left;
     const LONG areaHeight = area.bottom - area.top;
@@ -73,7 +73,7 @@ void Draw(HDC dc, const RECT& area, const Picture& picture, const std::wstring& 
 LiveView::LiveView() : thread_([this] { RunWindow(); }) {}
 
 LiveView::~LiveView() {
-    // The window may not be there yet; then its thread sees that it is to close.
+    // If the window does not exist yet, its thread reads closed_ before it waits for messages.
     closed_ = true;
     PostMessageW(window_, RedrawMessage, 0, 0);
     thread_.join();
@@ -151,10 +151,10 @@ LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, 
     auto* const view = reinterpret_cast<LiveView*>(GetWindowLongPtrW(window, GWLP_USERDATA));
     switch (message) {
     case RedrawMessage:
-        InvalidateRect(window, nullptr, FALSE); // painted once, however many frames came meanwhile
+        InvalidateRect(window, nullptr, FALSE); // painted once for all frames that have arrived
         return 0;
     case WM_ERASEBKGND:
-        return 1; // all of it is painted
+        return 1; // WM_PAINT covers the whole window
     case WM_PAINT: {
         PAINTSTRUCT paint;
         const HDC dc = BeginPaint(window, &paint);

@@ -1,4 +1,4 @@
-// A window that shows what a camera application would: the newest frame and, below it, a line of figures. It lives on a
+// A window that shows what a camera application shows: the newest frame and, below it, a line of figures. It runs on a
 // thread of its own, so that drawing never delays the reading of frames.
 #pragma once
 
@@ -21,13 +21,13 @@ public:
     LiveView& operator=(const LiveView&) = delete;
     ~LiveView();
 
-    // True once the user has closed the window, or when it could not be made; false before it is there.
+    // True after the user has closed the window or it could not be created; false before that.
     [[nodiscard]] bool IsClosed() const noexcept { return closed_; }
 
-    // What is shown from now on.
+    // Shows this frame and these figures from now on.
     void Show(const Frame& frame, std::wstring figures);
 
-    // The window's content as it is when the frame is shown in its own size.
+    // The content that the window has when the frame is shown in its original size.
     [[nodiscard]] Picture Content();
 
 private:
@@ -38,7 +38,7 @@ private:
 
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     void RunWindow();
-    // A copy, for drawing takes longer than the lock may be held.
+    // A copy, because drawing takes too long to hold the lock.
     [[nodiscard]] Shown Newest();
 
     std::mutex lock_;

@@ -1,4 +1,4 @@
-// What a run of the camera probe saw: counts, rate, ages, and their text as JSON.
+// What a run of the camera probe read: counts, rate, ages, and their text as JSON.
 #pragma once
 
 #include "examples/camera/frame_reader.h"
@@ -14,8 +14,8 @@ class ProbeReport {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // A frame that was there before the probe came is counted, but neither its age nor its time tells anything about
-    // the writer, unless it stays the only one.
+    // A frame that was published before the probe started is counted, but its age and time are not used: they do not
+    // depend on the writer's speed. Its age is reported only if no other frame follows.
     void AddFrame(const vistel::FrameInfo& frame, std::uint64_t ageMs, bool publishedWhileWatching,
                   Clock::time_point now);
     void AddTornRead() noexcept { ++tornReads_; }
