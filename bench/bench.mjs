@@ -123,27 +123,25 @@ function misses(name, contenders, recorded) {
     return missed;
 }
 
-function goalText({ baseline, libyuv, nanoseconds } = {}) {
+function goalText({ baseline, libyuv, nanoseconds }) {
     return [baseline && figure(baseline), libyuv && `${figure(libyuv)} libyuv`, nanoseconds && `${nanoseconds} ns`]
         .filter(Boolean).join(', ');
 }
 
 const resultText = (missed) => (missed.length > 0 ? `missed: ${missed.map(({ text }) => text).join(', ')}` : 'met');
 
-// One line of cells per case; the goals are for a warm source only.
-function warmLines(rows, missedByCase) {
+// One line of cells per case; the last two are empty for a case that is not judged.
+function caseLines(rows, missedByCase) {
     return [...rows].map(([name, contenders]) => {
         const ratio = ratioToLibyuv(contenders);
         const missed = missedByCase.get(name);
         return [
             name, figure(contenders.get('receiver').microseconds),
             ...Contenders.map((contender) => cell(contenders.get(contender))),
-            ratio ? figure(ratio) : '', goalText(Goals[name]), missed ? resultText(missed) : '',
+            ratio ? figure(ratio) : '', ...(missed ? [goalText(Goals[name]), resultText(missed)] : ['', '']),
         ];
     });
 }
-
-const coldLines = (rows) => warmLines(rows, new Map()).map((line) => [...line.slice(0, -2), '', '']);
 
 function table(lines) {
     const widths = Headings.map((heading, column) =>
@@ -212,7 +210,8 @@ try {
     const missedByCase = new Map([...warm.rows].filter(([name]) => Goals[name])
         .map(([name, contenders]) => [name, misses(name, contenders, recorded)]));
     const summary = summaryOf(warm.head, warm.rows, missedByCase);
-    const [warmCells, coldCells] = [warmLines(warm.rows, missedByCase), coldLines(cold.rows)];
+    const warmCells = caseLines(warm.rows, missedByCase);
+    const coldCells = caseLines(cold.rows, new Map()); // The goals are for a warm source.
     process.stdout.write(`Warm source (in the caches):\n${table(warmCells)}\n\n` +
         `Cold source (in memory):\n${table(coldCells)}\n\n${summary}\n`);
     if (options.write) {
