@@ -1,5 +1,5 @@
-// frame_bench [--cold] [CASE]: one process's measurements of the frame path, a line of JSON each. CASE is a regular
-// expression. See bench.mjs, which runs several processes and makes the table.
+// frame_bench [--cold] [CASE]: measures the frame path in one process and prints a line of JSON for each measurement.
+// CASE is a regular expression. bench.mjs runs several processes and prints the tables.
 #include "bench/frame_cases.h"
 #include "bench/peers.h"
 #include "bench/side_by_side.h"
@@ -111,8 +111,8 @@ private:
         std::fflush(stdout);
     }
     static void PrintAll(const std::string& row, const std::vector<Contender>& contenders,
-                         const std::vector<bool>& identical, const Work& bound) {
-        const std::vector<Timing> timings = MeasureSideBySide(contenders, bound);
+                         const std::vector<bool>& identical, const Work& baseline) {
+        const std::vector<Timing> timings = MeasureSideBySide(contenders, baseline);
         for (std::size_t i = 0; i < timings.size(); ++i) {
             Print(row, timings[i], identical[i]);
         }
@@ -189,7 +189,7 @@ private:
         }
     }
 
-    // Bound: the slot's frame is copied to a canvas, and that to the file.
+    // Baseline: two copies, from the slot to a canvas and from there to the file.
     void MeasurePublishing(const FrameCase& frameCase) {
         const std::string row = frameCase.name + ", converted and published";
         if (!IsWanted(row)) {
@@ -219,7 +219,7 @@ private:
         });
     }
 
-    // Bound: the conversion of a later frame that clears the bars, as the first one must.
+    // Baseline: the conversion of a later frame that clears the bars, as the first one must.
     void MeasureFirstFrame(const FrameCase& frameCase) {
         const std::string row = frameCase.name + ", first frame";
         const std::string planRow = "plan alone";
@@ -251,7 +251,7 @@ private:
                  {true, true}, [&](std::size_t call) { convert(call, converter); });
     }
 
-    // Bound: the conversion that such a message leads to.
+    // Baseline: the conversion of the frame that the message describes.
     void MeasureMessage() {
         const std::string row = "message of a 720p NV12 frame";
         if (!IsWanted(row + ", parsed") && !IsWanted(row + ", dispatched and parsed")) {

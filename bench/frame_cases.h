@@ -1,4 +1,4 @@
-// The pictures that the benchmark converts.
+// The frames that the benchmark converts.
 #pragma once
 
 #include "frames/frame_message.h"
@@ -13,7 +13,7 @@ namespace receiver {
 struct FrameCase {
     std::string name;
     std::wstring format; // NV12, I420, RGBA or BGRA
-    std::uint32_t width; // of the planes, which lie one behind the other
+    std::uint32_t width; // of the planes, which follow each other without padding
     std::uint32_t height;
     std::uint32_t rotation; // degrees, clockwise
     bool mirrored;
@@ -21,10 +21,10 @@ struct FrameCase {
     std::uint32_t canvasHeight;
 
     [[nodiscard]] FrameDescriptor Descriptor() const;
-    // The picture keeps the shape that it has once it is turned.
+    // The display size is that of the rotated frame.
     [[nodiscard]] bool IsSideways() const noexcept { return rotation % 180 != 0; }
     [[nodiscard]] std::size_t CanvasBytes() const noexcept { return std::size_t{canvasWidth} * canvasHeight * 3 / 2; }
-    // Bytes in the source rows of which something is drawn.
+    // Bytes of the source rows that the conversion reads.
     [[nodiscard]] std::size_t SourceBytes() const;
 };
 

@@ -51,7 +51,7 @@ void ClearBars(const FrameCase& frameCase, const PictureRectangle& picture, std:
     clear(canvas + stride * rows, stride, rows / 2, picture.x, picture.y / 2, picture.width, picture.height / 2, 128);
 }
 
-// One conversion's sizes and its memory for steps in between.
+// The sizes of one conversion, and the memory for its intermediate results.
 class LibyuvPeer {
 public:
     LibyuvPeer(const FrameCase& frameCase, bool clearBars) : case_(frameCase), clearBars_(clearBars) {
@@ -92,18 +92,19 @@ private:
         const std::uint8_t* pairs = slot + std::ptrdiff_t{width} * height;
         const int upsideDown = case_.rotation == 180 ? -height : height;
         if (case_.IsSideways()) {
-            // Made small first, so that less has to be turned.
-            const int lyingWidth = Int(picture_.height);
-            const int lyingHeight = Int(picture_.width);
+            // Scaled first, so that less has to be rotated.
+            const int unrotatedWidth = Int(picture_.height);
+            const int unrotatedHeight = Int(picture_.width);
             const std::size_t bytes = std::size_t{picture_.width} * picture_.height * 3 / 2;
-            const Planes lying = PlanesIn(Memory(0, bytes), lyingWidth, lyingHeight);
-            Check(libyuv::NV12Scale(slot, width, pairs, width, width, height, lying.y, lyingWidth, lying.u, lyingWidth,
-                                    lyingWidth, lyingHeight, libyuv::kFilterNone));
-            const Planes turned = PlanesIn(Memory(1, bytes), lyingHeight, lyingWidth);
-            Check(libyuv::NV12ToI420Rotate(lying.y, lyingWidth, lying.u, lyingWidth, turned.y, turned.stride, turned.u,
-                                           turned.stride / 2, turned.v, turned.stride / 2, lyingWidth, lyingHeight,
+            const Planes unrotated = PlanesIn(Memory(0, bytes), unrotatedWidth, unrotatedHeight);
+            Check(libyuv::NV12Scale(slot, width, pairs, width, width, height, unrotated.y, unrotatedWidth, unrotated.u,
+                                    unrotatedWidth, unrotatedWidth, unrotatedHeight, libyuv::kFilterNone));
+            const Planes rotated = PlanesIn(Memory(1, bytes), unrotatedHeight, unrotatedWidth);
+            Check(libyuv::NV12ToI420Rotate(unrotated.y, unrotatedWidth, unrotated.u, unrotatedWidth, rotated.y,
+                                           rotated.stride, rotated.u, rotated.stride / 2, rotated.v, rotated.stride / 2,
+                                           unrotatedWidth, unrotatedHeight,
                                            static_cast<libyuv::RotationMode>(case_.rotation)));
-            Interleave(turned, target);
+            Interleave(rotated, target);
         } else if (!KeepsSize()) {
             Check(libyuv::NV12Scale(slot, width, pairs, width, width, height, target.y, target.stride, target.u,
                                     target.stride, Int(picture_.width), Int(picture_.height), libyuv::kFilterNone));

@@ -1,4 +1,4 @@
-// The same conversions by other people's libraries, put together as their users would.
+// The same conversions with other libraries, as an application would call them.
 #pragma once
 
 #include "bench/frame_cases.h"
@@ -9,11 +9,11 @@
 
 namespace receiver {
 
-// Draws a slot onto a canvas of the case's size. `clearBars`: what the picture leaves free is made black each time.
+// Converts a slot to a canvas of the case's size. `clearBars`: the bars beside the picture are made black each time.
 using PeerConversion = std::function<void(const std::uint8_t* slot, std::uint8_t* canvas)>;
 
 [[nodiscard]] PeerConversion LibyuvConversion(const FrameCase& frameCase, bool clearBars);
-// Empty for what the library does not do: turning, mirroring, and NV12 that stays as it is.
+// Empty for what the library does not do: rotation, mirroring, and NV12 of the same size.
 [[nodiscard]] PeerConversion SwscaleConversion(const FrameCase& frameCase, bool clearBars);
 
 // NV12 to 3-byte pixels, blue first.

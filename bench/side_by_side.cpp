@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t Repetitions = 31;
 constexpr std::size_t SlowRepetitions = 5;
-constexpr std::size_t WarmUpCalls = 5; // What the work before has pushed out of the caches comes back.
+constexpr std::size_t WarmUpCalls = 5; // They bring back to the caches what other work has evicted.
 constexpr std::size_t TimedCalls = 5;
 
 class Stopwatch {
@@ -42,7 +42,7 @@ double Median(std::vector<double> values) {
 
 } // namespace
 
-std::vector<Timing> MeasureSideBySide(const std::vector<Contender>& contenders, const Work& bound) {
+std::vector<Timing> MeasureSideBySide(const std::vector<Contender>& contenders, const Work& baseline) {
     std::mt19937 random(std::random_device{}());
     std::vector<std::size_t> order(contenders.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
@@ -55,9 +55,9 @@ std::vector<Timing> MeasureSideBySide(const std::vector<Contender>& contenders, 
             if (contenders[index].isSlow && repetition >= SlowRepetitions) {
                 continue;
             }
-            const double before = watch.Time(bound);
+            const double before = watch.Time(baseline);
             const double time = watch.Time(contenders[index].run);
-            const double after = watch.Time(bound);
+            const double after = watch.Time(baseline);
             ratios[index].push_back(2 * time / (before + after));
             microseconds[index].push_back(time);
         }

@@ -1,4 +1,4 @@
-// Times pieces of work against a bound, in turns, so that whatever slows the machine slows all of them.
+// Times contenders and a baseline in turn, so that other load on the machine slows all of them.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace receiver {
 
-// Work takes the number of its call, by which it chooses among sources.
+// Work takes the number of its call, which selects one of the sources.
 using Work = std::function<void(std::size_t call)>;
 
 struct Contender {
@@ -19,14 +19,14 @@ struct Contender {
 
 struct Timing {
     std::string name;
-    double ratio = 0; // to the bound around it; the median of all repetitions
-    double microseconds = 0; // likewise
+    double ratio = 0; // to the baseline around it; the median of all repetitions
+    double microseconds = 0; // of one call; the median of all repetitions
 };
 
-// Each contender runs in every repetition, in another order each time, between two runs of the bound.
-[[nodiscard]] std::vector<Timing> MeasureSideBySide(const std::vector<Contender>& contenders, const Work& bound);
+// Each contender runs in every repetition, in another order each time, between two runs of the baseline.
+[[nodiscard]] std::vector<Timing> MeasureSideBySide(const std::vector<Contender>& contenders, const Work& baseline);
 
-// Keeps the compiler from leaving out work whose result nobody reads.
+// Keeps the compiler from removing work whose result is not read.
 inline void KeepBytes(const void* bytes) { asm volatile("" : : "r"(bytes) : "memory"); }
 
 } // namespace receiver
