@@ -1,31 +1,23 @@
 #include "tests/platform/test_client.h"
 
-#include <windows.h>
-
-#include <unknwn.h>
-
-#include <cwchar>
-
 namespace {
 
-ClientCall lastCall{};
+HMODULE thisLibrary = nullptr;
 
 } // namespace
 
-extern "C" __declspec(dllexport) ClientCall* __cdecl ClientCallRecord() { return &lastCall; }
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+    if (reason != DLL_PROCESS_ATTACH) {
+        return TRUE;
+    }
+    thisLibrary = instance;
+    return GetEnvironmentVariableW(RefuseVariable, nullptr, 0) == 0 ? TRUE : FALSE;
+}
 
 extern "C" __declspec(dllexport) HRESULT STDMETHODCALLTYPE
     CreateWebViewEnvironmentWithOptionsInternal(bool joinRunningVersion, int runtimeType, PCWSTR userDataFolder,
                                                 IUnknown* options, IUnknown* handler) {
-    ++lastCall.count;
-    lastCall.joinRunningVersion = joinRunningVersion;
-    lastCall.runtimeType = runtimeType;
-    std::wcsncpy(lastCall.userDataFolder, userDataFolder != nullptr ? userDataFolder : L"(null)",
-                 sizeof(lastCall.userDataFolder) / sizeof(wchar_t) - 1);
-    lastCall.options = options;
-    lastCall.handler = handler;
-    return lastCall.result;
+    const FARPROC address = GetProcAddress(GetModuleHandleW(nullptr), "ClientCalled");
+    return reinterpret_cast<ClientCalledFunction>(reinterpret_cast<void*>(address))(
+        thisLibrary, joinRunningVersion, runtimeType, userDataFolder, options, handler);
 }
-
-// A loader that unloads on any success code would unload this one.
-extern "C" __declspec(dllexport) HRESULT STDMETHODCALLTYPE DllCanUnloadNow() { return S_FALSE; }
