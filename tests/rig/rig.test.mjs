@@ -51,22 +51,25 @@ for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], [
                      ['--camera='], ['--camera', 'x'], ['--camera', '5'], ['--camera', '5:'], ['--camera', ':6'],
                      ['--camera', '5:0'], ['--camera', '-1:6'], ['--camera', '5:6:7'], ['--camera', '5:9999999'],
                      ['--camera', '1e1:6'], ['--page'], ['--page=']]) {
-    test(`run refuses ${words.join(' ')} with its usage and code 2`, () => {
-        const result = dev('run', ...words);
-        assert.equal(result.status, 2);
-        assert.match(result.stderr, /^\.\/dev run: .+\nusage: \.\/dev run /);
-        assert.equal(result.stdout, '');
+    test(`run refuses ${words.join(' ')}`, () => {
+        const option = words[0].replace(/=.*/, '');
+        assert.throws(() => parseOptions(words), ({ message }) => message.includes(option));
     });
 }
 
-const Mistypes = { tset: 'test', rnu: 'run', 'set-up': 'setup', biuld: 'build', Clean: 'clean' };
-for (const [word, nearest] of Object.entries(Mistypes)) {
-    test(`dev names ${nearest} as the command nearest to ${word}`, () => {
-        const result = dev(word);
-        assert.equal(result.status, 2);
-        assert.match(result.stderr, new RegExp(`no command "${word}"; the nearest is "${nearest}"\nusage: `));
-    });
-}
+test('run refuses a wrong option with its usage and code 2', () => {
+    const result = dev('run', '--camera', '5:0');
+    assert.equal(result.status, 2);
+    assert.match(result.stderr, /^\.\/dev run: --camera takes .+\nusage: \.\/dev run /);
+    assert.equal(result.stdout, '');
+});
+
+test('dev refuses an unknown command with its usage and code 2', () => {
+    const result = dev('biuld');
+    assert.equal(result.status, 2);
+    assert.match(result.stderr, /^\.\/dev: there is no command "biuld"\nusage: \.\/dev COMMAND /);
+    assert.equal(result.stdout, '');
+});
 
 test('dev refuses a preset that is not there before it builds anything', () => {
     const result = dev('build', 'linux', 'amiga');
