@@ -1,0 +1,634 @@
+// The page author's kit, examples/page/vistel_receiver.mjs: what it posts, receives and promises.
+import assert from 'node:assert/strict';
+
+import { FakeHost, pageTest } from './page_test.mjs';
+
+const SlotBytes = 8294400;
+const AlreadyExists = 0x800700B7;
+const NotAvailable = 0xC00D36D6;
+const Jpeg = 'C:\\Users\\a\\Pictures\\Vistel\\Vistel-20240305-142709-042.jpg';
+const Mp4 = 'C:\\Users\\a\\Videos\\Vistel\\Vistel-20240305-142710-000.mp4';
+
+// What the functions below use: the kit's exports, one receiver, and the events that it has dispatched.
+async function prepare() {
+    window.kit = await import('/examples/page/vistel_receiver.mjs');
+    window.received = [];
+    window.receiver = new kit.VistelReceiver();
+    for (const type of ['slots', 'diagnostics', 'usage', 'media-result']) {
+        receiver.addEventListener(type, ({ detail }) => received.push([type, detail]));
+    }
+    // A frame whose every byte differs from its neighbors.
+    window.makeFrame = (format, codedWidth, codedHeight, more = {}) => {
+        const bytes = new Uint8Array(codedWidth * codedHeight * 4);
+        bytes.forEach((_, index) => {
+            bytes[index] = index * 7;
+        });
+        return new VideoFrame(bytes, { format, codedWidth, codedHeight, timestamp: 0, ...more });
+    };
+    // The state of a promise after everything that was pending has run.
+    window.settle = async (promise) => {
+        const state = { state: 'pending' };
+        promise.then((value) => Object.assign(state, { state: 'resolved', value }),
+            (error) => Object.assign(state, { state: 'rejected', error: error.message, kind: error.constructor.name }));
+        await new Promise((resolve) => setTimeout(resolve));
+        return state;
+    };
+    window.outcome = (promise) => promise.catch((error) => `${error.constructor.name}: ${error.message}`);
+    // Long waits end at once from here on.
+    window.endLongWaits = () => {
+        const { setTimeout } = window;
+        window.setTimeout = (callback, ms, ...rest) => setTimeout(callback, ms > 1000 ? 1 : ms, ...rest);
+    };
+}
+
+function kitTest(name, body) {
+    pageTest(name, [FakeHost], async (page) => {
+        await page.open('tests/page/blank.html');
+        await page.run(prepare);
+        await body(page);
+    });
+}
+
+function connectedTest(name, body) {
+    kitTest(name, async (page) => {
+        await page.run(async () => {
+            const done = receiver.connect();
+            host.postBuffer(0);
+            host.postBuffer(1);
+            await done;
+            host.posted.length = 0;
+            received.length = 0;
+        });
+        await body(page);
+    });
+}
+
+const posted = (page) => page.run(() => host.posted);
+const received = (page) => page.run(() => window.received);
+
+// --- Connecting ---
+
+pageTest('is not available in a browser without a host', [], async (page) => {
+    await page.open('tests/page/blank.html');
+    assert.deepEqual(await page.run(async () => {
+        const { VistelReceiver } = await import('/examples/page/vistel_receiver.mjs');
+        try {
+            return [VistelReceiver.available, new VistelReceiver()];
+        } catch (error) {
+            return [VistelReceiver.available, error.message];
+        }
+    }), [false, 'The page is not shown by the receiver']);
+});
+
+kitTest('is available in the receiver and posts nothing by itself', async (page) => {
+    assert.deepEqual(
+        await page.run(() => [kit.VistelReceiver.available, host.posted, receiver.connected, receiver.slotSizes]),
+        [true, [], false, [0, 0]]);
+});
+
+for (const first of [0, 1]) {
+    kitTest(`connects when both slots are there, slot ${first} first`, async (page) => {
+        assert.deepEqual(await page.run(async (slot) => {
+            const done = receiver.connect();
+            const steps = [[...host.posted]];
+            host.postBuffer(slot);
+            steps.push((await settle(done)).state, receiver.connected);
+            host.postBuffer(1 - slot);
+            steps.push((await settle(done)).state, receiver.connected, receiver.slotSizes);
+            return steps;
+        }, first), [['ready'], 'pending', false, 'resolved', true, [SlotBytes, SlotBytes]]);
+        assert.deepEqual(await received(page), [['slots', null]]);
+    });
+}
+
+kitTest('ignores other buffers', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const done = receiver.connect();
+        host.postBuffer(0);
+        for (const data of [{ slot: 2 }, { slot: '1' }, { slot: null }, {}, undefined, null]) {
+            host.postBufferWith(data, new ArrayBuffer(8));
+        }
+        return [(await settle(done)).state, receiver.slotSizes];
+    }), ['pending', [SlotBytes, 0]]);
+});
+
+connectedTest('connects again with new slots', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const done = receiver.connect();
+        const steps = [receiver.connected, receiver.slotSizes];
+        host.postBuffer(0, 1000);
+        host.postBuffer(1, 2000);
+        await done;
+        return [...steps, host.posted, receiver.slotSizes, received];
+    }), [false, [0, 0], ['ready'], [1000, 2000], [['slots', null]]]);
+});
+
+connectedTest('takes slots that are replaced without a request', async (page) => {
+    assert.deepEqual(await page.run(() => {
+        host.postBuffer(0, 1000);
+        host.postBuffer(1, 2000);
+        return receiver.slotSizes;
+    }), [1000, 2000]);
+});
+
+kitTest('reports that no slots arrive', async (page) => {
+    assert.equal(await page.run(() => {
+        endLongWaits();
+        return outcome(receiver.connect());
+    }), 'Error: ready: the receiver did not answer');
+    assert.equal(await page.run(async () => {
+        const done = receiver.connect();
+        host.postBuffer(0);
+        host.postBuffer(1);
+        return (await settle(done)).state;
+    }), 'resolved');
+});
+
+// --- Frames ---
+
+const Visible31x17 = { visibleRect: { x: 2, y: 4, width: 31, height: 17 } };
+const FullRange601 = { colorSpace: { matrix: 'smpte170m', fullRange: true } };
+const Limited601 = { colorSpace: { matrix: 'smpte170m', fullRange: false } };
+const Limited709 = { colorSpace: { matrix: 'bt709', fullRange: false } };
+const Frames = [
+    [['I420', 64, 32], {}, 'I420:64:32:0:0:0:64:32:0,64;2048,32;2560,32'],
+    [['I420A', 64, 32], {}, 'I420A:64:32:0:0:0:64:32:0,64;2048,32;2560,32;3072,64'],
+    [['NV12', 64, 32], {}, 'NV12:64:32:0:0:0:64:32:0,64;2048,64'],
+    [['RGBA', 64, 32], {}, 'RGBA:64:32:0:0:0:64:32:0,256'],
+    [['RGBX', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['BGRA', 64, 32], {}, 'BGRA:64:32:0:0:0:64:32:0,256'],
+    [['BGRX', 64, 32], {}, 'BGRX:64:32:0:0:0:64:32:0,256'],
+    // Copied in a format that the receiver accepts.
+    [['I422', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I444', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    // The display size is that of the rotated picture.
+    [['I420', 64, 32, { rotation: 90 }], {}, 'I420:64:32:0:90:0:32:64:0,64;2048,32;2560,32'],
+    [['I420', 64, 32, { rotation: 180 }], {}, 'I420:64:32:0:180:0:64:32:0,64;2048,32;2560,32'],
+    [['I420', 64, 32, { rotation: 270, flip: true }], {}, 'I420:64:32:1:270:0:32:64:0,64;2048,32;2560,32'],
+    [['I420', 64, 32, { flip: true }], {}, 'I420:64:32:1:0:0:64:32:0,64;2048,32;2560,32'],
+    [['I420', 64, 32], { mirror: true }, 'I420:64:32:0:0:1:64:32:0,64;2048,32;2560,32'],
+    [['I420', 64, 32, { flip: true }], { mirror: true }, 'I420:64:32:1:0:1:64:32:0,64;2048,32;2560,32'],
+    // Pixels that are not square.
+    [['I420', 64, 32, { displayWidth: 100, displayHeight: 30 }], {}, 'I420:64:32:0:0:0:100:30:0,64;2048,32;2560,32'],
+    // Only the visible part is copied, cut to even edges.
+    [['I420', 64, 32, Visible31x17], {}, 'I420:30:16:0:0:0:31:17:0,30;480,15;600,15'],
+    // Colors other than BT.601 limited range are sent as RGB if they are to be exact.
+    [['I420', 64, 32, Limited709], { exactColors: true }, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I420', 64, 32, FullRange601], { exactColors: true }, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I420', 64, 32, Limited601], { exactColors: true }, 'I420:64:32:0:0:0:64:32:0,64;2048,32;2560,32'],
+    [['I420', 64, 32, Limited709], {}, 'I420:64:32:0:0:0:64:32:0,64;2048,32;2560,32'],
+    [['BGRA', 64, 32], { exactColors: true }, 'BGRA:64:32:0:0:0:64:32:0,256'],
+];
+
+connectedTest('describes frames', async (page) => {
+    for (const [index, [frame, options, expected]] of Frames.entries()) {
+        assert.deepEqual(await page.run(async (values, postOptions) => {
+            const videoFrame = makeFrame(...values);
+            return [await receiver.postFrame(videoFrame, postOptions), host.posted.at(-1), videoFrame.codedWidth];
+        }, frame, options), [true, `frame:${index % 2}:${expected}`, 0], JSON.stringify([frame, options]));
+    }
+    assert.equal((await posted(page)).length, Frames.length);
+});
+
+kitTest('cuts to even edges inside the visible rectangle', async (page) => {
+    for (const [visible, expected] of [
+        [[0, 0, 64, 32], [0, 0, 64, 32]],
+        [[0, 0, 63, 31], [0, 0, 62, 30]],
+        [[1, 3, 32, 16], [2, 4, 30, 14]],
+        [[1, 3, 33, 17], [2, 4, 32, 16]],
+        [[2, 4, 1, 1], [2, 4, 0, 0]],
+    ]) {
+        assert.deepEqual(await page.run((values) => {
+            const { x, y, width, height } = kit.copyRectangle(new DOMRectReadOnly(...values));
+            return [x, y, width, height];
+        }, visible), expected, visible.join());
+    }
+});
+
+kitTest('makes the text of any picture', async (page) => {
+    assert.equal(await page.run((picture) => kit.frameMessage(picture), {
+        slot: 1, format: 'NV12', width: 1280, height: 720, flip: true, rotation: 270, mirror: false,
+        displayWidth: 720, displayHeight: 1280, planes: [{ offset: 0, stride: 1280 }, { offset: 921600, stride: 1280 }],
+    }), 'frame:1:NV12:1280:720:1:270:0:720:1280:0,1280;921600,1280');
+});
+
+connectedTest('copies the picture into the slot that it names', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const wrong = [];
+        for (const slot of [0, 1, 0]) {
+            const whole = makeFrame('I420', 64, 32);
+            const bytes = new Uint8Array(64 * 32 * 3 / 2);
+            await whole.copyTo(bytes);
+            whole.close();
+            const visibleRect = { x: 2, y: 4 + 2 * slot, width: 30, height: 16 };
+            await receiver.postFrame(makeFrame('I420', 64, 32, { visibleRect }));
+            if (receiver.lastPicture.slot !== slot) {
+                wrong.push(`slot ${receiver.lastPicture.slot}`);
+            }
+            const stored = new Uint8Array(host.buffers[slot]);
+            const chroma = receiver.lastPicture.planes[1];
+            for (let row = 0; row < 16; ++row) {
+                for (let column = 0; column < 30; ++column) {
+                    if (stored[row * 30 + column] !== bytes[(visibleRect.y + row) * 64 + 2 + column]) {
+                        wrong.push(`luma ${column}, ${row}`);
+                    }
+                    if (stored[chroma.offset + (row >> 1) * chroma.stride + (column >> 1)] !==
+                        bytes[64 * 32 + (visibleRect.y + row >> 1) * 32 + (2 + column >> 1)]) {
+                        wrong.push(`chroma ${column}, ${row}`);
+                    }
+                }
+            }
+        }
+        return [wrong, host.frames.map((text) => text.slice(0, 8)), receiver.framesPosted, receiver.framesDropped];
+    }), [[], ['frame:0:', 'frame:1:', 'frame:0:'], 3, 0]);
+});
+
+connectedTest('fills a slot to the last byte', async (page) => {
+    assert.equal(await page.run(() => receiver.postFrame(makeFrame('RGBA', 1920, 1080))), true);
+    assert.deepEqual(await posted(page), ['frame:0:RGBA:1920:1080:0:0:0:1920:1080:0,7680']);
+});
+
+kitTest('drops frames while there are no slots', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        host.postBuffer(0);
+        const frame = makeFrame('I420', 64, 32);
+        return [await receiver.postFrame(frame), frame.codedWidth, receiver.framesDropped, host.posted];
+    }), [false, 0, 1, []]);
+});
+
+const postSmallFrame = (page) => page.run(() => receiver.postFrame(makeFrame('I420', 64, 32)));
+
+connectedTest('drops a frame that comes while another is copied', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const frames = [makeFrame('I420', 64, 32), makeFrame('I420', 64, 32)];
+        const results = await Promise.all(frames.map((frame) => receiver.postFrame(frame)));
+        const { framesPosted, framesDropped } = receiver;
+        return [results, frames.map((frame) => frame.codedWidth), framesPosted, framesDropped];
+    }), [[true, false], [0, 0], 1, 1]);
+    assert.equal(await postSmallFrame(page), true);
+    assert.deepEqual((await posted(page)).map((text) => text.slice(0, 8)), ['frame:0:', 'frame:1:']);
+});
+
+connectedTest('drops a frame whose slot is replaced during the copy', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const copying = receiver.postFrame(makeFrame('I420', 1280, 720));
+        const done = receiver.connect();
+        host.postBuffer(0);
+        host.postBuffer(1);
+        await done;
+        return [await copying, host.posted, receiver.framesPosted, receiver.framesDropped];
+    }), [false, ['ready'], 0, 1]);
+    assert.equal(await postSmallFrame(page), true);
+});
+
+connectedTest('refuses frames that the receiver would reject', async (page) => {
+    for (const [frame, size] of [
+        [['RGBA', 1922, 1080], '1922 x 1080'], // two pixels per row more than fit into the slot
+        [['I420', 4098, 64], '4098 x 64'],
+        [['I420', 64, 2162], '64 x 2162'],
+        [['I420', 64, 32, { displayWidth: 4097, displayHeight: 32 }], '64 x 32'],
+        [['I420', 64, 32, { displayWidth: 64, displayHeight: 4097 }], '64 x 32'],
+        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 1, height: 32 } }], '0 x 32'],
+        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 64, height: 1 } }], '64 x 0'],
+    ]) {
+        const framesBefore = await page.run(() => receiver.framesPosted);
+        assert.deepEqual(await page.run(async (values) => {
+            const videoFrame = makeFrame(...values);
+            const { format } = videoFrame;
+            const refused = await outcome(receiver.postFrame(videoFrame));
+            return [refused.replace(format, 'FORMAT'), videoFrame.codedWidth, receiver.framesPosted];
+        }, frame), [`RangeError: The receiver has no room for a FORMAT frame of ${size}`, 0, framesBefore]);
+        assert.equal((await posted(page)).length, framesBefore);
+        assert.equal(await page.run(() => receiver.postFrame(makeFrame('I420', 4096, 64))), true);
+    }
+});
+
+connectedTest('reports a failing copy and goes on', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const { copyTo } = VideoFrame.prototype;
+        VideoFrame.prototype.copyTo = async () => {
+            throw new Error('no copy');
+        };
+        const frame = makeFrame('I420', 64, 32);
+        const failed = await outcome(receiver.postFrame(frame));
+        VideoFrame.prototype.copyTo = copyTo;
+        return [failed, frame.codedWidth, await receiver.postFrame(makeFrame('I420', 64, 32)), host.posted.length];
+    }), ['Error: no copy', 0, true, 1]);
+    assert.ok((await posted(page))[0].startsWith('frame:0:'));
+});
+
+// --- Commands without an answer ---
+
+kitTest('posts commands', async (page) => {
+    for (const [method, value, text] of [
+        ['setOrientation', 'landscape', 'window:orientation:landscape'],
+        ['setOrientation', 'portrait', 'window:orientation:portrait'],
+        ['setOrientation', 'setup', 'window:orientation:setup'],
+        ['setQuality', '720p', 'quality:720p'],
+        ['setQuality', '1080p', 'quality:1080p'],
+        ['reportError', 'it is: broken', 'error:it is: broken'],
+    ]) {
+        assert.deepEqual(await page.run((name, argument) => {
+            receiver[name](argument);
+            return host.posted.splice(0);
+        }, method, value), [text]);
+    }
+});
+
+kitTest('refuses commands that the receiver does not know', async (page) => {
+    for (const [method, ...values] of [
+        ['setOrientation', ''], ['setOrientation', 'Portrait'], ['setOrientation', null], ['setQuality', '480p'],
+        ['setQuality'],
+    ]) {
+        assert.match(await page.run((name, list) => outcome((async () => receiver[name](...list))()), method, values),
+                     /^TypeError: /, `${method} ${values}`);
+    }
+    assert.deepEqual(await posted(page), []);
+});
+
+// --- Snapshots and recordings ---
+
+function result(action, success, path, error) {
+    return { type: 'media-result', action, success, path, error };
+}
+
+// Calls a method of the receiver, lets the host answer, and returns the state of the call.
+function answer(page, [method, ...values], ...results) {
+    return page.run((name, list, messages) => {
+        const promise = Promise.resolve(receiver[name](...list));
+        messages.forEach((message) => host.postJson(message));
+        return settle(promise);
+    }, method, values, results);
+}
+
+for (const [method, text, action, path] of [
+    ['takeSnapshot', 'media:snapshot', 'snapshot', Jpeg],
+    ['startRecording', 'media:record:start', 'recording-started', Mp4],
+    ['stopRecording', 'media:record:stop', 'recording-stopped', Mp4],
+]) {
+    kitTest(`settles ${method} on its result`, async (page) => {
+        assert.equal((await answer(page, [method])).state, 'pending');
+        assert.deepEqual(await posted(page), [text]);
+        const succeeded = result(action, true, path, 0);
+        await page.postJson(succeeded);
+        assert.deepEqual(await received(page), [['media-result', succeeded]]);
+
+        assert.deepEqual(await answer(page, [method], succeeded), { state: 'resolved', value: succeeded });
+        assert.deepEqual(await answer(page, [method], result(action, false, path, 0x80004005)),
+                         { state: 'rejected', kind: 'MediaError', error: `${action}: 0x80004005 E_FAIL` });
+        assert.deepEqual(await posted(page), [text, text, text]);
+    });
+
+    kitTest(`gives up ${method} when it is not answered, and goes on`, async (page) => {
+        assert.deepEqual(await page.run(async (name) => {
+            const { setTimeout } = window;
+            endLongWaits();
+            const asked = [receiver[name]()];
+            window.setTimeout = setTimeout;
+            receiver.setQuality('720p');
+            asked.push(receiver.takeSnapshot());
+            const failed = await outcome(asked[0]);
+            host.postMediaResult('snapshot', true, 'a', 0);
+            return [failed, (await asked[1]).path, host.posted];
+        }, method), [`Error: ${text}: the receiver did not answer`, 'a', [text, 'quality:720p', 'media:snapshot']]);
+    });
+}
+
+kitTest('puts the whole result into the error', async (page) => {
+    assert.deepEqual(await page.run(async (code) => {
+        const asked = receiver.takeSnapshot();
+        host.postMediaResult('snapshot', false, '', code);
+        const error = await asked.catch((reason) => reason);
+        return [error instanceof kit.MediaError, error instanceof Error, error.name, error.result];
+    }, NotAvailable), [true, true, 'MediaError', result('snapshot', false, '', NotAvailable)]);
+});
+
+kitTest('names errors', async (page) => {
+    const codes = [0x80004001, 0x80070057, AlreadyExists, 0x8007010B, NotAvailable, 0x88982F8B, 1];
+    assert.deepEqual(await page.run((values) => values.map(kit.errorText), codes), [
+        '0x80004001 E_NOTIMPL', '0x80070057 E_INVALIDARG', '0x800700B7 ERROR_ALREADY_EXISTS',
+        '0x8007010B ERROR_DIRECTORY', '0xC00D36D6 MF_E_NOT_AVAILABLE', '0x88982F8B', '0x00000001',
+    ]);
+});
+
+kitTest('ignores results of other commands while it waits', async (page) => {
+    assert.equal((await answer(page, ['takeSnapshot'], result('recording-stopped', true, Mp4, 0),
+                               result('recording-failed', false, Mp4, 0x80004005))).state, 'pending');
+    assert.equal((await answer(page, ['reportError', 'x'])).state, 'resolved');
+    await page.postJson(result('snapshot', true, Jpeg, 0));
+    assert.equal((await received(page)).length, 3);
+});
+
+kitTest('counts a stop while idle as a success', async (page) => {
+    const stopped = result('recording-stopped', true, '', 1);
+    assert.deepEqual(await answer(page, ['stopRecording'], stopped), { state: 'resolved', value: stopped });
+});
+
+kitTest('knows whether a recording runs', async (page) => {
+    const isRecording = () => page.run(() => receiver.recording);
+    const after = async (call, ...results) => {
+        await answer(page, call, ...results);
+        return isRecording();
+    };
+    const alreadyExists = result('recording-started', false, '', AlreadyExists);
+    assert.equal(await isRecording(), false);
+    assert.equal(await after(['startRecording'], result('recording-started', false, Mp4, 0x80004005)), false);
+    assert.equal(await after(['startRecording'], result('recording-started', false, '', 0x8007010B)), false);
+    assert.equal(await after(['startRecording'], result('recording-started', true, Mp4, 0)), true);
+    assert.equal(await after(['takeSnapshot'], result('snapshot', false, '', NotAvailable)), true);
+    assert.equal(await after(['startRecording'], alreadyExists), true);
+    assert.equal(await after(['stopRecording'], result('recording-stopped', false, Mp4, 0x80004005)), false);
+    // One that was started before the page was loaded.
+    assert.equal(await after(['startRecording'], alreadyExists), true);
+    // A change of quality ends it without a request.
+    assert.equal(await after(['setQuality', '720p'], result('recording-stopped', true, Mp4, 0)), false);
+    assert.equal(await after(['startRecording'], result('recording-started', true, Mp4, 0)), true);
+    // It fails by itself.
+    const failed = result('recording-failed', false, Mp4, 0x80070070);
+    await page.postJson(failed);
+    assert.equal(await isRecording(), false);
+    assert.deepEqual((await received(page)).at(-1), ['media-result', failed]);
+});
+
+connectedTest('counts the frames of a recording', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const post = () => receiver.postFrame(makeFrame('I420', 64, 32));
+        const counts = [receiver.framesRecorded];
+        const count = () => counts.push(receiver.framesRecorded);
+        await post();
+        receiver.startRecording();
+        await post();
+        host.postMediaResult('recording-started', true, 'a', 0);
+        count();
+        await post();
+        receiver.takeSnapshot(); // is no end
+        await post();
+        host.postMediaResult('snapshot', true, 'b', 0);
+        await post();
+        count();
+        receiver.startRecording().catch(() => {}); // nor is a start while a recording runs
+        host.postMediaResult('recording-started', false, '', 0x800700B7);
+        await post();
+        receiver.stopRecording();
+        await post();
+        host.postMediaResult('recording-stopped', true, 'a', 0);
+        await post();
+        count();
+        receiver.stopRecording();
+        host.postMediaResult('recording-stopped', true, '', 1);
+        count();
+        return counts;
+    }), [0, 1, 4, 5, 5]);
+});
+
+for (const [method, ...values] of [['takeSnapshot'], ['setQuality', '720p'], ['startRecording'], ['stopRecording']]) {
+    connectedTest(`counts a recording up to the quality that ends it, before ${method}`, async (page) => {
+        assert.equal(await page.run(async (name, list) => {
+            const post = () => receiver.postFrame(makeFrame('I420', 64, 32));
+            receiver.startRecording();
+            host.postMediaResult('recording-started', true, 'a', 0);
+            await post();
+            receiver.setQuality('1080p');
+            await post();
+            receiver[name](...list);
+            await post();
+            host.postMediaResult('recording-stopped', true, 'a', 0);
+            return receiver.framesRecorded;
+        }, method, values), 1);
+    });
+}
+
+for (const [isStopped, frames] of [[false, 2], [true, 1]]) {
+    connectedTest(`counts a recording up to ${isStopped ? 'the stop before its' : 'its'} failure`, async (page) => {
+        assert.equal(await page.run(async (stopFirst) => {
+            const post = () => receiver.postFrame(makeFrame('I420', 64, 32));
+            receiver.startRecording();
+            host.postMediaResult('recording-started', true, 'a', 0);
+            await post();
+            if (stopFirst) {
+                receiver.stopRecording();
+            }
+            await post();
+            host.postMediaResult('recording-failed', false, 'a', 0x80070070);
+            await post();
+            return receiver.framesRecorded;
+        }, isStopped), frames);
+    });
+}
+
+kitTest('has its state up to date when it dispatches an event', async (page) => {
+    assert.deepEqual(await page.run(() => {
+        const seen = [];
+        receiver.addEventListener('media-result', () => seen.push(receiver.recording));
+        receiver.addEventListener('usage', () => seen.push(receiver.cameraInUse));
+        receiver.addEventListener('diagnostics', () => seen.push(receiver.diagnostics.appVersion));
+        host.postMediaResult('recording-started', true, '', 0);
+        host.postMediaResult('recording-failed', false, '', 2147500037);
+        host.postJson({ type: 'virtual-camera-usage', active: true });
+        host.postJson({ type: 'diagnostics', diagnostics: { appVersion: '0.1.3' } });
+        return seen;
+    }), [true, false, true, '0.1.3']);
+});
+
+kitTest('takes the stop of a quality change for its own', async (page) => {
+    const first = result('recording-stopped', true, Mp4, 0);
+    const second = result('recording-stopped', true, '', 1);
+    assert.deepEqual(await page.run((...results) => {
+        receiver.setQuality('1080p');
+        const stopping = receiver.stopRecording();
+        results.forEach((message) => host.postJson(message));
+        return settle(stopping);
+    }, first, second), { state: 'resolved', value: first });
+    const started = result('recording-started', true, Mp4, 0);
+    assert.deepEqual(await answer(page, ['startRecording'], started), { state: 'resolved', value: started });
+    assert.equal(await page.run(() => receiver.recording), true);
+});
+
+kitTest('posts commands in the order of the calls, one at a time', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const steps = [];
+        const step = async () => {
+            await new Promise((resolve) => setTimeout(resolve));
+            steps.push(host.posted.splice(0).join());
+        };
+        const asked = [receiver.takeSnapshot(), receiver.takeSnapshot()];
+        receiver.setQuality('1080p');
+        asked.push(receiver.startRecording());
+        receiver.setQuality('720p');
+        asked.push(receiver.stopRecording());
+        receiver.setOrientation('setup');
+        const outcomes = Promise.all(asked.map(outcome));
+        await step();
+        host.postMediaResult('snapshot', true, 'a', 0);
+        await step();
+        host.postMediaResult('snapshot', false, 'b', 2147500037);
+        await step();
+        host.postMediaResult('recording-started', true, 'c', 0);
+        await step();
+        host.postMediaResult('recording-stopped', true, 'c', 0);
+        await step();
+        return [steps, (await outcomes).map((value) => value.path ?? value)];
+    }), [
+        ['media:snapshot,window:orientation:setup', 'media:snapshot', 'quality:1080p,media:record:start',
+         'quality:720p,media:record:stop', ''],
+        ['a', 'MediaError: snapshot: 0x80004005 E_FAIL', 'c', 'c'],
+    ]);
+});
+
+kitTest('clears the time limit of an answered command', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const limits = new Set();
+        const { setTimeout, clearTimeout } = window;
+        window.setTimeout = (callback, ms, ...rest) => {
+            const timer = setTimeout(callback, ms, ...rest);
+            if (ms > 1000) {
+                limits.add(timer);
+            }
+            return timer;
+        };
+        window.clearTimeout = (timer) => {
+            limits.delete(timer);
+            clearTimeout(timer);
+        };
+        const connecting = receiver.connect();
+        const limitsWhileConnecting = limits.size;
+        host.postBuffer(0);
+        host.postBuffer(1);
+        const asked = receiver.takeSnapshot();
+        host.postMediaResult('snapshot', true, 'a', 0);
+        Object.assign(window, { setTimeout, clearTimeout });
+        await connecting;
+        return [limitsWhileConnecting, limits.size, (await asked).path];
+    }), [1, 0, 'a']);
+});
+
+// --- What the receiver sends ---
+
+kitTest('receives the diagnostics', async (page) => {
+    const diagnostics = {
+        windowsVersion: '10.0.22631', buildNumber: 22631, architecture: 'x64', osSupported: true, webView2Ready: true,
+        virtualCameraRegistered: false, appVersion: '0.1.3',
+    };
+    assert.equal(await page.run(() => receiver.diagnostics), null);
+    await page.postJson({ type: 'diagnostics', diagnostics });
+    assert.deepEqual(await received(page), [['diagnostics', diagnostics]]);
+    assert.deepEqual(await page.run(() => receiver.diagnostics), diagnostics);
+});
+
+kitTest('receives whether the camera is used', async (page) => {
+    assert.equal(await page.run(() => receiver.cameraInUse), false);
+    for (const active of [true, false]) {
+        await page.postJson({ type: 'virtual-camera-usage', active });
+        assert.equal(await page.run(() => receiver.cameraInUse), active);
+    }
+    assert.deepEqual(await received(page), [['usage', true], ['usage', false]]);
+});
+
+kitTest('ignores what it does not know', async (page) => {
+    await page.postMediaResult('recording-started', true, '', 0);
+    for (const message of ['text', null, 7, [], {}, { type: 'else' }, result('recording-paused', true, '', 0)]) {
+        await page.postJson(message);
+    }
+    assert.equal(await page.run(() => receiver.recording), true);
+    assert.deepEqual((await received(page)).map(([type]) => type), ['media-result', 'media-result']);
+});
