@@ -1,7 +1,5 @@
 #include "controller.h"
 
-#include "faults.h"
-
 #include "platform/hresult.h"
 
 #include <utility>
@@ -92,7 +90,7 @@ HRESULT Controller::get_CoreWebView2(ICoreWebView2** webView) noexcept {
 void Controller::OnLine(const Fields& line) {
     const receiver::ComPtr<Controller> alive(this); // The host may let go of it in a callback.
     if (line[0] == "controller") {
-        Complete(FaultFor("controller-callback"));
+        Complete(S_OK);
     } else if (line[0] == "controller-failed") {
         Complete(E_FAIL);
     } else if (line[0] == "gone") {
@@ -118,8 +116,7 @@ void Controller::Complete(HRESULT result) {
     const receiver::ComPtr<Controller> self = std::exchange(pendingSelf_, {});
     const receiver::ComPtr<CompletedHandler> handler = std::exchange(pendingHandler_, {});
     if (handler) {
-        const bool handOut = SUCCEEDED(result) && SUCCEEDED(FaultFor("controller-null"));
-        (void)handler->Invoke(result, handOut ? this : nullptr);
+        (void)handler->Invoke(result, SUCCEEDED(result) ? this : nullptr);
     }
 }
 

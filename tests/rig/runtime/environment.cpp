@@ -19,7 +19,6 @@ HRESULT
 Environment::CreateCoreWebView2Controller(HWND parent,
                                           ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) noexcept {
     RETURN_IF_FAILED(Enter(__func__));
-    RETURN_IF_FAILED(FaultFor("controller-call"));
     if (handler == nullptr) {
         return E_POINTER;
     }

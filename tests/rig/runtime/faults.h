@@ -1,9 +1,8 @@
 // Failures that a test asks for, from the environment variable RIG_FAULTS: a comma list of NAME[:CALL][=HEX].
 // NAME is a method of any object of the runtime (CreateSharedBuffer, add_WebMessageReceived, ...) or of the sink writer
-// (WriteSample, ...), MFCreateSinkWriterFromURL, an interface that an old runtime lacks (ICoreWebView2_17,
-// ICoreWebView2Environment12) or one of environment-call, environment-callback, environment-null, controller-call,
-// controller-callback and controller-null. CALL counts from 0, separately for each name; without it every call fails.
-// HEX is the HRESULT, E_FAIL when absent.
+// (WriteSample, ...), MFCreateSinkWriterFromURL, or an interface that an old runtime lacks (ICoreWebView2_17,
+// ICoreWebView2Environment12). CALL counts from 0, separately for each name; without it every call fails. HEX is the
+// HRESULT, E_FAIL when absent.
 #pragma once
 
 #include <windows.h>

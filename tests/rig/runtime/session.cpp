@@ -41,7 +41,6 @@ HRESULT MakeUserDataFolder(const std::wstring& folder) {
 } // namespace
 
 HRESULT Session::Start(PCWSTR userDataFolder, EnvironmentHandler* handler) {
-    RETURN_IF_FAILED(FaultFor("environment-call"));
     auto session = std::make_shared<Session>();
     session->userDataFolder_ = userDataFolder == nullptr ? L"" : userDataFolder;
     if (!session->userDataFolder_.empty()) {
@@ -108,7 +107,7 @@ void Session::OnLine(const Fields& line) {
     if (line[0] == "environment") {
         serverName_ = line.at(1);
         version_ = ToWide(line.at(2));
-        CompleteEnvironment(FaultFor("environment-callback"));
+        CompleteEnvironment(S_OK);
     } else if (line[0] == "environment-failed") {
         CompleteEnvironment(E_FAIL);
     } else if (line[0] == "callbacks") {
@@ -133,7 +132,7 @@ void Session::CompleteEnvironment(HRESULT result) {
     const std::shared_ptr<Session> self = std::exchange(pendingSelf_, nullptr);
     const receiver::ComPtr<EnvironmentHandler> handler = std::exchange(pendingHandler_, {});
     receiver::ComPtr<ICoreWebView2Environment> environment;
-    if (SUCCEEDED(result) && SUCCEEDED(FaultFor("environment-null"))) {
+    if (SUCCEEDED(result)) {
         environment = receiver::ComPtr<ICoreWebView2Environment>::Attach(new Environment(self));
     }
     (void)handler->Invoke(result, environment.Get());
