@@ -30,6 +30,7 @@ TEST(CommandLine, OnePairOfQuotesAroundTheAddressIsRemoved) {
     EXPECT_EQ(ChoosePageAddress(L"--url=\"http://a/b c\"", Hosted), L"http://a/b c");
     EXPECT_EQ(ChoosePageAddress(L"--url=\"\"http://a/\"\"", Hosted), L"\"http://a/\"");
     EXPECT_EQ(ChoosePageAddress(L"--url=\"http://a/?q=\"x\"\"", Hosted), L"http://a/?q=\"x\"");
+    EXPECT_EQ(ChoosePageAddress(L"--url=\"http://a/?q=1&r=\u00E9\"", Hosted), L"http://a/?q=1&r=\u00E9");
 }
 
 TEST(CommandLine, ALoneQuoteStays) {
