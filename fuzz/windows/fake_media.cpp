@@ -1,4 +1,5 @@
-// The JPEG encoder and the video writer of the small machine. They write no files and look closely at what they get.
+// Fakes of the imaging component's JPEG encoder and of Media Foundation's media types, buffers and samples. They write
+// no files and check what they receive. The sink writer's fake is in tests/capture/.
 
 #include "fuzz/support/require.h"
 #include "fuzz/windows/fake_windows.h"
@@ -11,21 +12,52 @@
 namespace receiver {
 namespace {
 
-// Reads what it is given, to the last byte.
-void ReadAll(std::span<const std::uint8_t> bytes) {
-    FakeWindows::Current().mediaSum = std::accumulate(bytes.begin(), bytes.end(), FakeWindows::Current().mediaSum);
+// Base of all objects here: counts references, answers every query with itself.
+template <typename Interface>
+class CountedObject : public Interface {
+public:
+    CountedObject() { ++FakeWindows::Current().objectCount; }
+    CountedObject(const CountedObject&) = delete;
+    CountedObject& operator=(const CountedObject&) = delete;
+    virtual ~CountedObject() { --FakeWindows::Current().objectCount; }
+
+    HRESULT QueryInterface(REFIID, void** object) override {
+        *object = static_cast<Interface*>(this);
+        AddRef();
+        return S_OK;
+    }
+    ULONG AddRef() override { return ++references_; }
+    ULONG Release() override {
+        const ULONG left = --references_;
+        if (left == 0) {
+            delete this;
+        }
+        return left;
+    }
+
+private:
+    ULONG references_ = 1; // The creator's.
+};
+
+// Makes an object for a call that hands one out, unless the call is to fail.
+template <typename Object, typename Interface, typename... Arguments>
+HRESULT HandOut(Interface** result, Arguments&&... arguments) {
+    *result = nullptr;
+    RETURN_IF_FAILED(Answer());
+    *result = new Object(std::forward<Arguments>(arguments)...);
+    return S_OK;
 }
 
 // Snapshots
 
-class PropertyBag final : public FakeObject<IPropertyBag2> {};
+class PropertyBag final : public CountedObject<IPropertyBag2> {};
 
-class Stream final : public FakeObject<IWICStream> {
+class Stream final : public CountedObject<IWICStream> {
 public:
     HRESULT InitializeFromFilename(LPCWSTR, DWORD) override { return Answer(); }
 };
 
-class FrameEncode final : public FakeObject<IWICBitmapFrameEncode> {
+class FrameEncode final : public CountedObject<IWICBitmapFrameEncode> {
 public:
     HRESULT Initialize(IPropertyBag2*) override { return Answer(); }
     HRESULT SetSize(UINT width, UINT height) override {
@@ -41,7 +73,7 @@ public:
     }
     HRESULT WritePixels(UINT lineCount, UINT stride, UINT size, BYTE* pixels) override {
         Require(lineCount == height_ && stride == width_ * 3 && size == stride * height_, "a snapshot is complete");
-        ReadAll({pixels, size});
+        FakeWindows::Current().pixelSum = std::accumulate(pixels, pixels + size, 0U); // Reads every byte.
         return Answer();
     }
     HRESULT Commit() override { return Answer(); }
@@ -51,7 +83,7 @@ private:
     UINT height_ = 0;
 };
 
-class Encoder final : public FakeObject<IWICBitmapEncoder> {
+class Encoder final : public CountedObject<IWICBitmapEncoder> {
 public:
     HRESULT Initialize(IWICStream*, WICBitmapEncoderCacheOption) override { return Answer(); }
     HRESULT CreateNewFrame(IWICBitmapFrameEncode** frame, IPropertyBag2** options) override {
@@ -63,7 +95,7 @@ public:
     HRESULT Commit() override { return Answer(); }
 };
 
-class ImagingFactory final : public FakeObject<IWICImagingFactory> {
+class ImagingFactory final : public CountedObject<IWICImagingFactory> {
 public:
     HRESULT CreateStream(IWICStream** stream) override { return HandOut<Stream>(stream); }
     HRESULT CreateEncoder(REFGUID, const GUID*, IWICBitmapEncoder** encoder) override {
@@ -73,89 +105,74 @@ public:
 
 // Recordings
 
-class MediaType final : public FakeObject<IMFMediaType> {
+class MediaType final : public CountedObject<IMFMediaType> {
 public:
     HRESULT SetGUID(REFGUID, REFGUID) override { return S_OK; }
     HRESULT SetUINT32(REFGUID, std::uint32_t) override { return S_OK; }
-    HRESULT SetUINT64(REFGUID key, std::uint64_t value) override {
-        if (key == MF_MT_FRAME_SIZE) {
-            frameBytes = static_cast<std::size_t>((value >> 32) * (value & 0xFFFFFFFF) * 3 / 2);
-        }
-        return S_OK;
-    }
-
-    std::size_t frameBytes = 0; // of NV12
+    HRESULT SetUINT64(REFGUID, std::uint64_t) override { return S_OK; }
 };
 
-class MediaBuffer final : public FakeObject<IMFMediaBuffer> {
+class MediaBuffer final : public CountedObject<IMFMediaBuffer> {
 public:
-    explicit MediaBuffer(std::size_t size) : bytes(size) {}
-    HRESULT Lock(BYTE** data, DWORD*, DWORD*) override {
-        *data = bytes.data();
-        return Answer();
+    explicit MediaBuffer(DWORD size) : bytes_(size) {}
+    HRESULT Lock(BYTE** data, DWORD* capacity, DWORD* length) override {
+        if (capacity != nullptr && length != nullptr) { // the sink writer
+            *capacity = static_cast<DWORD>(bytes_.size());
+            *length = length_;
+        } else {
+            RETURN_IF_FAILED(Answer());
+        }
+        *data = bytes_.data();
+        return S_OK;
     }
     HRESULT Unlock() override { return S_OK; }
     HRESULT SetCurrentLength(DWORD length) override {
-        Require(length == bytes.size(), "a buffer is filled");
+        length_ = length;
         return S_OK;
-    }
-
-    std::vector<std::uint8_t> bytes;
-};
-
-class Sample final : public FakeObject<IMFSample> {
-public:
-    HRESULT AddBuffer(IMFMediaBuffer* added) override {
-        RETURN_IF_FAILED(Answer());
-        buffer = ComPtr(static_cast<MediaBuffer*>(added));
-        return S_OK;
-    }
-    HRESULT SetSampleTime(LONGLONG value) override {
-        time = value;
-        return S_OK;
-    }
-    HRESULT SetSampleDuration(LONGLONG) override { return S_OK; }
-
-    ComPtr<MediaBuffer> buffer;
-    LONGLONG time = -1;
-};
-
-class SinkWriter final : public FakeObject<IMFSinkWriter> {
-public:
-    HRESULT AddStream(IMFMediaType*, DWORD* index) override {
-        *index = 7;
-        return Answer();
-    }
-    HRESULT SetInputMediaType(DWORD index, IMFMediaType* type, IMFAttributes*) override {
-        Require(index == 7, "the stream is the one that was added");
-        frameBytes_ = static_cast<MediaType*>(type)->frameBytes;
-        return Answer();
-    }
-    HRESULT BeginWriting() override {
-        RETURN_IF_FAILED(Answer());
-        writing_ = true;
-        return S_OK;
-    }
-    HRESULT WriteSample(DWORD index, IMFSample* given) override {
-        const Sample& sample = *static_cast<Sample*>(given);
-        Require(writing_ && index == 7, "frames are written between begin and end");
-        Require(sample.buffer && sample.buffer->bytes.size() == frameBytes_, "a written frame has the file's size");
-        Require(sample.time > lastTime_, "time stamps rise");
-        ReadAll(sample.buffer->bytes);
-        RETURN_IF_FAILED(Answer());
-        lastTime_ = sample.time;
-        return S_OK;
-    }
-    HRESULT Finalize() override {
-        Require(writing_, "a file is ended once");
-        writing_ = false;
-        return Answer();
     }
 
 private:
-    std::size_t frameBytes_ = 0;
-    LONGLONG lastTime_ = -1;
-    bool writing_ = false;
+    std::vector<std::uint8_t> bytes_;
+    DWORD length_ = 0;
+};
+
+class Sample final : public CountedObject<IMFSample> {
+public:
+    HRESULT AddBuffer(IMFMediaBuffer* added) override {
+        RETURN_IF_FAILED(Answer());
+        buffer_ = ComPtr(added);
+        return S_OK;
+    }
+    HRESULT SetSampleTime(LONGLONG time) override {
+        time_ = time;
+        return S_OK;
+    }
+    HRESULT SetSampleDuration(LONGLONG duration) override {
+        duration_ = duration;
+        return S_OK;
+    }
+    HRESULT GetSampleTime(LONGLONG* time) override {
+        *time = time_;
+        return S_OK;
+    }
+    HRESULT GetSampleDuration(LONGLONG* duration) override {
+        *duration = duration_;
+        return S_OK;
+    }
+    HRESULT GetBufferCount(DWORD* count) override {
+        *count = buffer_ ? 1 : 0;
+        return S_OK;
+    }
+    HRESULT GetBufferByIndex(DWORD, IMFMediaBuffer** buffer) override {
+        *buffer = buffer_.Get();
+        (*buffer)->AddRef();
+        return S_OK;
+    }
+
+private:
+    ComPtr<IMFMediaBuffer> buffer_;
+    LONGLONG time_ = -1;
+    LONGLONG duration_ = 0;
 };
 
 } // namespace
@@ -182,6 +199,6 @@ HRESULT MFCreateMemoryBuffer(DWORD size, IMFMediaBuffer** buffer) {
     return receiver::HandOut<receiver::MediaBuffer>(buffer, size);
 }
 HRESULT MFCreateSample(IMFSample** sample) { return receiver::HandOut<receiver::Sample>(sample); }
-HRESULT MFCreateSinkWriterFromURL(LPCWSTR, void*, IMFAttributes*, IMFSinkWriter** writer) {
-    return receiver::HandOut<receiver::SinkWriter>(writer);
+HRESULT MFCreateSinkWriterFromURL(LPCWSTR path, void* stream, IMFAttributes* attributes, IMFSinkWriter** writer) {
+    return receiver::FakeWindows::Current().writers.Create(path, stream, attributes, writer);
 }

@@ -1,6 +1,7 @@
 #include "fuzz/windows/fake_windows.h"
 
 #include "fuzz/support/require.h"
+#include "tests/support/report_failure.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -31,7 +32,7 @@ HANDLE NewHandle(HANDLE none) {
     return FakeWindows::Current().MakeHandle();
 }
 
-LONG TellVersion(RTL_OSVERSIONINFOW* version) {
+LONG GetVersionOfFake(RTL_OSVERSIONINFOW* version) {
     version->dwMajorVersion = 10;
     version->dwMinorVersion = 0;
     version->dwBuildNumber = 22631;
@@ -40,9 +41,13 @@ LONG TellVersion(RTL_OSVERSIONINFOW* version) {
 
 } // namespace
 
+void ReportFailure(const std::wstring& what) { Require(false, std::string(what.begin(), what.end()).c_str()); }
+
 FakeWindows::FakeWindows(std::span<std::uint8_t> frameFile) : frameFile_(frameFile) {
-    Require(current == nullptr, "there is one machine at a time");
+    Require(current == nullptr, "only one fake machine exists at a time");
     current = this;
+    browser.onCall = [](const std::wstring&) { return Answer(); };
+    writers.onResult = [] { return Answer(); };
 }
 
 FakeWindows::~FakeWindows() {
@@ -71,24 +76,36 @@ HANDLE FakeWindows::MakeHandle() {
 
 bool FakeWindows::CloseHandle(HANDLE handle) noexcept { return handles_.erase(handle) == 1; }
 
+void* FakeWindows::Allocate(std::size_t size) {
+    void* const memory = std::malloc(size);
+    Require(memory != nullptr, "there is memory");
+    strings_.insert(memory);
+    return memory;
+}
+
 wchar_t* FakeWindows::MakeString(std::wstring_view text) {
-    auto* const copy = static_cast<wchar_t*>(std::malloc((text.size() + 1) * sizeof(wchar_t)));
-    Require(copy != nullptr, "there is memory");
+    auto* const copy = static_cast<wchar_t*>(Allocate((text.size() + 1) * sizeof(wchar_t)));
     std::copy(text.begin(), text.end(), copy);
     copy[text.size()] = L'\0';
-    strings_.insert(copy);
     return copy;
 }
 
 void FakeWindows::FreeString(void* text) noexcept {
     if (text != nullptr) {
         Require(strings_.erase(text) == 1, "only strings that were handed out are freed, and once");
+        browser.OnTaskMemoryFreed(text);
         std::free(text);
     }
 }
 
-std::string FakeWindows::Leaks() const {
+std::string FakeWindows::Leaks() {
+    writers.newestSample.Reset();
+    writers.outputType.Reset();
+    writers.inputType.Reset();
     std::string leaks;
+    for (const std::wstring& leak : browser.Leaks()) {
+        leaks += std::string(leak.begin(), leak.end()) + "; ";
+    }
     const auto count = [&](const char* what, std::size_t number) {
         if (number != 0) {
             leaks += std::string(what) + ": " + std::to_string(number) + "; ";
@@ -123,6 +140,7 @@ HRESULT CoInitializeEx(void*, DWORD) noexcept {
     return result;
 }
 void CoUninitialize() noexcept { --current->comStarts; }
+void* CoTaskMemAlloc(std::size_t size) { return current->Allocate(size); }
 void CoTaskMemFree(void* memory) noexcept { current->FreeString(memory); }
 
 // Files, memory and events. There is one file with a handle: the shared frame file.
@@ -203,7 +221,7 @@ void* LocalFree(void* memory) noexcept {
 
 HMODULE GetModuleHandleW(LPCWSTR) { return current->Fails() ? nullptr : reinterpret_cast<HMODULE>(current); }
 FARPROC GetProcAddress(HMODULE, const char*) {
-    return current->Fails() ? nullptr : reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&receiver::TellVersion));
+    return current->Fails() ? nullptr : reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&receiver::GetVersionOfFake));
 }
 LONG RegOpenKeyExW(HKEY, LPCWSTR, DWORD, DWORD, HKEY* key) {
     if (current->Fails()) {

@@ -1,18 +1,16 @@
-// What stands behind the functions of fuzz/windows/windows.h: one small machine, made anew for every run. It keeps
-// count of all that it hands out, lets any call fail, and writes down what the program shows and posts.
+// The state of the functions of fuzz/windows/windows.h: a fake Windows machine, created for every run. It counts what it
+// hands out, lets any call fail, and records what the program logs and shows. The browser and the sink writer are the
+// fakes of tests/.
 #pragma once
 
 #include "fuzz/support/guarded_memory.h"
-#include "platform/com_ptr.h"
+#include "tests/capture/sink_writer_fake.h"
+#include "tests/support/webview2_fakes.h"
 
 #include <windows.h>
 
-#include <WebView2.h>
-
 #include <cstdint>
 #include <functional>
-#include <memory>
-#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -22,7 +20,7 @@ namespace receiver {
 
 class FakeWindows {
 public:
-    // `frameFile` is what the shared frame file's bytes are kept in: all that it can grow to.
+    // `frameFile` holds the bytes of the shared frame file; its size is the largest that the file can have.
     explicit FakeWindows(std::span<std::uint8_t> frameFile);
     FakeWindows(const FakeWindows&) = delete;
     FakeWindows& operator=(const FakeWindows&) = delete;
@@ -42,35 +40,25 @@ public:
     bool minimized = false;
     unsigned callsUntilFailure = 0; // 0: no call fails
 
-    // Written down here.
+    // Recorded here.
     std::vector<std::string> logLines;
-    std::vector<std::wstring> posted; // JSON texts, and "slot " with the additional data
     std::wstring boxText; // of the last error box
     bool failed = false; // a call has been made to fail
-    unsigned mediaSum = 0; // of all bytes that the encoders were given
+    unsigned pixelSum = 0; // of all bytes of the last snapshot
 
-    // Whether it is this call's turn to fail.
+    // Counts the call and returns whether it is the one that fails.
     [[nodiscard]] bool Fails() noexcept;
     [[nodiscard]] HANDLE MakeHandle();
     [[nodiscard]] bool CloseHandle(HANDLE handle) noexcept;
+    [[nodiscard]] void* Allocate(std::size_t size);
     [[nodiscard]] wchar_t* MakeString(std::wstring_view text);
     void FreeString(void* text) noexcept;
     [[nodiscard]] std::span<std::uint8_t> FrameFile() const noexcept { return frameFile_; }
-    // Everything handed out and not given back, in words; empty when all is well.
-    [[nodiscard]] std::string Leaks() const;
+    // Releases the handlers, and names everything that was handed out and not given back; empty if there is no leak.
+    [[nodiscard]] std::string Leaks();
 
-    // The browser's side.
-    ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler;
-    ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> controllerHandler;
-    ComPtr<ICoreWebView2WebMessageReceivedEventHandler> messageHandler;
-    ComPtr<ICoreWebView2PermissionRequestedEventHandler> permissionHandler;
-    ComPtr<ICoreWebView2NavigationCompletedEventHandler> navigationHandler;
-    void CompleteEnvironment();
-    void CompleteController();
-    // A text from the page; none: the page posted something that is no string. An empty text may come as a null
-    // pointer.
-    HRESULT PostFromPage(const std::optional<std::wstring>& text, bool asNull = false);
-    void ReleaseHandlers();
+    BrowserFakes browser;
+    SinkWriterFakes writers;
 
     // The one window.
     [[nodiscard]] HWND Window() noexcept { return reinterpret_cast<HWND>(&windowData); }
@@ -90,48 +78,6 @@ private:
     std::set<void*> strings_;
     std::intptr_t lastHandle_ = 0;
 };
-
-// Base of all objects: counts references, answers every query with itself.
-template <typename Interface>
-class FakeObject : public Interface {
-public:
-    FakeObject() { ++FakeWindows::Current().objectCount; }
-    FakeObject(const FakeObject&) = delete;
-    FakeObject& operator=(const FakeObject&) = delete;
-    virtual ~FakeObject() { --FakeWindows::Current().objectCount; }
-
-    HRESULT QueryInterface(REFIID, void** object) override {
-        *object = nullptr;
-        if (FakeWindows::Current().Fails()) {
-            return E_NOINTERFACE;
-        }
-        *object = static_cast<Interface*>(this);
-        AddRef();
-        return S_OK;
-    }
-    ULONG AddRef() override { return ++references_; }
-    ULONG Release() override {
-        const ULONG left = --references_;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-
-private:
-    ULONG references_ = 1; // The creator's.
-};
-
-// Makes an object for a call that hands one out, or fails in its place.
-template <typename Object, typename Interface, typename... Arguments>
-HRESULT HandOut(Interface** result, Arguments&&... arguments) {
-    *result = nullptr;
-    if (FakeWindows::Current().Fails()) {
-        return E_FAIL;
-    }
-    *result = new Object(std::forward<Arguments>(arguments)...);
-    return S_OK;
-}
 
 [[nodiscard]] inline HRESULT Answer() noexcept { return FakeWindows::Current().Fails() ? E_FAIL : S_OK; }
 

@@ -6,10 +6,10 @@
 using WICPixelFormatGUID = GUID;
 enum WICBitmapEncoderCacheOption { WICBitmapEncoderNoCache = 2 };
 
-inline constexpr CLSID CLSID_WICImagingFactory2{5, 0};
-inline constexpr IID IID_IWICImagingFactory{5, 1};
-inline constexpr GUID GUID_ContainerFormatJpeg{5, 2};
-inline constexpr GUID GUID_WICPixelFormat24bppBGR{5, 3};
+inline constexpr CLSID CLSID_WICImagingFactory2{5, 0, 0, {}};
+inline constexpr IID IID_IWICImagingFactory{5, 1, 0, {}};
+inline constexpr GUID GUID_ContainerFormatJpeg{5, 2, 0, {}};
+inline constexpr GUID GUID_WICPixelFormat24bppBGR{5, 3, 0, {}};
 
 struct IPropertyBag2 : IUnknown {};
 

@@ -1,6 +1,6 @@
-// As much of Windows as the program's Windows half names, so that the same sources run natively under sanitizers.
-// What the functions do is in fuzz/windows/fake_windows.cpp. wchar_t is the native one: a text holds one UTF-16 code
-// unit in each. The other headers of Windows beside this one only lead here or add interfaces.
+// The part of the Windows interface that the receiver and its fakes use, so that the same sources run natively under
+// sanitizers. The functions are in fuzz/windows/fake_windows.cpp. Each native wchar_t of a text holds one UTF-16 code
+// unit. The other Windows headers in this folder include this one; some add interfaces.
 #pragma once
 
 #include "platform/hresult.h"
@@ -21,6 +21,7 @@ using UINT = std::uint32_t;
 using ULONG = std::uint32_t;
 using LONG = std::int32_t;
 using INT64 = std::int64_t;
+using UINT32 = std::uint32_t;
 using UINT64 = std::uint64_t;
 using ULONGLONG = std::uint64_t;
 using LONGLONG = std::int64_t;
@@ -61,6 +62,8 @@ inline constexpr DWORD ERROR_ENVVAR_NOT_FOUND = 203;
 inline constexpr DWORD ERROR_DIRECTORY = 267;
 inline constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
 inline constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002);
+inline constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001);
+inline constexpr HRESULT E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFF);
 
 [[nodiscard]] constexpr HRESULT HRESULT_FROM_WIN32(DWORD error) noexcept {
     return error == 0 ? S_OK : static_cast<HRESULT>(0x80070000 | (error & 0xFFFF));
@@ -77,8 +80,10 @@ namespace receiver {
 // COM
 
 struct GUID {
-    std::uint32_t data1 = 0;
-    std::uint32_t data2 = 0;
+    std::uint32_t data1;
+    std::uint16_t data2;
+    std::uint16_t data3;
+    std::uint8_t data4[8];
 
     bool operator==(const GUID&) const = default;
 };
@@ -90,7 +95,8 @@ using REFGUID = const GUID&;
 using REFCLSID = const GUID&;
 using REFKNOWNFOLDERID = const GUID&;
 
-inline constexpr IID IID_IUnknown{1, 0};
+inline constexpr IID IID_IUnknown{1, 0, 0, {}};
+[[nodiscard]] inline bool IsEqualIID(REFIID left, REFIID right) noexcept { return left == right; }
 
 struct IUnknown {
     virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) = 0;
@@ -106,7 +112,11 @@ inline constexpr DWORD CLSCTX_INPROC_SERVER = 1;
 HRESULT CoInitializeEx(void* reserved, DWORD model) noexcept;
 void CoUninitialize() noexcept;
 HRESULT CoCreateInstance(REFCLSID id, IUnknown* outer, DWORD context, REFIID interfaceId, void** object);
+void* CoTaskMemAlloc(std::size_t size);
 void CoTaskMemFree(void* memory) noexcept;
+// Only passed as pointers.
+struct IStream;
+struct VARIANT;
 
 // Files, memory and events
 
@@ -185,11 +195,15 @@ LONG RegOpenKeyExW(HKEY parent, LPCWSTR name, DWORD options, DWORD access, HKEY*
 LONG RegCloseKey(HKEY key) noexcept;
 HRESULT SHGetKnownFolderPath(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, PWSTR* path);
 inline constexpr DWORD KF_FLAG_CREATE = 0x8000;
-inline constexpr KNOWNFOLDERID FOLDERID_Pictures{2, 0};
-inline constexpr KNOWNFOLDERID FOLDERID_Videos{2, 1};
+inline constexpr KNOWNFOLDERID FOLDERID_Pictures{2, 0, 0, {}};
+inline constexpr KNOWNFOLDERID FOLDERID_Videos{2, 1, 0, {}};
 
 // Windows
 
+struct POINT {
+    LONG x;
+    LONG y;
+};
 struct RECT {
     LONG left;
     LONG top;

@@ -1,10 +1,17 @@
 #include "tests/capture/sink_writer_fake.h"
 
-#include "tests/support/test_files.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/report_failure.h"
 
 namespace receiver {
+namespace {
+
+void Expect(bool condition, const wchar_t* what) {
+    if (!condition) {
+        ReportFailure(what);
+    }
+}
+
+} // namespace
 
 class SinkWriterFakes::Writer final : public IMFSinkWriter {
 public:
@@ -30,13 +37,17 @@ public:
         return fakes_.Result("AddStream");
     }
     HRESULT STDMETHODCALLTYPE SetInputMediaType(DWORD stream, IMFMediaType* type, IMFAttributes* parameters) override {
-        EXPECT_EQ(stream, StreamIndex);
-        EXPECT_EQ(parameters, nullptr);
+        Expect(stream == StreamIndex && parameters == nullptr, L"the input type is that of the added stream");
         fakes_.inputType = ComPtr<IMFMediaType>(type);
         return fakes_.Result("SetInputMediaType");
     }
-    HRESULT STDMETHODCALLTYPE BeginWriting() override { return fakes_.Result("BeginWriting"); }
+    HRESULT STDMETHODCALLTYPE BeginWriting() override {
+        const HRESULT result = fakes_.Result("BeginWriting");
+        writing_ = SUCCEEDED(result);
+        return result;
+    }
     HRESULT STDMETHODCALLTYPE WriteSample(DWORD stream, IMFSample* sample) override {
+        Expect(writing_, L"samples are written after BeginWriting and before Finalize");
         fakes_.newestSample = ComPtr<IMFSample>(sample);
         const HRESULT result = fakes_.Result("WriteSample");
         if (SUCCEEDED(result)) {
@@ -48,7 +59,10 @@ public:
     HRESULT STDMETHODCALLTYPE PlaceMarker(DWORD, void*) override { return fakes_.Result("PlaceMarker"); }
     HRESULT STDMETHODCALLTYPE NotifyEndOfSegment(DWORD) override { return fakes_.Result("NotifyEndOfSegment"); }
     HRESULT STDMETHODCALLTYPE Flush(DWORD) override { return fakes_.Result("Flush"); }
-    HRESULT STDMETHODCALLTYPE Finalize() override { return fakes_.Result("Finalize"); }
+    HRESULT STDMETHODCALLTYPE Finalize() override {
+        Expect(std::exchange(writing_, false), L"a file that was begun is finalized once");
+        return fakes_.Result("Finalize");
+    }
     HRESULT STDMETHODCALLTYPE GetServiceForStream(DWORD, REFGUID, REFIID, void**) override {
         return fakes_.Result("GetServiceForStream");
     }
@@ -57,39 +71,40 @@ public:
     }
 
 private:
-    static WrittenSample Read(DWORD stream, IMFSample* sample) {
+    WrittenSample Read(DWORD stream, IMFSample* sample) {
         WrittenSample read{};
         read.stream = stream;
-        EXPECT_EQ(sample->GetSampleTime(&read.time), S_OK);
-        EXPECT_EQ(sample->GetSampleDuration(&read.duration), S_OK);
         DWORD buffers = 0;
-        EXPECT_EQ(sample->GetBufferCount(&buffers), S_OK);
-        EXPECT_EQ(buffers, 1U);
+        Expect(SUCCEEDED(sample->GetSampleTime(&read.time)) && SUCCEEDED(sample->GetSampleDuration(&read.duration)) &&
+                   SUCCEEDED(sample->GetBufferCount(&buffers)) && buffers == 1,
+               L"a sample has a time, a duration and one buffer");
+        Expect(read.time > std::exchange(lastTime_, read.time), L"times grow");
         ComPtr<IMFMediaBuffer> buffer;
-        EXPECT_EQ(sample->GetBufferByIndex(0, buffer.Put()), S_OK);
         BYTE* bytes = nullptr;
         DWORD capacity = 0;
         DWORD length = 0;
-        EXPECT_EQ(buffer->Lock(&bytes, &capacity, &length), S_OK);
-        EXPECT_EQ(capacity, length);
-        read.bytes.assign(bytes, bytes + length);
-        EXPECT_EQ(buffer->Unlock(), S_OK);
+        if (SUCCEEDED(sample->GetBufferByIndex(0, buffer.Put())) &&
+            SUCCEEDED(buffer->Lock(&bytes, &capacity, &length))) {
+            read.bytes.assign(bytes, bytes + length);
+            (void)buffer->Unlock();
+        }
+        Expect(bytes != nullptr && capacity == length, L"a sample's buffer is full");
         return read;
     }
 
     SinkWriterFakes& fakes_;
     ULONG references_ = 1;
+    LONGLONG lastTime_ = -1;
+    bool writing_ = false;
 };
 
-HRESULT SinkWriterFakes::Create(LPCWSTR newUrl, IMFByteStream* stream, IMFAttributes* attributes,
+HRESULT SinkWriterFakes::Create(LPCWSTR newUrl, const void* stream, const IMFAttributes* attributes,
                                 IMFSinkWriter** writer) {
-    EXPECT_EQ(stream, nullptr);
-    EXPECT_EQ(attributes, nullptr);
+    Expect(stream == nullptr && attributes == nullptr, L"a writer is created from its address alone");
     url = newUrl;
     samples.clear();
     const HRESULT result = Result("Create");
     if (SUCCEEDED(result)) {
-        WriteBytes(url, ""); // Windows, too, makes the file at once.
         *writer = new Writer(*this);
     }
     return result;

@@ -1,8 +1,12 @@
-// A sink writer that remembers what it is told, in the place of Media Foundation's own.
+// A fake of Media Foundation's sink writer that records its calls and samples. It also builds natively, for the fuzz
+// targets, over fuzz/windows/windows.h.
 #pragma once
 
 #include "platform/com_ptr.h"
+#ifdef _WIN32
 #include "tests/support/function_patch.h"
+#include "tests/support/test_files.h"
+#endif
 
 #include <windows.h>
 
@@ -26,7 +30,7 @@ struct WrittenSample {
     std::vector<std::uint8_t> bytes;
 };
 
-// Hands out writers in the place of MFCreateSinkWriterFromURL. Only one lives at a time.
+// Creates the fake writers. Only one of them exists at a time.
 class SinkWriterFakes {
 public:
     static constexpr DWORD StreamIndex = 3;
@@ -35,10 +39,13 @@ public:
     void Fail(const std::string& name, HRESULT code) { failures_[name] = code; }
     void FailNothing() { failures_.clear(); }
     [[nodiscard]] std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
+    // Used in place of MFCreateSinkWriterFromURL.
+    HRESULT Create(LPCWSTR newUrl, const void* stream, const IMFAttributes* attributes, IMFSinkWriter** writer);
 
-    std::vector<std::string> calls; // with "Create" in front and "released" at the end of a writer
-    std::function<void(const std::string&)> onCall; // hears of each of them
-    std::wstring url; // of the newest writer, like what follows
+    std::vector<std::string> calls; // "Create", the names of methods, and "released" when a writer is destroyed
+    std::function<void(const std::string&)> onCall; // called with each of them
+    std::function<HRESULT()> onResult; // if set, gives the result of every call for which `Fail` was not called
+    std::wstring url; // of the newest writer, like the members below
     ComPtr<IMFMediaType> outputType;
     ComPtr<IMFMediaType> inputType;
     std::vector<WrittenSample> samples; // those that it accepted
@@ -56,22 +63,31 @@ private:
     HRESULT Result(const std::string& name) {
         Note(name);
         const auto failure = failures_.find(name);
-        return failure != failures_.end() ? failure->second : S_OK;
+        if (failure != failures_.end()) {
+            return failure->second;
+        }
+        return onResult ? onResult() : S_OK;
     }
-    HRESULT Create(LPCWSTR newUrl, IMFByteStream* stream, IMFAttributes* attributes, IMFSinkWriter** writer);
 
+    std::map<std::string, HRESULT> failures_;
+
+#ifdef _WIN32
     struct Creation {
         SinkWriterFakes& fakes;
 
         HRESULT operator()(decltype(&MFCreateSinkWriterFromURL), LPCWSTR url, IMFByteStream* stream,
                            IMFAttributes* attributes, IMFSinkWriter** writer) const {
-            return fakes.Create(url, stream, attributes, writer);
+            const HRESULT result = fakes.Create(url, stream, attributes, writer);
+            if (SUCCEEDED(result)) {
+                WriteBytes(url, ""); // Windows creates the file at once.
+            }
+            return result;
         }
     };
 
-    std::map<std::string, HRESULT> failures_;
     ImportPatch<HRESULT(LPCWSTR, IMFByteStream*, IMFAttributes*, IMFSinkWriter**), Creation> creation_{
         "mfreadwrite.dll", "MFCreateSinkWriterFromURL", &MFCreateSinkWriterFromURL, Creation{*this}};
+#endif
 };
 
 } // namespace receiver

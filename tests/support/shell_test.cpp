@@ -1,6 +1,7 @@
 #include "tests/support/shell_test.h"
 
 #include "browser/webview_callbacks.h"
+#include "tests/support/report_failure.h"
 
 #include <cstring>
 #include <exception>
@@ -17,6 +18,8 @@ constexpr wchar_t MainWindowClass[] = L"VistelReceiverWindow";
 constexpr UINT RunInLoopMessage = WM_APP;
 
 } // namespace
+
+void ReportFailure(const std::wstring& what) { ADD_FAILURE() << testing::PrintToString(what); }
 
 ShellTest::ShellTest() : app(std::in_place) {
     current_ = this;

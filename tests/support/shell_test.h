@@ -39,6 +39,14 @@ struct PrivateEventName {
     }
 };
 
+// Reports what the receiver frees to the fakes that handed it out.
+struct ReportedTaskFree {
+    void operator()(decltype(&CoTaskMemFree) original, void* memory) const {
+        BrowserFakes::Current().OnTaskMemoryFreed(memory);
+        original(memory);
+    }
+};
+
 // A frame message that is published, whatever lies in the slot.
 inline constexpr wchar_t GoodFrame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
@@ -97,6 +105,7 @@ private:
                                                                                                  "CreateEventW",
                                                                                                  &CreateEventW,
                                                                                                  {}};
+    ImportPatch<void(void*), ReportedTaskFree> taskFrees_{"ole32.dll", "CoTaskMemFree", &CoTaskMemFree, {}};
     HWND loopHook_ = nullptr; // Its messages arrive through any message loop of this thread.
     std::function<void()> inLoop_;
 };

@@ -1,6 +1,6 @@
 #include "tests/support/webview2_fakes.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/report_failure.h"
 
 #include <cstring>
 
@@ -36,13 +36,13 @@ void FakeObject::FillTable(std::index_sequence<Slots...>) {
 template <std::size_t Slot>
 HRESULT STDMETHODCALLTYPE FakeObject::Unexpected(FakeObject* self) {
     const AllocationPause pause;
-    ADD_FAILURE() << "unexpected call of method " << Slot << " of " << testing::PrintToString(self->name);
+    ReportFailure(L"unexpected call of method " + std::to_wstring(Slot) + L" of " + self->name);
     return E_NOTIMPL;
 }
 
 bool FakeObject::IsReferenced() const {
     if (references == 0) {
-        ADD_FAILURE() << "call without a reference to " << testing::PrintToString(name);
+        ReportFailure(L"call without a reference to " + name);
     }
     return references > 0;
 }
@@ -59,7 +59,7 @@ HRESULT STDMETHODCALLTYPE FakeObject::Query(FakeObject* self, REFIID id, void** 
             return SUCCEEDED(result) ? self->HandOut(reinterpret_cast<IUnknown**>(object)) : result;
         }
     }
-    ADD_FAILURE() << testing::PrintToString(self->name) << " was asked for an interface that it does not have";
+    ReportFailure(self->name + L" was queried for an interface that it does not have");
     return E_NOINTERFACE;
 }
 
@@ -79,7 +79,7 @@ ULONG STDMETHODCALLTYPE FakeObject::ReleaseReference(FakeObject* self) {
 
 // The runtime
 
-BrowserFakes::BrowserFakes() : stringFree_("ole32.dll", "CoTaskMemFree", reinterpret_cast<void*>(&FreeString)) {
+BrowserFakes::BrowserFakes() {
     currentFakes = this;
     MakeEnvironment();
     MakeController();
@@ -187,6 +187,9 @@ void BrowserFakes::MakeEventArguments() {
     messageArguments_->Answer(&ICoreWebView2WebMessageReceivedEventArgs::TryGetWebMessageAsString,
                               [](FakeObject& self, LPWSTR* text) {
                                   const HRESULT result = self.fakes.Asked(L"TryGetWebMessageAsString");
+                                  if (!self.fakes.messageIsText_) {
+                                      return E_INVALIDARG;
+                                  }
                                   if (FAILED(result) || self.fakes.message_ == nullptr) {
                                       return result;
                                   }
@@ -219,21 +222,20 @@ void BrowserFakes::MakeEventArguments() {
                                  });
 
     for (FakeObject* arguments : {messageArguments_, permissionArguments_, navigationArguments_}) {
-        arguments->onReleased = nullptr; // Borrowed by every handler: no news.
+        arguments->onReleased = nullptr; // Every handler only borrows them; that is not recorded.
     }
 }
 
 FakeObject& BrowserFakes::MakeSharedBuffer(UINT64 size) {
     FakeObject& buffer = Make(L"SharedBuffer" + std::to_wstring(sharedBuffers_.size()), {});
     sharedBuffers_.push_back(&buffer);
-    buffer.memory = static_cast<std::uint8_t*>(
-        VirtualAlloc(nullptr, static_cast<SIZE_T>(size), MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    buffer.memory.emplace(static_cast<std::size_t>(size));
     buffer.onReleased = [this, &buffer] {
-        VirtualFree(buffer.memory, 0, MEM_RELEASE);
+        buffer.memory.reset();
         Note(L"released " + buffer.name);
     };
     buffer.Answer(&ICoreWebView2SharedBuffer::get_Buffer, [](FakeObject& self, BYTE** memory) {
-        return self.fakes.Store(L"get_Buffer", self.memory, *memory);
+        return self.fakes.Store(L"get_Buffer", self.memory->All().data(), *memory);
     });
     return buffer;
 }
@@ -258,11 +260,6 @@ HRESULT BrowserFakes::GiveString(std::wstring_view text, LPWSTR* copy) {
     (*copy)[text.size()] = L'\0';
     strings_.insert(*copy);
     return S_OK;
-}
-
-void WINAPI BrowserFakes::FreeString(void* text) {
-    Current().strings_.erase(text);
-    reinterpret_cast<void(WINAPI*)(void*)>(Current().stringFree_.Original())(text);
 }
 
 HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFolder,
@@ -290,8 +287,9 @@ HRESULT BrowserFakes::CompleteController(HRESULT result, bool withObject) {
 }
 
 void BrowserFakes::CompleteBoth() {
-    ASSERT_EQ(CompleteEnvironment(), S_OK);
-    ASSERT_EQ(CompleteController(), S_OK);
+    if (CompleteEnvironment() != S_OK || CompleteController() != S_OK) {
+        ReportFailure(L"the browser cannot be opened");
+    }
 }
 
 HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
@@ -299,6 +297,13 @@ HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
     const auto sender = webView_->Reference<ICoreWebView2>();
     const auto arguments = messageArguments_->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
     return Invoke(messageHandlers_.at(messageHandlers_.size() - 1), sender.Get(), arguments.Get());
+}
+
+HRESULT BrowserFakes::RaiseObjectMessage() {
+    messageIsText_ = false;
+    const HRESULT result = RaiseWebMessage(nullptr);
+    messageIsText_ = true;
+    return result;
 }
 
 HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state) {
@@ -330,7 +335,7 @@ std::vector<std::wstring> BrowserFakes::Leaks() {
     if (!strings_.empty()) {
         leaks.push_back(L"strings: " + std::to_wstring(strings_.size()));
     }
-    const auto letGo = [&leaks](auto& handler, const wchar_t* name) {
+    const auto release = [&leaks](auto& handler, const wchar_t* name) {
         if (handler) {
             handler->AddRef();
             if (handler->Release() != 1) {
@@ -339,16 +344,16 @@ std::vector<std::wstring> BrowserFakes::Leaks() {
             handler.Reset();
         }
     };
-    letGo(environmentHandler_, L"environment handler");
-    letGo(controllerHandler_, L"controller handler");
+    release(environmentHandler_, L"environment handler");
+    release(controllerHandler_, L"controller handler");
     for (auto& handler : messageHandlers_) {
-        letGo(handler, L"message handler");
+        release(handler, L"message handler");
     }
     for (auto& handler : permissionHandlers_) {
-        letGo(handler, L"permission handler");
+        release(handler, L"permission handler");
     }
     for (auto& handler : navigationHandlers_) {
-        letGo(handler, L"navigation handler");
+        release(handler, L"navigation handler");
     }
     return leaks;
 }

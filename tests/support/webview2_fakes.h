@@ -1,11 +1,12 @@
-// In-process stand-ins for the WebView2 objects that the receiver uses. They record every call, let any call fail, and
-// count every reference. The test takes the runtime's part: it completes creations and raises events.
+// In-process fakes of the WebView2 objects that the receiver uses. They record every call, let any call fail, and count
+// every reference. The test acts as the runtime: it completes creations and raises events. They also build natively,
+// for the fuzz targets, over fuzz/windows/windows.h.
 #pragma once
 
 #include "platform/com_ptr.h"
 #include "tests/support/allocation_fault.h"
-#include "tests/support/function_patch.h"
 #include "tests/support/function_table.h"
+#include "tests/support/guarded_bytes.h"
 
 #include <windows.h>
 
@@ -19,6 +20,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -30,8 +32,8 @@ namespace receiver {
 
 class BrowserFakes;
 
-// One object. Its callers see the table of functions in front; a method that no test expects to be called fails the
-// test. It stays in memory without references, so that a call through a released pointer is noticed.
+// One object. Its callers see only the pointer to its table of functions. A method without a body fails the test when
+// it is called. The object stays in memory after its last reference, so that a call through a released pointer is noticed.
 class FakeObject {
 public:
     struct Identity {
@@ -39,12 +41,12 @@ public:
         IID id;
     };
 
-    // `identities`: the interfaces that a query finds, by the names under which they are recorded.
+    // `identities`: the interfaces that QueryInterface finds, with the names under which the queries are recorded.
     FakeObject(BrowserFakes& fakes, std::wstring name, std::vector<Identity> identities);
     FakeObject(const FakeObject&) = delete;
     FakeObject& operator=(const FakeObject&) = delete;
 
-    // Gives a method its body, called with this object in front of the arguments.
+    // Gives a method its body, which receives this object before the arguments.
     template <typename Interface, typename... Arguments, typename Body>
     void Answer(HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body) {
         functions_[SlotOf(method)] = reinterpret_cast<void*>(&Call<Body, Arguments...>);
@@ -63,14 +65,14 @@ public:
     }
 
 private:
-    void** const table_ = functions_.data(); // All that callers know of the object: keep it in front.
+    void** const table_ = functions_.data(); // What a COM caller sees: it must be the first member.
 
 public:
     BrowserFakes& fakes;
     const std::wstring name;
-    unsigned long references = 0;
-    std::function<void()> onReleased; // called when the last reference is gone
-    std::uint8_t* memory = nullptr; // of a shared buffer
+    ULONG references = 0;
+    std::function<void()> onReleased; // called after the last reference was released
+    std::optional<GuardedBytes> memory; // of a shared buffer
 
 private:
     template <typename Body, typename... Arguments>
@@ -92,7 +94,7 @@ private:
     std::array<void*, TableSize> functions_{};
 };
 
-// The runtime of one test: all its objects, and the record of what they were asked. One at a time.
+// The runtime of one test: all its objects, and the record of the calls that they received. Only one exists at a time.
 class BrowserFakes {
 public:
     BrowserFakes();
@@ -100,39 +102,47 @@ public:
     BrowserFakes& operator=(const BrowserFakes&) = delete;
     ~BrowserFakes();
 
-    // The record, in order: method names with their plain arguments behind blanks; a query is recorded by the name of
-    // the interface, the last reference to an object as "released" and its name.
+    // The record, in order: each method's name, followed by its plain arguments separated by blanks; for a query the
+    // name of the interface; for the last reference to an object "released" and its name.
     [[nodiscard]] std::vector<std::wstring> TakeCalls() { return std::exchange(calls_, {}); }
     void Note(std::wstring text) { calls_.push_back(std::move(text)); }
 
     // Lets call number `call` of `method`, counted from 0 over the whole test, fail with `code`.
     void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults_[{method, call}] = code; }
 
-    // Asked for the result of every call that `Fail` leaves alone.
+    // If set, gives the result of every call for which `Fail` was not called.
     std::function<HRESULT(const std::wstring& method)> onCall;
 
-    // Completions. Without an object the handler gets a null pointer beside the code.
+    // Completions. Without an object the handler receives the code and a null pointer.
     HRESULT CompleteEnvironment(HRESULT result = S_OK, bool withObject = true);
     HRESULT CompleteController(HRESULT result = S_OK, bool withObject = true);
-    // Both with success, for a test that begins behind them.
+    // Both with success, for a test that begins after them.
     void CompleteBoth();
 
-    // Events, each returning what its handler returned. A page's text may be a null pointer.
+    // Whether the receiver has registered for messages.
+    [[nodiscard]] bool AcceptsWebMessages() const noexcept { return !messageHandlers_.empty(); }
+    // Events; each returns the result of its handler. A page's text may be a null pointer.
     HRESULT RaiseWebMessage(const wchar_t* text);
+    // The page posted something that is not a string.
+    HRESULT RaiseObjectMessage();
     HRESULT RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state);
     HRESULT RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ERROR_STATUS status);
 
-    // Memory of the shared buffers in the order of their creation; it cannot be touched once the buffer was released.
-    [[nodiscard]] std::uint8_t* BufferMemory(unsigned number) const { return sharedBuffers_.at(number)->memory; }
+    // Memory of the shared buffers in the order of their creation; after the buffer's release any access is a crash.
+    [[nodiscard]] std::uint8_t* BufferMemory(unsigned number) const {
+        return sharedBuffers_.at(number)->memory->All().data();
+    }
 
     std::wstring source = L"https://receiver.example/page"; // of the page shown
 
-    // What the receiver still holds: objects, strings, and handlers that somebody else than the runtime still counts.
-    // The runtime lets go of its handlers here. Empty when all is well.
+    // Releases the runtime's references to the handlers, and returns what the receiver still holds: objects, strings,
+    // and handlers that have other references. Empty if there is no leak.
     [[nodiscard]] std::vector<std::wstring> Leaks();
+    // To be called for everything that CoTaskMemFree frees.
+    void OnTaskMemoryFreed(void* memory) { strings_.erase(memory); }
 
     static BrowserFakes& Current();
-    // The loader's request.
+    // The call that the loader forwards.
     HRESULT RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFolder, ICoreWebView2EnvironmentOptions* options,
                                ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler);
 
@@ -145,12 +155,12 @@ private:
     requires std::is_arithmetic_v<Number> || std::is_enum_v<Number>
     static std::wstring Text(Number number) { return std::to_wstring(+number); }
 
-    // Records a call; returns its code.
+    // Records a call and returns its result.
     template <typename... Arguments>
     HRESULT Asked(const std::wstring& method, Arguments... arguments) {
         return Record(method, {Text(arguments)...});
     }
-    // The same for one that registers a handler, and for one that reads a value.
+    // The same for a call that registers a handler, and for one that reads a value.
     template <typename Handler>
     HRESULT Register(const std::wstring& method, Handler* handler, std::vector<ComPtr<Handler>>& handlers,
                      EventRegistrationToken& token) {
@@ -178,7 +188,6 @@ private:
     void MakeEventArguments();
     FakeObject& MakeSharedBuffer(UINT64 size);
     HRESULT GiveString(std::wstring_view text, LPWSTR* copy);
-    static void WINAPI FreeString(void* text);
 
     std::vector<std::wstring> calls_;
     std::map<std::pair<std::wstring, unsigned>, HRESULT> faults_;
@@ -192,13 +201,13 @@ private:
     FakeObject* messageArguments_ = nullptr;
     FakeObject* permissionArguments_ = nullptr;
     FakeObject* navigationArguments_ = nullptr;
-    const wchar_t* message_ = nullptr; // of the event that is being raised, like those below
+    const wchar_t* message_ = nullptr; // of the event that is being raised, like the members below
+    bool messageIsText_ = true;
     COREWEBVIEW2_PERMISSION_KIND permissionKind_ = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
     COREWEBVIEW2_PERMISSION_STATE permissionState_ = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
     BOOL navigationSuccess_ = FALSE;
     COREWEBVIEW2_WEB_ERROR_STATUS navigationStatus_ = COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN;
     std::set<const void*> strings_; // given to the receiver and not freed yet
-    ImportRedirection stringFree_;
     ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
     ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> controllerHandler_;
     std::vector<ComPtr<ICoreWebView2WebMessageReceivedEventHandler>> messageHandlers_;

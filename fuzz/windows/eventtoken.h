@@ -1,0 +1,7 @@
+#pragma once
+
+#include <windows.h>
+
+struct EventRegistrationToken {
+    INT64 value;
+};
