@@ -1,5 +1,5 @@
-// Opening and publishing into a shared frame file of any header and size. Input: the 64 bytes of the header, a byte
-// that chooses the file's size, then one byte for each frame to publish; what is missing is zero.
+// Opens a shared frame file of any header and size and publishes into it. Input: the 64 bytes of the header, a byte
+// that chooses the file's size, then one byte for each frame to publish; missing bytes are zero.
 
 #include "frames/shared_frame_file.h"
 #include "fuzz/support/require.h"
@@ -17,7 +17,7 @@ constexpr std::size_t SequenceOffset = 24;
 constexpr std::size_t MaxFrames = 8;
 constexpr std::uint64_t FileSizes[] = {6220864, 6220865, 7000000, 6220863, 3110464, 64, 63, 24, 0};
 
-// The header, read as a camera reads it.
+// Reads a field of the header as a camera does.
 std::uint32_t Field32(std::span<const std::uint8_t> file, std::size_t offset) {
     std::uint32_t value = 0;
     std::memcpy(&value, file.data() + offset, sizeof(value));
@@ -38,7 +38,7 @@ bool IsZero(std::span<const std::uint8_t> bytes) {
     return bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
 
-// A few places in both buffers, to see whether somebody wrote there.
+// A few positions in both buffers, to detect whether the product wrote there.
 constexpr std::uint8_t SampleByte = 0xA5;
 constexpr std::size_t Samples[] = {64, 1382463, 1382464, 3110463, 3110464, 4492863, 4492864, 6220863};
 
@@ -93,21 +93,20 @@ void Publish(SharedFrameFile& shared, std::span<std::uint8_t> file, const Frame&
     const HRESULT result =
         shared.PublishFrame(frame.missing ? nullptr : pixels.data(), frame.size, frame.width, frame.height);
     Require(result == (IsPublishable(frame) ? S_OK : E_INVALIDARG), "exactly the two sizes are published");
-    Require(file[other] == otherFirst && file[other + MaxFrameSize - 1] == otherLast, "the shown frame stays");
+    Require(file[other] == otherFirst && file[other + MaxFrameSize - 1] == otherLast, "the active frame is unchanged");
     if (FAILED(result)) {
         Require(std::ranges::equal(before, file.first(HeaderBytes)), "a refused frame changes nothing");
         return;
     }
     const std::uint64_t sequence = Field64(before, SequenceOffset);
-    Require(Field64(file, SequenceOffset) == sequence + (sequence % 2 == 0 ? 2 : 3),
-            "the sequence goes on, and is even");
+    Require(Field64(file, SequenceOffset) == sequence + (sequence % 2 == 0 ? 2 : 3), "the sequence grows and is even");
     Require(HeaderDescribes(file, frame.width, frame.height), "the header describes the frame");
-    Require(Field32(file, 32) == (active == 0 ? 1U : 0U), "readers are pointed at the other buffer");
-    Require(Field64(file, 40) == FakeWindows::Current().nowMs, "the frame bears its time");
-    Require(std::memcmp(pixels.data(), file.data() + target, frame.size) == 0, "the frame is there");
+    Require(Field32(file, 32) == (active == 0 ? 1U : 0U), "the other buffer is active");
+    Require(Field64(file, 40) == FakeWindows::Current().nowMs, "the header has the frame's time");
+    Require(std::memcmp(pixels.data(), file.data() + target, frame.size) == 0, "the frame is in the active buffer");
     Require(std::equal(before.begin() + 48, before.end(), file.begin() + 48) &&
                 Field32(file, 36) == Field32(before, 36),
-            "reserved bytes stay");
+            "reserved bytes are unchanged");
 }
 
 } // namespace
@@ -124,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FakeWindows windows(file);
     windows.frameFileSize = FileSizes[input[HeaderBytes] % std::size(FileSizes)];
     const bool wholeFile = windows.frameFileSize >= file.size();
-    // What lies behind the end of a short file reads as zero once it has grown.
+    // Bytes after the end of a short file are zero when the file has grown.
     const std::size_t headerSize = std::min<std::uint64_t>(windows.frameFileSize, HeaderBytes);
     std::ranges::fill(file.first(HeaderBytes), std::uint8_t{0});
     std::copy_n(input.begin(), headerSize, file.begin());
@@ -143,6 +142,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             Publish(shared, file, ReadFrame(input[HeaderBytes + 1 + i]), static_cast<std::uint8_t>(i + 1));
         }
     }
-    Require(windows.Leaks().empty(), "all is given back");
+    Require(windows.Leaks().empty(), "everything is released");
     return 0;
 }

@@ -1,5 +1,5 @@
-// The frame message parser against a plain one that splits first and judges afterwards. Input: the text behind the slot
-// digit.
+// Compares the frame message parser with a simple one that splits the text first and checks the parts afterwards.
+// Input: the text after the slot digit.
 
 #include "frames/frame_message.h"
 #include "fuzz/support/input_text.h"
@@ -91,10 +91,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using namespace receiver;
     const std::wstring text = ToUnits(AsText(data, size));
     FrameDescriptor frame;
-    frame.AddPlane({1, 1}); // Left over from the frame before.
+    frame.AddPlane({1, 1}); // from the previous frame
     const bool accepted = ParseFrameDescriptor(text, frame);
     const std::optional<FrameDescriptor> expected = PlainParse(text);
     Require(accepted == expected.has_value(), "exactly the well-formed texts are accepted");
-    Require(!accepted || Same(frame, *expected), "the descriptor says what the text says");
+    Require(!accepted || Same(frame, *expected), "the descriptor has the values of the text");
     return 0;
 }

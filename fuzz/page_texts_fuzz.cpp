@@ -1,6 +1,6 @@
-// The whole program on sequences of page texts, over the small machine of fuzz/windows/. Input: one text to a line;
-// lines with an exclamation mark in front are what happens around the page, see Obey(). As long as no call was made to
-// fail, every text's result, log lines and answers are foretold.
+// Runs the whole program on sequences of page texts, over the fake Windows of fuzz/windows/. Input: one text per line;
+// lines that begin with an exclamation mark are events outside the page, see Apply(). Until a call is made to fail, the
+// result, log lines and posted messages of every text are compared with those of a model.
 
 #include "app/log_line.h"
 #include "app/receiver_app.h"
@@ -30,8 +30,8 @@ struct Outcome {
     void Log(std::wstring_view text, HRESULT code = S_OK) { logLines.push_back(FormatLogLine({3, 4, 5}, text, code)); }
 };
 
-// The program's state as the page's texts should have it, and what they should lead to.
-class Foretold {
+// A model of the program: its expected state, and what each event is expected to lead to.
+class Model {
 public:
     Outcome OnText(const std::wstring& text);
     Outcome OnTimer(bool signalled, std::uint64_t nowMs);
@@ -45,7 +45,7 @@ private:
     void OnRecordStop(Outcome& outcome);
     void OnQuality(const std::wstring& value, Outcome& outcome);
     void OnFrame(const std::wstring& text, Outcome& outcome);
-    HRESULT Draw(const std::wstring& descriptor);
+    HRESULT Convert(const std::wstring& descriptor);
     [[nodiscard]] std::uint64_t FrameBytes() const noexcept { return std::uint64_t{1} * width_ * height_ / 2 * 3; }
 
     std::uint32_t width_ = 1280;
@@ -60,7 +60,7 @@ private:
     bool cameraInUse_ = false;
 };
 
-// A capture's path as the page reads it: the known folder of the small machine, with its quotes.
+// A capture's path as the page reads it: in the known folder of the fake Windows, with its quotes.
 constexpr wchar_t CaptureStem[] = LR"(C:\\Users\\\"a\"\\Vistel\\Vistel-20260102-030405-006.)";
 
 void PostMedia(Outcome& outcome, const std::wstring& action, const std::wstring& extension) {
@@ -70,13 +70,13 @@ void PostMedia(Outcome& outcome, const std::wstring& action, const std::wstring&
                              std::to_wstring(static_cast<std::uint32_t>(outcome.result)) + L"}");
 }
 
-Outcome Foretold::OnText(const std::wstring& text) {
-    const auto behind = [&](const wchar_t* prefix) { return text.substr(std::wstring_view(prefix).size()); };
+Outcome Model::OnText(const std::wstring& text) {
+    const auto after = [&](const wchar_t* prefix) { return text.substr(std::wstring_view(prefix).size()); };
     Outcome outcome;
     if (text == L"ready") {
         OnReady(outcome);
     } else if (text.starts_with(L"window:orientation:")) {
-        OnOrientation(behind(L"window:orientation:"), outcome);
+        OnOrientation(after(L"window:orientation:"), outcome);
     } else if (text == L"media:snapshot") {
         OnSnapshot(outcome);
     } else if (text == L"media:record:start") {
@@ -84,7 +84,7 @@ Outcome Foretold::OnText(const std::wstring& text) {
     } else if (text == L"media:record:stop") {
         OnRecordStop(outcome);
     } else if (text.starts_with(L"quality:")) {
-        OnQuality(behind(L"quality:"), outcome);
+        OnQuality(after(L"quality:"), outcome);
     } else if (text.starts_with(L"frame:")) {
         OnFrame(text, outcome);
     } else {
@@ -93,7 +93,7 @@ Outcome Foretold::OnText(const std::wstring& text) {
     return outcome;
 }
 
-Outcome Foretold::OnTimer(bool signalled, std::uint64_t nowMs) {
+Outcome Model::OnTimer(bool signalled, std::uint64_t nowMs) {
     Outcome outcome;
     if (const auto change = OnUsagePoll(signalled, nowMs, lastSignalMs_, cameraInUse_)) {
         const bool started = *change == UsageChange::Started;
@@ -106,7 +106,7 @@ Outcome Foretold::OnTimer(bool signalled, std::uint64_t nowMs) {
     return outcome;
 }
 
-void Foretold::OnReady(Outcome& outcome) {
+void Model::OnReady(Outcome& outcome) {
     ready_ = true;
     outcome.Log(L"Web message: ready");
     outcome.Log(L"Shared frame buffers posted to script");
@@ -117,7 +117,7 @@ void Foretold::OnReady(Outcome& outcome) {
     }
 }
 
-void Foretold::OnOrientation(const std::wstring& mode, Outcome& outcome) {
+void Model::OnOrientation(const std::wstring& mode, Outcome& outcome) {
     if (mode != L"landscape" && mode != L"portrait" && mode != L"setup") {
         outcome.result = E_INVALIDARG;
     } else if (FakeWindows::Current().minimized) {
@@ -131,7 +131,7 @@ void Foretold::OnOrientation(const std::wstring& mode, Outcome& outcome) {
     }
 }
 
-void Foretold::OnSnapshot(Outcome& outcome) const {
+void Model::OnSnapshot(Outcome& outcome) const {
     if (canvasBytes_ == 0) {
         outcome.result = MF_E_NOT_AVAILABLE;
     } else if (canvasBytes_ < FrameBytes()) {
@@ -141,21 +141,21 @@ void Foretold::OnSnapshot(Outcome& outcome) const {
     PostMedia(outcome, L"snapshot", canvasBytes_ == 0 ? L"" : L"jpg");
 }
 
-void Foretold::OnRecordStart(Outcome& outcome) {
+void Model::OnRecordStart(Outcome& outcome) {
     const bool again = std::exchange(recording_, true);
     outcome.result = again ? HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) : S_OK;
     outcome.Log(L"Recording started", outcome.result);
     PostMedia(outcome, L"recording-started", again ? L"" : L"mp4");
 }
 
-void Foretold::OnRecordStop(Outcome& outcome) {
+void Model::OnRecordStop(Outcome& outcome) {
     const bool running = std::exchange(recording_, false);
     outcome.result = running ? S_OK : S_FALSE;
     outcome.Log(L"Recording stopped", outcome.result);
     PostMedia(outcome, L"recording-stopped", running ? L"mp4" : L"");
 }
 
-void Foretold::OnQuality(const std::wstring& value, Outcome& outcome) {
+void Model::OnQuality(const std::wstring& value, Outcome& outcome) {
     if (std::exchange(recording_, false)) {
         PostMedia(outcome, L"recording-stopped", L"mp4");
     }
@@ -168,20 +168,20 @@ void Foretold::OnQuality(const std::wstring& value, Outcome& outcome) {
     outcome.Log(L"Video quality selected: " + value);
 }
 
-void Foretold::OnFrame(const std::wstring& text, Outcome& outcome) {
+void Model::OnFrame(const std::wstring& text, Outcome& outcome) {
     if (text.size() < 9 || text[7] != L':' || (text[6] != L'0' && text[6] != L'1') || !ready_) {
         outcome.result = E_INVALIDARG;
         return;
     }
-    outcome.result = Draw(text.substr(8));
+    outcome.result = Convert(text.substr(8));
     if (framesHandled_++ == 0) {
         outcome.Log(L"First frame descriptor: " + text);
         outcome.Log(L"First browser frame published", outcome.result);
     }
 }
 
-// The parser and the geometry have targets of their own; here they are believed.
-HRESULT Foretold::Draw(const std::wstring& text) {
+// The parser and the geometry have their own targets; the model uses the product's.
+HRESULT Model::Convert(const std::wstring& text) {
     FrameDescriptor descriptor;
     if (!ParseFrameDescriptor(text, descriptor)) {
         return E_INVALIDARG;
@@ -198,21 +198,21 @@ HRESULT Foretold::Draw(const std::wstring& text) {
     return S_OK;
 }
 
-// One run of the program, led through its message loop.
+// One run of the program, controlled through its message loop.
 class Session {
 public:
     Session(FakeWindows& machine, std::vector<std::string_view> lines) : windows_(machine), lines_(std::move(lines)) {
         lines_.resize(std::min(lines_.size(), MaxLines));
         windows_.nextMessage = [this](MSG& message) { return Next(message); };
         if (lines_.front().starts_with("!fail")) {
-            Obey(lines_.front()); // From the first call on.
+            Apply(lines_.front()); // The start of the program can fail too.
         }
     }
-    [[nodiscard]] const Foretold& Model() const noexcept { return foretold_; }
+    [[nodiscard]] const Model& Expected() const noexcept { return model_; }
 
 private:
     bool Next(MSG& message);
-    void Obey(std::string_view line);
+    void Apply(std::string_view line);
     void Post(const std::optional<std::wstring>& text, bool asNull = false);
     void Tick(bool signalled);
     void Check(HRESULT result, const Outcome& expected) const;
@@ -226,7 +226,7 @@ private:
     FakeWindows& windows_;
     std::vector<std::string_view> lines_;
     std::size_t nextLine_ = 0;
-    Foretold foretold_;
+    Model model_;
     bool browserCompleted_ = false;
 };
 
@@ -242,7 +242,7 @@ bool Session::Next(MSG& message) {
         const std::string_view line = lines_[nextLine_++];
         Forget();
         if (line.starts_with('!')) {
-            Obey(line);
+            Apply(line);
         } else {
             Post(ToUnits(line));
         }
@@ -254,7 +254,7 @@ bool Session::Next(MSG& message) {
     return true;
 }
 
-void Session::Obey(std::string_view line) {
+void Session::Apply(std::string_view line) {
     const std::vector<std::uint64_t> numbers = NumbersIn(line);
     const std::uint64_t number = numbers.empty() ? 1 : numbers[0];
     if (line == "!object") {
@@ -280,18 +280,18 @@ void Session::Post(const std::optional<std::wstring>& text, bool asNull) {
     const std::wstring box = windows_.boxText;
     const HRESULT result = text ? windows_.browser.RaiseWebMessage(asNull ? nullptr : text->c_str())
                                 : windows_.browser.RaiseObjectMessage();
-    Require(windows_.boxText == box, "no text opens a box");
+    Require(windows_.boxText == box, "a text opens no message box");
     if (!text) {
         Check(result, {E_INVALIDARG, {}, {}});
     } else {
-        Check(result, foretold_.OnText(text->c_str())); // A text ends at its first zero.
+        Check(result, model_.OnText(text->c_str())); // A text ends at its first zero.
     }
 }
 
 void Session::Tick(bool signalled) {
     windows_.eventSignalled = signalled;
     (void)windows_.windowProcedure(windows_.Window(), WM_TIMER, UsageTimer, 0);
-    Check(S_OK, foretold_.OnTimer(signalled, windows_.nowMs));
+    Check(S_OK, model_.OnTimer(signalled, windows_.nowMs));
 }
 
 std::vector<std::wstring> Session::TakePosted() const {
@@ -310,9 +310,9 @@ std::vector<std::wstring> Session::TakePosted() const {
 
 void Session::Check(HRESULT result, const Outcome& expected) const {
     if (!windows_.failed) {
-        Require(result == expected.result, "a text has its result");
-        Require(windows_.logLines == expected.logLines, "a text has its log lines");
-        Require(TakePosted() == expected.posted, "a text has its answers");
+        Require(result == expected.result, "a text has the expected result");
+        Require(windows_.logLines == expected.logLines, "a text has the expected log lines");
+        Require(TakePosted() == expected.posted, "a text has the expected posted messages");
     }
 }
 
@@ -333,10 +333,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     wchar_t commandLine[] = L"--embedded";
     const int exitCode = wWinMain(nullptr, nullptr, commandLine, SW_SHOWNORMAL);
 
-    Require(exitCode == 0 || (exitCode == 1 && windows.failed), "the program ends well");
-    Require(windows.failed || windows.boxText.empty(), "nothing fails by itself");
-    Require(windows.failed || file.header.sequence == 2 * session.Model().FramesPublished(), "frames are published");
-    Require(file.header.sequence % 2 == 0, "the frame file is at rest");
+    Require(exitCode == 0 || (exitCode == 1 && windows.failed), "the exit code is that of the run");
+    Require(windows.failed || windows.boxText.empty(), "nothing fails unless a call was made to fail");
+    Require(windows.failed || file.header.sequence == 2 * session.Expected().FramesPublished(), "frames are published");
+    Require(file.header.sequence % 2 == 0, "the sequence is even");
     const std::string leaks = windows.Leaks();
     Require(leaks.empty(), leaks.c_str());
     return 0;

@@ -1,5 +1,5 @@
-// Changes sequences of page texts line by line as often as byte by byte: what matters is mostly which texts follow each
-// other. Part of the fuzzer alone.
+// Changes sequences of page texts by lines as often as by bytes, because most effects depend on the order of the texts.
+// Only libFuzzer uses it.
 
 #include "fuzz/support/input_text.h"
 

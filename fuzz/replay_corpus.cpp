@@ -1,4 +1,4 @@
-// Runs a fuzz target once on every file in the folders that are named on the command line, with any compiler.
+// Runs a fuzz target once on every file in the folders that the command line names. Any compiler can build it.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,10 +16,11 @@ int main(int argc, char** argv) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-            (void)std::fprintf(stderr, "%s\n", entry.path().c_str()); // The last one named is the one that failed.
+            (void)std::fprintf(stderr, "%s\n",
+                               entry.path().c_str()); // The last name printed is that of the input that failed.
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
             ++count;
         }
     }
-    return count > 0 ? 0 : 1; // A corpus that was not found is no success.
+    return count > 0 ? 0 : 1; // An empty corpus is an error.
 }

@@ -1,4 +1,4 @@
-// Memory of exactly a size: the first byte read or written behind it stops the program.
+// Memory of an exact size: reading or writing the first byte after it stops the program.
 #pragma once
 
 #include "tests/support/guarded_bytes.h"

@@ -1,4 +1,4 @@
-// Texts out of the bytes that a fuzzer makes up.
+// Reads the bytes that a fuzzer generates as text.
 #pragma once
 
 #include <cstdint>
@@ -8,14 +8,14 @@
 
 namespace receiver {
 
-// UTF-16 code units, one in each wchar_t. UTF-8 reads as what it says, so that corpora can be read; a byte that starts
-// no sequence stands for itself, and unpaired surrogates pass.
+// UTF-16 code units, one in each wchar_t. The bytes are decoded as UTF-8, so that corpora are readable; a byte that
+// starts no sequence becomes one unit, and unpaired surrogates are accepted.
 [[nodiscard]] std::wstring ToUnits(std::string_view bytes);
 
 // The parts between line feeds.
 [[nodiscard]] std::vector<std::string_view> SplitLines(std::string_view bytes);
 
-// All decimal numbers in a text in their order; those that are too large wrap around.
+// All decimal numbers in a text in their order; numbers that are too large wrap around.
 [[nodiscard]] std::vector<std::uint64_t> NumbersIn(std::string_view text);
 
 [[nodiscard]] inline std::string_view AsText(const std::uint8_t* data, std::size_t size) {

@@ -1,4 +1,4 @@
-// What a fuzz target promises about every input: the first promise that does not hold stops the program.
+// A property that must hold for every input: the first violation stops the program.
 #pragma once
 
 #include <cstdio>
@@ -6,9 +6,9 @@
 
 namespace receiver {
 
-inline void Require(bool held, const char* promise) {
-    if (!held) {
-        (void)std::fprintf(stderr, "Broken promise: %s\n", promise);
+inline void Require(bool holds, const char* property) {
+    if (!holds) {
+        (void)std::fprintf(stderr, "Violated: %s\n", property);
         std::abort();
     }
 }

@@ -1,4 +1,4 @@
-// A folder of this process's own for the small files that the program reads and writes; removed at a normal end.
+// A private folder of this process for the small files that the program reads and writes. Removed at a normal end.
 #pragma once
 
 #include <cstdlib>
@@ -13,19 +13,20 @@ public:
     ScratchFolder() : path_(std::filesystem::temp_directory_path() / "vistel-fuzz-XXXXXX") {
         std::string name = path_.string();
         if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no folder for files can be made in " + path_.parent_path().string());
+            throw std::runtime_error("cannot create a folder in " + path_.parent_path().string());
         }
         path_ = name;
     }
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
     ~ScratchFolder() {
-        std::error_code ignored; // Nobody is left to tell.
+        std::error_code ignored; // There is no caller to report it to.
         std::filesystem::remove_all(path_, ignored);
     }
 
     [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
-    // For %ProgramData%. The slash at its end makes what the program appends with backslashes one name in this folder.
+    // For %ProgramData%. It ends in a slash, so that the rest of the program's paths, which has only backslashes, is
+    // one file name in this folder.
     [[nodiscard]] std::wstring AsVariable() const { return path_.wstring() + L'/'; }
 
 private:

@@ -67,7 +67,7 @@ public:
     }
     HRESULT SetPixelFormat(WICPixelFormatGUID* format) override {
         if (FakeWindows::Current().Fails()) {
-            *format = GUID_ContainerFormatJpeg; // Some other one: allowed, with success.
+            *format = GUID_ContainerFormatJpeg; // The encoder may choose another format and succeed.
         }
         return S_OK;
     }

@@ -13,7 +13,7 @@ namespace {
 FakeWindows* current = nullptr;
 thread_local DWORD lastError = 0;
 
-// For a call that reports success as TRUE and its error aside.
+// For a call that returns TRUE for success and sets the last error otherwise.
 BOOL Done(bool success, DWORD error = ERROR_ACCESS_DENIED) {
     if (!success) {
         SetLastError(error);
@@ -143,7 +143,7 @@ void CoUninitialize() noexcept { --current->comStarts; }
 void* CoTaskMemAlloc(std::size_t size) { return current->Allocate(size); }
 void CoTaskMemFree(void* memory) noexcept { current->FreeString(memory); }
 
-// Files, memory and events. There is one file with a handle: the shared frame file.
+// Files, memory and events. Only the shared frame file is opened with a handle.
 
 HANDLE CreateFileW(LPCWSTR, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
     return NewHandle(INVALID_HANDLE_VALUE);

@@ -1,6 +1,6 @@
-// The state of the functions of fuzz/windows/windows.h: a fake Windows machine, created for every run. It counts what it
-// hands out, lets any call fail, and records what the program logs and shows. The browser and the sink writer are the
-// fakes of tests/.
+// The state of the functions of fuzz/windows/windows.h: a fake Windows machine, created for every run. It counts what
+// it hands out, lets any call fail, and records what the program logs and shows. The browser and the sink writer are
+// the fakes of tests/.
 #pragma once
 
 #include "fuzz/support/guarded_memory.h"
@@ -26,11 +26,11 @@ public:
     FakeWindows& operator=(const FakeWindows&) = delete;
     ~FakeWindows();
 
-    // The one that exists.
+    // The only one that exists.
     [[nodiscard]] static FakeWindows& Current() noexcept;
 
     // Set by the target.
-    std::function<bool(MSG&)> nextMessage; // for the program's message loop; false: WM_QUIT
+    std::function<bool(MSG&)> nextMessage; // the next message of the program's message loop; false: WM_QUIT
     std::wstring programData;
     std::wstring knownFolder = L"C:\\Users\\\"a\"";
     std::uint64_t nowMs = 1;
@@ -60,7 +60,7 @@ public:
     BrowserFakes browser;
     SinkWriterFakes writers;
 
-    // The one window.
+    // The only window.
     [[nodiscard]] HWND Window() noexcept { return reinterpret_cast<HWND>(&windowData); }
     WNDPROC windowProcedure = nullptr;
     LONG_PTR windowData = 0;

@@ -1,4 +1,4 @@
-// Takes the place of app/receiver_log.cpp: the same lines, kept in memory.
+// Replaces app/receiver_log.cpp: records the lines in memory.
 
 #include "app/receiver_log.h"
 

@@ -1,6 +1,6 @@
-// What has to be known of the functions that the product calls: how each says that it failed, what it takes from the
-// system, and why some never fail. That they are called, and where, is found out.
-#include "tests/faults/fault_bed.h"
+// The properties of the functions that the product calls: how each reports that it failed, what it acquires from the
+// system, and why some cannot fail. Where they are called is found by the driver.
+#include "tests/faults/fault_fixture.h"
 #include "tests/support/function_table.h"
 
 #include <windows.h>
@@ -12,43 +12,43 @@
 namespace receiver {
 namespace {
 
-using Place = Possession::Place;
+using Place = Resource::Place;
 
-constexpr char NoErrorDefined[] = "It returns nothing, or nothing that says that it failed.";
+constexpr char NoErrorDefined[] = "It returns nothing, or nothing that reports a failure.";
 constexpr char NoState[] = "It only copies a value that the system always has.";
-constexpr char OwnWindow[] = "It fails only for a window or an index that is none.";
-constexpr char Runtime[] = "The C++ runtime calls it for itself, below operator new too.";
+constexpr char OwnWindow[] = "It fails only for an invalid window or index.";
+constexpr char Runtime[] = "The C++ runtime calls it for its own purposes, also inside operator new.";
 
 template <typename Method>
-CallRule Rule(std::string_view name, Method method, std::vector<Possession> objects = {}) {
+CallRule Rule(std::string_view name, Method method, std::vector<Resource> objects = {}) {
     return {.name = name, .failure = Failure::Result, .objects = std::move(objects), .slot = SlotOf(method)};
 }
 
-// One that the test's own sink writer looks at.
+// A method whose effect the fake sink writer checks.
 template <typename Method>
-CallRule Judged(std::string_view name, Method method) {
+CallRule Checked(std::string_view name, Method method) {
     CallRule rule = Rule(name, method);
     rule.worksAnyway = true;
     return rule;
 }
 
-Possession Object(const char* interfaceName, std::size_t argument) {
-    return {interfaceName, Place::BehindArgument, argument};
+Resource Object(const char* interfaceName, std::size_t argument) {
+    return {interfaceName, Place::PointedToByArgument, argument};
 }
 
-constexpr Possession Handle{"handle", Place::InResult};
-constexpr Possession HandleGiven{"handle", Place::InArgument, 0};
+constexpr Resource Handle{"handle", Place::Result};
+constexpr Resource ReleasedHandle{"handle", Place::Argument, 0};
 
 } // namespace
 
 std::span<const CallRule> CallRules() {
     static const std::vector<CallRule> rules{
         // kernel32
-        {.name = "CloseHandle", .failure = Failure::Zero, .gives = HandleGiven},
+        {.name = "CloseHandle", .failure = Failure::Zero, .releases = ReleasedHandle},
         {.name = "CreateDirectoryW", .failure = Failure::Zero},
-        {.name = "CreateEventW", .failure = Failure::Zero, .takes = Handle},
-        {.name = "CreateFileMappingW", .failure = Failure::Zero, .takes = Handle},
-        {.name = "CreateFileW", .failure = Failure::Ones, .takes = Handle},
+        {.name = "CreateEventW", .failure = Failure::Zero, .acquires = Handle},
+        {.name = "CreateFileMappingW", .failure = Failure::Zero, .acquires = Handle},
+        {.name = "CreateFileW", .failure = Failure::Ones, .acquires = Handle},
         {.name = "GetEnvironmentVariableW", .failure = Failure::Zero},
         {.name = "GetFileAttributesW", .failure = Failure::Ones},
         {.name = "GetLocalTime", .reason = NoErrorDefined},
@@ -57,11 +57,11 @@ std::span<const CallRule> CallRules() {
         {.name = "RtlGetVersion", .failure = Failure::NtStatus},
         {.name = "GetTempPathW", .failure = Failure::Zero},
         {.name = "GetTickCount64", .reason = NoState},
-        {.name = "LocalFree", .failure = Failure::Ones, .gives = {"memory", Place::InArgument, 0}},
-        {.name = "MapViewOfFile", .failure = Failure::Zero, .takes = {"view", Place::InResult}},
+        {.name = "LocalFree", .failure = Failure::Ones, .releases = {"memory", Place::Argument, 0}},
+        {.name = "MapViewOfFile", .failure = Failure::Zero, .acquires = {"view", Place::Result}},
         {.name = "SetEndOfFile", .failure = Failure::Zero},
         {.name = "SetFilePointerEx", .failure = Failure::Zero},
-        {.name = "UnmapViewOfFile", .failure = Failure::Zero, .gives = {"view", Place::InArgument, 0}},
+        {.name = "UnmapViewOfFile", .failure = Failure::Zero, .releases = {"view", Place::Argument, 0}},
         {.name = "WaitForSingleObject", .failure = Failure::Ones},
         // The thread's last error and its data; locks; the throwing of exceptions.
         {.name = "GetLastError", .failure = Failure::Unseen, .reason = NoState},
@@ -77,11 +77,13 @@ std::span<const CallRule> CallRules() {
         // advapi32, shell32
         {.name = "ConvertStringSecurityDescriptorToSecurityDescriptorW",
          .failure = Failure::Zero,
-         .takes = {"memory", Place::BehindArgument, 2}},
-        {.name = "RegCloseKey", .failure = Failure::Status, .gives = {"key", Place::InArgument, 0}},
-        {.name = "RegOpenKeyExW", .failure = Failure::Status, .takes = {"key", Place::BehindArgument, 4}},
-        {.name = "SHGetKnownFolderPath", .failure = Failure::Result, .takes = {"text", Place::BehindArgument, 3}},
-        // user32. A window and its class live until the program ends, and a timer as long as its window.
+         .acquires = {"memory", Place::PointedToByArgument, 2}},
+        {.name = "RegCloseKey", .failure = Failure::Status, .releases = {"key", Place::Argument, 0}},
+        {.name = "RegOpenKeyExW", .failure = Failure::Status, .acquires = {"key", Place::PointedToByArgument, 4}},
+        {.name = "SHGetKnownFolderPath",
+         .failure = Failure::Result,
+         .acquires = {"text", Place::PointedToByArgument, 3}},
+        // user32. A window and its class exist until the program ends, and a timer as long as its window.
         {.name = "AdjustWindowRectExForDpi", .failure = Failure::Zero},
         {.name = "CreateWindowExW", .failure = Failure::Zero},
         {.name = "DefWindowProcW", .reason = NoErrorDefined},
@@ -109,31 +111,31 @@ std::span<const CallRule> CallRules() {
         {.name = "UpdateWindow", .failure = Failure::Zero},
         // ole32, Media Foundation
         {.name = "CoCreateInstance", .failure = Failure::Result, .objects = {Object("IWICImagingFactory", 4)}},
-        {.name = "CoInitializeEx", .failure = Failure::Result, .takes = {"apartment"}},
-        {.name = "CoTaskMemFree", .reason = NoErrorDefined, .gives = {"text", Place::InArgument, 0}},
-        {.name = "CoUninitialize", .reason = NoErrorDefined, .gives = {"apartment"}},
+        {.name = "CoInitializeEx", .failure = Failure::Result, .acquires = {"apartment"}},
+        {.name = "CoTaskMemFree", .reason = NoErrorDefined, .releases = {"text", Place::Argument, 0}},
+        {.name = "CoUninitialize", .reason = NoErrorDefined, .releases = {"apartment"}},
         {.name = "MFCreateMediaType", .failure = Failure::Result, .objects = {Object("IMFMediaType", 0)}},
         {.name = "MFCreateMemoryBuffer", .failure = Failure::Result, .objects = {Object("IMFMediaBuffer", 1)}},
         {.name = "MFCreateSample", .failure = Failure::Result, .objects = {Object("IMFSample", 0)}},
         {.name = "MFCreateSinkWriterFromURL", .failure = Failure::Result, .objects = {Object("IMFSinkWriter", 3)}},
-        {.name = "MFShutdown", .failure = Failure::Result, .gives = {"Media Foundation"}},
-        {.name = "MFStartup", .failure = Failure::Result, .takes = {"Media Foundation"}},
+        {.name = "MFShutdown", .failure = Failure::Result, .releases = {"Media Foundation"}},
+        {.name = "MFStartup", .failure = Failure::Result, .acquires = {"Media Foundation"}},
         // Media Foundation's objects
         {.name = "IMFMediaBuffer::Lock",
          .failure = Failure::Result,
-         .takes = {"lock"},
+         .acquires = {"lock"},
          .slot = SlotOf(&IMFMediaBuffer::Lock)},
         {.name = "IMFMediaBuffer::Unlock",
          .failure = Failure::Result,
-         .gives = {"lock"},
+         .releases = {"lock"},
          .slot = SlotOf(&IMFMediaBuffer::Unlock)},
-        Judged("IMFMediaBuffer::SetCurrentLength", &IMFMediaBuffer::SetCurrentLength),
+        Checked("IMFMediaBuffer::SetCurrentLength", &IMFMediaBuffer::SetCurrentLength),
         Rule("IMFMediaType::SetGUID", &IMFMediaType::SetGUID),
         Rule("IMFMediaType::SetUINT32", &IMFMediaType::SetUINT32),
         Rule("IMFMediaType::SetUINT64", &IMFMediaType::SetUINT64),
         Rule("IMFSample::AddBuffer", &IMFSample::AddBuffer),
-        Judged("IMFSample::SetSampleDuration", &IMFSample::SetSampleDuration),
-        Judged("IMFSample::SetSampleTime", &IMFSample::SetSampleTime),
+        Checked("IMFSample::SetSampleDuration", &IMFSample::SetSampleDuration),
+        Checked("IMFSample::SetSampleTime", &IMFSample::SetSampleTime),
         Rule("IMFSinkWriter::AddStream", &IMFSinkWriter::AddStream),
         Rule("IMFSinkWriter::BeginWriting", &IMFSinkWriter::BeginWriting),
         Rule("IMFSinkWriter::Finalize", &IMFSinkWriter::Finalize),

@@ -1,5 +1,5 @@
-// Every call failing while frames are published and the camera's use is watched.
-#include "tests/faults/fault_bed.h"
+// Lets every call fail while frames are published and the camera's use is monitored.
+#include "tests/faults/fault_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -12,30 +12,30 @@
 namespace receiver {
 namespace {
 
-constexpr char UsageOff[] = R"(told {"type":"virtual-camera-usage","active":false})";
+constexpr char UsageOff[] = R"(posted {"type":"virtual-camera-usage","active":false})";
 constexpr char FirstFrame[] = "log First frame descriptor: frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
-// Those that call it turn missing memory into a result.
-void Publish(FaultBed& bed) {
+// The product's callers of PublishFrame turn std::bad_alloc into a result.
+void Publish(FaultFixture& fixture) {
     static const std::vector<std::uint8_t> frame(1280 * 720 * 3 / 2);
-    bed.Product([&] {
+    fixture.Product([&] {
         try {
-            bed.file->CloseSharedFrameFile();
-            return bed.file->PublishFrame(frame.data(), static_cast<std::uint32_t>(frame.size()), 1280, 720);
+            fixture.file->CloseSharedFrameFile();
+            return fixture.file->PublishFrame(frame.data(), static_cast<std::uint32_t>(frame.size()), 1280, 720);
         } catch (const std::bad_alloc&) {
             return E_OUTOFMEMORY;
         }
     });
-    bed.NotePublished();
+    fixture.NotePublished();
 }
 
 TEST(FaultsOf, OpeningTheSharedFile) {
     FailEveryCallOf({
         .name = "shared-file",
-        .prepare = [](FaultBed&) {},
+        .prepare = [](FaultFixture&) {},
         .run = Publish,
         .good = {"result 0x00000000", "published"},
-        // Without the variable the folder is C:\ProgramData, where the file is not looked for here.
+        // Without the variable the folder is C:\ProgramData, where this test does not read the file.
         .outcomes = {{"CreateDirectoryW CreateFileW SetFilePointerEx SetEndOfFile CreateFileMappingW MapViewOfFile",
                       {"result $", "not published"}},
                      {"GetEnvironmentVariableW", {"result 0x00000000", "not published"}}},
@@ -47,21 +47,21 @@ TEST(FaultsOf, FirstFrame) {
     FailEveryCallOf({
         .name = "first-frame",
         .prepare =
-            [](FaultBed& bed) {
-                bed.OpenBrowser();
-                EXPECT_EQ(bed.browser.RaiseWebMessage(L"ready"), S_OK);
+            [](FaultFixture& fixture) {
+                fixture.OpenBrowser();
+                EXPECT_EQ(fixture.browser.RaiseWebMessage(L"ready"), S_OK);
             },
-        .run = [](FaultBed& bed) { bed.PostFrame(); },
+        .run = [](FaultFixture& fixture) { fixture.PostFrame(); },
         .good = {"result 0x00000000", "published", FirstFrame, "log First browser frame published"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
         .withoutMemory = {"result 0x8007000E", "not published"},
         .again =
-            [](FaultBed& bed) {
-                bed.PostFrame();
-                const Observations seen = bed.Observe(); // Which frame is the first depends on what failed.
-                bed.Note(seen.at(0));
-                bed.Note(seen.at(1));
+            [](FaultFixture& fixture) {
+                fixture.PostFrame();
+                const Observations seen = fixture.Observe(); // Which frame is the first depends on what failed.
+                fixture.Note(seen.at(0));
+                fixture.Note(seen.at(1));
             },
         .goodAgain = {"result 0x00000000", "published"},
     });
@@ -70,8 +70,8 @@ TEST(FaultsOf, FirstFrame) {
 TEST(FaultsOf, NextFrame) {
     FailEveryCallOf({
         .name = "next-frame",
-        .prepare = [](FaultBed& bed) { bed.OpenReadyPage(); },
-        .run = [](FaultBed& bed) { bed.PostFrame(); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenReadyPage(); },
+        .run = [](FaultFixture& fixture) { fixture.PostFrame(); },
         .good = {"result 0x00000000", "published"},
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
     });
@@ -81,22 +81,22 @@ TEST(FaultsOf, CameraTakenIntoUse) {
     FailEveryCallOf({
         .name = "camera-in-use",
         .prepare =
-            [](FaultBed& bed) {
-                bed.OpenWindow();
-                bed.MakePageReady();
-                bed.Signal();
+            [](FaultFixture& fixture) {
+                fixture.OpenWindow();
+                fixture.MakePageReady();
+                fixture.Signal();
             },
-        .run = [](FaultBed& bed) { bed.Poll(); },
+        .run = [](FaultFixture& fixture) { fixture.Poll(); },
         .good = {"result 0x00000000", "log Virtual camera consumer started requesting frames", UsageOn},
         .unnoticed = "GetTempPathW PostWebMessageAsJson",
         .outcomes = {{"WaitForSingleObject", {"result 0x00000000"}}},
         .again =
-            [](FaultBed& bed) {
-                bed.Poll(5000);
-                bed.Poll(5000);
-                (void)bed.Observe(); // Idle in any case.
-                bed.Signal();
-                bed.Poll();
+            [](FaultFixture& fixture) {
+                fixture.Poll(5000);
+                fixture.Poll(5000);
+                (void)fixture.Observe(); // The camera is idle now in any case.
+                fixture.Signal();
+                fixture.Poll();
             },
     });
 }
@@ -104,16 +104,16 @@ TEST(FaultsOf, CameraTakenIntoUse) {
 TEST(FaultsOf, CameraFallenIdle) {
     FailEveryCallOf({
         .name = "camera-idle",
-        .prepare = [](FaultBed& bed) { bed.OpenWithCameraInUse(); },
-        .run = [](FaultBed& bed) { bed.Poll(4000); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenWithCameraInUse(); },
+        .run = [](FaultFixture& fixture) { fixture.Poll(4000); },
         .good = {"result 0x00000000", "log Virtual camera consumer stopped requesting frames", UsageOff},
         .unnoticed = "GetTempPathW PostWebMessageAsJson WaitForSingleObject",
         .again =
-            [](FaultBed& bed) {
-                bed.Signal();
-                bed.Poll();
-                (void)bed.Observe();
-                bed.Poll(4000);
+            [](FaultFixture& fixture) {
+                fixture.Signal();
+                fixture.Poll();
+                (void)fixture.Observe();
+                fixture.Poll(4000);
             },
     });
 }

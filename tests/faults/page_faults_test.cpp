@@ -1,5 +1,5 @@
-// Every call failing while the page's messages and the browser's events are answered.
-#include "tests/faults/fault_bed.h"
+// Lets every call fail while the page's messages and the browser's events are handled.
+#include "tests/faults/fault_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,21 +10,21 @@
 namespace receiver {
 namespace {
 
-constexpr char Report[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
+constexpr char Report[] = R"(posted {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
                           R"("buildNumber":22631,"architecture":"x64","osSupported":true,"webView2Ready":true,)"
                           R"("virtualCameraRegistered":true,"appVersion":"0.1.3"}})";
-constexpr char ReportWithoutVersion[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"0.0.0",)"
+constexpr char ReportWithoutVersion[] = R"(posted {"type":"diagnostics","diagnostics":{"windowsVersion":"0.0.0",)"
                                         R"("buildNumber":0,"architecture":"x64","osSupported":false,)"
                                         R"("webView2Ready":true,"virtualCameraRegistered":true,"appVersion":"0.1.3"}})";
-constexpr char ReportWithoutCamera[] = R"(told {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
+constexpr char ReportWithoutCamera[] = R"(posted {"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631",)"
                                        R"("buildNumber":22631,"architecture":"x64","osSupported":true,)"
                                        R"("webView2Ready":true,"virtualCameraRegistered":false,"appVersion":"0.1.3"}})";
 
 TEST(FaultsOf, Ready) {
     FailEveryCallOf({
         .name = "ready",
-        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
-        .run = [](FaultBed& bed) { bed.Post(L"ready"); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
+        .run = [](FaultFixture& fixture) { fixture.Post(L"ready"); },
         .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
                  "log System diagnostics posted to script", Report},
         .unnoticed = "GetTempPathW GetEnvironmentVariableW RegCloseKey",
@@ -49,8 +49,8 @@ TEST(FaultsOf, Ready) {
 TEST(FaultsOf, ReadyWhileTheCameraIsInUse) {
     FailEveryCallOf({
         .name = "ready-in-use",
-        .prepare = [](FaultBed& bed) { bed.OpenWithCameraInUse(); },
-        .run = [](FaultBed& bed) { bed.Post(L"ready"); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenWithCameraInUse(); },
+        .run = [](FaultFixture& fixture) { fixture.Post(L"ready"); },
         .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
                  "log System diagnostics posted to script", Report, UsageOn},
         .unnoticed = "GetTempPathW RegCloseKey PostWebMessageAsJson#1",
@@ -75,8 +75,8 @@ TEST(FaultsOf, ReadyWhileTheCameraIsInUse) {
 TEST(FaultsOf, UnknownText) {
     FailEveryCallOf({
         .name = "unknown-text",
-        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
-        .run = [](FaultBed& bed) { bed.Post(L"error: the camera is gone"); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
+        .run = [](FaultFixture& fixture) { fixture.Post(L"error: the camera is gone"); },
         .good = {"result 0x00000000", "log Web message: error: the camera is gone"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}}},
@@ -87,8 +87,8 @@ TEST(FaultsOf, UnknownText) {
 TEST(FaultsOf, Quality) {
     FailEveryCallOf({
         .name = "quality",
-        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
-        .run = [](FaultBed& bed) { bed.Post(L"quality:720p"); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
+        .run = [](FaultFixture& fixture) { fixture.Post(L"quality:720p"); },
         .good = {"result 0x00000000", "log Video quality selected: 720p"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
@@ -99,23 +99,23 @@ TEST(FaultsOf, Quality) {
 }
 
 TEST(FaultsOf, Orientation) {
-    const auto post = [](FaultBed& bed, const wchar_t* text) {
+    const auto post = [](FaultFixture& fixture, const wchar_t* text) {
         RECT before{};
         RECT after{};
-        GetWindowRect(FaultBed::MainWindow(), &before);
-        bed.Post(text);
-        GetWindowRect(FaultBed::MainWindow(), &after);
-        bed.Note(EqualRect(&before, &after) != 0 ? "in its place" : "moved");
+        GetWindowRect(FaultFixture::MainWindow(), &before);
+        fixture.Post(text);
+        GetWindowRect(FaultFixture::MainWindow(), &after);
+        fixture.Note(EqualRect(&before, &after) != 0 ? "in its place" : "moved");
     };
-    const auto toPortrait = [post](FaultBed& bed) {
-        post(bed, L"window:orientation:portrait");
-        post(bed, L"window:orientation:portrait"); // What failed is not taken for done.
+    const auto toPortrait = [post](FaultFixture& fixture) {
+        post(fixture, L"window:orientation:portrait");
+        post(fixture, L"window:orientation:portrait"); // After a failure this one must apply the layout.
     };
     const Observations good{"result 0x00000000", "moved", "result 0x00000000", "in its place",
                             "log Receiver window layout: portrait"};
     FailEveryCallOf({
         .name = "orientation",
-        .prepare = [](FaultBed& bed) { bed.OpenWindow(); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenWindow(); },
         .run = toPortrait,
         .good = good,
         .unnoticed = "GetTempPathW GetClientRect put_Bounds",
@@ -129,10 +129,10 @@ TEST(FaultsOf, Orientation) {
                "log Receiver window layout: portrait"}}},
         .withoutMemory = {"result 0x8007000E", "in its place", "moved"},
         .again =
-            [post, toPortrait](FaultBed& bed) {
-                post(bed, L"window:orientation:landscape");
-                (void)bed.Observe();
-                toPortrait(bed);
+            [post, toPortrait](FaultFixture& fixture) {
+                post(fixture, L"window:orientation:landscape");
+                (void)fixture.Observe();
+                toPortrait(fixture);
             },
     });
 }
@@ -140,13 +140,14 @@ TEST(FaultsOf, Orientation) {
 TEST(FaultsOf, Permission) {
     FailEveryCallOf({
         .name = "permission",
-        .prepare = [](FaultBed& bed) { bed.OpenBrowser(); },
+        .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
         .run =
-            [](FaultBed& bed) {
+            [](FaultFixture& fixture) {
                 COREWEBVIEW2_PERMISSION_STATE state = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
-                bed.Product(
-                    [&] { return bed.browser.RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY, state); });
-                bed.Note(state == COREWEBVIEW2_PERMISSION_STATE_ALLOW ? "allowed" : "left alone");
+                fixture.Product([&] {
+                    return fixture.browser.RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY, state);
+                });
+                fixture.Note(state == COREWEBVIEW2_PERMISSION_STATE_ALLOW ? "allowed" : "left alone");
             },
         .good = {"result 0x00000000", "allowed"},
         .outcomes = {{"get_PermissionKind", {"result 0x00000000", "left alone"}},

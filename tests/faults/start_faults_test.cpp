@@ -1,6 +1,6 @@
-// Every call failing from the start of the program to a page that is shown, and to the end.
+// Lets every call fail from the program's start to the navigated page, and to the program's end.
 #include "browser/webview_callbacks.h"
-#include "tests/faults/fault_bed.h"
+#include "tests/faults/fault_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ constexpr char UrlLine[] =
     "log Receiver URL: https://page.example/?installationId=01234567-89ab-cdef-0123-456789abcdef&clientVersion=0.1.3";
 constexpr char NavigatedLine[] = "log Navigation completed: success=1, status=11, source=https://receiver.example/page";
 
-// What is logged from the start on, up to a point.
+// `notes`, the first `count` lines of a start's log, and `more`.
 Observations Lines(const Observations& notes, std::size_t count, const Observations& more = {}) {
     const Observations lines{"log Vistel receiver log",
                              "log Receiver starting",
@@ -39,27 +39,27 @@ Observations With(Observations lines, std::size_t index, const std::string& line
     return lines;
 }
 
-// The whole program; the browser's part is taken as far as it gets.
-void RunProgram(FaultBed& bed) {
-    bed.EndReceiver(); // The entry point has an object of its own.
+// The whole program, with a browser that completes as many steps as the program requests.
+void RunProgram(FaultFixture& fixture) {
+    fixture.EndReceiver(); // The entry point has an object of its own.
     std::wstring commandLine = L"--url=https://page.example/";
     const HINSTANCE instance = GetModuleHandleW(nullptr);
-    bed.RunLoopOf(
+    fixture.RunLoopOf(
         [&] {
-            bed.Product([&] { return wWinMain(instance, nullptr, commandLine.data(), SW_SHOWNORMAL); });
+            fixture.Product([&] { return wWinMain(instance, nullptr, commandLine.data(), SW_SHOWNORMAL); });
             return 0;
         },
         [&] {
-            const HRESULT environment = bed.browser.CompleteEnvironment();
-            bed.Note("environment", environment);
+            const HRESULT environment = fixture.browser.CompleteEnvironment();
+            fixture.Note("environment", environment);
             if (FAILED(environment)) {
                 return;
             }
-            const HRESULT controller = bed.browser.CompleteController();
-            bed.Note("controller", controller);
+            const HRESULT controller = fixture.browser.CompleteController();
+            fixture.Note("controller", controller);
             if (SUCCEEDED(controller)) {
-                bed.Note("navigation",
-                         bed.browser.RaiseNavigationCompleted(TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_DISCONNECTED));
+                fixture.Note("navigation", fixture.browser.RaiseNavigationCompleted(
+                                               TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_DISCONNECTED));
             }
         });
 }
@@ -72,9 +72,9 @@ TEST(FaultsOf, Start) {
     FailEveryCallOf({
         .name = "start",
         .prepare =
-            [](FaultBed& bed) {
-                std::filesystem::create_directory(bed.programData / L"Vistel");
-                WriteBytes(bed.programData / L"Vistel" / L"installation-id.txt",
+            [](FaultFixture& fixture) {
+                std::filesystem::create_directory(fixture.programData / L"Vistel");
+                WriteBytes(fixture.programData / L"Vistel" / L"installation-id.txt",
                            "01234567-89ab-cdef-0123-456789abcdef");
             },
         .run = RunProgram,
@@ -115,7 +115,7 @@ TEST(FaultsOf, Start) {
         .cutShort = "GetMessageW",
         .withoutMemory = {"result 0x00000001", "environment 0x8007000E", "controller 0x8007000E",
                           "navigation 0x8007000E",
-                          // A file that cannot be read for want of memory holds no identifier.
+                          // Without memory to read the file there is no identifier.
                           "log Receiver URL: https://page.example/?clientVersion=0.1.3",
                           "log Unable to start the WebView2 environment.",
                           "box Unable to start the WebView2 environment. 0x8007000E"},
@@ -123,19 +123,19 @@ TEST(FaultsOf, Start) {
 }
 
 // Without a window, the built-in page.
-void BringBrowserUp(FaultBed& bed) {
-    const auto handler = MakeCallback<EnvironmentCallback>(*bed.app);
-    EXPECT_EQ(bed.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
-    bed.Product([&] {
-        const HRESULT result = bed.browser.CompleteEnvironment();
-        return FAILED(result) ? result : bed.browser.CompleteController();
+void BringBrowserUp(FaultFixture& fixture) {
+    const auto handler = MakeCallback<EnvironmentCallback>(*fixture.app);
+    EXPECT_EQ(fixture.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
+    fixture.Product([&] {
+        const HRESULT result = fixture.browser.CompleteEnvironment();
+        return FAILED(result) ? result : fixture.browser.CompleteController();
     });
 }
 
 TEST(FaultsOf, BringUp) {
     FailEveryCallOf({
         .name = "bring-up",
-        .prepare = [](FaultBed&) {},
+        .prepare = [](FaultFixture&) {},
         .run = BringBrowserUp,
         .good = {"result 0x00000000", "log WebView2 environment callback", "log WebView2 controller callback",
                  "log Receiver page navigation requested"},
@@ -153,16 +153,19 @@ TEST(FaultsOf, BringUp) {
     });
 }
 
-// The browser says no: E_ABORT, which is 0x80004004.
+// The browser reports E_ABORT, which is 0x80004004.
 TEST(FaultsOf, RefusedEnvironment) {
     FailEveryCallOf({
         .name = "refused-environment",
         .prepare =
-            [](FaultBed& bed) {
-                const auto handler = MakeCallback<EnvironmentCallback>(*bed.app);
-                EXPECT_EQ(bed.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
+            [](FaultFixture& fixture) {
+                const auto handler = MakeCallback<EnvironmentCallback>(*fixture.app);
+                EXPECT_EQ(fixture.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
             },
-        .run = [](FaultBed& bed) { bed.Product([&] { return bed.browser.CompleteEnvironment(E_ABORT, false); }); },
+        .run =
+            [](FaultFixture& fixture) {
+                fixture.Product([&] { return fixture.browser.CompleteEnvironment(E_ABORT, false); });
+            },
         .good = {"result 0x80004004", "log WebView2 environment callback (HRESULT 0x80004004)",
                  "log WebView2 Runtime is unavailable. (HRESULT 0x80004004)",
                  "box WebView2 Runtime is unavailable. 0x80004004"},
@@ -177,12 +180,15 @@ TEST(FaultsOf, RefusedController) {
     FailEveryCallOf({
         .name = "refused-controller",
         .prepare =
-            [](FaultBed& bed) {
-                const auto handler = MakeCallback<EnvironmentCallback>(*bed.app);
-                EXPECT_EQ(bed.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
-                EXPECT_EQ(bed.browser.CompleteEnvironment(), S_OK);
+            [](FaultFixture& fixture) {
+                const auto handler = MakeCallback<EnvironmentCallback>(*fixture.app);
+                EXPECT_EQ(fixture.browser.RequestEnvironment(nullptr, nullptr, nullptr, handler.Get()), S_OK);
+                EXPECT_EQ(fixture.browser.CompleteEnvironment(), S_OK);
             },
-        .run = [](FaultBed& bed) { bed.Product([&] { return bed.browser.CompleteController(E_ABORT, false); }); },
+        .run =
+            [](FaultFixture& fixture) {
+                fixture.Product([&] { return fixture.browser.CompleteController(E_ABORT, false); });
+            },
         .good = {"result 0x80004004", "log WebView2 controller callback (HRESULT 0x80004004)",
                  "log Unable to create the Vistel browser controller. (HRESULT 0x80004004)",
                  "box Unable to create the Vistel browser controller. 0x80004004"},

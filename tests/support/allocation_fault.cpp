@@ -1,5 +1,4 @@
-// Replaces operator new of the whole test program, also where an alignment is asked for. The array forms come through
-// here too.
+// Replaces operator new of the whole test program, including the form with an alignment. The array forms call these.
 #include "tests/support/allocation_fault.h"
 
 #include <atomic>
@@ -64,7 +63,8 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
-// The sanitizer has one of its own, whose memory it would not let operator delete free.
+// Without this form the address sanitizer would use its own, whose memory must not be freed by the operator delete
+// below.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     try {
         return operator new(size);

@@ -1,9 +1,9 @@
-// Running out of memory on purpose: lets one allocation through operator new fail on this thread.
+// Lets one allocation through operator new fail on this thread, as if memory had run out.
 #pragma once
 
 namespace receiver {
 
-// While it lives, allocation number `index`, counted from 0, throws std::bad_alloc. One at a time.
+// While it exists, allocation number `index`, counted from 0, throws std::bad_alloc. Only one exists at a time.
 class AllocationFault {
 public:
     explicit AllocationFault(unsigned index) noexcept;
@@ -14,7 +14,7 @@ public:
     [[nodiscard]] bool Happened() const noexcept;
 };
 
-// Allocations made while it lives succeed and are not counted: those of the test's own parts.
+// While it exists, allocations succeed and are not counted: for the code of the test itself.
 class AllocationPause {
 public:
     AllocationPause() noexcept;
@@ -23,7 +23,7 @@ public:
     ~AllocationPause();
 };
 
-// Lifts all pauses: the test's own parts call the product.
+// Ends all pauses while it exists: for calls of the test into the product.
 class AllocationResume {
 public:
     AllocationResume() noexcept;
@@ -35,10 +35,10 @@ private:
     unsigned pauses_;
 };
 
-// How many pauses hold on this thread.
+// Number of pauses in force on this thread.
 [[nodiscard]] unsigned AllocationPauses() noexcept;
 
-// Allocations of the whole program that have not been freed.
+// Number of allocations of the whole program that have not been freed.
 [[nodiscard]] long LiveAllocations() noexcept;
 
 } // namespace receiver

@@ -1,4 +1,4 @@
-// COM on the thread of a test, as the receiver has it.
+// Initializes COM on the thread of a test as the receiver does: as a single-threaded apartment.
 #pragma once
 
 #include <windows.h>

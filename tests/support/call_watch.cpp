@@ -17,8 +17,8 @@
 namespace receiver {
 namespace {
 
-// On x64 the caller owns the stack, so that one function with as many arguments as any call has can stand for all: what
-// it reads beyond a call's own arguments is passed on and not looked at.
+// On x64 the caller removes the arguments, so that one function with as many arguments as any call has can replace
+// every function. What it reads beyond a call's own arguments is passed on and not used.
 using Word = std::uint64_t;
 using Arguments = std::array<Word, 12>;
 using AnyFunction = Word(WINAPI*)(Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word);
@@ -34,12 +34,12 @@ struct Function {
     unsigned calls = 0; // since the watch began
 };
 
-struct HeldThing {
+struct HeldItem {
     const char* kind;
     Word identity;
 };
 
-// A COM object as the product sees it.
+// What the product holds in place of a COM object.
 struct Proxy {
     void* const* table;
     const char* interfaceName;
@@ -47,13 +47,13 @@ struct Proxy {
     ULONG references;
 };
 
-// Every method of the browser.
+// For every method of the browser.
 const CallRule BrowserRule{.name = "WebView2", .failure = Failure::Result};
 
-// Nothing here allocates while the product runs, so that its memory can be accounted for.
+// Nothing here allocates while the product runs, so that the product's allocations can be counted.
 std::array<Function, MaxFunctions> functions;
 std::size_t functionCount = 0;
-std::array<HeldThing, MaxHeld> held{};
+std::array<HeldItem, MaxHeld> held{};
 std::size_t heldCount = 0;
 std::array<Proxy*, MaxHeld> proxies{};
 std::span<const CallRule> rules;
@@ -61,7 +61,7 @@ std::optional<CallWatch::Call> failing;
 bool happened = false;
 bool watching = false;
 bool productRuns = false;
-bool inside = false; // the watch itself runs, or a COM object does
+bool inside = false; // the watch itself or a COM object runs
 
 class Inside {
 public:
@@ -90,7 +90,7 @@ bool IsProductCall(unsigned pauses = 0) {
     if (!watching || !productRuns || inside) {
         return false;
     }
-    inside = true; // Looking at this thread's pauses calls the system.
+    inside = true; // Reading a variable of this thread calls the system.
     const DWORD error = GetLastError();
     const bool paused = AllocationPauses() > pauses;
     SetLastError(error);
@@ -114,29 +114,29 @@ std::size_t NumberOf(std::string_view name) {
     return functionCount++;
 }
 
-Word IdentityOf(const Possession& thing, const Arguments& arguments, Word result) {
-    switch (thing.place) {
-    case Possession::Place::InResult:
+Word IdentityOf(const Resource& resource, const Arguments& arguments, Word result) {
+    switch (resource.place) {
+    case Resource::Place::Result:
         return result;
-    case Possession::Place::InArgument:
-        return arguments.at(thing.argument);
-    case Possession::Place::BehindArgument:
-        return *reinterpret_cast<const Word*>(arguments.at(thing.argument));
-    case Possession::Place::Nowhere:
+    case Resource::Place::Argument:
+        return arguments.at(resource.argument);
+    case Resource::Place::PointedToByArgument:
+        return *reinterpret_cast<const Word*>(arguments.at(resource.argument));
+    case Resource::Place::None:
         break;
     }
     return 0;
 }
 
-void Take(const Possession& thing, Word identity) {
-    if (thing.kind != nullptr) {
-        held.at(heldCount++) = {thing.kind, identity};
+void Acquire(const Resource& resource, Word identity) {
+    if (resource.kind != nullptr) {
+        held.at(heldCount++) = {resource.kind, identity};
     }
 }
 
-void GiveBack(const Possession& thing, Word identity) {
-    for (std::size_t i = 0; thing.kind != nullptr && i < heldCount; ++i) {
-        if (held.at(i).identity == identity && std::strcmp(held.at(i).kind, thing.kind) == 0) {
+void Release(const Resource& resource, Word identity) {
+    for (std::size_t i = 0; resource.kind != nullptr && i < heldCount; ++i) {
+        if (held.at(i).identity == identity && std::strcmp(held.at(i).kind, resource.kind) == 0) {
             held.at(i) = held.at(--heldCount);
             return;
         }
@@ -174,7 +174,7 @@ Word FailedValue(Failure failure) {
     }
 }
 
-// Counts the call and tells whether it is the one that fails.
+// Counts the call and returns whether it is the one that fails.
 bool TakeTurn(Function& function) {
     const unsigned index = function.calls++;
     const bool fails = !happened && failing && failing->index == index && &function == &functions.at(failing->function);
@@ -185,7 +185,7 @@ bool TakeTurn(Function& function) {
 void* const* ProxyTable() noexcept;
 void* ThunkOf(std::size_t number);
 
-void WrapObject(const Possession& object, const Arguments& arguments) {
+void WrapObject(const Resource& object, const Arguments& arguments) {
     auto** const place = reinterpret_cast<void**>(arguments.at(object.argument));
     if (*place == nullptr) {
         return;
@@ -194,16 +194,16 @@ void WrapObject(const Possession& object, const Arguments& arguments) {
     if (free == proxies.end()) {
         throw std::length_error("too many COM objects");
     }
-    // Not by operator new: whether the product gives memory back is told by that.
+    // Not by operator new, whose count shows whether the product frees its memory.
     void* const memory = std::malloc(sizeof(Proxy));
     *free = new (memory) Proxy{ProxyTable(), object.kind, static_cast<IUnknown*>(*place), 1};
     *place = memory;
 }
 
-// What a call that worked took and handed out; returns what the product is to see as its result.
+// Records what a successful call acquired and wraps the objects that it returned. Returns the result for the product.
 Word Account(const CallRule& rule, const Arguments& arguments, Word result) {
-    Take(rule.takes, IdentityOf(rule.takes, arguments, result));
-    for (const Possession& object : rule.objects) {
+    Acquire(rule.acquires, IdentityOf(rule.acquires, arguments, result));
+    for (const Resource& object : rule.objects) {
         WrapObject(object, arguments);
     }
     if (rule.function.empty()) {
@@ -214,21 +214,21 @@ Word Account(const CallRule& rule, const Arguments& arguments, Word result) {
     return reinterpret_cast<Word>(ThunkOf(number));
 }
 
-// One call of a function or a method of an object; the object stands first among the arguments.
+// One call of a function, or of a method with the object as the first argument.
 Word Watch(Function& function, void* original, const Arguments& arguments, bool method) {
     const CallRule* const rule = function.rule;
     if (rule != nullptr) {
-        GiveBack(rule->gives, IdentityOf(rule->gives, arguments, 0));
+        Release(rule->releases, IdentityOf(rule->releases, arguments, 0));
     }
     if (!IsProductCall()) {
         return CallOriginal(original, arguments);
     }
     if (TakeTurn(function)) {
         Inside bookkeeping;
-        if (rule->worksAnyway || rule->gives.kind != nullptr) {
+        if (rule->worksAnyway || rule->releases.kind != nullptr) {
             (void)CallOriginal(original, arguments);
         }
-        for (const Possession& object : rule->objects) {
+        for (const Resource& object : rule->objects) {
             *reinterpret_cast<void**>(arguments.at(object.argument)) = nullptr;
         }
         bookkeeping.SetError(FaultError);
@@ -264,7 +264,7 @@ void* ThunkOf(std::size_t number) {
     return thunks.at(number);
 }
 
-// References of the product and of those to whom it passes the object on.
+// References of the product and of the functions that it passes the object to.
 
 ULONG STDMETHODCALLTYPE AddProxyReference(Proxy* self) { return ++self->references; }
 
@@ -318,7 +318,7 @@ void* const* ProxyTable() noexcept {
     return table.data();
 }
 
-// The C runtime's library: no call of the platform, and its memory is made to fail through operator new.
+// The C runtime's library: its functions are not the platform's, and its memory fails through operator new.
 bool IsRuntime(std::string_view library) {
     return library.starts_with("msvcrt") || library.starts_with("api-ms-win-crt");
 }
@@ -391,7 +391,7 @@ void CallWatch::FailNothing() noexcept { failing.reset(); }
 bool CallWatch::Happened() const noexcept { return happened; }
 
 HRESULT CallWatch::OnBrowserCall(const std::wstring& method) {
-    if (!IsProductCall(1)) { // The fake's own pause stands between.
+    if (!IsProductCall(1)) { // One pause is that of the fake.
         return S_OK;
     }
     const Inside bookkeeping;

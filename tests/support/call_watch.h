@@ -1,6 +1,6 @@
-// Sees every call that the product makes of the system, without knowing its signature, and lets one of them fail: the
-// functions in the import tables of this program, the methods of the COM objects that they hand out and, through
-// BrowserFakes::onCall, those of the browser. Also keeps account of what the product takes from the system.
+// Intercepts every call from the product to the system, without knowing its signature, and lets one of them fail: the
+// functions in the import tables of this program, the methods of the COM objects that they return and, through
+// BrowserFakes::onCall, those of the browser. Also records what the product acquires from the system and releases.
 #pragma once
 
 #include "tests/support/allocation_fault.h"
@@ -18,10 +18,10 @@
 
 namespace receiver {
 
-// How a call says that it failed. The reason for a failure is always the same: the disk is full.
+// How a call reports that it failed. The error is always the same: the disk is full.
 enum class Failure {
-    Never, // it does not fail: see the rule's reason
-    Unseen, // the call is not watched: see the rule's reason
+    Never, // it cannot fail: see the rule's reason
+    Unseen, // the call is not intercepted: see the rule's reason
     Zero, // 0 and the last error
     Ones, // all bits set and the last error
     Result, // an HRESULT
@@ -32,42 +32,42 @@ enum class Failure {
 inline constexpr std::uint32_t FaultError = ERROR_DISK_FULL;
 inline constexpr HRESULT FaultResult = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
 
-// Something taken from the system or given back, and where its identity stands in the call.
-struct Possession {
-    enum class Place { Nowhere, InResult, InArgument, BehindArgument };
+// A resource that a call acquires or releases, and where in the call its identity is found.
+struct Resource {
+    enum class Place { None, Result, Argument, PointedToByArgument };
 
-    const char* kind = nullptr; // null: nothing
-    Place place = Place::Nowhere; // Nowhere: all of this kind are alike
+    const char* kind = nullptr; // null: no resource
+    Place place = Place::None; // None: only the number of resources of this kind is known
     std::size_t argument = 0;
 };
 
-// What has to be known of a function; an interface's methods are named INTERFACE::METHOD.
+// The properties of a function. An interface's methods are named INTERFACE::METHOD.
 struct CallRule {
     std::string_view name;
     Failure failure = Failure::Never;
     const char* reason = nullptr;
-    Possession takes{};
-    Possession gives{};
-    std::vector<Possession> objects{}; // COM objects handed out behind an argument; the kind is the interface
-    std::string_view function{}; // what the call's result is, when that is a function
+    Resource acquires{};
+    Resource releases{};
+    std::vector<Resource> objects{}; // COM objects that the call returns; the kind is the interface
+    std::string_view function{}; // the name of the function that the call returns
     std::size_t slot = 0; // of a method
-    bool worksAnyway = false; // the call that fails has done its work all the same
+    bool worksAnyway = false; // a failing call has its effect nevertheless
 };
 
 // A function that was called.
 struct SeenFunction {
     std::size_t number;
     std::string_view name;
-    const CallRule* rule; // null: nothing is known of it
+    const CallRule* rule; // null: there is none
 };
 
 // The functions called since CallWatch::Begin.
 [[nodiscard]] std::vector<SeenFunction> SeenFunctions();
 
-// COM objects that the product was given and that somebody still holds, with their interfaces.
+// Interfaces of the COM objects that the product received and that have not been released.
 [[nodiscard]] std::vector<std::string> HeldObjects();
 
-// Calls of this thread that are made while it lives, outside of a later AllocationPause, are the product's.
+// While it exists, calls of this thread outside of a later AllocationPause count as the product's.
 class ProductCalls {
 public:
     ProductCalls() noexcept;
@@ -80,7 +80,7 @@ private:
     bool outer_;
 };
 
-// While it lives, calls are seen and what they hand out is accounted for. One at a time.
+// While it exists, calls are intercepted and what they acquire is recorded. Only one exists at a time.
 class CallWatch {
 public:
     // A call of one function, counted from 0.
@@ -89,13 +89,13 @@ public:
         unsigned index;
     };
 
-    // Every function that is called must stand in `rules`.
+    // `rules` must have an entry for every function that is called.
     explicit CallWatch(std::span<const CallRule> rules);
     CallWatch(const CallWatch&) = delete;
     CallWatch& operator=(const CallWatch&) = delete;
     ~CallWatch();
 
-    // Calls are counted anew, and this one will fail.
+    // Counts calls from 0 again and lets this one fail.
     void Begin(std::optional<Call> failing) noexcept;
     // From now on no call fails.
     void FailNothing() noexcept;
@@ -103,7 +103,7 @@ public:
     [[nodiscard]] bool Happened() const noexcept;
     // For BrowserFakes::onCall.
     [[nodiscard]] static HRESULT OnBrowserCall(const std::wstring& method);
-    // What the product took since the watch began and did not give back.
+    // Kinds of the resources that the product has acquired since the watch began and not released.
     [[nodiscard]] std::vector<std::string> Held() const;
 
 private:

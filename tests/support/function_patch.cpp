@@ -12,25 +12,25 @@ bool SameLibrary(std::string_view left, std::string_view right) {
                                 std::wstring(right.begin(), right.end()).c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
-// Import tables and tables of methods are read-only memory.
-void Store(void** place, void* address) {
+// Import tables and vtables are read-only memory.
+void Store(void** entry, void* address) {
     DWORD protection = 0;
-    VirtualProtect(static_cast<void*>(place), sizeof(*place), PAGE_READWRITE, &protection);
-    *place = address;
-    VirtualProtect(static_cast<void*>(place), sizeof(*place), protection, &protection);
+    VirtualProtect(static_cast<void*>(entry), sizeof(*entry), PAGE_READWRITE, &protection);
+    *entry = address;
+    VirtualProtect(static_cast<void*>(entry), sizeof(*entry), protection, &protection);
 }
 
-std::vector<void**> PlacesOf(std::string_view library, std::string_view name) {
-    std::vector<void**> places;
+std::vector<void**> EntriesOf(std::string_view library, std::string_view name) {
+    std::vector<void**> entries;
     for (const ImportedFunction& function : ImportedFunctions()) {
         if (function.name == name && SameLibrary(function.library, library)) {
-            places.push_back(function.address);
+            entries.push_back(function.address);
         }
     }
-    if (places.empty()) {
+    if (entries.empty()) {
         throw std::invalid_argument(std::string(name) + " of " + std::string(library) + " is not imported");
     }
-    return places;
+    return entries;
 }
 
 } // namespace
@@ -55,20 +55,20 @@ std::vector<ImportedFunction> ImportedFunctions() {
     return functions;
 }
 
-Redirection::Redirection(const std::vector<void**>& places, void* replacement) {
-    for (void** const place : places) {
-        places_.emplace_back(place, *place);
-        Store(place, replacement);
+Redirection::Redirection(const std::vector<void**>& entries, void* replacement) {
+    for (void** const entry : entries) {
+        entries_.emplace_back(entry, *entry);
+        Store(entry, replacement);
     }
 }
 
 Redirection::~Redirection() {
-    for (const auto& [place, original] : places_) {
-        Store(place, original);
+    for (const auto& [entry, original] : entries_) {
+        Store(entry, original);
     }
 }
 
 ImportRedirection::ImportRedirection(std::string_view library, std::string_view name, void* replacement)
-    : Redirection(PlacesOf(library, name), replacement) {}
+    : Redirection(EntriesOf(library, name), replacement) {}
 
 } // namespace receiver

@@ -1,5 +1,4 @@
-// Replaces functions of the system for as long as the patch lives: so that message boxes are recorded, and so that any
-// call of the system can be made to fail.
+// Replaces functions of the system while the patch exists, so that a test can record calls and let them fail.
 #pragma once
 
 #include "tests/support/allocation_fault.h"
@@ -13,28 +12,28 @@
 
 namespace receiver {
 
-// One place in the import tables of this program.
+// One entry in the import tables of this program.
 struct ImportedFunction {
     std::string_view library;
     std::string_view name;
-    void** address; // what the program calls through
+    void** address; // of the pointer through which the program calls
 };
 
 // Every function that this program imports by name.
 [[nodiscard]] std::vector<ImportedFunction> ImportedFunctions();
 
-// Points places that hold the address of one function elsewhere and back.
+// Replaces the pointers to one function, and restores them at the end.
 class Redirection {
 public:
-    Redirection(const std::vector<void**>& places, void* replacement);
+    Redirection(const std::vector<void**>& entries, void* replacement);
     Redirection(const Redirection&) = delete;
     Redirection& operator=(const Redirection&) = delete;
     ~Redirection();
 
-    [[nodiscard]] void* Original() const noexcept { return places_.front().second; }
+    [[nodiscard]] void* Original() const noexcept { return entries_.front().second; }
 
 private:
-    std::vector<std::pair<void**, void*>> places_; // with what stood there before
+    std::vector<std::pair<void**, void*>> entries_; // with the original pointers
 };
 
 // Throws std::invalid_argument when the function is not imported.
@@ -43,7 +42,7 @@ public:
     ImportRedirection(std::string_view library, std::string_view name, void* replacement);
 };
 
-// Puts `body` in the place of a function; it is called with the original in front of the call's own arguments. What it
+// Calls `body` in place of a function, with the original function before the call's own arguments. What `body`
 // allocates does not count for an AllocationFault.
 template <typename Function, typename Body>
 class FunctionPatch;
@@ -65,7 +64,7 @@ protected:
     void SetOriginal(void* original) noexcept { original_ = reinterpret_cast<Result(WINAPI*)(Arguments...)>(original); }
 
 private:
-    static inline FunctionPatch* current_ = nullptr; // of this body: every lambda has a type of its own
+    static inline FunctionPatch* current_ = nullptr; // of this type of body: every lambda has its own type
 
     Body body_;
     Result(WINAPI* original_)(Arguments...) = nullptr;

@@ -6,7 +6,7 @@
 namespace receiver {
 namespace {
 
-// On x64 the caller removes the arguments, so that one that takes fewer can stand for every method.
+// On x64 the caller removes the arguments, so that a function with fewer arguments can replace every method.
 template <std::size_t Slot>
 HRESULT STDMETHODCALLTYPE NumberOfSlot(void*) noexcept {
     return static_cast<HRESULT>(Slot);

@@ -1,4 +1,4 @@
-// COM objects seen from below: a pointer to a table of functions, three of IUnknown in front.
+// The binary form of COM objects: a pointer to a table of functions that begins with the three of IUnknown.
 #pragma once
 
 #include <windows.h>
@@ -7,13 +7,13 @@
 
 namespace receiver {
 
-// One more than the longest interface has.
+// One more than the number of methods of the longest interface.
 inline constexpr std::size_t TableSize = 118;
 
-// An object each of whose methods returns the number of its own slot.
+// An object whose methods return the numbers of their slots.
 [[nodiscard]] void* SlotNumberingObject() noexcept;
 
-// The slot through which a method is called, as the compiler sees it.
+// The slot through which the compiler calls a method.
 template <typename Interface, typename... Arguments>
 [[nodiscard]] std::size_t SlotOf(HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...)) {
     return static_cast<std::size_t>((static_cast<Interface*>(SlotNumberingObject())->*method)(Arguments{}...));

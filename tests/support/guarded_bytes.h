@@ -1,4 +1,4 @@
-// Memory between two pages that cannot be touched: a read or write past either end stops the program.
+// Memory between two inaccessible pages: a read or write beyond either end stops the program.
 #pragma once
 
 #ifdef _WIN32
@@ -53,7 +53,7 @@ public:
 #endif
     }
 
-    // The first and the last `size` bytes, next to an untouchable page.
+    // The first and the last `size` bytes, next to an inaccessible page. They are 0 at first.
     [[nodiscard]] std::span<std::uint8_t> First(std::size_t size) const { return All().first(size); }
     [[nodiscard]] std::span<std::uint8_t> Last(std::size_t size) const { return All().last(size); }
     [[nodiscard]] std::span<std::uint8_t> All() const { return {base_ + page_, size_}; }
@@ -61,7 +61,7 @@ public:
 private:
     std::uint8_t* base_ = nullptr;
     std::size_t page_ = 0;
-    std::size_t size_ = 0; // of what can be touched
+    std::size_t size_ = 0; // of the accessible part
 };
 
 } // namespace receiver

@@ -55,7 +55,8 @@ int ShellTest::RunLoopOf(const std::function<int()>& program, std::function<void
     PostMessageW(loopHook_, RunInLoopMessage, 0, 0);
     const int result = program();
     MSG unseen{};
-    PeekMessageW(&unseen, loopHook_, RunInLoopMessage, RunInLoopMessage, PM_REMOVE); // The loop was never reached.
+    // If the loop was never reached, the message is still there.
+    PeekMessageW(&unseen, loopHook_, RunInLoopMessage, RunInLoopMessage, PM_REMOVE);
     inLoop_ = nullptr;
     return result;
 }
@@ -104,11 +105,11 @@ void ShellTest::RunInLoop() noexcept {
 void ShellTest::EndReceiver() {
     if (const HWND window = MainWindow()) {
         if (!app) {
-            SetWindowLongPtrW(window, GWLP_USERDATA, 0); // The object that the window knew is gone.
+            SetWindowLongPtrW(window, GWLP_USERDATA, 0); // The window's application object no longer exists.
         }
         DestroyWindow(window);
         MSG message{};
-        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) { // With it the request to quit.
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) { // WM_QUIT too.
         }
     }
     app.reset();

@@ -1,5 +1,5 @@
-// The ground of the tests that run the receiver's Windows half: folders of their own, the fake browser, the
-// application object, its message loop, its log and its message boxes.
+// The fixture of the tests that run the receiver's Windows half: private folders, the fake browser, the application
+// object, its message loop, its log and its message boxes.
 #pragma once
 
 #include "app/receiver_app.h"
@@ -28,8 +28,8 @@ struct MessageBoxCall {
     UINT flags;
 };
 
-// Replaces the name that all processes share, so that tests which run at the same time do not take each other's
-// signals.
+// Replaces the name of the event, which all processes share, so that tests which run at the same time do not receive
+// each other's signals.
 struct PrivateEventName {
     static std::wstring Name() { return L"VistelTestEvent-" + std::to_wstring(GetCurrentProcessId()); }
 
@@ -47,38 +47,38 @@ struct ReportedTaskFree {
     }
 };
 
-// A frame message that is published, whatever lies in the slot.
+// A frame message that is published with any content of the slot.
 inline constexpr wchar_t GoodFrame[] = L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280";
 
 class ShellTest : public testing::Test {
 protected:
     ShellTest();
     ~ShellTest() override;
-    // Ends the receiver and checks that it returned what it held.
+    // Ends the receiver and checks that it released everything.
     void TearDown() override;
 
-    // ReceiverApp::Run. `inLoop` is called once from its message loop; unless it ends that itself, the window is closed
-    // behind it.
+    // ReceiverApp::Run. `inLoop` is called once from its message loop; unless it ends the loop, the window is closed
+    // after it.
     int Run(std::wstring address, std::function<void()> inLoop = {});
-    // The same around any call that runs the receiver's message loop.
+    // The same for any call that runs the receiver's message loop.
     int RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop);
-    // Runs `body` in the message loop of a receiver whose browser is there. Nothing is recorded or logged yet.
+    // Runs `body` in the message loop of a receiver with an open browser. Records and log are empty then.
     void InLoop(const std::function<void()>& body);
-    // Drops what has been recorded and logged.
+    // Empties the records and the log.
     void Forget();
-    // The window and the application object go; what they held has been released afterwards.
+    // Destroys the window and the application object.
     void EndReceiver();
-    // Brings the browser up without a window, as far as the page's first message.
+    // Opens the browser without a window, up to the point where the page can post its first message.
     void OpenBrowser();
     // The receiver's main window; null when there is none.
     [[nodiscard]] static HWND MainWindow();
 
-    // The header of the camera's file; all zeros while there is none of the right size.
+    // The header of the shared frame file; all zeros while there is no file of the right size.
     [[nodiscard]] FrameFileHeader FrameHeader() const;
     // The lines of the log, without their times.
     [[nodiscard]] std::vector<std::string> LogLines() const { return LinesOf(log); }
     [[nodiscard]] static std::vector<std::string> LinesOf(const std::filesystem::path& file);
-    // Log lines of a start up to the accepted environment request, followed by `more`.
+    // The log lines of a start up to the accepted environment request, followed by `more`.
     [[nodiscard]] static std::vector<std::string> StartLines(const std::vector<std::string>& more = {});
 
     const PrivateFolder folder;
@@ -106,7 +106,7 @@ private:
                                                                                                  &CreateEventW,
                                                                                                  {}};
     ImportPatch<void(void*), ReportedTaskFree> taskFrees_{"ole32.dll", "CoTaskMemFree", &CoTaskMemFree, {}};
-    HWND loopHook_ = nullptr; // Its messages arrive through any message loop of this thread.
+    HWND loopHook_ = nullptr; // Any message loop of this thread dispatches its messages.
     std::function<void()> inLoop_;
 };
 

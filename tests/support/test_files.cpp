@@ -10,12 +10,12 @@ PrivateFolder::PrivateFolder() {
     static unsigned made = 0; // by this process
     path_ = std::filesystem::temp_directory_path() /
             (L"vistel-test-" + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(made++));
-    std::filesystem::remove_all(path_); // Left there by a process of the same number that was killed.
+    std::filesystem::remove_all(path_); // A killed process with the same identifier may have left it.
     std::filesystem::create_directory(path_);
 }
 
 PrivateFolder::~PrivateFolder() {
-    std::error_code ignored; // What is still open stays behind in the temporary folder.
+    std::error_code ignored; // Files that are still open remain in the temporary folder.
     std::filesystem::remove_all(path_, ignored);
 }
 
@@ -35,7 +35,7 @@ void WriteBytes(const std::filesystem::path& path, std::string_view bytes) {
 }
 
 VariableScope::VariableScope(std::wstring name, const wchar_t* value) : name_(std::move(name)) {
-    std::wstring old(32768, L'\0'); // No variable is longer.
+    std::wstring old(32768, L'\0'); // the longest value of a variable
     SetLastError(ERROR_SUCCESS);
     const DWORD length = GetEnvironmentVariableW(name_.c_str(), old.data(), static_cast<DWORD>(old.size()));
     if (length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND) {

@@ -1,4 +1,4 @@
-// A test's own folder and the files in it, and environment variables that hold for one test.
+// A private folder for a test, its files, and environment variables for the time of a test.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +10,7 @@
 
 namespace receiver {
 
-// An empty folder that is removed with all that it holds.
+// An empty folder that is removed with its content.
 class PrivateFolder {
 public:
     PrivateFolder();
@@ -24,11 +24,11 @@ private:
     std::filesystem::path path_;
 };
 
-// All bytes of a file; none when it cannot be read.
+// All bytes of a file; empty if it cannot be read.
 [[nodiscard]] std::string ReadBytes(const std::filesystem::path& path);
 void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
 
-// Sets a variable of this process, or unsets it, and puts the old value back in the end.
+// Sets an environment variable of this process, or removes it, and restores the old value at the end.
 class VariableScope {
 public:
     VariableScope(std::wstring name, const wchar_t* value);

@@ -9,7 +9,7 @@ namespace {
 
 BrowserFakes* currentFakes = nullptr;
 
-// The runtime's call of one of the receiver's handlers.
+// Calls one of the receiver's handlers as the runtime does.
 template <typename Handler, typename... Arguments>
 HRESULT Invoke(const ComPtr<Handler>& handler, Arguments... arguments) {
     const AllocationResume product;

@@ -33,7 +33,8 @@ namespace receiver {
 class BrowserFakes;
 
 // One object. Its callers see only the pointer to its table of functions. A method without a body fails the test when
-// it is called. The object stays in memory after its last reference, so that a call through a released pointer is noticed.
+// it is called. The object stays in memory after its last reference, so that a call through a released pointer is
+// noticed.
 class FakeObject {
 public:
     struct Identity {

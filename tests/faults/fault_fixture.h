@@ -1,5 +1,5 @@
-// The ground of the fault tests: a whole receiver of its own for every call that is made to fail, what can be seen of
-// it from outside, and the driver that goes through an operation's calls one by one.
+// The fixture of the fault tests: a complete receiver for every call that is made to fail, what can be observed of it
+// from outside, and the driver that lets an operation's calls fail one by one.
 #pragma once
 
 #include "frames/shared_frame_file.h"
@@ -22,14 +22,14 @@
 
 namespace receiver {
 
-// What is seen of an operation, in this order: the results and facts that it notes, "log" lines, "box" texts, "told"
-// texts for the page. In expectations "$" stands for the code of the call that failed, "%" for the same in decimal.
+// What is observed of an operation, in this order: the results and facts that it notes, "log" lines, "box" texts,
+// "posted" texts for the page. In expectations "$" is the code of the call that failed, "%" the same in decimal.
 using Observations = std::vector<std::string>;
 
-class FaultBed : public ShellTest {
+class FaultFixture : public ShellTest {
 public:
-    FaultBed();
-    ~FaultBed() override;
+    FaultFixture();
+    ~FaultFixture() override;
     void TestBody() override {}
     void TearDown() override;
 
@@ -42,33 +42,33 @@ public:
     using ShellTest::programData;
     using ShellTest::RunLoopOf;
 
-    // Opens the window with the browser in it, as a run does; the message loop has ended behind it.
+    // Opens the window and the browser as a run does. The message loop has ended afterwards.
     void OpenWindow();
-    // The virtual camera hands out a frame; the window's timer fires so long after the last time.
+    // The virtual camera signals that it delivers a frame; the window's timer fires this long after the last time.
     void Signal();
     void Poll(ULONGLONG afterMs = 1000);
 
-    // Notes "what RESULT" in hexadecimal, and a fact.
+    // Notes "what RESULT" with the result in hexadecimal, or a fact.
     void Note(const std::string& what, HRESULT result);
     void Note(std::string fact) { notes_.push_back(std::move(fact)); }
     // Runs a part of the product and notes its result.
     void Product(const std::function<HRESULT()>& call);
-    // The page's text, told to the product.
+    // The page posts a text.
     void Post(const wchar_t* text) {
         Product([&] { return browser.RaiseWebMessage(text); });
     }
-    // Everything seen since the last call.
+    // Everything observed since the last call.
     [[nodiscard]] Observations Observe();
 
-    // Of an app that has opened the browser: what the page asked for first, and a frame.
+    // In an open browser the page posts "ready" and a frame.
     void MakePageReady();
-    // Opens the browser as far as that.
+    // Opens the browser and does that.
     void OpenReadyPage();
-    // The window, a ready page in it, and a camera that has been noticed.
+    // Opens the window, makes the page ready, and lets the receiver detect that the camera is in use.
     void OpenWithCameraInUse();
-    // Whether a frame has been published since the last call.
+    // Notes whether a frame has been published since the last call.
     void NotePublished();
-    // The page's frame, and whether it was published.
+    // The page posts a frame; notes whether it was published.
     void PostFrame();
 
     const Apartment apartment;
@@ -77,7 +77,7 @@ public:
     std::optional<SharedFrameFile> file{std::in_place};
 
 private:
-    // A system of a known version, on which the camera is registered, and a clock that the test sets.
+    // A system of a known version on which the camera is registered, and a clock that the test sets.
     struct KnownVersion {
         FARPROC operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const;
     };
@@ -85,8 +85,8 @@ private:
         LSTATUS operator()(decltype(&RegOpenKeyExW), HKEY, LPCWSTR, DWORD, REGSAM, PHKEY key) const;
     };
     struct Clock {
-        FaultBed& bed;
-        ULONGLONG operator()(decltype(&GetTickCount64)) const { return bed.tick_; }
+        FaultFixture& fixture;
+        ULONGLONG operator()(decltype(&GetTickCount64)) const { return fixture.tick_; }
     };
 
     ImportPatch<FARPROC(HMODULE, LPCSTR), KnownVersion> version_{"kernel32.dll", "GetProcAddress", &GetProcAddress, {}};
@@ -97,36 +97,36 @@ private:
     ImportPatch<ULONGLONG(), Clock> clock_{"kernel32.dll", "GetTickCount64", &GetTickCount64, Clock{*this}};
     ULONGLONG tick_ = 1000;
     std::uint64_t published_ = 0;
-    const std::filesystem::path bareLog_ = folder.Path() / L"vistel-receiver.log"; // when there is no temporary folder
+    const std::filesystem::path bareLog_ = folder.Path() / L"vistel-receiver.log"; // used without a temporary folder
     const std::filesystem::path oldCurrent_ = std::filesystem::current_path();
     Observations notes_;
 };
 
 struct Outcome {
-    std::string calls; // names with blanks between them; NAME#1 is the second call alone
+    std::string calls; // names separated by blanks; NAME#1 is only the second call
     Observations seen;
 };
 
-// An operation of the program and what its failures come to.
+// An operation of the program and the effects of its failures.
 struct Operation {
     std::string name{};
-    std::function<void(FaultBed&)> prepare{};
-    std::function<void(FaultBed&)> run{};
+    std::function<void(FaultFixture&)> prepare{};
+    std::function<void(FaultFixture&)> run{};
     Observations good{};
     std::string unnoticed{}; // the calls whose failure changes nothing
-    std::vector<Outcome> outcomes{}; // of the others
-    std::string cutShort{}; // calls of which only a part of the good observations is left
-    Observations withoutMemory{}; // what may also be seen then
-    std::function<void(FaultBed&)> again{}; // afterwards on the same receiver; empty: `run`
+    std::vector<Outcome> outcomes{}; // of the other calls
+    std::string cutShort{}; // the calls whose failure ends the operation with a part of the good observations
+    Observations withoutMemory{}; // what may also be observed when an allocation fails
+    std::function<void(FaultFixture&)> again{}; // run afterwards on the same receiver; empty: `run`
     Observations goodAgain{}; // empty: `good`
 };
 
-inline constexpr char UsageOn[] = R"(told {"type":"virtual-camera-usage","active":true})";
+inline constexpr char UsageOn[] = R"(posted {"type":"virtual-camera-usage","active":true})";
 
-// Everything that is known of the functions called.
+// The properties of all functions that the product calls.
 [[nodiscard]] std::span<const CallRule> CallRules();
 
-// Runs the operation well, and then once for each of its calls and allocations with that one failing.
+// Runs the operation without a failure, and then once for each of its calls and allocations with that one failing.
 void FailEveryCallOf(const Operation& operation);
 
 } // namespace receiver

@@ -1,4 +1,4 @@
-#include "tests/faults/fault_bed.h"
+#include "tests/faults/fault_fixture.h"
 
 #include "tests/support/allocation_fault.h"
 
@@ -73,10 +73,10 @@ std::map<std::string, std::map<std::string, unsigned>>& Table() {
     return table;
 }
 
-// What one run of an operation comes to; `call` is empty for the good run.
+// What one run of an operation must lead to.
 struct Expected {
     Observations seen;
-    bool part = false; // of these, in any order
+    bool part = false; // some of these, in any order
     bool ordered = true;
 };
 
@@ -93,7 +93,7 @@ public:
     }
 
     void FailAll() {
-        Run("", {}, {}); // Whatever is set up only once is set up now.
+        Run("", {}, {}); // The first run sets up what is set up only once.
         Run("", {}, {});
         while (const std::optional<SeenFunction> function = NextFunction()) {
             FailCallsOf(*function);
@@ -115,11 +115,11 @@ private:
     void FailCallsOf(const SeenFunction& function) {
         const std::string name(function.name);
         if (function.rule == nullptr) {
-            ADD_FAILURE() << name << " is called, and nothing is known of it";
+            ADD_FAILURE() << name << " is called and has no rule";
             return;
         }
         auto& row = Table()[name];
-        row[operation_.name]; // It is called here even where it never fails.
+        row[operation_.name]; // Lists the operation even if the function cannot fail.
         if (function.rule->failure == Failure::Never) {
             return;
         }
@@ -143,36 +143,36 @@ private:
     // Returns whether the call failed as asked.
     bool Run(const std::string& call, std::optional<CallWatch::Call> failing, std::optional<unsigned> allocation) {
         SCOPED_TRACE(operation_.name + ' ' + (call.empty() ? "good" : call));
-        const AllocationPause testsOwn;
+        const AllocationPause ofTest;
         const long memoryBefore = LiveAllocations();
         bool happened = false;
         {
-            FaultBed bed;
+            FaultFixture fixture;
             {
                 CallWatch watch(CallRules());
-                bed.browser.onCall = &CallWatch::OnBrowserCall;
+                fixture.browser.onCall = &CallWatch::OnBrowserCall;
                 {
-                    const ProductCalls alsoAccountedFor;
-                    operation_.prepare(bed);
+                    const ProductCalls alsoRecorded;
+                    operation_.prepare(fixture);
                 }
-                (void)bed.Observe();
+                (void)fixture.Observe();
                 watch.Begin(failing);
                 {
                     std::optional<AllocationFault> fault;
                     if (allocation) {
                         fault.emplace(*allocation);
                     }
-                    operation_.run(bed);
+                    operation_.run(fixture);
                     happened = watch.Happened() || (fault && fault->Happened());
                 }
                 watch.FailNothing();
-                Judge(bed.Observe(), happened ? call : "");
-                (operation_.again ? operation_.again : operation_.run)(bed);
+                Judge(fixture.Observe(), happened ? call : "");
+                (operation_.again ? operation_.again : operation_.run)(fixture);
                 const Observations& goodAgain = operation_.goodAgain.empty() ? operation_.good : operation_.goodAgain;
-                EXPECT_EQ(bed.Observe(), goodAgain) << "in the run behind it";
-                bed.TearDown();
+                EXPECT_EQ(fixture.Observe(), goodAgain) << "in the run after it";
+                fixture.TearDown();
                 EXPECT_THAT(watch.Held(), testing::IsEmpty()) << "held after the end";
-                bed.browser.onCall = nullptr;
+                fixture.browser.onCall = nullptr;
             }
         }
         EXPECT_THAT(HeldObjects(), testing::IsEmpty()) << "held after the end";
@@ -210,7 +210,7 @@ private:
         }
         const std::string name = call.substr(0, call.find('#'));
         for (const std::string& word : {call, name}) {
-            // A line that found no folder stands in another file.
+            // Without the folder's path a line is written to another file.
             const Expected good{operation_.good, false, name != "GetTempPathW"};
             if (Uses(operation_.unnoticed, word)) {
                 return good;
@@ -224,7 +224,7 @@ private:
                 return {operation_.good, true};
             }
         }
-        ADD_FAILURE() << "nothing is said of this call's failure";
+        ADD_FAILURE() << "the operation has no outcome for this call's failure";
         return {operation_.good};
     }
 
@@ -236,7 +236,7 @@ private:
         return listed;
     }
 
-    // A log line may be lost or carry the code. The rest is as it should be, unless E_OUTOFMEMORY is the result.
+    // A log line may be missing or have the code. The rest must be good unless the result is E_OUTOFMEMORY.
     void JudgeWithoutMemory(const Observations& seen) const {
         Observations allowed = operation_.good;
         allowed.insert(allowed.end(), operation_.withoutMemory.begin(), operation_.withoutMemory.end());
@@ -270,11 +270,11 @@ private:
     const Operation& operation_;
     std::map<std::size_t, SeenFunction> found_;
     std::set<std::size_t> done_;
-    std::map<std::string, bool> used_; // the calls of which something is said
+    std::map<std::string, bool> used_; // the calls that the operation names
     bool warm_ = false;
 };
 
-// Runs behind all tests: what was called, where, and how often it failed.
+// After all tests: prints which functions were called, where, and how often they failed.
 class Summary : public testing::Environment {
 public:
     void TearDown() override {
@@ -299,14 +299,14 @@ public:
             functions += failed > 0 ? 1 : 0;
         }
         if (!complete) {
-            return; // Not all operations had their turn.
+            return; // Not all operations were run.
         }
         for (const CallRule& rule : CallRules()) {
             EXPECT_TRUE(rule.failure == Failure::Unseen || Table().contains(std::string(rule.name)))
                 << rule.name << " is called by no operation";
         }
         std::printf("%u calls of %u functions failed, %s\n", calls, functions,
-                    tests.Failed() ? "and not all was well" : "none left out");
+                    tests.Failed() ? "with wrong outcomes" : "none left out");
     }
 };
 
@@ -314,16 +314,16 @@ public:
 
 } // namespace
 
-FaultBed::FaultBed() { std::filesystem::current_path(folder.Path()); }
+FaultFixture::FaultFixture() { std::filesystem::current_path(folder.Path()); }
 
-FaultBed::~FaultBed() { std::filesystem::current_path(oldCurrent_); }
+FaultFixture::~FaultFixture() { std::filesystem::current_path(oldCurrent_); }
 
-void FaultBed::TearDown() {
+void FaultFixture::TearDown() {
     file.reset();
     ShellTest::TearDown();
 }
 
-void FaultBed::OpenWindow() {
+void FaultFixture::OpenWindow() {
     EXPECT_EQ(Run(L"",
                   [this] {
                       browser.CompleteBoth();
@@ -332,58 +332,58 @@ void FaultBed::OpenWindow() {
               0);
 }
 
-void FaultBed::Signal() {
+void FaultFixture::Signal() {
     UniqueHandle event;
     event.Reset(OpenEventW(EVENT_MODIFY_STATE, FALSE, PrivateEventName::Name().c_str()));
     EXPECT_NE(SetEvent(event.Get()), 0);
 }
 
-void FaultBed::Poll(ULONGLONG afterMs) {
+void FaultFixture::Poll(ULONGLONG afterMs) {
     tick_ += afterMs;
     const HWND window = MainWindow();
     Product([=] { return static_cast<HRESULT>(ReceiverApp::WindowProc(window, WM_TIMER, UsageTimer, 0)); });
 }
 
-void FaultBed::MakePageReady() {
+void FaultFixture::MakePageReady() {
     EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
     EXPECT_EQ(browser.RaiseWebMessage(GoodFrame), S_OK);
     NotePublished();
 }
 
-void FaultBed::OpenReadyPage() {
+void FaultFixture::OpenReadyPage() {
     OpenBrowser();
     MakePageReady();
 }
 
-void FaultBed::OpenWithCameraInUse() {
+void FaultFixture::OpenWithCameraInUse() {
     OpenWindow();
     MakePageReady();
     Signal();
     Poll();
 }
 
-void FaultBed::PostFrame() {
+void FaultFixture::PostFrame() {
     Post(GoodFrame);
     NotePublished();
 }
 
-void FaultBed::NotePublished() {
+void FaultFixture::NotePublished() {
     const std::uint64_t sequence = FrameHeader().sequence;
     Note(sequence > std::exchange(published_, sequence) ? "published" : "not published");
 }
 
-FARPROC FaultBed::KnownVersion::operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const {
+FARPROC FaultFixture::KnownVersion::operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const {
     return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&NewVersion));
 }
 
-LSTATUS FaultBed::Registered::operator()(decltype(&RegOpenKeyExW) original, HKEY, LPCWSTR, DWORD options, REGSAM,
-                                         PHKEY key) const {
+LSTATUS FaultFixture::Registered::operator()(decltype(&RegOpenKeyExW) original, HKEY, LPCWSTR, DWORD options, REGSAM,
+                                             PHKEY key) const {
     return original(HKEY_CURRENT_USER, L"Software", options, KEY_READ, key);
 }
 
-void FaultBed::Note(const std::string& what, HRESULT result) { Note(Joined(what, Hexadecimal(result))); }
+void FaultFixture::Note(const std::string& what, HRESULT result) { Note(Joined(what, Hexadecimal(result))); }
 
-void FaultBed::Product(const std::function<HRESULT()>& call) {
+void FaultFixture::Product(const std::function<HRESULT()>& call) {
     const HRESULT result = [&] {
         const ProductCalls product;
         return call();
@@ -391,7 +391,7 @@ void FaultBed::Product(const std::function<HRESULT()>& call) {
     Note("result", result);
 }
 
-Observations FaultBed::Observe() {
+Observations FaultFixture::Observe() {
     Observations seen = std::exchange(notes_, {});
     for (const auto& logFile : {log, bareLog_}) {
         for (const std::string& line : LinesOf(logFile)) {
@@ -406,7 +406,7 @@ Observations FaultBed::Observe() {
         if (call.starts_with(PostedJson)) {
             std::string text = Narrow(call.substr(std::size(PostedJson) - 1));
             const std::string root = Replace(captures.folder.Path().string(), "\\", "\\\\");
-            seen.push_back(Joined("told", Replace(Replace(text, root, "~"), "\\\\", "/")));
+            seen.push_back(Joined("posted", Replace(Replace(text, root, "~"), "\\\\", "/")));
         }
     }
     return seen;
