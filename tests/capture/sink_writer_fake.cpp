@@ -72,6 +72,7 @@ public:
 
 private:
     WrittenSample Read(DWORD stream, IMFSample* sample) {
+        const AllocationPause pause;
         WrittenSample read{};
         read.stream = stream;
         DWORD buffers = 0;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/com_ptr.h"
+#include "tests/support/allocation_fault.h"
 #ifdef _WIN32
 #include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
@@ -55,6 +56,7 @@ private:
     class Writer;
 
     void Note(const std::string& name) {
+        const AllocationPause pause;
         calls.push_back(name);
         if (onCall) {
             onCall(name);

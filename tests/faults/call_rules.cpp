@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <mferror.h>
 #include <mfidl.h>
 #include <mfreadwrite.h>
 #include <wincodec.h>
@@ -22,6 +23,13 @@ constexpr char Runtime[] = "The C++ runtime calls it for its own purposes, also 
 template <typename Method>
 CallRule Rule(std::string_view name, Method method, std::vector<Resource> objects = {}) {
     return {.name = name, .failure = Failure::Result, .objects = std::move(objects), .slot = SlotOf(method)};
+}
+
+template <typename Method>
+CallRule Recorded(std::string_view name, Method method) {
+    CallRule rule = Rule(name, method);
+    rule.recorded = true;
+    return rule;
 }
 
 // A method whose effect the fake sink writer checks.
@@ -45,17 +53,33 @@ std::span<const CallRule> CallRules() {
     static const std::vector<CallRule> rules{
         // kernel32
         {.name = "CloseHandle", .failure = Failure::Zero, .releases = ReleasedHandle},
-        {.name = "CreateDirectoryW", .failure = Failure::Zero},
-        {.name = "CreateEventW", .failure = Failure::Zero, .acquires = Handle},
+        {.name = "CreateDirectoryW",
+         .failure = Failure::Zero,
+         .recorded = true,
+         .knownCode = HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND)},
+        {.name = "CreateEventW",
+         .failure = Failure::Zero,
+         .acquires = Handle,
+         .recorded = true,
+         .knownCode = HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE)},
         {.name = "CreateFileMappingW", .failure = Failure::Zero, .acquires = Handle},
-        {.name = "CreateFileW", .failure = Failure::Ones, .acquires = Handle},
-        {.name = "GetEnvironmentVariableW", .failure = Failure::Zero},
-        {.name = "GetFileAttributesW", .failure = Failure::Ones},
+        {.name = "CreateFileW",
+         .failure = Failure::Ones,
+         .acquires = Handle,
+         .recorded = true,
+         .knownCode = HRESULT_FROM_WIN32(ERROR_SHARING_VIOLATION)},
+        {.name = "GetEnvironmentVariableW",
+         .failure = Failure::Zero,
+         .knownCode = HRESULT_FROM_WIN32(ERROR_ENVVAR_NOT_FOUND)},
+        {.name = "GetFileAttributesW", .failure = Failure::Ones, .knownCode = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)},
         {.name = "GetLocalTime", .reason = NoErrorDefined},
-        {.name = "GetModuleHandleW", .failure = Failure::Zero},
-        {.name = "GetProcAddress", .failure = Failure::Zero, .function = "RtlGetVersion"},
+        {.name = "GetModuleHandleW", .failure = Failure::Zero, .knownCode = HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND)},
+        {.name = "GetProcAddress",
+         .failure = Failure::Zero,
+         .function = "RtlGetVersion",
+         .knownCode = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND)},
         {.name = "RtlGetVersion", .failure = Failure::NtStatus},
-        {.name = "GetTempPathW", .failure = Failure::Zero},
+        {.name = "GetTempPathW", .failure = Failure::Zero, .recorded = true},
         {.name = "GetTickCount64", .reason = NoState},
         {.name = "LocalFree", .failure = Failure::Ones, .releases = {"memory", Place::Argument, 0}},
         {.name = "MapViewOfFile", .failure = Failure::Zero, .acquires = {"view", Place::Result}},
@@ -79,13 +103,17 @@ std::span<const CallRule> CallRules() {
          .failure = Failure::Zero,
          .acquires = {"memory", Place::PointedToByArgument, 2}},
         {.name = "RegCloseKey", .failure = Failure::Status, .releases = {"key", Place::Argument, 0}},
-        {.name = "RegOpenKeyExW", .failure = Failure::Status, .acquires = {"key", Place::PointedToByArgument, 4}},
+        {.name = "RegOpenKeyExW",
+         .failure = Failure::Status,
+         .acquires = {"key", Place::PointedToByArgument, 4},
+         .knownCode = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)},
         {.name = "SHGetKnownFolderPath",
          .failure = Failure::Result,
-         .acquires = {"text", Place::PointedToByArgument, 3}},
+         .acquires = {"text", Place::PointedToByArgument, 3},
+         .knownCode = HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND)},
         // user32. A window and its class exist until the program ends, and a timer as long as its window.
         {.name = "AdjustWindowRectExForDpi", .failure = Failure::Zero},
-        {.name = "CreateWindowExW", .failure = Failure::Zero},
+        {.name = "CreateWindowExW", .failure = Failure::Zero, .recorded = true},
         {.name = "DefWindowProcW", .reason = NoErrorDefined},
         {.name = "DispatchMessageW", .reason = NoErrorDefined},
         {.name = "GetClientRect", .failure = Failure::Zero},
@@ -96,30 +124,45 @@ std::span<const CallRule> CallRules() {
         {.name = "GetWindowRect", .failure = Failure::Zero},
         {.name = "IsIconic", .reason = NoErrorDefined},
         {.name = "IsZoomed", .reason = NoErrorDefined},
-        {.name = "KillTimer", .failure = Failure::Zero},
+        {.name = "KillTimer", .failure = Failure::Zero, .recorded = true},
         {.name = "LoadCursorW", .failure = Failure::Zero},
         {.name = "LoadIconW", .failure = Failure::Zero},
         {.name = "MessageBoxW", .failure = Failure::Zero},
         {.name = "MonitorFromWindow", .reason = NoErrorDefined},
         {.name = "PostQuitMessage", .reason = NoErrorDefined},
         {.name = "RegisterClassExW", .failure = Failure::Zero},
-        {.name = "SetTimer", .failure = Failure::Zero},
+        {.name = "SetTimer", .failure = Failure::Zero, .recorded = true},
         {.name = "SetWindowLongPtrW", .reason = OwnWindow},
-        {.name = "SetWindowPos", .failure = Failure::Zero},
-        {.name = "ShowWindow", .reason = NoErrorDefined},
+        {.name = "SetWindowPos", .failure = Failure::Zero, .recorded = true},
+        {.name = "ShowWindow", .reason = NoErrorDefined, .recorded = true},
         {.name = "TranslateMessage", .reason = NoErrorDefined},
-        {.name = "UpdateWindow", .failure = Failure::Zero},
+        {.name = "UpdateWindow", .failure = Failure::Zero, .recorded = true},
         // ole32, Media Foundation
-        {.name = "CoCreateInstance", .failure = Failure::Result, .objects = {Object("IWICImagingFactory", 4)}},
-        {.name = "CoInitializeEx", .failure = Failure::Result, .acquires = {"apartment"}},
+        {.name = "CoCreateInstance",
+         .failure = Failure::Result,
+         .objects = {Object("IWICImagingFactory", 4)},
+         .knownCode = REGDB_E_CLASSNOTREG},
+        {.name = "CoInitializeEx",
+         .failure = Failure::Result,
+         .acquires = {"apartment"},
+         .recorded = true,
+         .knownCode = RPC_E_CHANGED_MODE},
         {.name = "CoTaskMemFree", .reason = NoErrorDefined, .releases = {"text", Place::Argument, 0}},
-        {.name = "CoUninitialize", .reason = NoErrorDefined, .releases = {"apartment"}},
+        {.name = "CoUninitialize", .reason = NoErrorDefined, .releases = {"apartment"}, .recorded = true},
         {.name = "MFCreateMediaType", .failure = Failure::Result, .objects = {Object("IMFMediaType", 0)}},
         {.name = "MFCreateMemoryBuffer", .failure = Failure::Result, .objects = {Object("IMFMediaBuffer", 1)}},
         {.name = "MFCreateSample", .failure = Failure::Result, .objects = {Object("IMFSample", 0)}},
-        {.name = "MFCreateSinkWriterFromURL", .failure = Failure::Result, .objects = {Object("IMFSinkWriter", 3)}},
-        {.name = "MFShutdown", .failure = Failure::Result, .releases = {"Media Foundation"}},
-        {.name = "MFStartup", .failure = Failure::Result, .acquires = {"Media Foundation"}},
+        {.name = "MFCreateSinkWriterFromURL",
+         .failure = Failure::Result,
+         .objects = {Object("IMFSinkWriter", 3)},
+         .recorded = true,
+         .knownCode = MF_E_UNSUPPORTED_BYTESTREAM_TYPE},
+        {.name = "MFShutdown", .failure = Failure::Result, .releases = {"Media Foundation"}, .recorded = true},
+        {.name = "MFStartup",
+         .failure = Failure::Result,
+         .acquires = {"Media Foundation"},
+         .recorded = true,
+         .knownCode = MF_E_BAD_STARTUP_VERSION},
         // Media Foundation's objects
         {.name = "IMFMediaBuffer::Lock",
          .failure = Failure::Result,
@@ -138,11 +181,11 @@ std::span<const CallRule> CallRules() {
         Checked("IMFSample::SetSampleTime", &IMFSample::SetSampleTime),
         Rule("IMFSinkWriter::AddStream", &IMFSinkWriter::AddStream),
         Rule("IMFSinkWriter::BeginWriting", &IMFSinkWriter::BeginWriting),
-        Rule("IMFSinkWriter::Finalize", &IMFSinkWriter::Finalize),
+        Recorded("IMFSinkWriter::Finalize", &IMFSinkWriter::Finalize),
         Rule("IMFSinkWriter::SetInputMediaType", &IMFSinkWriter::SetInputMediaType),
-        Rule("IMFSinkWriter::WriteSample", &IMFSinkWriter::WriteSample),
+        Recorded("IMFSinkWriter::WriteSample", &IMFSinkWriter::WriteSample),
         // the imaging component's
-        Rule("IWICBitmapEncoder::Commit", &IWICBitmapEncoder::Commit),
+        Recorded("IWICBitmapEncoder::Commit", &IWICBitmapEncoder::Commit),
         Rule("IWICBitmapEncoder::CreateNewFrame", &IWICBitmapEncoder::CreateNewFrame,
              {Object("IWICBitmapFrameEncode", 1), Object("IPropertyBag2", 2)}),
         Rule("IWICBitmapEncoder::Initialize", &IWICBitmapEncoder::Initialize),

@@ -30,7 +30,7 @@ void StartRecording(FaultFixture& fixture) {
     (void)fixture.writers.TakeCalls();
     fixture.Post(L"media:record:start");
     const auto calls = fixture.writers.TakeCalls();
-    fixture.Note(calls.empty() || calls.back() == "released" ? "idle" : "recording");
+    fixture.NoteEvent(calls.empty() || calls.back() == "released" ? "idle" : "recording");
 }
 
 void EndWhileRecording(FaultFixture& fixture) {
@@ -38,7 +38,7 @@ void EndWhileRecording(FaultFixture& fixture) {
         fixture.app.reset();
         return S_OK;
     });
-    fixture.Note(fixture.writers.TakeCalls().back() == "released" ? "released" : "held");
+    fixture.NoteEvent(fixture.writers.TakeCalls().back() == "released" ? "released" : "held");
 }
 
 TEST(FaultsOf, Snapshot) {
@@ -46,20 +46,21 @@ TEST(FaultsOf, Snapshot) {
         .name = "snapshot",
         .prepare = MakeReady,
         .run = [](FaultFixture& fixture) { fixture.Post(L"media:snapshot"); },
-        .good = {"result 0x00000000", "log Snapshot requested", MediaResult("snapshot", Picture, "0")},
+        .good = {"call CreateDirectoryW", "call IWICBitmapEncoder::Commit", "log Snapshot requested",
+                 MediaResult("snapshot", Picture, "0"), "result 0x00000000"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"SHGetKnownFolderPath CreateDirectoryW GetFileAttributesW",
-                      {"result $", "log Snapshot requested (HRESULT $)", MediaResult("snapshot", "", "%")}},
+                      {"log Snapshot requested (HRESULT $)", MediaResult("snapshot", "", "%"), "result $"}},
                      {"CoCreateInstance IWICImagingFactory::CreateStream IWICStream::InitializeFromFilename "
                       "IWICImagingFactory::CreateEncoder IWICBitmapEncoder::Initialize "
                       "IWICBitmapEncoder::CreateNewFrame IWICBitmapFrameEncode::Initialize "
                       "IWICBitmapFrameEncode::SetSize IWICBitmapFrameEncode::WritePixels "
                       "IWICBitmapFrameEncode::Commit IWICBitmapEncoder::Commit",
-                      {"result $", "log Snapshot requested (HRESULT $)", MediaResult("snapshot", Picture, "%")}},
+                      {"log Snapshot requested (HRESULT $)", MediaResult("snapshot", Picture, "%"), "result $"}},
                      {"IWICBitmapFrameEncode::SetPixelFormat",
-                      {"result 0x80004005", "log Snapshot requested (HRESULT 0x80004005)",
-                       MediaResult("snapshot", Picture, "2147500037")}}},
+                      {"log Snapshot requested (HRESULT 0x80004005)", MediaResult("snapshot", Picture, "2147500037"),
+                       "result 0x80004005"}}},
         .withoutMemory = {"result 0x8007000E", MediaResult("snapshot", Picture, OutOfMemory),
                           MediaResult("snapshot", "", OutOfMemory)},
     });
@@ -70,16 +71,16 @@ TEST(FaultsOf, RecordingStart) {
         .name = "record-start",
         .prepare = MakeReady,
         .run = StartRecording,
-        .good = {"result 0x00000000", "recording", "log Recording started",
-                 MediaResult("recording-started", Video, "0")},
+        .good = {"call CreateDirectoryW", "call MFCreateSinkWriterFromURL", "log Recording started",
+                 MediaResult("recording-started", Video, "0"), "result 0x00000000", "recording"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson IMFMediaType::SetGUID IMFMediaType::SetUINT32 "
                      "IMFMediaType::SetUINT64",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "idle"}},
                      {"SHGetKnownFolderPath CreateDirectoryW GetFileAttributesW MFCreateSinkWriterFromURL "
                       "MFCreateMediaType IMFSinkWriter::AddStream IMFSinkWriter::SetInputMediaType "
                       "IMFSinkWriter::BeginWriting",
-                      {"result $", "idle", "log Recording started (HRESULT $)",
-                       MediaResult("recording-started", "", "%")}}},
+                      {"log Recording started (HRESULT $)", MediaResult("recording-started", "", "%"), "result $",
+                       "idle"}}},
         .withoutMemory = {"result 0x8007000E", "idle", MediaResult("recording-started", "", OutOfMemory)},
         .again =
             [](FaultFixture& fixture) {
@@ -95,13 +96,13 @@ TEST(FaultsOf, RecordedFrame) {
         .name = "recorded-frame",
         .prepare = Record,
         .run = [](FaultFixture& fixture) { fixture.PostFrame(); },
-        .good = {"result 0x00000000", "published"},
+        .good = {"call IMFSinkWriter::WriteSample", "result 0x00000000", "published"},
         .unnoticed = "IMFMediaBuffer::Unlock IMFMediaBuffer::SetCurrentLength IMFSample::SetSampleTime "
                      "IMFSample::SetSampleDuration",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}},
                      {"MFCreateMemoryBuffer IMFMediaBuffer::Lock MFCreateSample IMFSample::AddBuffer "
                       "IMFSinkWriter::WriteSample",
-                      {"result $", "published", MediaResult("recording-failed", Video, "%")}}},
+                      {MediaResult("recording-failed", Video, "%"), "result $", "published"}}},
         .withoutMemory = {"result 0x8007000E", "not published"},
         .again =
             [](FaultFixture& fixture) {
@@ -118,11 +119,12 @@ TEST(FaultsOf, RecordingStop) {
         .name = "record-stop",
         .prepare = Record,
         .run = [](FaultFixture& fixture) { fixture.Post(L"media:record:stop"); },
-        .good = {"result 0x00000000", "log Recording stopped", MediaResult("recording-stopped", Video, "0")},
+        .good = {"call IMFSinkWriter::Finalize", "log Recording stopped", MediaResult("recording-stopped", Video, "0"),
+                 "result 0x00000000"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"IMFSinkWriter::Finalize",
-                      {"result $", "log Recording stopped (HRESULT $)", MediaResult("recording-stopped", Video, "%")}}},
+                      {"log Recording stopped (HRESULT $)", MediaResult("recording-stopped", Video, "%"), "result $"}}},
         .withoutMemory = {"result 0x8007000E"},
         .again =
             [](FaultFixture& fixture) {
@@ -138,7 +140,7 @@ TEST(FaultsOf, EndWhileRecording) {
         .name = "end-while-recording",
         .prepare = Record,
         .run = EndWhileRecording,
-        .good = {"result 0x00000000", "released"},
+        .good = {"call IMFSinkWriter::Finalize", "result 0x00000000", "released"},
         .unnoticed = "IMFSinkWriter::Finalize UnmapViewOfFile CloseHandle",
         .again =
             [](FaultFixture& fixture) {
@@ -155,16 +157,16 @@ TEST(FaultsOf, QualityWhileRecording) {
         .name = "quality-while-recording",
         .prepare = Record,
         .run = [](FaultFixture& fixture) { fixture.Post(L"quality:1080p"); },
-        .good = {"result 0x00000000", "log Video quality selected: 1080p",
-                 MediaResult("recording-stopped", Video, "0")},
+        .good = {"call IMFSinkWriter::Finalize", MediaResult("recording-stopped", Video, "0"), "call CreateDirectoryW",
+                 "log Video quality selected: 1080p", "result 0x00000000"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"IMFSinkWriter::Finalize",
-                      {"result 0x00000000", "log Video quality selected: 1080p",
-                       MediaResult("recording-stopped", Video, "%")}},
+                      {MediaResult("recording-stopped", Video, "%"), "log Video quality selected: 1080p",
+                       "result 0x00000000"}},
                      {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW",
-                      {"result 0x80004005", "log Video quality selected: 1080p",
-                       MediaResult("recording-stopped", Video, "0")}}},
+                      {MediaResult("recording-stopped", Video, "0"), "log Video quality selected: 1080p",
+                       "result 0x80004005"}}},
         .withoutMemory = {"result 0x8007000E"},
         .again =
             [](FaultFixture& fixture) {

@@ -22,9 +22,13 @@
 
 namespace receiver {
 
-// What is observed of an operation, in this order: the results and facts that it notes, "log" lines, "box" texts,
-// "posted" texts for the page. In expectations "$" is the code of the call that failed, "%" the same in decimal.
+// What is observed of an operation, in one sequence: "log" lines, "box" texts, "posted" texts for the page, the "call"
+// of a function whose rule says so, and the results and facts that the operation notes. In expectations "$" is the code
+// of the call that failed, "%" the same in decimal.
 using Observations = std::vector<std::string>;
+
+// Without the calls, which only the run without a failure compares.
+[[nodiscard]] Observations WithoutCalls(Observations observations);
 
 class FaultFixture : public ShellTest {
 public:
@@ -38,6 +42,8 @@ public:
     using ShellTest::EndReceiver;
     using ShellTest::localAppData;
     using ShellTest::MainWindow;
+    using ShellTest::NoteEvent;
+    using ShellTest::NoteLogLines;
     using ShellTest::OpenBrowser;
     using ShellTest::programData;
     using ShellTest::RunLoopOf;
@@ -48,9 +54,8 @@ public:
     void Signal();
     void Poll(ULONGLONG afterMs = 1000);
 
-    // Notes "what RESULT" with the result in hexadecimal, or a fact.
-    void Note(const std::string& what, HRESULT result);
-    void Note(std::string fact) { notes_.push_back(std::move(fact)); }
+    // Notes "what RESULT" with the result in hexadecimal.
+    void NoteResult(const std::string& what, HRESULT result);
     // Runs a part of the product and notes its result.
     void Product(const std::function<HRESULT()>& call);
     // The page posts a text.
@@ -68,6 +73,8 @@ public:
     void OpenWithCameraInUse();
     // Notes whether a frame has been published since the last call.
     void NotePublished();
+    // Expects that the same receiver, or a new one if there is none, handles a frame, a snapshot and a recording.
+    void ExpectWorkingReceiver();
     // The page posts a frame; notes whether it was published.
     void PostFrame();
 
@@ -97,13 +104,12 @@ private:
     ImportPatch<ULONGLONG(), Clock> clock_{"kernel32.dll", "GetTickCount64", &GetTickCount64, Clock{*this}};
     ULONGLONG tick_ = 1000;
     std::uint64_t published_ = 0;
-    const std::filesystem::path bareLog_ = folder.Path() / L"vistel-receiver.log"; // used without a temporary folder
     const std::filesystem::path oldCurrent_ = std::filesystem::current_path();
-    Observations notes_;
 };
 
 struct Outcome {
-    std::string calls; // names separated by blanks; NAME#1 is only the second call
+    // Names separated by blanks. NAME#1 is only the second call; NAME+ and NAME#1+ are calls that fail from then on.
+    std::string calls;
     Observations seen;
 };
 
@@ -114,7 +120,7 @@ struct Operation {
     std::function<void(FaultFixture&)> run{};
     Observations good{};
     std::string unnoticed{}; // the calls whose failure changes nothing
-    std::vector<Outcome> outcomes{}; // of the other calls
+    std::vector<Outcome> outcomes{}; // of the other calls, without "call" observations
     std::string cutShort{}; // the calls whose failure ends the operation with a part of the good observations
     Observations withoutMemory{}; // what may also be observed when an allocation fails
     std::function<void(FaultFixture&)> again{}; // run afterwards on the same receiver; empty: `run`
@@ -126,7 +132,8 @@ inline constexpr char UsageOn[] = R"(posted {"type":"virtual-camera-usage","acti
 // The properties of all functions that the product calls.
 [[nodiscard]] std::span<const CallRule> CallRules();
 
-// Runs the operation without a failure, and then once for each of its calls and allocations with that one failing.
+// Runs the operation without a failure, then with each of its calls failing, once and from then on, with several codes,
+// then with each of its allocations failing.
 void FailEveryCallOf(const Operation& operation);
 
 } // namespace receiver

@@ -34,7 +34,7 @@ TEST(FaultsOf, OpeningTheSharedFile) {
         .name = "shared-file",
         .prepare = [](FaultFixture&) {},
         .run = Publish,
-        .good = {"result 0x00000000", "published"},
+        .good = {"call CreateDirectoryW", "call CreateFileW", "result 0x00000000", "published"},
         // Without the variable the folder is C:\ProgramData, where this test does not read the file.
         .outcomes = {{"CreateDirectoryW CreateFileW SetFilePointerEx SetEndOfFile CreateFileMappingW MapViewOfFile",
                       {"result $", "not published"}},
@@ -52,7 +52,7 @@ TEST(FaultsOf, FirstFrame) {
                 EXPECT_EQ(fixture.browser.RaiseWebMessage(L"ready"), S_OK);
             },
         .run = [](FaultFixture& fixture) { fixture.PostFrame(); },
-        .good = {"result 0x00000000", "published", FirstFrame, "log First browser frame published"},
+        .good = {FirstFrame, "log First browser frame published", "result 0x00000000", "published"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "not published"}}},
         .withoutMemory = {"result 0x8007000E", "not published"},
@@ -60,8 +60,8 @@ TEST(FaultsOf, FirstFrame) {
             [](FaultFixture& fixture) {
                 fixture.PostFrame();
                 const Observations seen = fixture.Observe(); // Which frame is the first depends on what failed.
-                fixture.Note(seen.at(0));
-                fixture.Note(seen.at(1));
+                fixture.NoteEvent(seen.at(seen.size() - 2));
+                fixture.NoteEvent(seen.back());
             },
         .goodAgain = {"result 0x00000000", "published"},
     });
@@ -87,7 +87,7 @@ TEST(FaultsOf, CameraTakenIntoUse) {
                 fixture.Signal();
             },
         .run = [](FaultFixture& fixture) { fixture.Poll(); },
-        .good = {"result 0x00000000", "log Virtual camera consumer started requesting frames", UsageOn},
+        .good = {"log Virtual camera consumer started requesting frames", UsageOn, "result 0x00000000"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson",
         .outcomes = {{"WaitForSingleObject", {"result 0x00000000"}}},
         .again =
@@ -106,7 +106,7 @@ TEST(FaultsOf, CameraFallenIdle) {
         .name = "camera-idle",
         .prepare = [](FaultFixture& fixture) { fixture.OpenWithCameraInUse(); },
         .run = [](FaultFixture& fixture) { fixture.Poll(4000); },
-        .good = {"result 0x00000000", "log Virtual camera consumer stopped requesting frames", UsageOff},
+        .good = {"log Virtual camera consumer stopped requesting frames", UsageOff, "result 0x00000000"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson WaitForSingleObject",
         .again =
             [](FaultFixture& fixture) {

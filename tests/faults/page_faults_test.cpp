@@ -20,28 +20,31 @@ constexpr char ReportWithoutCamera[] = R"(posted {"type":"diagnostics","diagnost
                                        R"("buildNumber":22631,"architecture":"x64","osSupported":true,)"
                                        R"("webView2Ready":true,"virtualCameraRegistered":false,"appVersion":"0.1.3"}})";
 
+constexpr char ReadyLine[] = "log Web message: ready";
+constexpr char SlotsLine[] = "log Shared frame buffers posted to script";
+constexpr char SlotsFailedLine[] = "log Shared frame buffers posted to script (HRESULT $)";
+constexpr char ReportLine[] = "log System diagnostics posted to script";
+constexpr char ReportFailedLine[] = "log System diagnostics posted to script (HRESULT $)";
+constexpr char Ok[] = "result 0x00000000";
+
 TEST(FaultsOf, Ready) {
     FailEveryCallOf({
         .name = "ready",
         .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
         .run = [](FaultFixture& fixture) { fixture.Post(L"ready"); },
-        .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                 "log System diagnostics posted to script", Report},
+        .good = {ReadyLine, "call CreateDirectoryW", "call CreateFileW", "call CreateSharedBuffer",
+                 "call PostSharedBufferToScript", "call CreateSharedBuffer", "call PostSharedBufferToScript", SlotsLine,
+                 Report, ReportLine, Ok},
         .unnoticed = "GetTempPathW GetEnvironmentVariableW RegCloseKey",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"ICoreWebView2Environment12 ICoreWebView2_17 CreateDirectoryW CreateFileW SetFilePointerEx "
                       "SetEndOfFile CreateFileMappingW MapViewOfFile CreateSharedBuffer get_Buffer "
                       "PostSharedBufferToScript",
-                      {"result $", "log Web message: ready", "log Shared frame buffers posted to script (HRESULT $)"}},
-                     {"PostWebMessageAsJson",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script (HRESULT $)", Report}},
+                      {ReadyLine, SlotsFailedLine, "result $"}},
+                     {"PostWebMessageAsJson", {ReadyLine, SlotsLine, Report, ReportFailedLine, Ok}},
                      {"GetModuleHandleW GetProcAddress RtlGetVersion",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutVersion}},
-                     {"RegOpenKeyExW",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutCamera}}},
+                      {ReadyLine, SlotsLine, ReportWithoutVersion, ReportLine, Ok}},
+                     {"RegOpenKeyExW", {ReadyLine, SlotsLine, ReportWithoutCamera, ReportLine, Ok}}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
@@ -51,23 +54,17 @@ TEST(FaultsOf, ReadyWhileTheCameraIsInUse) {
         .name = "ready-in-use",
         .prepare = [](FaultFixture& fixture) { fixture.OpenWithCameraInUse(); },
         .run = [](FaultFixture& fixture) { fixture.Post(L"ready"); },
-        .good = {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                 "log System diagnostics posted to script", Report, UsageOn},
+        .good = {ReadyLine, "call CreateSharedBuffer", "call PostSharedBufferToScript", "call CreateSharedBuffer",
+                 "call PostSharedBufferToScript", SlotsLine, Report, ReportLine, UsageOn, Ok},
         .unnoticed = "GetTempPathW RegCloseKey PostWebMessageAsJson#1",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"ICoreWebView2Environment12 ICoreWebView2_17 CreateSharedBuffer get_Buffer "
                       "PostSharedBufferToScript",
-                      {"result $", "log Web message: ready", "log Shared frame buffers posted to script (HRESULT $)",
-                       UsageOn}},
-                     {"PostWebMessageAsJson#0",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script (HRESULT $)", Report, UsageOn}},
+                      {ReadyLine, SlotsFailedLine, UsageOn, "result $"}},
+                     {"PostWebMessageAsJson#0", {ReadyLine, SlotsLine, Report, ReportFailedLine, UsageOn, Ok}},
                      {"GetModuleHandleW GetProcAddress RtlGetVersion",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutVersion, UsageOn}},
-                     {"RegOpenKeyExW",
-                      {"result 0x00000000", "log Web message: ready", "log Shared frame buffers posted to script",
-                       "log System diagnostics posted to script", ReportWithoutCamera, UsageOn}}},
+                      {ReadyLine, SlotsLine, ReportWithoutVersion, ReportLine, UsageOn, Ok}},
+                     {"RegOpenKeyExW", {ReadyLine, SlotsLine, ReportWithoutCamera, ReportLine, UsageOn, Ok}}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
@@ -77,7 +74,7 @@ TEST(FaultsOf, UnknownText) {
         .name = "unknown-text",
         .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
         .run = [](FaultFixture& fixture) { fixture.Post(L"error: the camera is gone"); },
-        .good = {"result 0x00000000", "log Web message: error: the camera is gone"},
+        .good = {"log Web message: error: the camera is gone", Ok},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}}},
         .withoutMemory = {"result 0x8007000E"},
@@ -89,11 +86,11 @@ TEST(FaultsOf, Quality) {
         .name = "quality",
         .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
         .run = [](FaultFixture& fixture) { fixture.Post(L"quality:720p"); },
-        .good = {"result 0x00000000", "log Video quality selected: 720p"},
+        .good = {"call CreateDirectoryW", "log Video quality selected: 720p", Ok},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW",
-                      {"result 0x80004005", "log Video quality selected: 720p"}}},
+                      {"log Video quality selected: 720p", "result 0x80004005"}}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
@@ -105,28 +102,26 @@ TEST(FaultsOf, Orientation) {
         GetWindowRect(FaultFixture::MainWindow(), &before);
         fixture.Post(text);
         GetWindowRect(FaultFixture::MainWindow(), &after);
-        fixture.Note(EqualRect(&before, &after) != 0 ? "in its place" : "moved");
+        fixture.NoteEvent(EqualRect(&before, &after) != 0 ? "in its place" : "moved");
     };
     const auto toPortrait = [post](FaultFixture& fixture) {
         post(fixture, L"window:orientation:portrait");
         post(fixture, L"window:orientation:portrait"); // After a failure this one must apply the layout.
     };
-    const Observations good{"result 0x00000000", "moved", "result 0x00000000", "in its place",
-                            "log Receiver window layout: portrait"};
+    constexpr char Line[] = "log Receiver window layout: portrait";
     FailEveryCallOf({
         .name = "orientation",
         .prepare = [](FaultFixture& fixture) { fixture.OpenWindow(); },
         .run = toPortrait,
-        .good = good,
+        .good = {"call SetWindowPos", Line, Ok, "moved", Ok, "in its place"},
         .unnoticed = "GetTempPathW GetClientRect put_Bounds",
-        .outcomes =
-            {{"TryGetWebMessageAsString#1",
-              {"result 0x00000000", "moved", "result $", "in its place", "log Receiver window layout: portrait"}},
-             {"TryGetWebMessageAsString#0",
-              {"result $", "in its place", "result 0x00000000", "moved", "log Receiver window layout: portrait"}},
-             {"GetWindowRect AdjustWindowRectExForDpi GetMonitorInfoW SetWindowPos",
-              {"result 0x00000000", "in its place", "result 0x00000000", "moved",
-               "log Receiver window layout: portrait"}}},
+        .outcomes = {{"TryGetWebMessageAsString#1", {Line, Ok, "moved", "result $", "in its place"}},
+                     {"TryGetWebMessageAsString#0", {"result $", "in its place", Line, Ok, "moved"}},
+                     {"TryGetWebMessageAsString#0+", {"result $", "in its place", "result $", "in its place"}},
+                     {"GetWindowRect AdjustWindowRectExForDpi GetMonitorInfoW SetWindowPos",
+                      {Ok, "in its place", Line, Ok, "moved"}},
+                     {"GetWindowRect+ AdjustWindowRectExForDpi+ GetMonitorInfoW+ SetWindowPos+",
+                      {Ok, "in its place", Ok, "in its place"}}},
         .withoutMemory = {"result 0x8007000E", "in its place", "moved"},
         .again =
             [post, toPortrait](FaultFixture& fixture) {
@@ -147,11 +142,10 @@ TEST(FaultsOf, Permission) {
                 fixture.Product([&] {
                     return fixture.browser.RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY, state);
                 });
-                fixture.Note(state == COREWEBVIEW2_PERMISSION_STATE_ALLOW ? "allowed" : "left alone");
+                fixture.NoteEvent(state == COREWEBVIEW2_PERMISSION_STATE_ALLOW ? "allowed" : "left alone");
             },
-        .good = {"result 0x00000000", "allowed"},
-        .outcomes = {{"get_PermissionKind", {"result 0x00000000", "left alone"}},
-                     {"put_State", {"result $", "left alone"}}},
+        .good = {Ok, "allowed"},
+        .outcomes = {{"get_PermissionKind", {Ok, "left alone"}}, {"put_State", {"result $", "left alone"}}},
     });
 }
 

@@ -8,7 +8,10 @@
 
 #include <WebView2.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <string>
+#include <string_view>
 
 namespace receiver {
 namespace {
@@ -17,26 +20,53 @@ constexpr char UrlLine[] =
     "log Receiver URL: https://page.example/?installationId=01234567-89ab-cdef-0123-456789abcdef&clientVersion=0.1.3";
 constexpr char NavigatedLine[] = "log Navigation completed: success=1, status=11, source=https://receiver.example/page";
 
-// `notes`, the first `count` lines of a start's log, and `more`.
-Observations Lines(const Observations& notes, std::size_t count, const Observations& more = {}) {
-    const Observations lines{"log Vistel receiver log",
+// A start without a failure, to the end of the program.
+const Observations GoodStart{"call CoInitializeEx",
+                             "call MFStartup",
+                             "log Vistel receiver log",
                              "log Receiver starting",
+                             "call CreateWindowExW",
+                             "call CreateEventW",
                              "log Virtual camera usage monitor initialized",
+                             "call SetTimer",
+                             "call ShowWindow",
+                             "call UpdateWindow",
+                             "call CreateDirectoryW",
+                             "call CreateDirectoryW",
+                             "call CreateCoreWebView2EnvironmentWithOptions",
                              "log WebView2 environment request accepted",
                              "log WebView2 environment callback",
+                             "call CreateCoreWebView2Controller",
+                             "environment 0x00000000",
                              "log WebView2 controller callback",
+                             "call add_WebMessageReceived",
+                             "call add_PermissionRequested",
+                             "call add_NavigationCompleted",
                              UrlLine,
+                             "call Navigate",
                              "log Receiver page navigation requested",
-                             NavigatedLine};
-    Observations all = notes;
-    all.insert(all.end(), lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(count));
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
+                             "controller 0x00000000",
+                             NavigatedLine,
+                             "navigation 0x00000000",
+                             "call KillTimer",
+                             "call MFShutdown",
+                             "call CoUninitialize",
+                             "result 0x00000000"};
+
+// What is observed of it up to and including `last`, then `more`.
+Observations StartUpTo(std::string_view last, const Observations& more) {
+    const Observations good = WithoutCalls(GoodStart);
+    Observations observations(good.begin(), std::find(good.begin(), good.end(), last));
+    observations.emplace_back(last);
+    observations.insert(observations.end(), more.begin(), more.end());
+    return observations;
 }
 
-Observations With(Observations lines, std::size_t index, const std::string& line) {
-    lines.at(index) = line;
-    return lines;
+// The whole of it, with `line` in place of `old`.
+Observations StartWith(std::string_view line, std::string_view old) {
+    Observations observations = WithoutCalls(GoodStart);
+    std::replace(observations.begin(), observations.end(), std::string(old), std::string(line));
+    return observations;
 }
 
 // The whole program, with a browser that completes as many steps as the program requests.
@@ -51,24 +81,25 @@ void RunProgram(FaultFixture& fixture) {
         },
         [&] {
             const HRESULT environment = fixture.browser.CompleteEnvironment();
-            fixture.Note("environment", environment);
+            fixture.NoteResult("environment", environment);
             if (FAILED(environment)) {
                 return;
             }
             const HRESULT controller = fixture.browser.CompleteController();
-            fixture.Note("controller", controller);
+            fixture.NoteResult("controller", controller);
             if (SUCCEEDED(controller)) {
-                fixture.Note("navigation", fixture.browser.RaiseNavigationCompleted(
-                                               TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_DISCONNECTED));
+                fixture.NoteResult("navigation", fixture.browser.RaiseNavigationCompleted(
+                                                     TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_DISCONNECTED));
             }
         });
 }
 
 TEST(FaultsOf, Start) {
-    const Observations notes{"environment 0x00000000", "controller 0x00000000", "navigation 0x00000000",
-                             "result 0x00000000"};
-    const Observations good = Lines(notes, 9);
-    const Observations withoutController{"environment 0x00000000", "controller $", "result 0x00000000"};
+    constexpr char Started[] = "log Receiver starting";
+    constexpr char Monitored[] = "log Virtual camera usage monitor initialized";
+    constexpr char Controlled[] = "log WebView2 controller callback";
+    constexpr char Failed[] = "result 0x00000001";
+    constexpr char Ended[] = "result 0x00000000";
     FailEveryCallOf({
         .name = "start",
         .prepare =
@@ -78,40 +109,38 @@ TEST(FaultsOf, Start) {
                            "01234567-89ab-cdef-0123-456789abcdef");
             },
         .run = RunProgram,
-        .good = good,
+        .good = GoodStart,
         .unnoticed = "GetTempPathW LoadIconW LoadCursorW ConvertStringSecurityDescriptorToSecurityDescriptorW SetTimer "
                      "LocalFree UpdateWindow GetClientRect get_Settings put_Bounds put_AreDefaultContextMenusEnabled "
                      "put_AreDevToolsEnabled put_IsStatusBarEnabled KillTimer CloseHandle MFShutdown",
-        .outcomes = {{"CoInitializeEx MFStartup", {"result 0x00000001"}},
-                     {"RegisterClassExW CreateWindowExW", Lines({"result 0x00000001"}, 2)},
-                     {"CreateEventW", With(good, 6, "log Virtual camera usage monitor initialized (HRESULT $)")},
-                     {"GetEnvironmentVariableW#0", With(good, 10,
-                                                        "log Receiver URL: "
-                                                        "https://page.example/?clientVersion=0.1.3")},
-                     {"GetEnvironmentVariableW#1",
-                      Lines({"result 0x00000001"}, 3,
-                            {"log LOCALAPPDATA is unavailable. (HRESULT $)", "box LOCALAPPDATA is unavailable. $"})},
-                     {"CreateDirectoryW", Lines({"result 0x00000001"}, 3,
-                                                {"log Unable to create the WebView2 user-data folder. (HRESULT $)",
-                                                 "box Unable to create the WebView2 user-data folder. $"})},
-                     {"CreateCoreWebView2EnvironmentWithOptions",
-                      Lines({"result 0x00000001"}, 3,
-                            {"log Unable to start the WebView2 environment. (HRESULT $)",
-                             "box Unable to start the WebView2 environment. $"})},
-                     {"CreateCoreWebView2Controller", Lines({"environment $", "result 0x00000000"}, 5)},
-                     {"get_CoreWebView2 add_WebMessageReceived add_PermissionRequested add_NavigationCompleted",
-                      Lines(withoutController, 6)},
-                     {"Navigate", Lines(withoutController, 7,
-                                        {"log Receiver page navigation requested (HRESULT $)",
-                                         "log Unable to load the receiver page. (HRESULT $)",
-                                         "box Unable to load the receiver page. $"})},
-                     {"get_IsSuccess", With(good, 12,
-                                            "log Navigation completed: success=0, status=11, "
-                                            "source=https://receiver.example/page")},
-                     {"get_WebErrorStatus", With(good, 12,
-                                                 "log Navigation completed: success=1, status=0, "
-                                                 "source=https://receiver.example/page")},
-                     {"get_Source", With(good, 12, "log Navigation completed: success=1, status=11, source=")}},
+        .outcomes =
+            {{"CoInitializeEx MFStartup", {Failed}},
+             {"RegisterClassExW CreateWindowExW", StartUpTo(Started, {Failed})},
+             {"CreateEventW", StartWith("log Virtual camera usage monitor initialized (HRESULT $)", Monitored)},
+             {"GetEnvironmentVariableW#0",
+              StartWith("log Receiver URL: https://page.example/?clientVersion=0.1.3", UrlLine)},
+             {"GetEnvironmentVariableW#1 GetEnvironmentVariableW#0+",
+              StartUpTo(Monitored, {"log LOCALAPPDATA is unavailable. (HRESULT $)",
+                                    "box LOCALAPPDATA is unavailable. $", Failed})},
+             {"CreateDirectoryW",
+              StartUpTo(Monitored, {"log Unable to create the WebView2 user-data folder. (HRESULT $)",
+                                    "box Unable to create the WebView2 user-data folder. $", Failed})},
+             {"CreateCoreWebView2EnvironmentWithOptions",
+              StartUpTo(Monitored, {"log Unable to start the WebView2 environment. (HRESULT $)",
+                                    "box Unable to start the WebView2 environment. $", Failed})},
+             {"CreateCoreWebView2Controller", StartUpTo("log WebView2 environment callback", {"environment $", Ended})},
+             {"get_CoreWebView2 add_WebMessageReceived add_PermissionRequested add_NavigationCompleted",
+              StartUpTo(Controlled, {"controller $", Ended})},
+             {"Navigate", StartUpTo(UrlLine, {"log Receiver page navigation requested (HRESULT $)",
+                                              "log Unable to load the receiver page. (HRESULT $)",
+                                              "box Unable to load the receiver page. $", "controller $", Ended})},
+             {"get_IsSuccess",
+              StartWith("log Navigation completed: success=0, status=11, source=https://receiver.example/page",
+                        NavigatedLine)},
+             {"get_WebErrorStatus",
+              StartWith("log Navigation completed: success=1, status=0, source=https://receiver.example/page",
+                        NavigatedLine)},
+             {"get_Source", StartWith("log Navigation completed: success=1, status=11, source=", NavigatedLine)}},
         .cutShort = "GetMessageW",
         .withoutMemory = {"result 0x00000001", "environment 0x8007000E", "controller 0x8007000E",
                           "navigation 0x8007000E",
@@ -137,18 +166,20 @@ TEST(FaultsOf, BringUp) {
         .name = "bring-up",
         .prepare = [](FaultFixture&) {},
         .run = BringBrowserUp,
-        .good = {"result 0x00000000", "log WebView2 environment callback", "log WebView2 controller callback",
-                 "log Receiver page navigation requested"},
+        .good = {"call CreateCoreWebView2EnvironmentWithOptions", "log WebView2 environment callback",
+                 "call CreateCoreWebView2Controller", "log WebView2 controller callback", "call add_WebMessageReceived",
+                 "call add_PermissionRequested", "call add_NavigationCompleted", "call NavigateToString",
+                 "log Receiver page navigation requested", "result 0x00000000"},
         .unnoticed = "GetTempPathW get_Settings put_AreDefaultContextMenusEnabled put_AreDevToolsEnabled "
                      "put_IsStatusBarEnabled",
-        .outcomes = {{"CreateCoreWebView2Controller", {"result $", "log WebView2 environment callback"}},
+        .outcomes = {{"CreateCoreWebView2Controller", {"log WebView2 environment callback", "result $"}},
                      {"get_CoreWebView2 add_WebMessageReceived add_PermissionRequested add_NavigationCompleted",
-                      {"result $", "log WebView2 environment callback", "log WebView2 controller callback"}},
+                      {"log WebView2 environment callback", "log WebView2 controller callback", "result $"}},
                      {"NavigateToString",
-                      {"result $", "log WebView2 environment callback", "log WebView2 controller callback",
+                      {"log WebView2 environment callback", "log WebView2 controller callback",
                        "log Receiver page navigation requested (HRESULT $)",
-                       "log Unable to load the receiver page. (HRESULT $)",
-                       "box Unable to load the receiver page. $"}}},
+                       "log Unable to load the receiver page. (HRESULT $)", "box Unable to load the receiver page. $",
+                       "result $"}}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
@@ -166,13 +197,13 @@ TEST(FaultsOf, RefusedEnvironment) {
             [](FaultFixture& fixture) {
                 fixture.Product([&] { return fixture.browser.CompleteEnvironment(E_ABORT, false); });
             },
-        .good = {"result 0x80004004", "log WebView2 environment callback (HRESULT 0x80004004)",
+        .good = {"log WebView2 environment callback (HRESULT 0x80004004)",
                  "log WebView2 Runtime is unavailable. (HRESULT 0x80004004)",
-                 "box WebView2 Runtime is unavailable. 0x80004004"},
+                 "box WebView2 Runtime is unavailable. 0x80004004", "result 0x80004004"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"MessageBoxW",
-                      {"result 0x80004004", "log WebView2 environment callback (HRESULT 0x80004004)",
-                       "log WebView2 Runtime is unavailable. (HRESULT 0x80004004)"}}},
+                      {"log WebView2 environment callback (HRESULT 0x80004004)",
+                       "log WebView2 Runtime is unavailable. (HRESULT 0x80004004)", "result 0x80004004"}}},
     });
 }
 
@@ -189,13 +220,14 @@ TEST(FaultsOf, RefusedController) {
             [](FaultFixture& fixture) {
                 fixture.Product([&] { return fixture.browser.CompleteController(E_ABORT, false); });
             },
-        .good = {"result 0x80004004", "log WebView2 controller callback (HRESULT 0x80004004)",
+        .good = {"log WebView2 controller callback (HRESULT 0x80004004)",
                  "log Unable to create the Vistel browser controller. (HRESULT 0x80004004)",
-                 "box Unable to create the Vistel browser controller. 0x80004004"},
+                 "box Unable to create the Vistel browser controller. 0x80004004", "result 0x80004004"},
         .unnoticed = "GetTempPathW",
         .outcomes = {{"MessageBoxW",
-                      {"result 0x80004004", "log WebView2 controller callback (HRESULT 0x80004004)",
-                       "log Unable to create the Vistel browser controller. (HRESULT 0x80004004)"}}},
+                      {"log WebView2 controller callback (HRESULT 0x80004004)",
+                       "log Unable to create the Vistel browser controller. (HRESULT 0x80004004)",
+                       "result 0x80004004"}}},
     });
 }
 

@@ -48,7 +48,9 @@ struct Proxy {
 };
 
 // For every method of the browser.
-const CallRule BrowserRule{.name = "WebView2", .failure = Failure::Result};
+const CallRule BrowserRule{.name = "WebView2",
+                           .failure = Failure::Result,
+                           .knownCode = HRESULT_FROM_WIN32(ERROR_INVALID_STATE)};
 
 // Nothing here allocates while the product runs, so that the product's allocations can be counted.
 std::array<Function, MaxFunctions> functions;
@@ -57,7 +59,8 @@ std::array<HeldItem, MaxHeld> held{};
 std::size_t heldCount = 0;
 std::array<Proxy*, MaxHeld> proxies{};
 std::span<const CallRule> rules;
-std::optional<CallWatch::Call> failing;
+std::optional<CallWatch::Fault> failing;
+CallWatch* currentWatch = nullptr;
 bool happened = false;
 bool watching = false;
 bool productRuns = false;
@@ -159,14 +162,16 @@ bool Succeeded(Failure failure, Word result) {
     }
 }
 
+DWORD ErrorOf(HRESULT code) { return static_cast<DWORD>(code) & 0xFFFF; }
+
 Word FailedValue(Failure failure) {
     switch (failure) {
     case Failure::Ones:
         return ~Word{0};
     case Failure::Result:
-        return static_cast<std::uint32_t>(FaultResult);
+        return static_cast<std::uint32_t>(failing->code);
     case Failure::Status:
-        return FaultError;
+        return ErrorOf(failing->code);
     case Failure::NtStatus:
         return 0xC000007F; // STATUS_DISK_FULL
     default:
@@ -177,7 +182,8 @@ Word FailedValue(Failure failure) {
 // Counts the call and returns whether it is the one that fails.
 bool TakeTurn(Function& function) {
     const unsigned index = function.calls++;
-    const bool fails = !happened && failing && failing->index == index && &function == &functions.at(failing->function);
+    const bool fails = failing && &function == &functions.at(failing->function) &&
+                       (failing->index == index || (failing->lasting && failing->index < index));
     happened = happened || fails;
     return fails;
 }
@@ -223,6 +229,10 @@ Word Watch(Function& function, void* original, const Arguments& arguments, bool 
     if (!IsProductCall()) {
         return CallOriginal(original, arguments);
     }
+    if (rule != nullptr && rule->recorded && currentWatch->onRecordedCall) {
+        const Inside bookkeeping;
+        currentWatch->onRecordedCall(rule->name);
+    }
     if (TakeTurn(function)) {
         Inside bookkeeping;
         if (rule->worksAnyway || rule->releases.kind != nullptr) {
@@ -231,7 +241,7 @@ Word Watch(Function& function, void* original, const Arguments& arguments, bool 
         for (const Resource& object : rule->objects) {
             *reinterpret_cast<void**>(arguments.at(object.argument)) = nullptr;
         }
-        bookkeeping.SetError(FaultError);
+        bookkeeping.SetError(ErrorOf(failing->code));
         return FailedValue(rule->failure);
     }
     Word result = 0;
@@ -373,13 +383,14 @@ CallWatch::CallWatch(std::span<const CallRule> callRules) {
     rules = callRules;
     heldCount = 0;
     imports_ = std::make_unique<Imports>();
+    currentWatch = this;
     watching = true;
 }
 
 CallWatch::~CallWatch() { watching = false; }
 
-void CallWatch::Begin(std::optional<Call> failingCall) noexcept {
-    failing = failingCall;
+void CallWatch::Begin(std::optional<Fault> fault) noexcept {
+    failing = fault;
     happened = false;
     for (Function& function : functions) {
         function.calls = 0;
@@ -397,7 +408,7 @@ HRESULT CallWatch::OnBrowserCall(const std::wstring& method) {
     const Inside bookkeeping;
     Function& function = functions.at(NumberOf(std::string(method.begin(), method.end())));
     function.rule = &BrowserRule;
-    return TakeTurn(function) ? FaultResult : S_OK;
+    return TakeTurn(function) ? failing->code : S_OK;
 }
 
 std::vector<std::string> CallWatch::Held() const {

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,7 +19,7 @@
 
 namespace receiver {
 
-// How a call reports that it failed. The error is always the same: the disk is full.
+// How a call reports that it failed.
 enum class Failure {
     Never, // it cannot fail: see the rule's reason
     Unseen, // the call is not intercepted: see the rule's reason
@@ -28,9 +29,6 @@ enum class Failure {
     Status, // an LSTATUS
     NtStatus,
 };
-
-inline constexpr std::uint32_t FaultError = ERROR_DISK_FULL;
-inline constexpr HRESULT FaultResult = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
 
 // A resource that a call acquires or releases, and where in the call its identity is found.
 struct Resource {
@@ -52,6 +50,9 @@ struct CallRule {
     std::string_view function{}; // the name of the function that the call returns
     std::size_t slot = 0; // of a method
     bool worksAnyway = false; // a failing call has its effect nevertheless
+    bool recorded = false; // CallWatch::onRecordedCall is called for it
+    // A code that the function is known to fail with; one of Win32 unless it returns an HRESULT.
+    HRESULT knownCode = HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY);
 };
 
 // A function that was called.
@@ -83,10 +84,12 @@ private:
 // While it exists, calls are intercepted and what they acquire is recorded. Only one exists at a time.
 class CallWatch {
 public:
-    // A call of one function, counted from 0.
-    struct Call {
+    // Calls of one function that fail.
+    struct Fault {
         std::size_t function;
-        unsigned index;
+        unsigned index; // of the call, counted from 0
+        bool lasting; // all later calls of the function fail too
+        HRESULT code;
     };
 
     // `rules` must have an entry for every function that is called.
@@ -95,14 +98,16 @@ public:
     CallWatch& operator=(const CallWatch&) = delete;
     ~CallWatch();
 
-    // Counts calls from 0 again and lets this one fail.
-    void Begin(std::optional<Call> failing) noexcept;
+    // Counts calls from 0 again and lets these fail.
+    void Begin(std::optional<Fault> fault) noexcept;
     // From now on no call fails.
     void FailNothing() noexcept;
     // Whether a call was made to fail.
     [[nodiscard]] bool Happened() const noexcept;
     // For BrowserFakes::onCall.
     [[nodiscard]] static HRESULT OnBrowserCall(const std::wstring& method);
+    // Called with the name of every call of the product whose rule says so, before the call.
+    std::function<void(std::string_view name)> onRecordedCall;
     // Kinds of the resources that the product has acquired since the watch began and not released.
     [[nodiscard]] std::vector<std::string> Held() const;
 

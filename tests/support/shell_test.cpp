@@ -19,10 +19,19 @@ constexpr UINT RunInLoopMessage = WM_APP;
 
 } // namespace
 
+std::string Narrow(std::wstring_view text) {
+    std::string narrow;
+    for (const wchar_t character : text) {
+        narrow += character < 128 ? static_cast<char>(character) : '?';
+    }
+    return narrow;
+}
+
 void ReportFailure(const std::wstring& what) { ADD_FAILURE() << testing::PrintToString(what); }
 
 ShellTest::ShellTest() : app(std::in_place) {
     current_ = this;
+    browser.onRecord = [this](const std::wstring& call) { NoteEvent("browser " + Narrow(call)); };
     for (const auto& path : {programData, localAppData, temp}) {
         std::filesystem::create_directory(path);
     }
@@ -76,7 +85,33 @@ void ShellTest::InLoop(const std::function<void()>& body) {
 
 void ShellTest::Forget() {
     (void)browser.TakeCalls();
-    std::filesystem::remove(log);
+    (void)TakeEvents();
+}
+
+std::vector<std::string> ShellTest::TakeEvents() {
+    NoteLogLines();
+    for (const auto& file : logFiles) {
+        std::filesystem::remove(file);
+    }
+    readBytes_.clear();
+    return std::exchange(events_, {});
+}
+
+void ShellTest::NoteEvent(std::string event) {
+    NoteLogLines();
+    events_.push_back(std::move(event));
+}
+
+void ShellTest::NoteLogLines() {
+    for (const auto& file : logFiles) {
+        const std::string bytes = ReadBytes(file);
+        std::size_t& read = readBytes_[file];
+        read = bytes.size() < read ? 0 : read; // The log was reset or removed.
+        for (const std::string& line : LinesIn(bytes.substr(read))) {
+            events_.push_back("log " + line);
+        }
+        read = bytes.size();
+    }
 }
 
 LRESULT CALLBACK ShellTest::LoopHookProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -149,9 +184,8 @@ FrameFileHeader ShellTest::FrameHeader() const {
     return header;
 }
 
-std::vector<std::string> ShellTest::LinesOf(const std::filesystem::path& file) {
+std::vector<std::string> ShellTest::LinesIn(const std::string& bytes) {
     static const std::regex entry(R"(\d\d:\d\d:\d\d  (.*))");
-    const std::string bytes = ReadBytes(file);
     std::vector<std::string> lines;
     for (std::size_t begin = 0; begin < bytes.size();) {
         const std::size_t end = bytes.find("\r\n", begin);
@@ -176,6 +210,7 @@ std::vector<std::string> ShellTest::StartLines(const std::vector<std::string>& m
 
 int WINAPI ShellTest::RecordMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags) {
     const AllocationPause pause;
+    current_->NoteEvent("box " + Narrow(text));
     current_->boxes.push_back({owner, text, caption, flags});
     return IDOK;
 }

@@ -13,13 +13,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace receiver {
+
+// A text with "?" for every character beyond ASCII.
+[[nodiscard]] std::string Narrow(std::wstring_view text);
 
 struct MessageBoxCall {
     HWND owner;
@@ -66,6 +72,13 @@ protected:
     void InLoop(const std::function<void()>& body);
     // Empties the records and the log.
     void Forget();
+    // Everything that happened since the last call or Forget(), in one sequence: "log" and a line, "box" and a text,
+    // "browser" and what the fake browser recorded. Empties the log.
+    [[nodiscard]] std::vector<std::string> TakeEvents();
+    // Adds an event to that sequence, after the lines that have been logged by now.
+    void NoteEvent(std::string event);
+    // Adds these lines. Between two calls the order of lines in different files is unknown.
+    void NoteLogLines();
     // Destroys the window and the application object.
     void EndReceiver();
     // Opens the browser without a window, up to the point where the page can post its first message.
@@ -77,7 +90,10 @@ protected:
     [[nodiscard]] FrameFileHeader FrameHeader() const;
     // The lines of the log, without their times.
     [[nodiscard]] std::vector<std::string> LogLines() const { return LinesOf(log); }
-    [[nodiscard]] static std::vector<std::string> LinesOf(const std::filesystem::path& file);
+    [[nodiscard]] static std::vector<std::string> LinesOf(const std::filesystem::path& file) {
+        return LinesIn(ReadBytes(file));
+    }
+    [[nodiscard]] static std::vector<std::string> LinesIn(const std::string& bytes);
     // The log lines of a start up to the accepted environment request, followed by `more`.
     [[nodiscard]] static std::vector<std::string> StartLines(const std::vector<std::string>& more = {});
 
@@ -89,6 +105,7 @@ protected:
     BrowserFakes browser;
     std::optional<ReceiverApp> app;
     std::vector<MessageBoxCall> boxes;
+    std::vector<std::filesystem::path> logFiles{log}; // from which TakeEvents reads
 
 private:
     static int WINAPI RecordMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags);
@@ -108,6 +125,8 @@ private:
     ImportPatch<void(void*), ReportedTaskFree> taskFrees_{"ole32.dll", "CoTaskMemFree", &CoTaskMemFree, {}};
     HWND loopHook_ = nullptr; // Any message loop of this thread dispatches its messages.
     std::function<void()> inLoop_;
+    std::vector<std::string> events_;
+    std::map<std::filesystem::path, std::size_t> readBytes_; // of each log file
 };
 
 } // namespace receiver

@@ -240,12 +240,19 @@ FakeObject& BrowserFakes::MakeSharedBuffer(UINT64 size) {
     return buffer;
 }
 
+void BrowserFakes::Note(std::wstring text) {
+    if (onRecord) {
+        onRecord(text);
+    }
+    calls_.push_back(std::move(text));
+}
+
 HRESULT BrowserFakes::Record(const std::wstring& method, std::initializer_list<std::wstring> arguments) {
     std::wstring call = method;
     for (const std::wstring& argument : arguments) {
         call += L' ' + argument;
     }
-    calls_.push_back(std::move(call));
+    Note(std::move(call));
     const auto fault = faults_.find({method, callCounts_[method]++});
     if (fault != faults_.end()) {
         return fault->second;

@@ -106,11 +106,12 @@ public:
     // The record, in order: each method's name, followed by its plain arguments separated by blanks; for a query the
     // name of the interface; for the last reference to an object "released" and its name.
     [[nodiscard]] std::vector<std::wstring> TakeCalls() { return std::exchange(calls_, {}); }
-    void Note(std::wstring text) { calls_.push_back(std::move(text)); }
+    void Note(std::wstring text);
 
     // Lets call number `call` of `method`, counted from 0 over the whole test, fail with `code`.
     void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults_[{method, call}] = code; }
 
+    std::function<void(const std::wstring& text)> onRecord; // called with everything that is recorded
     // If set, gives the result of every call for which `Fail` was not called.
     std::function<HRESULT(const std::wstring& method)> onCall;
 
