@@ -105,7 +105,8 @@ void BrowserFakes::MakeEnvironment() {
     environment_->Answer(
         &ICoreWebView2Environment::CreateCoreWebView2Controller,
         [](FakeObject& self, HWND window, ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
-            const HRESULT result = self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window));
+            const HRESULT result =
+                WithHandler(self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window)), handler);
             if (SUCCEEDED(result)) {
                 self.fakes.controllerHandler_ = ComPtr(handler);
             }
@@ -273,8 +274,9 @@ HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFo
                                          ICoreWebView2EnvironmentOptions* options,
                                          ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler* handler) {
     const AllocationPause pause;
-    const HRESULT result = Asked(L"CreateCoreWebView2EnvironmentWithOptions", browserFolder, userDataFolder,
-                                 static_cast<const void*>(options));
+    const HRESULT result = WithHandler(Asked(L"CreateCoreWebView2EnvironmentWithOptions", browserFolder, userDataFolder,
+                                             static_cast<const void*>(options)),
+                                       handler);
     if (SUCCEEDED(result)) {
         environmentHandler_ = ComPtr(handler);
     }

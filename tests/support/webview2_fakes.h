@@ -157,6 +157,10 @@ private:
     requires std::is_arithmetic_v<Number> || std::is_enum_v<Number>
     static std::wstring Text(Number number) { return std::to_wstring(+number); }
 
+    // The result of a call that receives a handler: like the platform, the fakes refuse a null pointer.
+    static HRESULT WithHandler(HRESULT result, const void* handler) noexcept {
+        return handler != nullptr ? result : E_POINTER;
+    }
     // Records a call and returns its result.
     template <typename... Arguments>
     HRESULT Asked(const std::wstring& method, Arguments... arguments) {
@@ -166,7 +170,7 @@ private:
     template <typename Handler>
     HRESULT Register(const std::wstring& method, Handler* handler, std::vector<ComPtr<Handler>>& handlers,
                      EventRegistrationToken& token) {
-        const HRESULT result = Asked(method);
+        const HRESULT result = WithHandler(Asked(method), handler);
         if (SUCCEEDED(result)) {
             handlers.emplace_back(handler);
             token.value = static_cast<INT64>(handlers.size());
