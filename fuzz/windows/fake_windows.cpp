@@ -46,6 +46,14 @@ void ReportFailure(const std::wstring& what) { Require(false, std::string(what.b
 FakeWindows::FakeWindows(std::span<std::uint8_t> frameFile) : frameFile_(frameFile) {
     Require(current == nullptr, "only one fake machine exists at a time");
     current = this;
+    browser.onRecord = [this](const std::wstring& call) {
+        if (call.starts_with(L"Post")) {
+            events.push_back(call);
+        }
+    };
+    writers.onCall = [this](const std::string& call) {
+        events.push_back(L"writer " + std::wstring(call.begin(), call.end()));
+    };
     browser.onCall = [](const std::wstring&) { return Answer(); };
     writers.onResult = [] { return Answer(); };
 }
@@ -312,6 +320,7 @@ BOOL SetWindowPos(HWND window, HWND, int x, int y, int width, int height, UINT) 
     return TRUE;
 }
 int MessageBoxW(HWND, LPCWSTR text, LPCWSTR, UINT) {
-    current->boxText = text;
+    current->events.push_back(std::wstring(L"box ") + text);
+    current->boxShown = true;
     return 1;
 }

@@ -41,8 +41,10 @@ public:
     unsigned callsUntilFailure = 0; // 0: no call fails
 
     // Recorded here.
-    std::vector<std::string> logLines;
-    std::wstring boxText; // of the last error box
+    // In one sequence: "log" and a line, "box" and a text, "writer" and a call of the sink writer, and the browser's
+    // calls that post to the page.
+    std::vector<std::wstring> events;
+    bool boxShown = false;
     bool failed = false; // a call has been made to fail
     unsigned pixelSum = 0; // of all bytes of the last snapshot
 

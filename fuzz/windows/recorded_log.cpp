@@ -9,10 +9,14 @@ namespace receiver {
 
 std::wstring ReceiverLog::FilePath() { return {}; }
 
-void ReceiverLog::Reset() noexcept { FakeWindows::Current().logLines.clear(); }
+void ReceiverLog::Reset() noexcept { FakeWindows::Current().events.clear(); }
 
 void ReceiverLog::Write(std::wstring_view message, HRESULT result) noexcept {
-    FakeWindows::Current().logLines.push_back(FormatLogLine({3, 4, 5}, message, result));
+    std::wstring event = L"log ";
+    for (const char character : FormatLogLine({3, 4, 5}, message, result)) {
+        event += static_cast<wchar_t>(static_cast<unsigned char>(character));
+    }
+    FakeWindows::Current().events.push_back(event);
 }
 
 } // namespace receiver
