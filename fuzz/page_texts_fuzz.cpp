@@ -59,6 +59,7 @@ class Model {
 public:
     Outcome OnText(const std::wstring& text);
     Outcome OnTimer(bool signalled, std::uint64_t nowMs);
+    static Outcome OnNavigation(bool success, int status);
     [[nodiscard]] std::uint64_t FramesPublished() const noexcept { return framesPublished_; }
 
 private:
@@ -138,6 +139,13 @@ Outcome Model::OnTimer(bool signalled, std::uint64_t nowMs) {
     if (ready_) {
         outcome.Post(cameraInUse_ ? UsageOn : UsageOff);
     }
+    return outcome;
+}
+
+Outcome Model::OnNavigation(bool success, int status) {
+    Outcome outcome;
+    outcome.Log(L"Navigation completed: success=" + std::to_wstring(success ? 1 : 0) + L", status=" +
+                std::to_wstring(status) + L", source=" + FakeWindows::Current().browser.source);
     return outcome;
 }
 
@@ -268,6 +276,8 @@ private:
     void Apply(std::string_view line);
     void Post(const std::optional<std::wstring>& text, bool asNull = false);
     void Tick(bool signalled);
+    void Navigate(bool success, int status);
+    void RequestPermission(int kind);
     void Check(HRESULT result, const Outcome& expected) const;
     void Forget() {
         windows_.events.clear();
@@ -318,6 +328,10 @@ void Session::Apply(std::string_view line) {
     } else if (line == "!minimize" || line == "!maximize" || line == "!restore") {
         windows_.minimized = line == "!minimize";
         windows_.maximized = line == "!maximize";
+    } else if (line.starts_with("!navigated")) {
+        Navigate(number % 2 != 0, static_cast<int>(number / 2 % 19));
+    } else if (line.starts_with("!permission")) {
+        RequestPermission(static_cast<int>(number % 16));
     } else if (line.starts_with("!later")) {
         windows_.nowMs += number % 1'000'000'000;
     } else if (line.starts_with("!fail")) {
@@ -342,6 +356,27 @@ void Session::Tick(bool signalled) {
     windows_.eventSignalled = signalled;
     (void)windows_.windowProcedure(windows_.Window(), WM_TIMER, UsageTimer, 0);
     Check(S_OK, model_.OnTimer(signalled, windows_.nowMs));
+}
+
+// After a failure the handlers of these events may be missing.
+void Session::Navigate(bool success, int status) {
+    if (!windows_.failed) {
+        const HRESULT result = windows_.browser.RaiseNavigationCompleted(
+            success ? TRUE : FALSE, static_cast<COREWEBVIEW2_WEB_ERROR_STATUS>(status));
+        Check(result, Model::OnNavigation(success, status));
+    }
+}
+
+void Session::RequestPermission(int kind) {
+    if (!windows_.failed) {
+        auto state = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
+        const HRESULT result =
+            windows_.browser.RaisePermissionRequest(static_cast<COREWEBVIEW2_PERMISSION_KIND>(kind), state);
+        Check(result, {S_OK});
+        const bool allowed = state == COREWEBVIEW2_PERMISSION_STATE_ALLOW;
+        Require(windows_.failed || allowed == (kind == COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY),
+                "only autoplay is allowed");
+    }
 }
 
 void Session::Check(HRESULT result, const Outcome& expected) const {

@@ -33,6 +33,8 @@ constexpr std::string_view UsualLines[] = {
     "!null",
     "!signal",
     "!quiet",
+    "!navigated 23",
+    "!permission 9",
     "!later 4000",
     "!minimize",
     "!maximize",
