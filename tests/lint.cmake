@@ -14,7 +14,7 @@ function(add_lint_test name)
 endfunction()
 
 set(patterns)
-foreach(folder IN ITEMS app bench browser capture examples frames fuzz platform tests tools)
+foreach(folder IN ITEMS app bench browser capture examples frames fuzz platform sample_camera tests tools)
     list(APPEND patterns ${PROJECT_SOURCE_DIR}/${folder}/*.cpp ${PROJECT_SOURCE_DIR}/${folder}/*.h)
 endforeach()
 file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${patterns})
@@ -37,5 +37,5 @@ foreach(warning IN ITEMS everything no-c++98-compat no-c++98-compat-pedantic no-
 endforeach()
 add_lint_test(lint/tidy
     COMMAND ${RUN_CLANG_TIDY} -quiet -j 2 -p ${PROJECT_BINARY_DIR} ${target_arguments}
-            "^${PROJECT_SOURCE_DIR}/(app|browser|capture|frames|platform)/")
+            "^${PROJECT_SOURCE_DIR}/(app|browser|capture|frames|platform|sample_camera)/")
 set_tests_properties(lint/tidy PROPERTIES PROCESSORS 2 TIMEOUT 1200)

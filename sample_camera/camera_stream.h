@@ -1,0 +1,64 @@
+// The thread that looks for new frames and delivers them, or the "no picture" card, to the connected pin.
+#pragma once
+
+#include "examples/camera/frame_reader.h"
+#include "platform/com_ptr.h"
+#include "platform/handles.h"
+#include "sample_camera/frame_choice.h"
+#include "sample_camera/media_type.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace sample_camera {
+
+using receiver::ComPtr;
+
+// What a connection has agreed upon. The allocator is committed while a stream uses it.
+struct StreamTarget {
+    ComPtr<IMemInputPin> input;
+    ComPtr<IMemAllocator> allocator;
+    StreamFormat format;
+};
+
+// Start, Stop and the destructor belong to one thread at a time; Run and Pause may come from any.
+class CameraStream {
+public:
+    CameraStream() noexcept = default;
+    CameraStream(const CameraStream&) = delete;
+    CameraStream& operator=(const CameraStream&) = delete;
+    ~CameraStream() { Stop(); }
+
+    // Starts the thread, paused. S_FALSE when it runs already.
+    [[nodiscard]] HRESULT Start(StreamTarget target) noexcept;
+    // Delivers from the moment at which `clock` shows `startTime`; without a clock, from now on.
+    void Run(ComPtr<IReferenceClock> clock, REFERENCE_TIME startTime) noexcept;
+    void Pause() noexcept;
+    // Ends the thread, even while it waits for a free buffer. The caller holds no lock that downstream could need.
+    void Stop() noexcept;
+
+private:
+    static DWORD WINAPI ThreadMain(void* stream) noexcept;
+    void Deliver() noexcept;
+    // True when a sample is ready to be sent.
+    [[nodiscard]] bool Fill(vistel::FrameReader& reader, FrameChoice& choice, std::uint8_t* dst) noexcept;
+    [[nodiscard]] HRESULT Send(IMediaSample& sample, REFERENCE_TIME time) noexcept;
+    // Time of the stream; empty while paused and before its start.
+    [[nodiscard]] std::optional<REFERENCE_TIME> StreamTime() noexcept;
+
+    StreamTarget target_{};
+    std::unique_ptr<std::uint8_t[]> source_; // a frame as it was read
+    std::unique_ptr<std::uint8_t[]> scaled_; // the same in the application's size, or the card
+    receiver::UniqueHandle stop_;
+    receiver::UniqueHandle thread_;
+    REFERENCE_TIME lastTime_ = 0; // of the last sample; kept from one run to the next, for times must rise
+
+    std::mutex lock_; // guards what follows; held for moments only
+    bool running_ = false;
+    ComPtr<IReferenceClock> clock_;
+    REFERENCE_TIME startTime_ = 0;
+};
+
+} // namespace sample_camera

@@ -1,0 +1,83 @@
+// An application's capture graph around the sample camera: the camera, a grabber that keeps every sample, a renderer
+// that drops them. All but the camera is the system's own.
+#pragma once
+
+#include "platform/com_ptr.h"
+#include "sample_camera/media_type.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+struct ISampleGrabberCB;
+
+namespace sample_camera {
+
+using receiver::ComPtr;
+
+// Generous: the machine may be busy with something else.
+inline constexpr std::chrono::seconds Limit{60};
+
+struct Sample {
+    REFERENCE_TIME start = 0;
+    REFERENCE_TIME end = 0;
+    bool timed = false;
+    std::vector<std::uint8_t> bytes;
+};
+
+// A camera of the built DLL, made without any registration. Null when that fails.
+[[nodiscard]] ComPtr<IBaseFilter> MakeCamera();
+// The camera's only pin.
+[[nodiscard]] ComPtr<IPin> CapturePin(const ComPtr<IBaseFilter>& camera);
+// The system's filter that hands samples to its client, and its input.
+[[nodiscard]] ComPtr<IBaseFilter> MakeGrabber();
+[[nodiscard]] ComPtr<IPin> InputPin(const ComPtr<IBaseFilter>& grabber);
+
+class CaptureGraph {
+public:
+    explicit CaptureGraph(ComPtr<IBaseFilter> camera = MakeCamera());
+    CaptureGraph(const CaptureGraph&) = delete;
+    CaptureGraph& operator=(const CaptureGraph&) = delete;
+    ~CaptureGraph();
+
+    [[nodiscard]] ComPtr<IBaseFilter> Camera() const { return camera_; }
+    [[nodiscard]] HRESULT SetFormat(const StreamFormat& format);
+    // Connects all, as a stream of this category; null: of any.
+    [[nodiscard]] HRESULT Render(const GUID* category);
+    [[nodiscard]] HRESULT Run();
+    [[nodiscard]] HRESULT Pause();
+    [[nodiscard]] HRESULT Stop();
+    // Takes the camera out of the graph, whatever it is doing.
+    [[nodiscard]] HRESULT RemoveCamera();
+
+    // The oldest sample not taken yet; empty when none comes within `limit`.
+    [[nodiscard]] std::optional<Sample> Next(std::chrono::milliseconds limit = Limit);
+    void ForgetSamples();
+    // From now on samples are kept and never given back to the camera, until the end of the graph.
+    void HoldSamples();
+    // Waits until so many samples are held.
+    [[nodiscard]] bool WaitForHeld(std::size_t count);
+
+private:
+    class Grabber;
+
+    ComPtr<IBaseFilter> camera_;
+    ComPtr<IGraphBuilder> graph_;
+    ComPtr<ICaptureGraphBuilder2> builder_;
+    ComPtr<IBaseFilter> grabberFilter_;
+    ComPtr<IBaseFilter> renderer_;
+    ComPtr<IMediaControl> control_;
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::deque<Sample> samples_;
+    std::vector<ComPtr<IMediaSample>> held_;
+    bool holding_ = false;
+    ComPtr<ISampleGrabberCB> grabber_;
+};
+
+} // namespace sample_camera
