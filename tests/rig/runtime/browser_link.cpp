@@ -9,7 +9,7 @@ namespace rig {
 namespace {
 
 constexpr UINT LineArrived = WM_APP;
-constexpr wchar_t ClassName[] = L"RigBrowserLink";
+constexpr wchar_t LinkClass[] = L"RigBrowserLink";
 
 } // namespace
 
@@ -18,9 +18,9 @@ std::shared_ptr<BrowserLink> BrowserLink::Connect(LineHandler onLine) {
     if (connection == INVALID_SOCKET) {
         return nullptr;
     }
-    RegisterWindowClass(ClassName, WindowProcedure);
+    RegisterWindowClass(LinkClass, WindowProcedure);
     const HWND window =
-        CreateWindowExW(0, ClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, ModuleHandle(), nullptr);
+        CreateWindowExW(0, LinkClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, ModuleHandle(), nullptr);
     if (window == nullptr) {
         closesocket(connection);
         return nullptr;

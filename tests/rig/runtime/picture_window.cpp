@@ -13,17 +13,17 @@
 namespace rig {
 namespace {
 
-constexpr wchar_t ClassName[] = L"RigBrowserPicture";
+constexpr wchar_t PictureClass[] = L"RigBrowserPicture";
 constexpr UINT BytesPerPixel = 4;
 
 } // namespace
 
 std::unique_ptr<PictureWindow> PictureWindow::Create(HWND parent, std::function<void()> onDestroyed,
                                                      std::function<void()> onPicture) {
-    RegisterWindowClass(ClassName, WindowProcedure);
+    RegisterWindowClass(PictureClass, WindowProcedure);
     auto picture = std::make_unique<PictureWindow>(std::move(onDestroyed), std::move(onPicture));
-    picture->window_ = CreateWindowExW(0, ClassName, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
-                                       nullptr, ModuleHandle(), nullptr);
+    picture->window_ = CreateWindowExW(0, PictureClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0,
+                                       parent, nullptr, ModuleHandle(), nullptr);
     if (picture->window_ == nullptr) {
         return nullptr;
     }
