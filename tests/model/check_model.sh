@@ -14,7 +14,7 @@ order=-DCOLLAPSE # depth first, which needs the least memory
 [[ $wanted == holds ]] || order=-DBFS
 spin -a "${defines[@]}" "$model"
 gcc -O2 -w -DSAFETY -DMEMLIM=1900 "$order" -o search pan.c
-./search -m100000 -w24 >report || true # the report tells why
+./search -m100000 -w24 >report || true # the report shows why
 grep -E 'states, stored|total actual memory|elapsed time' report
 
 if [[ $wanted == fails ]] && grep -q 'assertion violated' report; then

@@ -21,7 +21,7 @@
    - Readers store nothing. None can change what another sees, so that one stands for all.
    - x64 keeps the order of loads, and the reader's fences keep the compiler from changing it; only those of one block
      copy are made in any order here.
-   - A kill takes no store back: whatever was stored has arrived long before the next process opens the file.
+   - A kill takes no store back: all that was stored has arrived long before the next process opens the file.
    - A publish depends on the past only by what is in the file. Three frames use each buffer again; two kills let the
      writer that recovers die as well.
    - Magic and version are right from the start. A new file, all zero, has no valid geometry either.
@@ -35,8 +35,8 @@
      RESET_DURING_AN_ATTEMPT, which shows that limit.
 
    WEAK_ORDER is a processor on which stores arrive in any order and an interlocked operation is no barrier. Publishing
-   needs one more barrier there, behind the opening increment, and is given it; it has none for x64, where the
-   interlocked operation is one. The other names that are asked for here and defined by nobody are mistakes, one each.
+   needs one more barrier there, after the opening increment, and has it there; it has none for x64, where the
+   interlocked operation is one. Each other name that is tested here and never defined is one mistake.
    CMakeLists.txt lists them; the check has to find every one. */
 
 #ifndef FRAMES

@@ -6,7 +6,7 @@
         posted: [], // Every text, in order.
         postedMs: [], // When each was posted.
         buffers: [null, null],
-        errors: [], // Whatever the page has not caught.
+        errors: [], // Errors that the page has not caught.
         onText: null, // Called with each text, after the page's own work, as the receiver would be.
 
         get texts() {

@@ -3,7 +3,7 @@
     'use strict';
     const probe = {
         gradients: [], // { line, stops }
-        fills: [], // fillRect: { style, rectangle }, style being the gradient's number or a colour
+        fills: [], // fillRect: { style, rectangle }, style being the gradient's number or a color
         texts: [], // fillText: { text, x, y, font, style }
         captures: [], // captureStream: { width, height, rate, stream }
         connections: [], // RTCPeerConnection objects in the order of their making

@@ -73,7 +73,7 @@ export class Driver {
         }
     }
 
-    // The exit may be told before the answer that names the program.
+    // The exit may be reported before the answer that names the program.
     #exit(program) {
         if (!this.#exits.has(program)) {
             const exit = {};

@@ -30,7 +30,7 @@ export class FrameCounter {
         if (frames === undefined || frames === this.held) {
             return;
         }
-        // What the file held before is no new frame, and a count that was set back begins anew.
+        // What the file held before is no new frame. A count that was reset starts again.
         if (frames > this.held) {
             this.#last = { frames, atMs: performance.now() };
             this.#first ??= this.#last;

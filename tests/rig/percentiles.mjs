@@ -1,4 +1,4 @@
-// What is told of a list of measured values: undefined when there are none.
+// Median and 99th percentile of measured values; undefined when there are none.
 export function medianAndP99(values) {
     const sorted = Float64Array.from(values).sort();
     const at = (part) => sorted[Math.min(Math.floor(sorted.length * part), sorted.length - 1)];

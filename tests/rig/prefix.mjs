@@ -27,18 +27,18 @@ function templateRegistry(user) {
     const temporary = `C:\\users\\${user}\\Temp`;
     return {
         Environment: { TEMP: temporary, TMP: temporary },
-        'Software\\Wine\\WineDbg': { ShowCrashDialog: 0 }, // Nobody is there to close it.
+        'Software\\Wine\\WineDbg': { ShowCrashDialog: 0 }, // No user is there to close it.
     };
 }
 
 // A prefix for one run.
-//   world           the Linux folder in which ProgramData, LocalAppData, Temp, Pictures and Videos are what the
-//                   programs see; without one, a folder of this run
+//   sandbox         the Linux directory whose ProgramData, LocalAppData, Temp, Pictures and Videos the programs
+//                   see; without one, a directory of this run
 //   runtimeLibrary  the client DLL of the WebView2 runtime; none: the prefix has no runtime
 //   recorderLibrary the DLL in the place of Wine's own sink writer, which is unfinished
 //   registry        further values: { key under HKEY_CURRENT_USER: { name: text or number } }
 //   managed         whether a window manager is there to draw captions; else Wine draws them
-export async function createPrefix({ world, runtimeLibrary, recorderLibrary, registry = {}, managed = false } = {}) {
+export async function createPrefix({ sandbox, runtimeLibrary, recorderLibrary, registry = {}, managed = false } = {}) {
     await fs.mkdir(RigFolder, { recursive: true });
     const rigLock = lock(join(RigFolder, 'lock'), { wait: true });
     let prefix;
@@ -50,7 +50,7 @@ export async function createPrefix({ world, runtimeLibrary, recorderLibrary, reg
         rigLock.release();
     }
     try {
-        await prefix.furnish({ world, runtimeLibrary, recorderLibrary, registry, managed });
+        await prefix.setUp({ sandbox, runtimeLibrary, recorderLibrary, registry, managed });
     } catch (error) {
         await prefix.remove();
         throw error;
@@ -105,8 +105,8 @@ class Prefix {
         await run('cp', ['-a', ...written, this.driveC]);
     }
 
-    async furnish({ world = join(this.runFolder, 'world'), runtimeLibrary, recorderLibrary, registry, managed }) {
-        this.world = resolve(world);
+    async setUp({ sandbox = join(this.runFolder, 'sandbox'), runtimeLibrary, recorderLibrary, registry, managed }) {
+        this.sandbox = resolve(sandbox);
         const profile = join(this.driveC, 'users', await userName(this.path));
         for (const entry of await fs.readdir(profile, { withFileTypes: true })) {
             if (entry.isSymbolicLink()) { // Wine's way out into the home folder of the person at the machine.
@@ -120,12 +120,12 @@ class Prefix {
             Pictures: join(profile, 'Pictures'),
             Videos: join(profile, 'Videos'),
         };
-        await fs.mkdir(this.world, { recursive: true });
+        await fs.mkdir(this.sandbox, { recursive: true });
         for (const [name, place] of Object.entries(places)) {
-            if (!existsSync(join(this.world, name))) { // It may be a file: the world is as the test wants it.
-                await fs.mkdir(join(this.world, name));
+            if (!existsSync(join(this.sandbox, name))) { // A test may have put a file there.
+                await fs.mkdir(join(this.sandbox, name));
             }
-            await replace(place, (path) => fs.symlink(join(this.world, name), path));
+            await replace(place, (path) => fs.symlink(join(this.sandbox, name), path));
         }
         const values = { 'Software\\Wine\\X11 Driver': { Managed: managed ? 'Y' : 'N' }, ...registry };
         if (runtimeLibrary) {
@@ -181,7 +181,7 @@ class Prefix {
                     ids.push(Number(id));
                 }
             } catch {
-                // Ended meanwhile, or another person's.
+                // Ended in the meantime, or another user's.
             }
         }
         return ids;

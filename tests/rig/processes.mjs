@@ -1,4 +1,4 @@
-// Small tools for whoever starts other programs: waiting with a limit, ending for certain, locks between processes.
+// Tools for starting other programs: waiting with a limit, reliable termination, locks between processes.
 import { spawn, spawnSync } from 'node:child_process';
 import { closeSync, ftruncateSync, openSync, readFileSync, writeSync } from 'node:fs';
 import { setTimeout as delay } from 'node:timers/promises';
@@ -6,7 +6,7 @@ import { setTimeout as delay } from 'node:timers/promises';
 const PollMs = 20;
 const TermLimitMs = 5000;
 
-// The value of `promise`, or an error that says what was waited for in vain.
+// The value of `promise`, or an error that names what did not happen in time.
 export async function within(limitMs, what, promise) {
     const timer = new AbortController();
     try {
@@ -43,11 +43,11 @@ export function start(command, commandArguments, options = {}) {
         child.once('error', (error) => reject(new Error(`cannot start ${command}: ${error.message}`)));
         child.once('exit', (code, signal) => resolve(signal ? 128 + signalNumber(signal) : code));
     });
-    child.exited.catch(() => {}); // Told to whoever waits for it.
+    child.exited.catch(() => {}); // The caller that waits for it gets the error.
     return child;
 }
 
-// Runs a program to its end; its stdout, or an error with what it wrote to stderr. A program that leaves others behind
+// Runs a program to its end; its stdout, or an error with what it wrote to stderr. A program whose children outlive it
 // must not get pipes: they end when the last holder ends.
 export async function run(command, commandArguments, { limitMs = 60000, ...options } = {}) {
     const child = start(command, commandArguments, { stdio: ['ignore', 'pipe', 'pipe'], ...options });

@@ -24,8 +24,8 @@ const MainWindowClass = 'VistelReceiverWindow';
 const ButtonOk = 1;
 
 // Starts the receiver and resolves when its process runs. Everything is ended again when that fails. Options:
-//   out               the folder that is the run's world; without one it is a temporary one, removed by stop()
-//   commandLine       what stands behind the program's name, as it is; or
+//   out               the sandbox directory; without one it is a temporary one, removed by stop()
+//   commandLine       what follows the program's name, unchanged; or
 //   args              words, joined by single blanks
 //   runtime           false: no WebView2 runtime is installed
 //   faults            failures of the stand-ins' calls, such as "Navigate=80004005" or "WriteSample:3"
@@ -38,8 +38,8 @@ const ButtonOk = 1;
 //   registry          values under HKEY_CURRENT_USER: { key: { name: text or number } }
 //   hostResolverRules, extraChromiumFlags   for the browser
 //   receiverExe       another program in the receiver's place
-//   prepare           async (run) => Windows path of the program to start: hears of everything but the program's start
-//   log               hears what goes on in the rig
+//   prepare           async (run) => Windows path of the program to start; called when everything else runs
+//   log               receives the rig's messages
 export async function startReceiver(options = {}) {
     const run = new ReceiverRun(options);
     try {
@@ -55,11 +55,11 @@ class ReceiverRun {
     // The exit code of the program, 32 bits; undefined while it runs. `exited` is the promise of it.
     exitCode;
     exited;
-    // The run's world, and the parts of the rig for whoever needs more than is offered here.
+    // The sandbox directory, and the parts of the rig for callers that need more than is offered here.
     out;
     prefix;
     browser;
-    encoder; // its `recordings` tell what was recorded
+    encoder; // its `recordings` list what was recorded
     display;
     driver;
     receiverPath; // the program, as Windows names it
@@ -76,11 +76,11 @@ class ReceiverRun {
         const options = this.#options;
         const programs = locatePrograms(options);
         this.prefix = await createPrefix({
-            world: options.out, managed: options.show, registry: options.registry,
+            sandbox: options.out, managed: options.show, registry: options.registry,
             runtimeLibrary: options.runtime === false ? undefined : programs.runtime,
             recorderLibrary: programs.recorder,
         });
-        this.out = this.prefix.world;
+        this.out = this.prefix.sandbox;
         this.browser = await startBrowserServer({
             shmDir: this.prefix.sharedMemory, userDataRoot: this.prefix.browserFolder, screencast: options.screencast,
             hostResolverRules: options.hostResolverRules, extraChromiumFlags: options.extraChromiumFlags,
@@ -107,7 +107,7 @@ class ReceiverRun {
         });
     }
 
-    // One more receiver in the same world: { program, process, exited }.
+    // One more receiver in the same sandbox directory: { program, process, exited }.
     startAnother(commandLine = '') {
         return this.driver.startProgram(this.receiverPath, commandLine);
     }
@@ -170,7 +170,7 @@ class ReceiverRun {
         return within(limitMs, 'end of the receiver', this.exited);
     }
 
-    // The receiver's main window, once it is visible: see DescribeTopLevelWindows for what is told of it.
+    // The receiver's main window, once it is visible: see DescribeTopLevelWindows for its fields.
     async mainWindow(limitMs = WindowLimitMs) {
         return this.#waitForWindow('main window', isMainWindow, limitMs);
     }

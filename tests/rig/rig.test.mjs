@@ -32,7 +32,7 @@ test('run takes its options in any order and leaves the rest to the receiver', (
     assert.deepEqual(parseOptions(['--']).receiverArguments, []);
 });
 
-test('run lets the camera come and go when it is told to', () => {
+test('run starts and stops the camera at the given times', () => {
     const camera = (...words) => parseOptions(words).camera;
     assert.deepEqual(camera('--camera', '5:6'), { startSeconds: 5, seconds: 6 });
     assert.deepEqual(camera('--camera=0.5:1.25', '--show'), { startSeconds: 0.5, seconds: 1.25 });
@@ -40,7 +40,7 @@ test('run lets the camera come and go when it is told to', () => {
     assert.deepEqual(camera('--camera', '--', 'x'), { startSeconds: 0 });
 });
 
-test('run asks the sample page for what it is told to', () => {
+test('run passes the query to the sample page', () => {
     assert.equal(parseOptions(['--page', 'snapshot=5&record=2:10', '--show']).pageQuery, 'snapshot=5&record=2:10');
     assert.equal(parseOptions(['--page=?size=1080p']).pageQuery, 'size=1080p');
     assert.throws(() => parseOptions(['--page', 'size=1080p', '--', '--embedded']), /in whose place/);
@@ -130,7 +130,7 @@ test('ending a program ends its children, even those that do not want to', async
     });
 });
 
-test('the frame counter counts what is new, and begins anew when the counter is set back', async () => {
+test('the frame counter counts new frames, and starts again when the file is reset', async () => {
     const path = join(folder, 'frame-buffer.bin');
     const publish = (sequence) => {
         const header = Buffer.alloc(64);

@@ -1,4 +1,4 @@
-// The body of `./dev run`: the real receiver in a folder that is its world, until it is asked to end.
+// The body of `./dev run`: runs the real receiver in a sandbox directory until it is asked to end.
 import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
@@ -15,7 +15,7 @@ import { serveFolder } from './static_server.mjs';
 
 const Results = ['window.png', 'camera.png', 'camera.json', 'exit-code.txt'];
 
-// Two promises: the first request to end, and the second one, of somebody who has lost patience.
+// Two promises: the first request to end, and the second one, which does not wait for the receiver.
 function stopRequests() {
     const requests = [];
     const promises = [0, 1].map(() => new Promise((resolve) => requests.push(resolve)));
@@ -34,7 +34,7 @@ function shown(path) {
     return short.startsWith('..') ? path : short;
 }
 
-// The files of snapshots and recordings in the run's world.
+// The files of snapshots and recordings in the sandbox directory.
 async function captures(out) {
     const folders = [join(out, 'Pictures/Vistel'), join(out, 'Videos/Vistel')];
     const lists = await Promise.all(folders.map(async (folder) =>
@@ -107,13 +107,13 @@ async function frameCost(run) {
 
 async function watch(run, options, stopRequested) {
     const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
-    say(`Running the receiver ${until}; its world is ${shown(options.out)}`);
+    say(`Running the receiver ${until}; its sandbox directory is ${shown(options.out)}`);
     const olderCaptures = await captures(options.out);
     const counter = new FrameCounter(join(options.out, 'ProgramData/Vistel/frame-buffer.bin'));
     const cameraPicture = join(options.out, 'camera.png');
     const timer = new AbortController();
     const visit = options.camera ? letCameraVisit(run, options.camera, cameraPicture, timer.signal) : undefined;
-    visit?.catch(() => {}); // It is told below.
+    visit?.catch(() => {}); // Reported below.
 
     await Promise.race([
         stopRequested,

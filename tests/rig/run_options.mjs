@@ -41,7 +41,7 @@ export function parseOptions(words) {
         } else if (word === '--show' && attached === undefined) {
             options.show = true;
         } else if (['--embedded', '--url'].includes(word)) {
-            throw new Error(`"${word}" is for the receiver: put it behind --`);
+            throw new Error(`"${word}" is for the receiver: put it after --`);
         } else {
             throw new Error(`unknown option "${word}"`);
         }

@@ -13,7 +13,7 @@ const ContentTypes = {
 export async function serveFolder(folder) {
     const server = createServer(async (request, response) => {
         try {
-            // Normalising an absolute path leaves no way up out of the folder.
+            // Normalizing an absolute path removes every ".." that would lead out of the folder.
             const path = normalize(decodeURIComponent(new URL(request.url, 'http://localhost').pathname));
             const content = await readFile(join(folder, path));
             const type = ContentTypes[extname(path)] ?? 'application/octet-stream';

@@ -176,7 +176,7 @@ test('buffers follow the rules for their size, their data and their end', async 
     const page = await server.page();
     const handled = once(server.events, 'handled');
     await page.evaluate('slots[0][0] = 1, chrome.webview.postMessage("still here")');
-    await handled; // The host has told of its Close before.
+    await handled; // The host has reported its Close before.
     assert.deepEqual(readdirSync(server.shmFolder), []);
     assert.equal(await page.evaluate('slots[0].length'), 16384);
     await host.line(`message ${Ok} about:blank "still here"`);
@@ -249,7 +249,7 @@ test('navigation ends with its result, its status and its address', async (t) =>
     assert.equal(await host.line('navigation ', from), `navigation 1 0 ${address}/`);
 });
 
-test('a new document has to be given its buffers anew', async (t) => {
+test('a new document has to be given its buffers again', async (t) => {
     const { server, host } = await start(t);
     for (let round = 0; round < 3; ++round) {
         await host.show(`html ${patternPage}`);
@@ -292,7 +292,7 @@ test('dialogs and new windows do not hold the page up', async (t) => {
     const page = await server.page();
     assert.equal(await page.evaluate('alert("one"), confirm("two")'), true);
     assert.deepEqual(seen, ['alert one', 'confirm two']);
-    assert.equal(await page.evaluate('window.open("about:blank")'), null); // Nobody has clicked.
+    assert.equal(await page.evaluate('window.open("about:blank")'), null); // There was no click.
 });
 
 test('the page takes the size of its bounds and is painted into the window', async (t) => {

@@ -32,7 +32,7 @@ export class HostProcess {
             env: { ...process.env, ...server.environment(), RIG_FAULTS: faults, ...environment },
             stdio: ['pipe', 'pipe', 'ignore'],
         });
-        this.#process.stdin.on('error', () => {}); // It has ended; its lines tell.
+        this.#process.stdin.on('error', () => {}); // It has ended; its lines show why.
         this.#closed = once(this.#process, 'close').then(([code, signal]) => {
             this.#ending = `exit code ${code}, signal ${signal}`;
             this.#closed = undefined;

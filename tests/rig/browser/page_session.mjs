@@ -8,7 +8,7 @@ const shim = readFileSync(new URL('page_shim.js', import.meta.url), 'utf8').trim
 
 const QuietMs = 300;
 
-// COREWEBVIEW2_WEB_ERROR_STATUS; whatever is not listed is UNKNOWN, 0.
+// COREWEBVIEW2_WEB_ERROR_STATUS; every other error is UNKNOWN, 0.
 const OperationCanceled = 14;
 const errorStatus = {
     'net::ERR_CERT_COMMON_NAME_INVALID': 1, 'net::ERR_CERT_DATE_INVALID': 2, 'net::ERR_CERT_REVOKED': 4,
@@ -299,7 +299,7 @@ export class PageSession {
 
     // What the page posted while it loaded reaches the host before the end of the load does, as it does in the real
     // browser: the report follows a mark through the page's own socket. An error page has none. (The end of a socket
-    // tells nothing: that of the document before may come later than this document's load.)
+    // is no such mark: that of the previous document may come later than this document's load.)
     async #flush(number) {
         const expression = `window.chrome?.webview?.__rig.flush(${number}) ?? false`;
         const isComing = await this.evaluate(expression).catch(() => false);
@@ -321,7 +321,7 @@ export class PageSession {
     }
 
     // One picture at a time goes to the host. Chromium holds back new ones while it waits for some to be released; each
-    // has to be, also one that nobody has seen.
+    // has to be, even one that was never shown.
     #onPicture(picture) {
         if (this.#nextPicture) {
             this.#releasePicture(this.#nextPicture);
@@ -372,7 +372,7 @@ export class PageSession {
         return this.#chromium.send(method, params, this.#session);
     }
 
-    // For commands that nobody waits for: they fail only when the page or the browser has just ended.
+    // For commands without a waiting caller: they fail only when the page or the browser has just ended.
     #post(method, params) {
         this.#send(method, params).catch(() => {});
     }

@@ -115,7 +115,7 @@
         let offset = 0;
         runs.forEach(({ entry, start, end }, i) => {
             header.set([entry.id, start, end - start], 1 + i * 3);
-            // The bytes are read once: what is remembered as sent is what is sent, whoever writes meanwhile.
+            // Read once, because the page may write at the same time: what counts as sent is what is sent.
             payload.set(entry.bytes.subarray(start, end), offset);
             entry.sentBytes.set(payload.subarray(offset, offset + end - start), start);
             offset += end - start;
@@ -207,7 +207,7 @@
                 }
                 dispatch(new Event('sharedbufferreceived'), { additionalData: data, getBuffer: () => buffer });
             },
-            // The host has closed the buffer: nobody sees any more what the page writes there.
+            // The host has closed the buffer: it no longer sees what the page writes there.
             forget(id) {
                 for (const entry of buffers) {
                     if (entry.id === id) {

@@ -1,4 +1,4 @@
-// How many handles a process holds, told by the system: Wine's GetProcessHandleCount always answers 0.
+// The number of handles of a process, from the system's list: Wine's GetProcessHandleCount always returns 0.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 
 namespace rig {
 
-// Empty when the system does not tell.
+// Empty when the system does not report it.
 [[nodiscard]] std::optional<std::int64_t> CountHandles(DWORD processId);
 
 } // namespace rig

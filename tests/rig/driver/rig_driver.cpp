@@ -9,7 +9,7 @@
 //   send WINDOW MESSAGE WPARAM LPARAM   any message; answers its result
 //   handles PROCESS                 how many handles a process holds
 //   terminate PROGRAM CODE
-// PROGRAM counts the programs started, from 0. The end of one is told by a line of its own:
+// PROGRAM counts the programs started, from 0. The end of one is reported in a line of its own:
 // {"exited":PROGRAM,"code":CODE}. When stdin ends, the programs still running are ended too.
 #include "platform/handles.h"
 #include "tests/rig/driver/handle_count.h"
@@ -83,7 +83,7 @@ private:
 
     static std::string Failure(std::wstring_view reason) { return JsonLine().Text("error", reason).Take(); }
 
-    // For calls that tell by their result whether they worked.
+    // For calls whose result says whether they succeeded.
     static std::string Done(BOOL worked) {
         return worked != FALSE ? JsonLine().Boolean("done", true).Take()
                                : Failure(L"Windows error " + std::to_wstring(GetLastError()));

@@ -1,4 +1,4 @@
-// Which page the command line leads to, and what the log tells of pages that do not come.
+// Which page the command line selects, and what is logged for pages that cannot be loaded.
 import assert from 'node:assert/strict';
 import { createHash, X509Certificate } from 'node:crypto';
 import { once } from 'node:events';
@@ -16,7 +16,7 @@ import { serveSlotPage } from './slot_page_run.mjs';
 
 const HostedHost = 'receiver.vistel.example';
 
-// Runs the receiver until its navigation has ended and closes it; the log behind the controller's line.
+// Runs the receiver until its navigation has ended and closes it; the log after the controller's line.
 async function navigate(t, options, whileShown = () => {}) {
     const run = await startReceiver(options);
     t.after(() => run.stop());

@@ -1,4 +1,4 @@
-// A camera comes into use and falls idle: the log and the page are told, each once.
+// A camera becomes used and idle: each change is logged and posted to the page once.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { test } from 'node:test';
@@ -46,7 +46,7 @@ test('the sample page shows a camera that comes and goes', async (t) => {
     assert.equal(await run.closeWindow(), 0);
 });
 
-test('a page hears of a camera in use when it is ready, and again when it is loaded anew', async (t) => {
+test('a page is notified of a camera in use when it is ready, and again after a reload', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run } = slotPage;
     const typesHeard = async () => (await slotPage.takeHeard()).map((text) => JSON.parse(text).type);
@@ -78,7 +78,7 @@ test('a camera that only takes the newest frame does not count as one in use', a
     const { run } = slotPage;
     await slotPage.connect();
     await run.camera({ seconds: 0 }).finish();
-    // One more poll, at once, behind the camera.
+    // One more poll, right after the camera.
     await run.driver.ask('send', (await run.mainWindow()).window, TimerMessage, UsageTimer, 0);
     assert.deepEqual(await usageTexts(run), [Initialized]);
     assert.equal(await run.closeWindow(), 0);

@@ -10,7 +10,7 @@ import { decode, probe } from '../recorder/mp4_encoder.mjs';
 const ProgramLimitMs = 120000;
 const FrameDuration = 333333; // in units of 100 ns
 
-// The file in the run's world behind a path that the receiver told; `folder` is "Pictures" or "Videos".
+// The file in the sandbox directory for a path that the receiver reported; `folder` is "Pictures" or "Videos".
 export function captureFile(run, folder, path) {
     const [, name] = /^C:\\users\\[^\\]+\\(.+)$/.exec(path) ?? [];
     assert.match(name ?? path, new RegExp(
@@ -38,7 +38,8 @@ export async function probeVideo(file) {
     };
 }
 
-// The file of a recording, which is complete and holds what the encoder was given; `path` is what the receiver told.
+// The file of a recording, after checking that it is complete and holds what the encoder received; `path` is as the
+// receiver reported it.
 export async function recordingFile(run, path, recording, width, height) {
     const file = captureFile(run, 'Videos', path);
     assert.equal(recording.state, 'finalized');

@@ -26,7 +26,7 @@ async function editRegistry({ driver }, ...words) {
     return await within(ProgramLimitMs, `reg ${words[0]}`, exited) === 0;
 }
 
-test('the page hears whether the camera is registered for 64-bit programs, anew each time', async (t) => {
+test('the page receives whether the camera is registered for 64-bit programs, determined each time', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run } = slotPage;
     const version = await systemVersion(run);
@@ -59,7 +59,7 @@ test('the page hears whether the camera is registered for 64-bit programs, anew 
 
 // Wine's Windows 10 has a build below the first one that is supported; it has no newer system to play.
 for (const [name, major] of [['win7', 6], ['win10', 10]]) {
-    test(`on ${name} the page hears that the system is not supported`, async (t) => {
+    test(`on ${name} the page receives that the system is not supported`, async (t) => {
         const slotPage = await startOnSlotPage(t, { registry: { 'Software\\Wine': { Version: name } } });
         const { run } = slotPage;
         const version = await systemVersion(run);

@@ -17,7 +17,7 @@ const Green = 'rgb(64, 209, 125)';
 const PlaneCounts = { NV12: 2, I420: 3, I420A: 4, RGBA: 1, RGBX: 1, BGRA: 1, BGRX: 1 };
 const FrameForm = /^frame:([01]):(\w+):\d+:\d+:0:(\d+,\d+(?:;\d+,\d+)*)$/;
 
-// Notes what the card has shown, each state once, as [colour of the dot, title, detail].
+// Notes what the card has shown, each state once, as [color of the dot, title, detail].
 const WatchCard = `
     const cardStates = [];
     new MutationObserver(() => {
@@ -51,12 +51,12 @@ async function waitForTitle(page, title) {
         await page.evaluate('document.getElementById("title")?.textContent') === title);
 }
 
-// Whether a picture file has a spot of the colour; the page's picture comes blurred.
-async function hasColour(file, raw, colour) {
+// Whether a picture file has a spot of the color; the page's picture is blurred.
+async function hasColor(file, raw, color) {
     await runProgram('ffmpeg', [
         '-loglevel', 'error', '-y', '-i', file, '-pix_fmt', 'rgb24', '-f', 'rawvideo', raw,
     ]);
-    const wanted = colour.match(/\d+/g).map(Number);
+    const wanted = color.match(/\d+/g).map(Number);
     const bytes = await readFile(raw);
     for (let i = 0; i < bytes.length; i += 3) {
         if (wanted.every((value, channel) => Math.abs(bytes[i + channel] - value) < 12)) {
@@ -81,7 +81,7 @@ test('the built-in page decodes its own video, and none of it is published', asy
 
     const picture = join(run.out, 'window.png');
     await until(PageLimitMs, 'green card in the window', async () =>
-        await run.windowPicture(picture) && hasColour(picture, join(run.out, 'window.rgb'), Green));
+        await run.windowPicture(picture) && hasColor(picture, join(run.out, 'window.rgb'), Green));
 
     const rejected = 'First browser frame published (HRESULT 0x80070057)';
     await run.waitForLog(rejected);
@@ -106,7 +106,7 @@ test('the built-in page decodes its own video, and none of it is published', asy
     }
 });
 
-test('a browser that cannot take a track apart is told as an error', async (t) => {
+test('a browser without a track processor is reported as an error', async (t) => {
     const { run, page, texts } = await startEmbedded(t, {
         pageScript: `delete window.MediaStreamTrackProcessor; ${WatchCard}`,
     });

@@ -12,9 +12,9 @@ const SequenceOffset = 24;
 const ReadLimitMs = 30000;
 
 export class FrameFile {
-    // `world` is the folder that stands for the machine of the receiver.
-    constructor(world) {
-        this.path = join(world, 'ProgramData/Vistel/frame-buffer.bin');
+    // `sandbox` is the sandbox directory of the receiver.
+    constructor(sandbox) {
+        this.path = join(sandbox, 'ProgramData/Vistel/frame-buffer.bin');
     }
 
     get exists() {

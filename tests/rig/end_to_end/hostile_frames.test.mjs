@@ -25,7 +25,7 @@ const BadNumbers = [
     '18446744073709551618', '9'.repeat(1000),
 ];
 
-// Messages that name a slot and are wrong behind it.
+// Messages that name a slot and are malformed after it.
 const MalformedFrames = [
     ...BadNumbers.flatMap((number) => [
         changed({ codedWidth: number, displayWidth: 2 }), changed({ codedHeight: number, displayHeight: 2 }),
@@ -94,7 +94,7 @@ const LongTexts = `[
     'window:orientation:' + 'portrait'.repeat(2 ** 17), 'quality:' + '1080p'.repeat(2 ** 18),
 ]`;
 
-test('hostile messages reach nobody', async (t) => {
+test('hostile messages have no effect', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run, frameFile } = slotPage;
     const firstFrameTexts = async () => (await logTexts(run)).filter((text) => text.startsWith('First '));

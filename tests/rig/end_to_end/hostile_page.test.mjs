@@ -40,13 +40,13 @@ const Nonsense = [
     ...[{ text: 'ready' }, ['media:record:start'], [], {}, 0, -1.5, true, null].map((value) => [value, InvalidArgument]),
 ];
 
-// Good messages, from whatever is behind their end.
+// Valid messages: what follows a zero character is ignored.
 const Sense = [
     'window:orientation:portrait\u0000', 'window:orientation:landscape', 'window:orientation:setup\u0000\ud800',
     'quality:1080p', goodMessage(1), 'quality:720p\u0000p', goodMessage(0), `${goodMessage(1)}\u0000;`,
 ].map((message) => [message, Ok]);
 
-// A page's array of texts of a megabyte behind each command, all of them refused.
+// A page's array of texts: each command, followed by a megabyte; all are refused.
 const LongTexts = `['\ud800', '0', '%n', '\\u0000'].flatMap((piece) =>
     ['frame:', 'frame:1:', 'quality:', 'window:orientation:', '${goodMessage()}:'].map((start) =>
         start + piece.repeat(2 ** 20 / piece.length)))`;
@@ -113,7 +113,7 @@ async function recordWithoutEnd(slotPage) {
     return { path, before };
 }
 
-// The recording has gone on whatever became of its page.
+// The recording has continued although its page is gone.
 async function stopRecording(slotPage, { path, before }) {
     const results = await slotPage.mediaCommand('media:record:stop');
     assert.deepEqual(results, [{ type: 'media-result', action: 'recording-stopped', success: true, path, error: 0 }]);
@@ -160,13 +160,13 @@ test('a page that says everything at once', async (t) => {
             await slotPage.takeHeard();
             assert.deepEqual(await post(cycle.map(([message]) => message)), tally(cycle));
             const heard = (await slotPage.takeHeard()).map((text) => JSON.parse(text));
-            const told = (action) => heard.filter((each) => each.action === action);
-            const [first, second, idle, empty, last] = told('recording-stopped');
+            const resultsOf = (action) => heard.filter((each) => each.action === action);
+            const [first, second, idle, empty, last] = resultsOf('recording-stopped');
             assert.deepEqual([idle.success, idle.path, empty.success], [true, '', false]);
             await assertPlayable(run, first.path, 1);
             await assertPlayable(run, second.path, 2);
             await assertPlayable(run, last.path, 1);
-            const snapshots = told('snapshot');
+            const snapshots = resultsOf('snapshot');
             assert.equal(snapshots.length, 3);
             for (const snapshot of snapshots) {
                 await assertSnapshot(run, snapshot);

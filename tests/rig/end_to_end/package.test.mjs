@@ -36,7 +36,7 @@ async function filesIn(folder) {
         .map((entry) => join(entry.parentPath ?? entry.path, entry.name).slice(folder.length + 1)).sort();
 }
 
-test('installs, runs, is brought up to date and leaves nothing behind', async (t) => {
+test('installs, runs, is updated, and leaves nothing after uninstalling', async (t) => {
     const temporary = await mkdtemp(join(tmpdir(), 'package-'));
     t.after(() => rm(temporary, { recursive: true, force: true }));
     const obsolete = join(temporary, 'obsolete');
@@ -129,7 +129,7 @@ test('installs, runs, is brought up to date and leaves nothing behind', async (t
     assert.ok((await run.logLines()).length > 0);
 });
 
-test('the programs tell neither when nor where they were built', async () => {
+test('the programs contain neither time nor place of their build', async () => {
     for (const name of [Program, `tools/camera_probe/${Probe}`]) {
         const bytes = await readFile(join(BuildFolder, name));
         const headers = bytes.readUInt32LE(0x3c);

@@ -1,4 +1,4 @@
-// What a page can do beside posting frames: play, ask for a camera, open windows, be loaded anew.
+// What a page can do besides posting frames: play, ask for a camera, open windows, be loaded again.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { readdir } from 'node:fs/promises';
@@ -11,7 +11,7 @@ import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
 
-// A second of silence: 8000 samples of one byte behind the head of a WAV file.
+// A second of silence: 8000 samples of one byte after the header of a WAV file.
 const PlaySilence = `(() => {
     const file = new DataView(new ArrayBuffer(8044));
     const text = (at, letters) => [...letters].forEach((letter, i) => file.setUint8(at + i, letter.charCodeAt(0)));
@@ -51,7 +51,7 @@ test('a page that opens a window stays where it is', async (t) => {
     assert.equal((await logTexts(run)).filter((text) => text.startsWith('Navigation completed: ')).length, 1);
 });
 
-test('a page that is loaded anew gets new slots', async (t) => {
+test('a page that is loaded again gets new slots', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run, frameFile } = slotPage;
     const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);

@@ -16,7 +16,7 @@ export async function answeringDuring(run, work) {
     const done = work().finally(() => {
         working = false;
     });
-    done.catch(() => {}); // Told below.
+    done.catch(() => {}); // Reported below.
     do {
         await until(AnswerLimitMs, 'answer of the window', () => askWindow(run, window));
     } while (working);
@@ -37,7 +37,7 @@ async function askWindow(run, window) {
 }
 
 // Repeats `round`: what the program holds in the end is what it held after the earlier half of the rounds, which fill
-// whatever is kept for the next time. A few pages come and go as the heap is cut up anew.
+// caches. The number of the heap's pages varies a little.
 export async function assertHoldsNoMore(run, rounds, slackKb, round) {
     const held = [];
     for (let number = 0; number < rounds; ++number) {

@@ -13,7 +13,7 @@ function textOf(line) {
     return text;
 }
 
-// Each of the wanted texts is there, behind the one before it. A wanted text is a string or a regular expression.
+// Checks that the expected texts occur in this order. An expected text is a string or a regular expression.
 export function assertInOrder(texts, wanted) {
     let next = 0;
     for (const text of texts) {

@@ -1,5 +1,5 @@
 // Recordings: what was published while one ran stands in its file, each frame at the time at which it came, and
-// whatever goes wrong with a recording stops no frame on its way to the camera.
+// no failure of a recording stops a frame on its way to the camera.
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
@@ -20,7 +20,7 @@ const Sizes = { '720p': [1280, 720], '1080p': [1920, 1080] };
 const BitsPerSecond = { '720p': 6000000, '1080p': 10000000 };
 const LeastSimilarity = 33; // dB; two steps of the gradient reach 24
 
-// Starts a recording; the path that the page is told.
+// Starts a recording; the path that the page receives.
 async function startRecording(slotPage) {
     const [started, ...others] = await slotPage.mediaCommand('media:record:start');
     assert.deepEqual(started, mediaResult('recording-started', started.path));
@@ -113,7 +113,7 @@ test('recordings begin and end in any order', async (t) => {
     ]);
 });
 
-test('whatever fails in a recording is told, and the camera goes on', async (t) => {
+test('each failure of a recording is reported, and the camera goes on', async (t) => {
     // Calls are counted from 0.
     const slotPage = await startOnSlotPage(t, {
         faults: 'MFCreateSinkWriterFromURL:0=C00D1001,AddStream:0=C00D1002,SetInputMediaType:0=C00D1003,' +

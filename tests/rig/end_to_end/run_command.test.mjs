@@ -12,7 +12,7 @@ import { end, start, until, within } from '../processes.mjs';
 
 const LimitMs = 90000;
 
-test('a run with a camera tells what a frame has cost and what the page has taken', async (t) => {
+test('a run with a camera reports the cost of a frame and the captures of the page', async (t) => {
     const out = await mkdtemp(join(tmpdir(), 'run-test-'));
     const run = start(process.execPath, [
         join(SourceFolder, 'tests/rig/run_command.mjs'), '--camera', '--page', 'snapshot=1&record=1:2', '--out', out,

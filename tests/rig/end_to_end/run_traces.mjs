@@ -1,9 +1,9 @@
-// What a run leaves behind, on the disk and among the processes.
+// What remains of a run: files and processes.
 import { lstat, readdir, readFile } from 'node:fs/promises';
 import { existsSync } from 'node:fs';
 import { join, relative } from 'node:path';
 
-// Files and folders of the machine, outside the run's world, that are newer than the receiver's own program.
+// Files and folders of the machine, outside the sandbox directory, that are newer than the receiver's own program.
 export async function filesOutsideWorld(run) {
     const program = run.prefix.unixPath('C:\\Program Files\\Vistel\\vistel-receiver.exe');
     const startMs = (await lstat(program)).mtimeMs;
@@ -16,7 +16,7 @@ export async function filesOutsideWorld(run) {
     return found.filter((path) => path.split('/')[0] !== 'rig'); // where the camera puts its report
 }
 
-// Tells, once the run has been stopped, what is still there of it.
+// Lists what remains of a run that has been stopped.
 export async function watchForLeftovers(run) {
     const { runFolder, sharedMemory, path } = run.prefix;
     const server = (await readFile(join(path, 'wineserver'), 'utf8').catch(() => '')).trim();

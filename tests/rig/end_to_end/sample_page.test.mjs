@@ -11,7 +11,7 @@ import { serveFolder } from '../static_server.mjs';
 import { FrameFile } from './frame_file.mjs';
 import { assertInOrder, logTexts } from './receiver_texts.mjs';
 import { filesOutsideWorld, watchForLeftovers } from './run_traces.mjs';
-import { frameNumber, hasColourBars } from './test_card.mjs';
+import { frameNumber, hasColorBars } from './test_card.mjs';
 
 const FrameLimitMs = 60000;
 const FramesToSee = 60;
@@ -31,7 +31,7 @@ test('decoded video reaches the camera', async (t) => {
     const waitForCard = (width, height, atLeast) => until(FrameLimitMs, `frame ${atLeast} of the card`, async () => {
         const frame = await frameFile.newestFrame();
         const { picture, sequence, activeBuffer, timestamp, ...fixed } = frame;
-        if (fixed.width !== width || !hasColourBars(frame) || !(frameNumber(frame) >= atLeast)) {
+        if (fixed.width !== width || !hasColorBars(frame) || !(frameNumber(frame) >= atLeast)) {
             return undefined;
         }
         assert.deepEqual(fixed, {

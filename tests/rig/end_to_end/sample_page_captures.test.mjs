@@ -8,7 +8,7 @@ import { until } from '../processes.mjs';
 import { startReceiver } from '../receiver_run.mjs';
 import { serveFolder } from '../static_server.mjs';
 import { captureFile, decodeJpeg, decodeVideo, recordingFile } from './capture_files.mjs';
-import { frameNumber, hasColourBars } from './test_card.mjs';
+import { frameNumber, hasColorBars } from './test_card.mjs';
 
 const CaptureLimitMs = 90000;
 
@@ -50,12 +50,12 @@ for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]
         // Blurred at first. The page fills its two slots in turn and does not wait for the receiver, so that of two
         // frames in a row the older may come last; within a slot no frame does.
         const numbers = pictures.map((picture) => ({ picture, width, height }))
-            .map((picture) => (hasColourBars(picture) ? frameNumber(picture) : undefined));
+            .map((picture) => (hasColorBars(picture) ? frameNumber(picture) : undefined));
         const seen = numbers.filter((number) => number !== undefined);
         assert.ok(seen.length > pictures.length / 2, `${seen.length} of ${pictures.length} show the card`);
         assert.ok(seen.at(-1) > seen[0]);
         numbers.forEach((number, index) => {
-            assert.ok(!(number < numbers[index - 2]), `frame ${index}: ${number} behind ${numbers[index - 2]}`);
+            assert.ok(!(number < numbers[index - 2]), `frame ${index}: ${number} after ${numbers[index - 2]}`);
         });
 
         const snapshot = await decodeJpeg(captureFile(run, 'Pictures', snapshotPath));

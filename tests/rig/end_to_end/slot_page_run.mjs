@@ -24,7 +24,7 @@ export function frameMessage({
     ].join(':');
 }
 
-// A message that the receiver publishes, whatever lies in the slot.
+// A message that the receiver publishes, regardless of the slot's content.
 export const goodMessage = (slot = 0, width = 1280, height = 720) => frameMessage({
     slot, format: 'NV12', codedWidth: width, codedHeight: height, planes: [[0, width], [width * height, width]],
 });
@@ -93,7 +93,7 @@ export class SlotPage {
                 results[code] = (results[code] ?? 0) + times;
             }
         };
-        // Behind the messages, in the same order as all that the page posts.
+        // After the messages, in the order of everything that the page posts.
         const mark = `mark ${++marks}`;
         let onHandled;
         const answered = new Promise((resolve) => {
@@ -124,7 +124,7 @@ export class SlotPage {
             .filter(({ type }) => type === 'media-result');
     }
 
-    // Loads the page anew; the receiver has been told of it.
+    // Loads the page again and waits until the receiver is notified.
     async reload() {
         await this.navigated(() => this.page.evaluate('void location.reload()'));
         await this.post();

@@ -17,15 +17,15 @@ const LeastSimilarity = 38; // dB
 const result = (path, error = 0) => [mediaResult('snapshot', path, error)];
 
 // Red, green and blue of an NV12 picture, in ITU-R BT.601 with limited range.
-function colours({ picture, width, height }) {
+function colors({ picture, width, height }) {
     const pixels = Buffer.alloc(width * height * 3);
     for (let y = 0; y < height; ++y) {
         for (let x = 0; x < width; ++x) {
             const pair = width * height + (y >> 1) * width + (x & ~1);
             const luma = 298 * (picture[y * width + x] - 16) + 128;
             const [u, v] = [picture[pair] - 128, picture[pair + 1] - 128];
-            [409 * v, -100 * u - 208 * v, 516 * u].forEach((colour, channel) => {
-                const value = Math.min(Math.max((luma + colour) >> 8, 0), 255);
+            [409 * v, -100 * u - 208 * v, 516 * u].forEach((color, channel) => {
+                const value = Math.min(Math.max((luma + color) >> 8, 0), 255);
                 pixels[(y * width + x) * 3 + channel] = value;
             });
         }
@@ -61,7 +61,7 @@ test('a snapshot shows what the camera shows', async (t) => {
             assert.deepEqual(await slotPage.post(message), { [Ok]: 1 });
             const { file, pixels } = await takeSnapshot(slotPage, width, height);
             names.push(file);
-            const found = similarity(pixels, colours(await slotPage.frameFile.newestFrame()));
+            const found = similarity(pixels, colors(await slotPage.frameFile.newestFrame()));
             assert.ok(found > LeastSimilarity, `${message} at ${quality}: ${found} dB`);
         }
     }
@@ -83,10 +83,10 @@ test('a snapshot is made of what the last frame has left', async (t) => {
     const { picture } = await slotPage.frameFile.newestFrame();
     assert.equal(picture.length, 1920 * 1080 * 3 / 2);
     const smaller = await takeSnapshot(slotPage, 1280, 720);
-    const found = similarity(smaller.pixels, colours({ picture, width: 1280, height: 720 }));
+    const found = similarity(smaller.pixels, colors({ picture, width: 1280, height: 720 }));
     assert.ok(found > LeastSimilarity, `${found} dB`);
 
-    // A frame that cannot be drawn leaves black, which nobody publishes.
+    // A frame that cannot be converted leaves black, which is not published.
     const { sequence } = slotPage.frameFile.header();
     assert.deepEqual(await slotPage.post(goodMessage().replace('NV12', 'YUY2')), { [InvalidMediaType]: 1 });
     assert.equal(slotPage.frameFile.header().sequence, sequence);
@@ -95,7 +95,7 @@ test('a snapshot is made of what the last frame has left', async (t) => {
     assert.equal(await slotPage.run.closeWindow(), 0);
 });
 
-test('a snapshot that cannot be taken is told', async (t) => {
+test('a snapshot that cannot be taken is reported', async (t) => {
     const slotPage = await startOnSlotPage(t);
     await slotPage.connect();
     await slotPage.post(goodMessage());

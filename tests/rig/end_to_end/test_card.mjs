@@ -3,10 +3,10 @@
 // The test card's own measures, drawn for a picture of this width.
 const CardWidth = 1280;
 const Counter = { left: 448, top: 590, square: 24, bits: 16 };
-const ColourBars = { left: 340, top: 486, width: 75, height: 52 };
+const ColorBars = { left: 340, top: 486, width: 75, height: 52 };
 
 // The mean [Y, U, V] of the middle of a square or bar; places and sizes are those on the test card.
-function colourOf({ picture, width, height }, left, top, squareWidth, squareHeight) {
+function colorOf({ picture, width, height }, left, top, squareWidth, squareHeight) {
     const scale = width / CardWidth;
     const sums = [0, 0, 0];
     let count = 0;
@@ -23,19 +23,19 @@ function colourOf({ picture, width, height }, left, top, squareWidth, squareHeig
 }
 
 const isGrey = ([, u, v]) => Math.abs(u - 128) < 16 && Math.abs(v - 128) < 16;
-const isWhite = (colour) => colour[0] > 180 && isGrey(colour);
-const isBlack = (colour) => colour[0] < 70 && isGrey(colour);
+const isWhite = (color) => color[0] > 180 && isGrey(color);
+const isBlack = (color) => color[0] < 70 && isGrey(color);
 
 // The number that the card shows as white and black squares; undefined when they are neither.
 export function frameNumber(frame) {
     let number = 0;
     for (let bit = 0; bit < Counter.bits; ++bit) {
         const { left, top, square } = Counter;
-        const colour = colourOf(frame, left + bit * square, top, square, square);
-        if (!isWhite(colour) && !isBlack(colour)) {
+        const color = colorOf(frame, left + bit * square, top, square, square);
+        if (!isWhite(color) && !isBlack(color)) {
             return undefined;
         }
-        number = number * 2 + (isWhite(colour) ? 1 : 0);
+        number = number * 2 + (isWhite(color) ? 1 : 0);
     }
     return number;
 }
@@ -47,7 +47,7 @@ const BarChecks = [
     ([, u, v]) => u > 160 && v < 125, isBlack,
 ];
 
-export function hasColourBars(frame) {
-    const { left, top, width, height } = ColourBars;
-    return BarChecks.every((isRight, bar) => isRight(colourOf(frame, left + bar * width, top, width, height)));
+export function hasColorBars(frame) {
+    const { left, top, width, height } = ColorBars;
+    return BarChecks.every((isRight, bar) => isRight(colorOf(frame, left + bar * width, top, width, height)));
 }

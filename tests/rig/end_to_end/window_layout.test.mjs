@@ -46,7 +46,7 @@ async function startLayoutRun(t, options) {
     return new LayoutRun(await startOnSlotPage(t, options));
 }
 
-// Where a window of a size goes that was at `from`: around the same centre, and onto the display.
+// Where a window of a size goes that was at `from`: around the same center, and onto the display.
 function placeAround(from, { width, height }, display) {
     const along = (low, length, newLength, limit) => Math.max(0, Math.min(
         low + Math.trunc(length / 2) - Math.trunc(newLength / 2), limit - newLength));
@@ -82,7 +82,7 @@ test('the window takes the shape that the page asks for', async (t) => {
     assert.equal(await run.closeWindow(), 0);
 });
 
-test('a window that the user has moved and sized keeps its centre and stays on the display', async (t) => {
+test('a window that the user has moved and sized keeps its center and stays on the display', async (t) => {
     const layout = await startLayoutRun(t);
     const { run } = layout;
     const { width, height } = run.display.size;

@@ -27,7 +27,7 @@ function planeSizes(format, codedWidth, codedHeight) {
     return [[4 * codedWidth, codedHeight]];
 }
 
-// The planes one behind the other, from `start` on, each row longer by `padding` and each plane apart by `gap`.
+// The planes one after the other, from `start` on, each row longer by `padding` and each plane apart by `gap`.
 function layOut(format, codedWidth, codedHeight, { start = 0, padding = 0, gap = 0 } = {}) {
     let offset = start;
     return planeSizes(format, codedWidth, codedHeight).map(([rowBytes, rows]) => {

@@ -120,7 +120,7 @@ class RecordingSession {
         this.#socket = socket;
         this.#options = options;
         socket.setNoDelay(true);
-        socket.on('error', () => {}); // The reader is told as well.
+        socket.on('error', () => {}); // The reader gets the error as well.
         this.ended = this.#serve(recordings).finally(() => socket.destroySoon()); // once the answer is out
     }
 

@@ -1,4 +1,4 @@
-// What the sink writer asks of the media types of a video stream, and how it tells of them.
+// What the sink writer requires of the media types of a video stream, and how it reports them.
 #pragma once
 
 #include <windows.h>

@@ -18,7 +18,8 @@ export async function probe(file, entries) {
     ], { limitMs: DecodeLimitMs }));
 }
 
-// Decodes every picture of a file, at its time, and stops at the first error; `output` tells ffmpeg where they go.
+// Decodes every picture of a file, at its time, and stops at the first error; `output` holds ffmpeg's output
+// arguments.
 export function decode(file, output) {
     return run('ffmpeg', [
         '-loglevel', 'error', '-xerror', '-copyts', '-i', `file:${file}`, '-fps_mode', 'passthrough',
@@ -51,7 +52,7 @@ export class Mp4Encoder {
             '-video_track_timescale', TicksPerSecond, '-movie_timescale', TicksPerSecond, '-f', 'mp4', `file:${path}`,
         ].map(String);
         this.#child = start(command, words, { stdio: ['pipe', 'ignore', 'pipe'] });
-        this.#child.stdin.on('error', () => {}); // The exit tells why.
+        this.#child.stdin.on('error', () => {}); // The exit code shows why.
         this.#child.stderr.setEncoding('utf8').on('data', (text) => {
             this.#errors += text;
         });

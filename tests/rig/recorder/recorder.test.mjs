@@ -224,7 +224,7 @@ test('samples need the size of a frame and a later time than the one before', as
     assert.deepEqual(await frameTimes(file), [10, 11]);
 });
 
-test('the file is there from the beginning, emptied, and nobody else may write to it', async (t) => {
+test('the file is there from the beginning, emptied, and no other process may write to it', async (t) => {
     const { host, file, folder } = await start(t);
     writeFileSync(file, 'what was there before');
     await call(host, `create ${windowsPath(file)}`);
@@ -250,7 +250,7 @@ for (const [how, leave] of Object.entries({
     'is released': (host) => call(host, 'release'),
     'goes down with its program': (host) => host.end(),
 })) {
-    test(`a writer that ${how} without finalizing leaves no encoder behind`, async (t) => {
+    test(`a writer that ${how} without finalizing leaves no encoder running`, async (t) => {
         const recording = await start(t);
         const { server, host } = recording;
         await begin(recording);

@@ -24,7 +24,7 @@ namespace rig {
 
 class SinkWriter final : public ComObject<IMFSinkWriter, IID_IMFSinkWriter> {
 public:
-    // Makes the file, as Windows does: empty, and nobody else writes to it before the writer is gone.
+    // Makes the file, as Windows does: empty, and no other process can write to it before the writer is released.
     [[nodiscard]] static HRESULT Create(LPCWSTR path, IMFSinkWriter** writer);
 
     HRESULT STDMETHODCALLTYPE AddStream(IMFMediaType* type, DWORD* index) noexcept override;

@@ -1,5 +1,5 @@
-// A host without the receiver's behaviour, to test the sink writer itself. Loads the DLL named by its argument and
-// obeys the lines of its standard input: the name of a call and its arguments. Each is answered by the name and the
+// A host without the receiver's behavior, to test the sink writer itself. Loads the DLL named by its argument and
+// executes the lines of its standard input: the name of a call and its arguments. Each is answered by the name and the
 // HRESULT.
 //   create PATH
 //   add-stream TYPE                     a type is a list such as "majorType=vids frameSize=320:240 averageBitRate=9"
@@ -7,7 +7,7 @@
 //   begin
 //   write TIME DURATION BYTES LUMA      one gray frame; TIME and DURATION may be "none"
 //   finalize, stream-tick, release
-//   open-for-writing PATH               whether somebody else could write to the file
+//   open-for-writing PATH               whether another process could write to the file
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/hresult.h"
@@ -98,7 +98,7 @@ class TestHost {
 public:
     explicit TestHost(decltype(&MFCreateSinkWriterFromURL) create) : create_(create) {}
 
-    HRESULT Obey(std::istream& words) {
+    HRESULT Execute(std::istream& words) {
         std::string name;
         words >> name >> std::ws;
         if (name == "create") {
@@ -172,7 +172,7 @@ int wmain(int argumentCount, wchar_t** arguments) {
         TestHost host(create);
         for (std::string line; std::getline(std::cin, line);) {
             std::istringstream words(line);
-            const HRESULT result = host.Obey(words);
+            const HRESULT result = host.Execute(words);
             std::printf("%s %08lx\n", line.substr(0, line.find(' ')).c_str(), static_cast<unsigned long>(result));
             std::fflush(stdout);
         }

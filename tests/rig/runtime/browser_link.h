@@ -22,7 +22,7 @@ public:
     // Receives the lines of the server; a line "gone" is added when the connection ends.
     using LineHandler = std::function<void(const Fields&)>;
 
-    // Connects to the port that RIG_PORT names; null when nobody listens there.
+    // Connects to the port that RIG_PORT names; null when no server listens there.
     [[nodiscard]] static std::shared_ptr<BrowserLink> Connect(LineHandler onLine);
 
     BrowserLink(SOCKET socket, HWND window, LineHandler onLine);

@@ -29,7 +29,7 @@ void RegisterWindowClass(const wchar_t* name, WNDPROC procedure) {
 
 namespace {
 
-// Threads and window procedures of this DLL must never meet unmapped code, whatever the loader does with its handle.
+// The DLL's threads and window procedures must never run unmapped code, even if the loader frees its handle.
 void StayLoaded() {
     static constexpr char InsideModule = 0;
     HMODULE module = nullptr;

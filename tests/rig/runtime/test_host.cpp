@@ -1,5 +1,5 @@
-// A host without the receiver's behaviour, to test the runtime itself. Loads the DLL named by its argument, makes a
-// browser that fills a window and then obeys the lines of its standard input; everything that happens is printed, one
+// A host without the receiver's behavior, to test the runtime itself. Loads the DLL named by its argument, makes a
+// browser that fills a window and then executes the lines of its standard input; every event is printed, one
 // line each. A message "frame:SLOT:NUMBER:WORDS" is checked against the slot's content and answered {"checked":NUMBER}:
 // word i is to be NUMBER * 2654435761 + i, modulo 2^32. A second argument "destroy-parent" destroys the window while
 // the controller is being made.
@@ -117,7 +117,7 @@ private:
     HRESULT OnNavigation(ICoreWebView2NavigationCompletedEventArgs* args);
     void AddCommands();
     void RunMessageLoop(const bool& goOn);
-    void Obey(const std::string& line);
+    void Execute(const std::string& line);
     HRESULT MakeSlot(int number, UINT64 bytes);
     HRESULT CheckFrame(const std::string& text);
 
@@ -178,7 +178,7 @@ void TestHost::RunMessageLoop(const bool& goOn) {
     while (goOn && GetMessageW(&message, nullptr, 0, 0) > 0) {
         if (message.hwnd == nullptr && message.message == CommandArrived) {
             const std::unique_ptr<std::string> line(reinterpret_cast<std::string*>(message.lParam));
-            Obey(*line);
+            Execute(*line);
         } else {
             DispatchMessageW(&message);
         }
@@ -429,7 +429,7 @@ void TestHost::AddCommands() {
     };
 }
 
-void TestHost::Obey(const std::string& line) {
+void TestHost::Execute(const std::string& line) {
     const std::size_t blank = line.find(' ');
     const std::string name = line.substr(0, blank);
     const auto found = commands_.find(name);

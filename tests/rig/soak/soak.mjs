@@ -25,7 +25,7 @@ const ForErrors = ['-f', 'null', '-']; // what is decoded goes nowhere
 const MemoryAllowanceKb = 512;
 const CountAllowance = LeastCycles / 2 - 1;
 
-// Soaks for so many minutes, a recording in each of them, in the world `out` or in a temporary one.
+// Soaks for a number of minutes, with a recording in each, in the sandbox directory `out` or a temporary one.
 // `interrupted` is a promise that ends it early by rejecting. The report:
 //   problems      sentences; none when all is well
 //   frames        { posted, perSecond, published, dropped, refused, read, overtaken, torn }; dropped is what was
@@ -82,7 +82,7 @@ class Soak {
         run.browser.events.on('message', (message) => this.#onMessage(message));
     }
 
-    // Resolves when the report has all that can be told while the receiver runs.
+    // Resolves when the report has everything that can be measured while the receiver runs.
     async watch(minutes) {
         const camera = this.#run.camera();
         this.#page = await this.#run.browser.page();
@@ -93,7 +93,7 @@ class Soak {
             this.#report.held.push(await this.#run.held());
         }
         this.#checkGrowth();
-        // All frames are behind the receiver once it has logged what the page posts then.
+        // The receiver has handled all frames once it has logged a message that the page posts after them.
         await this.#page.evaluate(`document.getElementById('video').srcObject.getTracks()[0].stop()`);
         await this.#run.waitForLog(EndOfVideo, LimitMs);
         await this.#checkFrames(await camera.finish());
@@ -178,7 +178,7 @@ class Soak {
             const recording = this.#run.encoder.recordings.at(-1);
             const { samples } = recording;
             if (samples.length !== frames) {
-                throw new Error(`it got ${samples.length} frames of the ${frames} posted meanwhile`);
+                throw new Error(`it got ${samples.length} frames of the ${frames} posted in that time`);
             }
             const lastMs = samples.at(-1).time / 10000;
             if (lastMs < lastFrameMs - startedMs - ClockSlackMs || lastMs > stoppedMs - askedMs + ClockSlackMs) {
@@ -235,7 +235,7 @@ class Soak {
         await until(LimitMs, `page that has posted ${posted} frames`, async () =>
             await this.#page.evaluate('posted.textContent') === String(posted));
         if (callbacks.length !== posted) {
-            this.#fail(`the receiver was told of ${callbacks.length} of ${posted} frames`);
+            this.#fail(`the receiver was notified of ${callbacks.length} of ${posted} frames`);
             return;
         }
         this.#report.latencyMs = medianAndP99(callbacks.map(({ endMs }, index) => endMs - this.#posts[index]));
@@ -243,7 +243,7 @@ class Soak {
     }
 }
 
-// No line tells of a failure, but for the end that the soak itself makes.
+// No line reports a failure, except the end that the soak itself causes.
 function checkLog(lines, report) {
     const failures = lines.filter((line) => /\(HRESULT 0x|success=0|Web message: (?!ready$)/.test(line) &&
         !line.endsWith(`Web message: ${EndOfVideo}`));

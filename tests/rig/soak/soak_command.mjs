@@ -38,7 +38,7 @@ const interrupted = new Promise((resolve, reject) => {
         process.on(signal, () => reject(new Error(`ended by ${signal}`)));
     }
 });
-interrupted.catch(() => {}); // It is told among the problems.
+interrupted.catch(() => {}); // Reported among the problems.
 
 const report = await soak({ minutes: Number(process.argv[2]), out, interrupted });
 await writeFile(join(out, 'soak.json'), `${JSON.stringify(report, null, 2)}\n`);

@@ -113,7 +113,7 @@ TEST_F(CameraProbe, WithoutAFrameThePictureIsBlackAndTheReportEmpty) {
 std::wstring PrivateEventName() { return L"Local\\camera-probe-test-" + std::to_wstring(GetCurrentProcessId()); }
 
 // Left half: red above, blue below; right half: white above, grey below.
-std::vector<std::uint8_t> FourColours() {
+std::vector<std::uint8_t> FourColors() {
     std::vector<std::uint8_t> frame(1382400);
     for (std::size_t y = 0; y < 720; ++y) {
         for (std::size_t x = 0; x < 1280; ++x) {
@@ -130,8 +130,8 @@ std::vector<std::uint8_t> FourColours() {
     return frame;
 }
 
-TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
-    const std::vector<std::uint8_t> frame = FourColours();
+TEST_F(CameraProbe, TakesTheNewestFrameAndItsColors) {
+    const std::vector<std::uint8_t> frame = FourColors();
     ASSERT_EQ(PublishPattern(file, 3), S_OK);
     ASSERT_EQ(file.PublishFrame(frame.data(), 1382400, 1280, 720), S_OK);
     const ChildProcess probe = StartReporting(L"--seconds 0");
@@ -140,22 +140,22 @@ TEST_F(CameraProbe, TakesTheNewestFrameAndItsColours) {
     EXPECT_THAT(ReadBytes(report), testing::StartsWith("{\"framesRead\":1,\"tornReads\":0,\"retries\":0,"));
     EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1280,\"height\":720,\"sequence\":4}\n"));
 
-    Picture colours;
-    ASSERT_EQ(DecodePng(picture, colours), S_OK);
-    ASSERT_EQ(colours.width, 1280U);
-    ASSERT_EQ(colours.height, 720U);
-    using Colour = std::array<int, 3>;
+    Picture colors;
+    ASSERT_EQ(DecodePng(picture, colors), S_OK);
+    ASSERT_EQ(colors.width, 1280U);
+    ASSERT_EQ(colors.height, 720U);
+    using Color = std::array<int, 3>;
     for (const auto& [x, y] : {std::array<std::size_t, 2>{0, 0}, {639, 0}, {0, 359}, {639, 359}}) {
-        EXPECT_EQ(colours.RedGreenBlue(x, y), (Colour{255, 0, 0}));
-        EXPECT_EQ(colours.RedGreenBlue(x, y + 360), (Colour{0, 0, 255}));
-        EXPECT_EQ(colours.RedGreenBlue(x + 640, y), (Colour{255, 255, 255}));
-        EXPECT_EQ(colours.RedGreenBlue(x + 640, y + 360), (Colour{128, 128, 128}));
+        EXPECT_EQ(colors.RedGreenBlue(x, y), (Color{255, 0, 0}));
+        EXPECT_EQ(colors.RedGreenBlue(x, y + 360), (Color{0, 0, 255}));
+        EXPECT_EQ(colors.RedGreenBlue(x + 640, y), (Color{255, 255, 255}));
+        EXPECT_EQ(colors.RedGreenBlue(x + 640, y + 360), (Color{128, 128, 128}));
     }
 }
 
 TEST_F(CameraProbe, ShowsTheFrameInAWindowUntilThatIsClosed) {
     const UniqueHandle usage(CreateEventW(nullptr, FALSE, FALSE, PrivateEventName().c_str()));
-    const std::vector<std::uint8_t> frame = FourColours();
+    const std::vector<std::uint8_t> frame = FourColors();
     const ChildProcess probe = StartReporting(L"--watch --signal " + PrivateEventName());
     HWND window = nullptr;
     const auto end = std::chrono::steady_clock::now() + Limit;
@@ -175,10 +175,10 @@ TEST_F(CameraProbe, ShowsTheFrameInAWindowUntilThatIsClosed) {
     ASSERT_EQ(DecodePng(picture, shown), S_OK);
     EXPECT_EQ(shown.width, 1280U);
     ASSERT_GT(shown.height, 720U);
-    using Colour = std::array<int, 3>;
-    EXPECT_EQ(shown.RedGreenBlue(0, 0), (Colour{255, 0, 0}));
-    EXPECT_EQ(shown.RedGreenBlue(639, 719), (Colour{0, 0, 255}));
-    EXPECT_EQ(shown.RedGreenBlue(1279, 719), (Colour{128, 128, 128}));
+    using Color = std::array<int, 3>;
+    EXPECT_EQ(shown.RedGreenBlue(0, 0), (Color{255, 0, 0}));
+    EXPECT_EQ(shown.RedGreenBlue(639, 719), (Color{0, 0, 255}));
+    EXPECT_EQ(shown.RedGreenBlue(1279, 719), (Color{128, 128, 128}));
     const auto figures = shown.bgr.begin() + 3 * 1280 * 720;
     EXPECT_EQ(*std::min_element(figures, shown.bgr.end()), 0);
     EXPECT_GT(*std::max_element(figures, shown.bgr.end()), 200) << "there is no text";
@@ -193,7 +193,7 @@ TEST_F(CameraProbe, WatchesUntilItsInputEnds) {
     EXPECT_TRUE(probe.IsRunning());
     probe.Stop();
     ASSERT_EQ(probe.WaitForExit(Limit), 0U) << probe.Output();
-    // The last frame is always seen, whatever the probe missed before.
+    // The last frame is always seen, even if the probe missed some before.
     EXPECT_THAT(ReadBytes(report), testing::HasSubstr("\"tornReads\":0,"));
     EXPECT_THAT(ReadBytes(report), testing::EndsWith(",\"width\":1280,\"height\":720,\"sequence\":100}\n"));
     Picture last;

@@ -1,4 +1,4 @@
-// Bytes in which every place tells itself apart from its neighbours; the same for page and test.
+// Bytes that differ from their neighbors at every place; the same for page and test.
 
 // Fills a Uint32Array; the seed is a whole number above 0.
 export function fillNoise(words, seed) {
