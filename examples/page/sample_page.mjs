@@ -3,7 +3,8 @@
 // the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS makes a recording of that length.
 
 import { openLoopback, readFrames } from "./loopback.mjs";
-import { PatternNames, TestCard } from "./test_card.mjs";
+import { PatternNames } from "./test_card.mjs";
+import { TestCardTrack } from "./test_card_track.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
@@ -104,7 +105,7 @@ class SamplePage {
 
     constructor(options) {
         this.#options = options;
-        this.#card = new TestCard(options.pattern, options.fps);
+        this.#card = new TestCardTrack(options.pattern, options.fps, (error) => this.#fail(error));
         this.#listenToReceiver();
         this.#listenToButtons();
         addEventListener("error", (event) => this.#fail(event.error ?? event.message));
@@ -117,10 +118,9 @@ class SamplePage {
         setText(element("state"), "Waiting for slots", "wait");
         await this.#receiver.connect();
         this.#setSize(this.#options.size);
-        this.#card.start();
 
         setText(element("state"), "Connecting", "wait");
-        const [source] = this.#card.canvas.captureStream(this.#options.fps).getVideoTracks();
+        const source = this.#card.start();
         // Makes the encoder reduce the quality before the resolution.
         source.contentHint = "detail";
         const track = await openLoopback(source, (state) => this.#onConnection(state));

@@ -16,8 +16,9 @@ const Patterns = {
 export const PatternNames = Object.keys(Patterns);
 
 export class TestCard {
-    #context;
-    #still = document.createElement("canvas");
+    canvas = new OffscreenCanvas(LayoutWidth, LayoutHeight);
+    #context = this.canvas.getContext("2d", { alpha: false });
+    #still = new OffscreenCanvas(LayoutWidth, LayoutHeight);
     #pattern;
     #fps;
     #frameNumber = 0;
@@ -28,13 +29,11 @@ export class TestCard {
      * @param {number} fps
      */
     constructor(patternName, fps) {
-        this.canvas = document.createElement("canvas");
-        this.#context = this.canvas.getContext("2d", { alpha: false });
         this.#pattern = Patterns[patternName];
         this.#fps = fps;
     }
 
-    /** Sets the size of the picture, before start() or at any later time. */
+    /** Sets the size of the picture, before the first draw() or at any later time. */
     resize(width, height) {
         for (const canvas of [this.canvas, this.#still]) {
             canvas.width = width;
@@ -47,23 +46,8 @@ export class TestCard {
         this.#caption = `${width} x ${height}  |  ${this.#fps} fps  |  WebRTC loopback`;
     }
 
-    /** Draws frames at the chosen rate, in step with the display. */
-    start() {
-        const periodMs = 1000 / this.#fps;
-        let dueMs = performance.now();
-        const onDisplayFrame = (nowMs) => {
-            requestAnimationFrame(onDisplayFrame);
-            // Without the tolerance a display with exactly this rate would miss every second frame.
-            if (nowMs + 4 < dueMs) {
-                return;
-            }
-            dueMs = Math.max(dueMs + periodMs, nowMs);
-            this.#draw();
-        };
-        requestAnimationFrame(onDisplayFrame);
-    }
-
-    #draw() {
+    /** Draws the next frame. */
+    draw() {
         this.#context.drawImage(this.#still, 0, 0, LayoutWidth, LayoutHeight);
         this.#pattern.moving(this.#context, this.#frameNumber, this.#caption);
         ++this.#frameNumber;

@@ -23,16 +23,17 @@ let server;
 let folder;
 let chromium;
 let session;
+let target; // the page's tab
 const loads = new EventEmitter(); // "load" (id of the document's loader)
 
 before(async () => {
     server = await serveFolder(SourceFolder);
     folder = mkdtempSync('/tmp/vistel-page-'); // Short: Chromium puts a socket into it.
     chromium = await Chromium.start({ profile: join(folder, 'profile') });
-    const { targetId } = await chromium.send('Target.createTarget', { url: 'about:blank' });
-    session = (await chromium.send('Target.attachToTarget', { targetId, flatten: true })).sessionId;
+    target = (await chromium.send('Target.createTarget', { url: 'about:blank' })).targetId;
+    session = (await chromium.send('Target.attachToTarget', { targetId: target, flatten: true })).sessionId;
     chromium.on('event', (method, { frameId, loaderId, name }) => {
-        if (method === 'Page.lifecycleEvent' && name === 'load' && frameId === targetId) {
+        if (method === 'Page.lifecycleEvent' && name === 'load' && frameId === target) {
             loads.emit('load', loaderId);
         }
     });
@@ -110,6 +111,12 @@ class Page {
         await send('Emulation.setDeviceMetricsOverride', { width, height, deviceScaleFactor: 1, mobile: false });
     }
 
+    // Hides the page as a person does who minimizes its window, until the page is closed.
+    async hide() {
+        await this.#setWindowState('minimized');
+        await this.waitFor(() => document.visibilityState === 'hidden');
+    }
+
     // Calls a function in the page, with arguments that JSON can express; what it returns or its promise resolves to.
     async run(pageFunction, ...values) {
         const { result, exceptionDetails } = await send('Runtime.evaluate', {
@@ -164,7 +171,13 @@ class Page {
         for (const identifier of this.#scripts) {
             await send('Page.removeScriptToEvaluateOnNewDocument', { identifier });
         }
+        await this.#setWindowState('normal');
         await this.#navigate('about:blank');
+    }
+
+    async #setWindowState(windowState) {
+        const { windowId } = await chromium.send('Browser.getWindowForTarget', { targetId: target });
+        await chromium.send('Browser.setWindowBounds', { windowId, bounds: { windowState } });
     }
 
     #navigate(url) {

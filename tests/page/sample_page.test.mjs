@@ -1,8 +1,12 @@
 // The sample page, examples/page/: it shows everything that it receives, and its buttons ask for everything.
 import assert from 'node:assert/strict';
 
+import { until } from '../rig/processes.mjs';
 import { FakeHost, pageTest } from './page_test.mjs';
 
+const HiddenLimitMs = 240000;
+const HiddenTicks = 60; // of a timer at the page's rate
+const FramesOfTicks = HiddenTicks * 29 / 30;
 const Address = 'examples/page/index.html';
 const Jpeg = 'C:\\Users\\a\\Pictures\\Vistel\\Vistel-20240305-142709-042.jpg';
 const Mp4 = 'C:\\Users\\a\\Videos\\Vistel\\Vistel-20240305-142710-000.mp4';
@@ -114,6 +118,53 @@ runningTest('shows that frames flow', async (page) => {
     assert.equal(slots[0], '0');
     assert.ok(slots.slice(1).every((slot, index) => slot !== slots[index]), slots.join());
 });
+
+// --- Hidden ---
+
+// What the page does while a worker's timer ticks: { frames, animationFrames }.
+const watchTicks = (page, ticks) => page.run((count) => new Promise((resolve) => {
+    const timer = `let dueMs = performance.now();
+        const tick = () => {
+            postMessage(null);
+            dueMs += 1000 / 30;
+            setTimeout(tick, dueMs - performance.now());
+        };
+        tick();`;
+    const worker = new Worker(URL.createObjectURL(new Blob([timer])));
+    const framesBefore = host.frames.length;
+    let seen = 0;
+    let animationFrames = 0;
+    const onAnimationFrame = () => {
+        ++animationFrames;
+        if (seen < count) {
+            requestAnimationFrame(onAnimationFrame);
+        }
+    };
+    requestAnimationFrame(onAnimationFrame);
+    worker.onmessage = () => {
+        if (++seen === count) {
+            worker.terminate();
+            resolve({ frames: host.frames.length - framesBefore, animationFrames });
+        }
+    };
+}), ticks);
+
+for (const pattern of ['card', 'bars']) {
+    hostedTest(`sends the pattern ${pattern} at its full rate while its window is minimized`, async (page) => {
+        await start(page, `?pattern=${pattern}`);
+        await page.hide();
+        // A busy machine may lose frames, so that several tries are allowed. Without the worker there are two at most.
+        const seen = [];
+        await until(HiddenLimitMs, () => `${FramesOfTicks} frames of ${HiddenTicks}; seen: ${JSON.stringify(seen)}`,
+                    async () => {
+                        const { frames, animationFrames } = await watchTicks(page, HiddenTicks);
+                        seen.push(frames);
+                        assert.equal(animationFrames, 0);
+                        return frames >= FramesOfTicks;
+                    });
+        assert.equal(await textOf(page, 'state'), 'WebRTC connected');
+    });
+}
 
 // --- What it receives ---
 
@@ -402,11 +453,33 @@ async function assertFailed(page, message) {
     assert.equal((await texts(page)).filter((text) => text === `error:${message}`).length, 1);
 }
 
-hostedTest('shows and reports a missing track processor', async (page) => {
+for (const name of ['MediaStreamTrackProcessor', 'MediaStreamTrackGenerator']) {
+    hostedTest(`shows and reports a missing ${name}`, async (page) => {
+        await openPage(page);
+        await page.giveSlots();
+        await assertFailed(page, `${name} is unavailable`);
+    }, `delete window.${name};`);
+}
+
+hostedTest('shows and reports a worker that cannot be loaded', async (page) => {
     await openPage(page);
     await page.giveSlots();
-    await assertFailed(page, 'MediaStreamTrackProcessor is unavailable');
-}, 'delete window.MediaStreamTrackProcessor;');
+    await assertFailed(page, "The test card's worker did not start");
+}, `window.Worker = class extends Worker {
+    constructor(address, options) {
+        super('missing.mjs', options);
+    }
+};`);
+
+hostedTest('shows and reports a worker that fails', async (page) => {
+    await openPage(page);
+    await page.giveSlots();
+    await assertFailed(page, 'Uncaught Error: no card');
+}, `window.Worker = class extends Worker {
+    constructor() {
+        super(URL.createObjectURL(new Blob(["throw new Error('no card')"])));
+    }
+};`);
 
 hostedTest('shows and reports a frame that cannot be copied', async (page) => {
     await openPage(page);

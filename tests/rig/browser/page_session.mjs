@@ -99,6 +99,12 @@ export class PageSession {
         this.#post('Page.reload');
     }
 
+    // What a person does who minimizes the window.
+    async hide() {
+        const { windowId } = await this.#chromium.send('Browser.getWindowForTarget', { targetId: this.#targetId });
+        await this.#chromium.send('Browser.setWindowBounds', { windowId, bounds: { windowState: 'minimized' } });
+    }
+
     async screenshot(file) {
         const { data } = await this.#send('Page.captureScreenshot', { format: 'png' });
         await writeFile(file, Buffer.from(data, 'base64'));

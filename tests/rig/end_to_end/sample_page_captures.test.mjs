@@ -12,8 +12,10 @@ import { frameNumber, hasColorBars } from './test_card.mjs';
 
 const CaptureLimitMs = 90000;
 
-for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]) {
-    test(`the sample page takes a snapshot and records at ${size}`, async (t) => {
+for (const [size, width, height, visibility] of [
+    ['720p', 1280, 720, 'visible'], ['1080p', 1920, 1080, 'visible'], ['720p', 1280, 720, 'hidden'],
+]) {
+    test(`the ${visibility} sample page takes a snapshot and records at ${size}`, async (t) => {
         const server = await serveFolder(join(SourceFolder, 'examples/page'));
         t.after(() => server.stop());
         const query = `size=${size}&snapshot=2&record=2:2`;
@@ -29,6 +31,9 @@ for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]
             }
         });
         const page = await run.browser.page();
+        if (visibility === 'hidden') {
+            await page.hide();
+        }
         const text = (id) => page.evaluate(`document.getElementById('${id}')?.textContent ?? ''`);
         const waitForText = (id, wanted) => until(CaptureLimitMs, `${id}: ${wanted}`,
                                                   async () => wanted.exec(await text(id)));
@@ -36,6 +41,7 @@ for (const [size, width, height] of [['720p', 1280, 720], ['1080p', 1920, 1080]]
         await run.waitForLog('Recording stopped', CaptureLimitMs);
         const [, framesShown, path] = await waitForText('recording-result', /(\d+) frames, (C:\\.*\.mp4)$/);
         assert.equal(await text('record'), 'Record');
+        assert.equal(await page.evaluate('document.visibilityState'), visibility);
         const [snapshotPath] = await waitForText('snapshot-result', /^C:\\.*\.jpg$/);
 
         // All that the receiver took between the two texts was published.

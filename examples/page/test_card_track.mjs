@@ -1,0 +1,42 @@
+// The test card as a video track, drawn by a worker (test_card_worker.mjs), so that it also moves while the page is
+// hidden.
+
+export class TestCardTrack {
+    #start;
+    #size;
+    /** @type {Worker | null} */
+    #worker = null;
+    #onError;
+
+    /**
+     * @param {string} patternName  One of PatternNames.
+     * @param {number} fps
+     * @param {(error: Error) => void} onError  Receives a failure of the worker.
+     */
+    constructor(patternName, fps, onError) {
+        this.#start = { patternName, fps };
+        this.#onError = onError;
+    }
+
+    /** Sets the size of the picture, before start() or at any later time. */
+    resize(width, height) {
+        this.#size = { width, height };
+        this.#worker?.postMessage(this.#size);
+    }
+
+    /** @returns {MediaStreamTrack} */
+    start() {
+        if (!("MediaStreamTrackGenerator" in globalThis)) {
+            throw new Error("MediaStreamTrackGenerator is unavailable");
+        }
+        this.#worker = new Worker("test_card_worker.mjs", { type: "module" });
+        this.#worker.addEventListener("error", (event) => {
+            event.preventDefault(); // It would be reported as the page's error, too.
+            this.#onError(new Error(event.message ?? "The test card's worker did not start"));
+        });
+        const track = new MediaStreamTrackGenerator({ kind: "video" });
+        const { writable } = track;
+        this.#worker.postMessage({ ...this.#start, ...this.#size, writable }, [writable]);
+        return track;
+    }
+}
