@@ -12,7 +12,7 @@ bool IsLowSurrogate(wchar_t unit) noexcept { return unit >= 0xDC00 && unit <= 0x
 void AppendNarrow(std::wstring_view text, std::string& line) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const bool pair = i + 1 < text.size() && IsHighSurrogate(text[i]) && IsLowSurrogate(text[i + 1]);
-        line += text[i] <= 0xFF ? static_cast<char>(text[i]) : '?';
+        line += text[i] >= L' ' && text[i] <= 0xFF ? static_cast<char>(text[i]) : '?';
         if (pair) {
             ++i; // One character in two units.
         }

@@ -15,7 +15,7 @@ struct TimeOfDay {
 };
 
 // "HH:MM:SS  message", followed by " (HRESULT 0xXXXXXXXX)" when `result` is a failure. No line end.
-// Each character below U+0100 becomes the byte of its number, any other one "?".
+// Each character from U+0020 to U+00FF becomes the byte of its number, any other one "?": no message makes two lines.
 [[nodiscard]] std::string FormatLogLine(const TimeOfDay& time, std::wstring_view message, HRESULT result);
 
 } // namespace receiver

@@ -33,6 +33,12 @@ TEST(LogLine, ACharacterBelow256IsOneByteAndAnyOtherAQuestionMark) {
     EXPECT_EQ(FormatLogLine(Afternoon, L"a\u0100b\u20ACc", S_OK), "14:03:07  a?b?c");
 }
 
+TEST(LogLine, AControlCharacterIsAQuestionMark) {
+    EXPECT_EQ(FormatLogLine(Afternoon, L"a\r\n14:03:08  forged", S_OK), "14:03:07  a??14:03:08  forged");
+    EXPECT_EQ(FormatLogLine(Afternoon, std::wstring(L"\x1F\t\0", 3), S_OK), "14:03:07  ???");
+    EXPECT_EQ(FormatLogLine(Afternoon, L" \x7F", S_OK), "14:03:07   \x7F");
+}
+
 TEST(LogLine, ASurrogatePairIsOneCharacterAndALoneSurrogateToo) {
     const std::wstring pair = {static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)};
     const std::wstring high = pair.substr(0, 1);
