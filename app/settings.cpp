@@ -4,6 +4,7 @@
 #include "platform/environment_variable.h"
 #include "platform/folder.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -25,8 +26,11 @@ std::wstring ReadInstallationId() {
         return {};
     }
     std::ifstream file(std::filesystem::path(JoinPath(*folder, L"installation-id.txt")));
-    std::string line;
-    std::getline(file, line);
+    constexpr std::size_t ReadLimit = 38; // the identifier, its line end and one more
+    std::string line(ReadLimit, '\0');
+    file.read(line.data(), ReadLimit);
+    line.resize(static_cast<std::size_t>(file.gcount()));
+    line.resize(std::min(line.find('\n'), line.size()));
     return IsInstallationId(line) ? std::wstring(line.begin(), line.end()) : std::wstring();
 }
 

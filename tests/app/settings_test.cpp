@@ -2,6 +2,7 @@
 #include "app/settings.h"
 
 #include "platform/handles.h"
+#include "tests/support/allocation_fault.h"
 #include "tests/support/test_files.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <windows.h>
 
 #include <filesystem>
+#include <new>
 #include <string>
 
 namespace receiver {
@@ -56,6 +58,27 @@ TEST_F(SettingsTest, AnythingElseIsNoIdentifier) {
           std::string("012345678-9abcdef-0123-456789abcdef0"), "0123456g" + id.substr(8), id.substr(0, 35) + '\0'}) {
         EXPECT_EQ(ReadIdFrom(bytes), L"") << bytes;
     }
+}
+
+// How often reading the identifier allocates tells how much it keeps.
+TEST_F(SettingsTest, AHugeFileIsReadNoFurtherThanAnIdentifier) {
+    const auto allocations = [this](const std::string& bytes) {
+        std::filesystem::create_directories(data);
+        WriteBytes(idFile, bytes);
+        for (unsigned allocation = 0;; ++allocation) {
+            const AllocationFault fault(allocation);
+            try {
+                EXPECT_EQ(ReadInstallationId().size(), bytes.size() == 36 ? 36U : 0U);
+            } catch (const std::bad_alloc&) {
+            }
+            if (!fault.Happened()) {
+                return allocation;
+            }
+        }
+    };
+    const unsigned forId = allocations(Id);
+    EXPECT_GT(forId, 0U);
+    EXPECT_LE(allocations(std::string(1 << 20, '0')), forId); // It has no text to return.
 }
 
 TEST_F(SettingsTest, WithoutItsFileThereIsNoIdentifier) {
