@@ -24,7 +24,8 @@
    - A kill takes no store back: all that was stored has arrived long before the next process opens the file.
    - A publish depends on the past only by what is in the file. Three frames use each buffer again; two kills let the
      writer that recovers die as well.
-   - Magic and version are right from the start. A new file, all zero, has no valid geometry either.
+   - Magic and version are right from the start. A new file, all zero, has no valid geometry either. FOREIGN_FILE starts
+     from a file that another program or version has left: an even sequence and no valid geometry.
    - A reader gives an attempt up when it sees that the sequence has changed, for the second look would refuse it
      anyway. PATIENT_READER does not, and a test of its own compares.
 
@@ -199,6 +200,9 @@ inline ResetFrameFile() {
     Stream(Buffer1Part0, 0);
     Stream(Buffer1Part1, 0);
     Stream(Buffer1Part2, 0);
+#ifndef BARRIER_IN_RESET_LEFT_OUT
+    Barrier();
+#endif
     StoreGeometry(Small)
 }
 
@@ -313,11 +317,35 @@ inline PublishFrame() {
     atomic { completed++; newestFrame = frame; frame = 0; buffer = 0 }
 }
 
+#ifdef FOREIGN_FILE
+#define OldSequence 100
+inline Lay(cell, value) {
+    newest[cell] = value;
+    memory[cell] = value
+}
+inline LayForeignFile() {
+    d_step {
+        Lay(Width, Large);
+        Lay(FrameSize, Small);
+        Lay(Sequence, OldSequence);
+        Lay(ActiveBuffer, 1);
+        Lay(Timestamp, 200);
+        Lay(Buffer0Part0, 201);
+        Lay(Buffer0Part1, 202);
+        Lay(Buffer1Part0, 203);
+        Lay(Buffer1Part1, 204)
+    }
+}
+#endif
+
 active proctype Writer() {
     byte lastNumber;
     byte frame;
     byte buffer;
 
+#ifdef FOREIGN_FILE
+    LayForeignFile();
+#endif
 start:
     OpenSharedFrameFile();
     do
@@ -420,7 +448,11 @@ end:
 #endif
     if
     :: width == frameSize && width != 0 -> LoadBuffer()
+#ifdef FOREIGN_FILE
+    :: else -> goto refused
+#else
     :: else
+#endif
     fi;
 #ifndef SECOND_LOOK_BEFORE_COPY
     SecondLook();
