@@ -10,6 +10,15 @@
 #include <utility>
 
 namespace receiver {
+namespace {
+
+// Of a call that has failed, whatever the last error is.
+HRESULT FailureResult() noexcept {
+    const HRESULT result = LastErrorResult();
+    return FAILED(result) ? result : E_FAIL;
+}
+
+} // namespace
 
 HRESULT SharedFrameFile::OpenSharedFrameFile() {
     if (view_) {
@@ -22,21 +31,21 @@ HRESULT SharedFrameFile::OpenSharedFrameFile() {
     UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                 OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        return LastErrorResult();
+        return FailureResult();
     }
     LARGE_INTEGER size{};
     size.QuadPart = sizeof(FrameFileLayout);
     if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0 || SetEndOfFile(file.Get()) == 0) {
-        return LastErrorResult();
+        return FailureResult();
     }
     // Unnamed: readers open the file themselves.
     UniqueHandle mapping(CreateFileMappingW(file.Get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
     if (!mapping) {
-        return LastErrorResult();
+        return FailureResult();
     }
     MappedView view(MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(FrameFileLayout)));
     if (!view) {
-        return LastErrorResult();
+        return FailureResult();
     }
     file_ = std::move(file);
     mapping_ = std::move(mapping);

@@ -5,6 +5,7 @@
 #include "platform/handles.h"
 #include "tests/frames/shared_frame_file_fixture.h"
 #include "tests/frames/shared_frame_file_pattern.h"
+#include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 
 #include <windows.h>
@@ -112,6 +113,44 @@ TEST_F(SharedFrameFileTest, AReadOnlyFileFails) {
     EXPECT_EQ(ReadBytes(path), "abc");
     ExpectClosed();
     EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
+}
+
+// A failing call that leaves no error code behind is a failure nevertheless.
+TEST_F(SharedFrameFileTest, AFailureWithoutAnErrorCodeDoesNotCountAsOpened) {
+    const auto expectFailure = [this] {
+        EXPECT_EQ(file.OpenSharedFrameFile(), E_FAIL);
+        EXPECT_EQ(PublishPattern(file, 2), E_FAIL);
+        ExpectClosed();
+    };
+    const auto fail = [](auto result) {
+        return [result](auto*, auto...) {
+            SetLastError(ERROR_SUCCESS);
+            return result;
+        };
+    };
+    fs::create_directory(dataFolder);
+    {
+        const ImportPatch files("kernel32.dll", "CreateFileW", &CreateFileW, fail(INVALID_HANDLE_VALUE));
+        EXPECT_EQ(file.OpenSharedFrameFile(), E_FAIL);
+        EXPECT_EQ(PublishPattern(file, 2), E_FAIL);
+    }
+    {
+        const ImportPatch pointers("kernel32.dll", "SetFilePointerEx", &SetFilePointerEx, fail(BOOL{FALSE}));
+        expectFailure();
+    }
+    {
+        const ImportPatch ends("kernel32.dll", "SetEndOfFile", &SetEndOfFile, fail(BOOL{FALSE}));
+        expectFailure();
+    }
+    {
+        const ImportPatch mappings("kernel32.dll", "CreateFileMappingW", &CreateFileMappingW, fail(HANDLE{nullptr}));
+        expectFailure();
+    }
+    {
+        const ImportPatch views("kernel32.dll", "MapViewOfFile", &MapViewOfFile, fail(LPVOID{nullptr}));
+        expectFailure();
+    }
+    EXPECT_EQ(PublishPattern(file, 2), S_OK);
 }
 
 TEST_F(SharedFrameFileTest, ClosesInAnyState) {
