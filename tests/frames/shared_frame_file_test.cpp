@@ -289,6 +289,13 @@ TEST_F(SharedFrameFileTest, PublishesIntoBothBuffersInTurn) {
     EXPECT_EQ(bytes, expected);
 }
 
+TEST_F(SharedFrameFileTest, ATimeStampNeedsMoreThan32BitsAfter49Days) {
+    const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64,
+                            [](auto*) { return ULONGLONG{0x0000'0203'0405'0607}; });
+    ASSERT_EQ(PublishPattern(file, 2), S_OK);
+    EXPECT_EQ(Load64(ReadFileBytes(path), 40), 0x0000'0203'0405'0607U);
+}
+
 TEST_F(SharedFrameFileTest, AnOddSequenceOfFiveEndsAtEight) {
     fs::create_directory(dataFolder);
     Bytes used = DefaultFile();
