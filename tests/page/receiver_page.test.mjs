@@ -366,3 +366,25 @@ receiverTest('reports a failing negotiation and stays amber', async (page) => {
     };
     // The track arrives with the offer; without it only the failure is shown.
     Object.defineProperty(RTCPeerConnection.prototype, 'ontrack', { set() {} });`);
+
+for (const side of ['first', 'second']) {
+    receiverTest(`reports a candidate that the ${side} connection refuses`, async (page) => {
+        await start(page);
+        await page.waitForText('error:no candidate');
+        assert.deepEqual(await card(page), ['Receiver error', 'no candidate']);
+    }, `const connections = [];
+        let refused = false;
+        window.RTCPeerConnection = class extends RTCPeerConnection {
+            constructor() {
+                super();
+                connections.push(this);
+            }
+            async addIceCandidate(candidate) {
+                if (connections.indexOf(this) === ${side === 'first' ? 0 : 1} && !refused) {
+                    refused = true;
+                    throw new Error('no candidate');
+                }
+                return super.addIceCandidate(candidate);
+            }
+        };`);
+}
