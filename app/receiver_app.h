@@ -52,10 +52,10 @@ public:
     void PostMediaResult(std::wstring_view action, HRESULT code, std::wstring_view path);
 
     // browser/diagnostics.cpp
-    [[nodiscard]] HRESULT PostDiagnostics();
+    [[nodiscard]] HRESULT PostDiagnostics() noexcept;
 
     // frames/frame_slots.cpp
-    [[nodiscard]] HRESULT CreateAndPostFrameSlots();
+    [[nodiscard]] HRESULT CreateAndPostFrameSlots() noexcept;
     // `message` is the whole text, "frame:" included.
     [[nodiscard]] HRESULT HandleFrameMessage(std::wstring_view message);
 

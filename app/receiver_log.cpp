@@ -51,4 +51,12 @@ void ReceiverLog::Write(std::wstring_view message, HRESULT result) noexcept {
     }
 }
 
+void ReceiverLog::Write(std::wstring_view message, std::wstring_view text) noexcept {
+    try {
+        Write(std::wstring(message).append(text));
+    } catch (const std::exception&) {
+        return; // Out of memory: the line is lost.
+    }
+}
+
 } // namespace receiver

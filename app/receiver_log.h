@@ -17,6 +17,8 @@ public:
     static void Reset() noexcept;
     // Appends one line; the code is written only when it is a failure.
     static void Write(std::wstring_view message, HRESULT result = S_OK) noexcept;
+    // The same with `text` after the message.
+    static void Write(std::wstring_view message, std::wstring_view text) noexcept;
 };
 
 } // namespace receiver

@@ -41,7 +41,7 @@ void ReceiverApp::ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clien
         return;
     }
     layoutName = modeWord;
-    ReceiverLog::Write(L"Receiver window layout: " + layoutName);
+    ReceiverLog::Write(L"Receiver window layout: ", layoutName);
 }
 
 void ReceiverApp::FitBrowserToWindow() noexcept {

@@ -41,7 +41,7 @@ HRESULT ReceiverApp::OnControllerCreated(HRESULT result, ICoreWebView2Controller
     RETURN_IF_FAILED(RegisterHandlers());
 
     if (!receiverAddress.empty()) {
-        ReceiverLog::Write(L"Receiver URL: " + receiverAddress);
+        ReceiverLog::Write(L"Receiver URL: ", receiverAddress);
     }
     const HRESULT navigation = NavigateToPage();
     ReceiverLog::Write(L"Receiver page navigation requested", navigation);

@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <new>
+
 namespace receiver {
 namespace {
 
@@ -34,11 +36,13 @@ bool IsVirtualCameraRegistered() noexcept {
 
 } // namespace
 
-HRESULT ReceiverApp::PostDiagnostics() {
+HRESULT ReceiverApp::PostDiagnostics() noexcept try {
     if (!webView) {
         return E_POINTER;
     }
     return webView->PostWebMessageAsJson(DiagnosticsJson(ReadOsVersion(), IsVirtualCameraRegistered()).c_str());
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
 }
 
 } // namespace receiver

@@ -37,18 +37,18 @@ HRESULT ReceiverApp::OnWebMessageReceived(ICoreWebView2*, ICoreWebView2WebMessag
     case PageCommandKind::Unknown:
         break;
     }
-    ReceiverLog::Write(L"Web message: " + std::wstring(text));
+    ReceiverLog::Write(L"Web message: ", text);
     return S_OK;
 }
 
 HRESULT ReceiverApp::HandleReady() {
-    pageReady = true; // whatever becomes of the rest
     ReceiverLog::Write(L"Web message: ready");
     const HRESULT posted = CreateAndPostFrameSlots();
     ReceiverLog::Write(L"Shared frame buffers posted to script", posted);
     if (SUCCEEDED(posted)) {
         ReceiverLog::Write(L"System diagnostics posted to script", PostDiagnostics());
     }
+    pageReady = true; // regardless of the results above
     if (consumerActive) {
         PostJsonToPage(UsageOnJson);
     }
@@ -105,7 +105,7 @@ HRESULT ReceiverApp::HandleQuality(std::wstring_view value) {
     outputWidth = size->width;
     outputHeight = size->height;
     const bool saved = SaveVideoQuality(value);
-    ReceiverLog::Write(L"Video quality selected: " + std::wstring(value));
+    ReceiverLog::Write(L"Video quality selected: ", value);
     return saved ? S_OK : E_FAIL;
 }
 

@@ -12,7 +12,7 @@
 
 namespace receiver {
 
-HRESULT ReceiverApp::CreateAndPostFrameSlots() {
+HRESULT ReceiverApp::CreateAndPostFrameSlots() noexcept try {
     if (!environment || !webView) {
         return E_POINTER;
     }
@@ -31,6 +31,8 @@ HRESULT ReceiverApp::CreateAndPostFrameSlots() {
             slotBuffers[slot].Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE, SlotJson(slot).c_str()));
     }
     return S_OK;
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
 }
 
 HRESULT ReceiverApp::HandleFrameMessage(std::wstring_view message) {
@@ -46,7 +48,7 @@ HRESULT ReceiverApp::HandleFrameMessage(std::wstring_view message) {
     }
     const bool first = framesHandled == 0;
     if (first) {
-        ReceiverLog::Write(L"First frame descriptor: " + std::wstring(message));
+        ReceiverLog::Write(L"First frame descriptor: ", message);
     }
     const HRESULT result = ConvertAndPublishFrame(slot, message.substr(DescriptorIndex));
     ++framesHandled;

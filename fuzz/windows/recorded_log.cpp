@@ -19,4 +19,8 @@ void ReceiverLog::Write(std::wstring_view message, HRESULT result) noexcept {
     FakeWindows::Current().events.push_back(event);
 }
 
+void ReceiverLog::Write(std::wstring_view message, std::wstring_view text) noexcept {
+    Write(std::wstring(message).append(text));
+}
+
 } // namespace receiver

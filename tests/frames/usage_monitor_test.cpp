@@ -1,4 +1,5 @@
 // The monitor of the camera's event: real events under a name of the test's own, and a clock that the test sets.
+#include "tests/support/allocation_fault.h"
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -8,8 +9,10 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -285,6 +288,22 @@ TEST_F(UsageMonitorTest, OneSignalStartsAndFourSecondsOfSilenceStop) {
     });
 }
 
+// After 49.7 days a count of milliseconds needs more than 32 bits.
+TEST_F(UsageMonitorTest, AClockBeyond32BitsTellsTheTime) {
+    InLoop([this] {
+        constexpr ULONGLONG Limit = ULONGLONG{1} << 32;
+        for (const ULONGLONG last : {Limit - 2000, Limit, Limit + 123456}) {
+            Signal();
+            PollAt(last);
+            PollAt(last + 3999);
+            EXPECT_THAT(LogLines(), ElementsAre(Started)) << last;
+            PollAt(last + 4000);
+            EXPECT_THAT(LogLines(), ElementsAre(Started, Stopped)) << last;
+            Forget();
+        }
+    });
+}
+
 TEST_F(UsageMonitorTest, ACameraThatKeepsSignallingStartsOnce) {
     InLoop([this] {
         MakePageReady();
@@ -340,6 +359,52 @@ TEST_F(UsageMonitorTest, APageWhoseReadyFailedIsToldAllTheSame) {
         EXPECT_EQ(browser.TakeCalls().back(), PostedOn);
         PollAt(5000);
         EXPECT_THAT(browser.TakeCalls(), ElementsAre(PostedOff));
+    });
+}
+
+TEST_F(UsageMonitorTest, AUseThatBeginsWhileAReadyIsHandledIsReportedOnce) {
+    InLoop([this] {
+        browser.onCall = [this](const std::wstring& method) {
+            if (method.starts_with(L"CreateSharedBuffer")) {
+                browser.onCall = nullptr;
+                Signal();
+                PollAt(1000);
+            }
+            return S_OK;
+        };
+        EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
+        const auto calls = browser.TakeCalls();
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), PostedOn), 1);
+        EXPECT_EQ(calls.back(), PostedOn);
+    });
+}
+
+TEST_F(UsageMonitorTest, AReadyWithoutMemoryTakesItsRemainingSteps) {
+    InLoop([this] {
+        Signal();
+        PollAt(1000);
+        std::set<std::string> lines; // of all tries
+        for (unsigned allocation = 0;; ++allocation) {
+            Forget();
+            HRESULT result = S_OK;
+            bool happened = false;
+            {
+                const AllocationFault fault(allocation);
+                result = browser.RaiseWebMessage(L"ready");
+                happened = fault.Happened();
+            }
+            const auto calls = browser.TakeCalls();
+            ASSERT_THAT(calls, Contains(PostedOn)) << allocation;
+            EXPECT_TRUE(result == S_OK || result == E_OUTOFMEMORY) << std::hex << result;
+            for (const std::string& line : LogLines()) {
+                lines.insert(line);
+            }
+            if (!happened) {
+                break;
+            }
+        }
+        EXPECT_THAT(lines, Contains("Shared frame buffers posted to script (HRESULT 0x8007000E)"));
+        EXPECT_THAT(lines, Contains("System diagnostics posted to script (HRESULT 0x8007000E)"));
     });
 }
 
