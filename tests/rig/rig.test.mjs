@@ -30,6 +30,7 @@ test('run takes its options in any order and leaves the rest to the receiver', (
     });
     assert.deepEqual(parseOptions([]), { out: join(SourceFolder, 'build/run'), show: false });
     assert.deepEqual(parseOptions(['--']).receiverArguments, []);
+    assert.equal(parseOptions(['--application', '--seconds', '1']).application, true);
 });
 
 test('run starts and stops the camera at the given times', () => {
@@ -47,7 +48,7 @@ test('run passes the query to the sample page', () => {
 });
 
 for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], ['--seconds', '0'], ['--seconds', '-1'],
-                     ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--show=1'], ['--camera=1'],
+                     ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--show=1'], ['--application=1'], ['--camera=1'],
                      ['--camera='], ['--camera', 'x'], ['--camera', '5'], ['--camera', '5:'], ['--camera', ':6'],
                      ['--camera', '5:0'], ['--camera', '-1:6'], ['--camera', '5:6:7'], ['--camera', '5:9999999'],
                      ['--camera', '1e1:6'], ['--page'], ['--page=']]) {

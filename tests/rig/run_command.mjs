@@ -5,6 +5,7 @@ import * as fs from 'node:fs/promises';
 import { dirname, join, relative } from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
+import { fetchApplication, startApplication } from './application/application.mjs';
 import { FrameCounter } from './frame_counter.mjs';
 import { SourceFolder } from './prefix.mjs';
 import { medianAndP99 } from './percentiles.mjs';
@@ -13,7 +14,10 @@ import { startReceiver } from './receiver_run.mjs';
 import { parseOptions } from './run_options.mjs';
 import { serveFolder } from './static_server.mjs';
 
-const Results = ['window.png', 'camera.png', 'camera.json', 'exit-code.txt'];
+const Results = [
+    'window.png', 'camera.png', 'camera.json', 'application.mkv', 'application.png', 'application.json',
+    'exit-code.txt',
+];
 
 // Two promises: the first request to end, and the second one, which does not wait for the receiver.
 function stopRequests() {
@@ -63,6 +67,9 @@ async function runOnce(options) {
     if (!outLock) {
         const holder = lockHolder(join(options.out, '.run.lock'));
         throw new Error(`${shown(options.out)} is in use by another run (process ${holder}): give this one --out`);
+    }
+    if (options.application) {
+        await fetchApplication();
     }
     await Promise.all(Results.map((name) => fs.rm(join(options.out, name), { force: true })));
 
@@ -115,6 +122,10 @@ async function watch(run, options, stopRequested) {
     const visit = options.camera ? letCameraVisit(run, options.camera, cameraPicture, timer.signal) : undefined;
     visit?.catch(() => {}); // Reported below.
 
+    const framesBefore = counter.held;
+    const application = options.application
+        ? await startApplication(run, () => counter.held > framesBefore) : undefined;
+
     await Promise.race([
         stopRequested,
         run.exited,
@@ -137,6 +148,12 @@ async function watch(run, options, stopRequested) {
         await run.camera({ seconds: 0, picture: cameraPicture, watch: true }).finish();
     }
 
+    const recording = join(options.out, 'application.mkv');
+    const recorded = await application?.finish(recording, join(options.out, 'application.png'));
+    if (recorded) {
+        await fs.writeFile(join(options.out, 'application.json'), `${JSON.stringify(recorded, null, 2)}\n`);
+    }
+
     if (!endedByItself) {
         say('Closing the window');
     }
@@ -157,6 +174,10 @@ async function watch(run, options, stopRequested) {
         if (files.length === 0 && new URLSearchParams(options.pageQuery).has(word)) {
             say(`${title} none was made; the page says why in its events, at the foot of the window`);
         }
+    }
+    if (recorded) {
+        say(`The application's recording: ${shown(recording)} (${recorded.framesRecorded} frames, ` +
+            `${recorded.framesMissing} missing, ${recorded.framesRepeated} repeated)`);
     }
     const log = shown(join(options.out, 'Temp/vistel-receiver.log'));
     say(`The log:     ${log}`);
