@@ -23,6 +23,7 @@ HRESULT Invoke(const ComPtr<Handler>& handler, Arguments... arguments) {
 FakeObject::FakeObject(BrowserFakes& owner, std::wstring ownName, std::vector<Identity> identities)
     : fakes(owner), name(std::move(ownName)), identities_(std::move(identities)) {
     FillTable(std::make_index_sequence<TableSize>());
+    table_ = functions_.data();
     functions_[0] = reinterpret_cast<void*>(&Query);
     functions_[1] = reinterpret_cast<void*>(&AddReference);
     functions_[2] = reinterpret_cast<void*>(&ReleaseReference);

@@ -66,7 +66,7 @@ public:
     }
 
 private:
-    void** const table_ = functions_.data(); // What a COM caller sees: it must be the first member.
+    void** table_ = nullptr; // What a COM caller sees: it must be the first member.
 
 public:
     BrowserFakes& fakes;
