@@ -3,8 +3,8 @@
 #pragma once
 
 #include "capture/video_recorder.h"
-#include "frames/frame_canvas.h"
-#include "frames/frame_converter.h"
+#include "frames/conversion/canvas.h"
+#include "frames/conversion/frame_converter.h"
 #include "frames/shared_frame_file.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"

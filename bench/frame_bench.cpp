@@ -5,12 +5,12 @@
 #include "bench/side_by_side.h"
 #include "browser/page_command.h"
 #include "capture/nv12_to_bgr.h"
-#include "frames/frame_converter.h"
+#include "frames/conversion/frame_converter.h"
+#include "frames/conversion/frame_plan.h"
+#include "frames/conversion/row_kernels.h"
 #include "frames/frame_file.h"
-#include "frames/frame_kernels.h"
 #include "frames/frame_message.h"
-#include "frames/frame_plan.h"
-#include "tests/frames/reference_converter.h"
+#include "tests/frames/conversion/reference_converter.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -140,7 +140,7 @@ private:
             ReferenceConvert(SlotSpan(0), frame, frameCase.canvasWidth, frameCase.canvasHeight);
         const auto convert = [&](FrameConverter& converter, FrameCanvas& canvas, std::size_t call) {
             if (clearBars) {
-                canvas.Forget();
+                LeaveNothingBlack(frameCase, canvas);
             }
             Require(converter.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
         };
@@ -180,6 +180,12 @@ private:
         addPeer("swscale", SwscaleConversion(frameCase, clearBars));
 
         PrintAll(row, contenders, identical, CopyOf(frameCase.SourceBytes() + frameCase.CanvasBytes()));
+    }
+
+    // As if the picture before had covered all of the canvas.
+    static void LeaveNothingBlack(const FrameCase& frameCase, FrameCanvas& canvas) {
+        canvas.Prepare(frameCase.canvasWidth, frameCase.canvasHeight,
+                       {0, 0, frameCase.canvasWidth, frameCase.canvasHeight});
     }
 
     // What is fast and wrong is not worth measuring.
@@ -231,11 +237,10 @@ private:
         FrameConverter converter;
         FrameCanvas canvas;
         const auto convert = [&](std::size_t call, FrameConverter& with) {
-            canvas.Forget();
+            LeaveNothingBlack(frameCase, canvas);
             Require(with.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
         };
-        const FrameGeometry geometry = MakeGeometry(frame, RecognizeFormat(frame.format, frame.planeCount).value(),
-                                                    frameCase.canvasWidth, frameCase.canvasHeight);
+        const PixelFormat& format = *FindPixelFormat(frame.format, frame.planeCount);
         PrintAll(row,
                  {{"receiver",
                    [&](std::size_t call) {
@@ -244,8 +249,7 @@ private:
                    }},
                   {planRow,
                    [&](std::size_t) {
-                       FramePlan plan;
-                       BuildPlan(geometry, plan);
+                       const FramePlan plan(frame, format, frameCase.canvasWidth, frameCase.canvasHeight);
                        KeepBytes(&plan);
                    }}},
                  {true, true}, [&](std::size_t call) { convert(call, converter); });

@@ -1,6 +1,6 @@
 #include "bench/peers.h"
 
-#include "frames/frame_plan.h"
+#include "frames/conversion/frame_plan.h"
 
 #include <libyuv.h>
 

@@ -35,6 +35,8 @@ struct FrameDescriptor {
     std::size_t planeCount = 0; // in the message; it may have more than are stored
     std::array<PlaneLayout, MaxPlanes> planes; // the first ones, in the format's own order
 
+    bool operator==(const FrameDescriptor&) const = default;
+
     void AddPlane(const PlaneLayout& plane) noexcept {
         if (planeCount < planes.size()) {
             planes[planeCount] = plane;

@@ -3,13 +3,13 @@
 // frame to a line, "64x36 NV12:64:36:0:0:0:64:36:0,64;2304,64": the canvas, then a descriptor as in a frame message,
 // whose numbers are brought inside the parser's limits. All frames go onto one canvas.
 
-#include "frames/frame_canvas.h"
-#include "frames/frame_converter.h"
-#include "frames/frame_kernels.h"
+#include "frames/conversion/canvas.h"
+#include "frames/conversion/frame_converter.h"
+#include "frames/conversion/row_kernels.h"
 #include "fuzz/support/guarded_memory.h"
 #include "fuzz/support/input_text.h"
 #include "fuzz/support/require.h"
-#include "tests/frames/reference_converter.h"
+#include "tests/frames/conversion/reference_converter.h"
 
 #include <algorithm>
 #include <atomic>
@@ -163,14 +163,14 @@ private:
 
 // One table of kernels with all that lives from frame to frame.
 struct Painter {
-    explicit Painter(const FrameKernels& kernels) : converter(kernels) {}
+    explicit Painter(const RowKernels& kernels) : converter(kernels) {}
 
     FrameConverter converter;
-    FrameCanvas canvas{std::vector<std::uint8_t>(100, 77)}; // anything
+    FrameCanvas canvas;
 };
 
 std::vector<Painter> MakePainters() {
-    static const bool hasAvx2 = Avx2Usable(ReadCpuReport());
+    static const bool hasAvx2 = Avx2Usable();
     std::vector<Painter> painters;
     painters.emplace_back(ScalarKernels);
     if (hasAvx2) {

@@ -244,12 +244,12 @@ HRESULT Model::Convert(const std::wstring& text, Outcome& outcome) {
     if (!ParseFrameDescriptor(text, descriptor)) {
         return E_INVALIDARG;
     }
-    const auto layout = RecognizeFormat(descriptor.format, descriptor.planeCount);
-    if (layout && !FitsSlot(MakeGeometry(descriptor, *layout, width_, height_), SlotSize)) {
+    const PixelFormat* const format = FindPixelFormat(descriptor.format, descriptor.planeCount);
+    if (format != nullptr && !FitsSlot(descriptor, *format, SlotSize)) {
         return E_INVALIDARG;
     }
     canvasBytes_ = FrameBytes();
-    if (!layout) {
+    if (format == nullptr) {
         return MF_E_INVALIDMEDIATYPE;
     }
     ++framesPublished_;

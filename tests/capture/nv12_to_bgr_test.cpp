@@ -1,5 +1,5 @@
 #include "capture/nv12_to_bgr.h"
-#include "tests/frames/reference_converter.h"
+#include "tests/frames/conversion/reference_converter.h"
 
 #include <gtest/gtest.h>
 

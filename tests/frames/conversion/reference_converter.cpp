@@ -72,8 +72,8 @@ std::uint8_t ReadSample(std::span<const std::uint8_t> slot, const PlaneLayout& p
     return slot[static_cast<std::size_t>(address)];
 }
 
-ReferenceColour ReadColour(std::span<const std::uint8_t> slot, const PlaneLayout& plane, bool redFirst,
-                           const SourcePixel& source) {
+ReferenceColor ReadColor(std::span<const std::uint8_t> slot, const PlaneLayout& plane, bool redFirst,
+                         const SourcePixel& source) {
     const std::uint8_t first = ReadSample(slot, plane, source.row, source.column * 4);
     const std::uint8_t second = ReadSample(slot, plane, source.row, source.column * 4 + 1);
     const std::uint8_t third = ReadSample(slot, plane, source.row, source.column * 4 + 2);
@@ -123,7 +123,7 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
         for (std::uint64_t x = picture.x; x < picture.x + picture.width; ++x) {
             const SourcePixel source = Sample(frame, picture, x, y);
             canvas.at(static_cast<std::size_t>(y * canvasWidth + x)) =
-                isPacked ? ReadColour(slot, frame.planes.at(0), redFirst, source).Y()
+                isPacked ? ReadColor(slot, frame.planes.at(0), redFirst, source).Y()
                          : ReadSample(slot, frame.planes.at(0), source.row, source.column);
         }
     }
@@ -138,9 +138,9 @@ std::vector<std::uint8_t> ReferenceConvert(std::span<const std::uint8_t> slot, c
                 canvas.at(target) = ReadSample(slot, frame.planes.at(1), row, column * 2);
                 canvas.at(target + 1) = ReadSample(slot, frame.planes.at(1), row, column * 2 + 1);
             } else if (isPacked) {
-                const ReferenceColour colour = ReadColour(slot, frame.planes.at(0), redFirst, source);
-                canvas.at(target) = colour.U();
-                canvas.at(target + 1) = colour.V();
+                const ReferenceColor color = ReadColor(slot, frame.planes.at(0), redFirst, source);
+                canvas.at(target) = color.U();
+                canvas.at(target + 1) = color.V();
             } else {
                 canvas.at(target) = ReadSample(slot, frame.planes.at(1), row, column);
                 canvas.at(target + 1) = ReadSample(slot, frame.planes.at(2), row, column);

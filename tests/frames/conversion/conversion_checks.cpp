@@ -1,7 +1,7 @@
 #include "conversion_checks.h"
 
-#include "frames/frame_converter.h"
-#include "frames/row_pattern.h"
+#include "frames/conversion/frame_converter.h"
+#include "frames/conversion/row_map.h"
 #include "reference_converter.h"
 #include "tests/support/guarded_bytes.h"
 
@@ -63,16 +63,16 @@ FrameDescriptor RandomFrame(Random& random) {
 void RandomCanvas(Random& random, FrameDescriptor& frame, std::uint32_t& width, std::uint32_t& height) {
     width = random.EvenSize(100, 300);
     height = random.EvenSize(100, 300);
-    const bool sideways = frame.rotation == 90 || frame.rotation == 270;
-    const std::uint32_t turnedWidth = sideways ? frame.codedHeight : frame.codedWidth;
-    const std::uint32_t turnedHeight = sideways ? frame.codedWidth : frame.codedHeight;
-    if (!random.OneIn(2) || turnedWidth > 300 || turnedHeight > 300) {
+    const bool transposed = frame.rotation == 90 || frame.rotation == 270;
+    const std::uint32_t rotatedWidth = transposed ? frame.codedHeight : frame.codedWidth;
+    const std::uint32_t rotatedHeight = transposed ? frame.codedWidth : frame.codedHeight;
+    if (!random.OneIn(2) || rotatedWidth > 300 || rotatedHeight > 300) {
         return;
     }
     constexpr std::array<std::array<std::uint32_t, 2>, 6> Ratios = {{{1, 1}, {1, 1}, {3, 2}, {2, 3}, {2, 1}, {3, 4}}};
     const auto [numerator, denominator] = Ratios.at(random.Below(Ratios.size()));
-    width = std::max(turnedWidth * numerator / denominator / 2 * 2, 2U);
-    height = std::max(turnedHeight * numerator / denominator / 2 * 2, 2U);
+    width = std::max(rotatedWidth * numerator / denominator / 2 * 2, 2U);
+    height = std::max(rotatedHeight * numerator / denominator / 2 * 2, 2U);
     frame.displayWidth = width;
     frame.displayHeight = height;
 }
@@ -108,23 +108,25 @@ std::string Describe(const FrameDescriptor& frame, std::uint32_t canvasWidth, st
     return text.str();
 }
 
-std::vector<const FrameKernels*> UsableKernels() {
-    std::vector<const FrameKernels*> tables = {&ScalarKernels};
-    if (Avx2Usable(ReadCpuReport())) {
+std::vector<const RowKernels*> UsableKernels() {
+    std::vector<const RowKernels*> tables = {&ScalarKernels};
+    if (Avx2Usable()) {
         tables.push_back(&Avx2Kernels);
     }
     return tables;
 }
 
-std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t firstSeed, std::uint32_t count) {
+std::string RandomGeometryDifference(const RowKernels& kernels, std::uint32_t firstSeed, std::uint32_t count) {
     constexpr std::size_t LargestSlot = 4 << 20;
-    constexpr std::size_t LargestCanvas = 600 * 600 / 2 * 3;
-    constexpr std::size_t GuardBytes = 1024; // behind each canvas, in the memory that it keeps
+    constexpr std::uint32_t LargestCanvasSize = 600;
+    constexpr std::size_t LargestCanvas = std::size_t{LargestCanvasSize} * LargestCanvasSize / 2 * 3;
+    constexpr std::size_t GuardBytes = 1024; // after each canvas, in the memory that it keeps
     constexpr std::uint8_t GuardByte = 0xA5;
     const GuardedBytes memory(LargestSlot);
     FillRandomly(memory.All(), firstSeed);
     FrameConverter converter(kernels);
-    FrameCanvas canvas(Bytes(LargestCanvas + GuardBytes));
+    FrameCanvas canvas;
+    canvas.Prepare(LargestCanvasSize + 2, LargestCanvasSize + 2, {}); // with room for a guard after every other one
     for (std::uint32_t seed = firstSeed; seed < firstSeed + count; ++seed) {
         Random random(seed);
         FrameDescriptor frame = RandomFrame(random);
@@ -138,9 +140,10 @@ std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t 
         }
         const std::span<const std::uint8_t> slot = random.OneIn(4) ? memory.First(slotSize) : memory.Last(slotSize);
         if (random.OneIn(3)) {
-            canvas.Forget();
+            canvas.Prepare(width, height, {0, 0, width, height});
+            FillRandomly({canvas.Y(), canvasSize}, seed);
         }
-        const std::span<std::uint8_t> guard(canvas.Luma() + canvasSize, GuardBytes);
+        const std::span<std::uint8_t> guard(canvas.Y() + canvasSize, GuardBytes);
         std::ranges::fill(guard, GuardByte);
         const HRESULT result = converter.Convert(slot, frame, width, height, canvas);
         std::string difference = "result " + std::to_string(result);
@@ -148,7 +151,7 @@ std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t 
             difference = Difference(ReferenceConvert(slot, frame, width, height), canvas.Bytes());
         }
         if (std::ranges::any_of(guard, [](std::uint8_t byte) { return byte != GuardByte; })) {
-            difference += " written behind the canvas";
+            difference += " written after the canvas";
         }
         if (!difference.empty()) {
             return difference.append(", seed ")
@@ -160,13 +163,14 @@ std::string RandomGeometryDifference(const FrameKernels& kernels, std::uint32_t 
     return {};
 }
 
-std::string ColourDifference(const FrameKernels& kernels) {
+std::string ColorDifference(const RowKernels& kernels) {
     constexpr std::uint32_t RowPixels = 256 * 256; // one row for each red
     Bytes pixels(std::size_t{4} * RowPixels);
-    Bytes luma(RowPixels), expectedLuma(RowPixels);
-    Bytes chroma(std::size_t{2} * RowPixels), expectedChroma(std::size_t{2} * RowPixels);
-    Bytes halved(RowPixels), expectedHalved(RowPixels);
-    for (const bool redFirst : {false, true}) {
+    Bytes y(RowPixels), expectedY(RowPixels);
+    Bytes uv(std::size_t{2} * RowPixels), expectedUV(std::size_t{2} * RowPixels);
+    Bytes halfUV(RowPixels), expectedHalfUV(RowPixels);
+    for (const RgbOrder order : {RgbOrder::RedFirst, RgbOrder::BlueFirst}) {
+        const bool redFirst = order == RgbOrder::RedFirst;
         for (int red = 0; red < 256; ++red) {
             for (std::size_t i = 0; i < RowPixels; ++i) {
                 const auto green = static_cast<int>(i / 256);
@@ -175,28 +179,20 @@ std::string ColourDifference(const FrameKernels& kernels) {
                 pixels[4 * i + 1] = static_cast<std::uint8_t>(green);
                 pixels[4 * i + 2] = static_cast<std::uint8_t>(redFirst ? blue : red);
                 pixels[4 * i + 3] = static_cast<std::uint8_t>(red + 3 * green + 7 * blue);
-                const ReferenceColour colour{.red = red, .green = green, .blue = blue};
-                expectedLuma[i] = colour.Y();
-                expectedChroma[2 * i] = colour.U();
-                expectedChroma[2 * i + 1] = colour.V();
+                const ReferenceColor color{.red = red, .green = green, .blue = blue};
+                expectedY[i] = color.Y();
+                expectedUV[2 * i] = color.U();
+                expectedUV[2 * i + 1] = color.V();
             }
-            kernels.chroma(pixels.data(), RowPixels, false, {.redFirst = redFirst}, chroma.data());
-            std::string difference = Difference(expectedChroma, chroma);
-            for (const bool mirrored : {false, true}) {
-                const PixelOrder order{.redFirst = redFirst, .mirrored = mirrored};
-                if (mirrored) {
-                    std::ranges::reverse(expectedLuma);
-                    for (std::size_t i = 0; i < RowPixels / 2; ++i) {
-                        std::swap_ranges(&expectedChroma[2 * i], &expectedChroma[2 * i + 2],
-                                         &expectedChroma[2 * (RowPixels - 1 - i)]);
-                    }
-                }
+            kernels.rgbToYRow(pixels.data(), pixels.data(), order, y.data(), RowPixels);
+            kernels.rgbToUVRow(pixels.data(), order, UVPixels::Each, uv.data(), RowPixels);
+            std::string difference = Difference(expectedY, y) + Difference(expectedUV, uv);
+            for (const UVPixels half : {UVPixels::Even, UVPixels::Odd}) {
                 for (std::size_t i = 0; i < RowPixels / 2; ++i) {
-                    std::copy_n(&expectedChroma[4 * i], 2, &expectedHalved[2 * i]);
+                    std::copy_n(&expectedUV[4 * i + (half == UVPixels::Odd ? 2 : 0)], 2, &expectedHalfUV[2 * i]);
                 }
-                kernels.luma(pixels.data(), pixels.data(), RowPixels, order, luma.data());
-                kernels.chroma(pixels.data(), RowPixels, true, order, halved.data());
-                difference += Difference(expectedLuma, luma) + Difference(expectedHalved, halved);
+                kernels.rgbToUVRow(pixels.data(), order, half, halfUV.data(), RowPixels);
+                difference += Difference(expectedHalfUV, halfUV);
             }
             if (!difference.empty()) {
                 return difference + ", red " + std::to_string(red) + (redFirst ? " first" : " last");
@@ -206,7 +202,7 @@ std::string ColourDifference(const FrameKernels& kernels) {
     return {};
 }
 
-std::string SnapshotDifference(const FrameKernels& kernels) {
+std::string SnapshotDifference(const RowKernels& kernels) {
     constexpr std::uint32_t Width = 2 * 256; // a pair for each U
     Bytes luma(std::size_t{2} * Width), chroma(Width), pixels(std::size_t{6} * Width), expected(std::size_t{6} * Width);
     for (int y = 0; y < 256; ++y) {
@@ -220,7 +216,7 @@ std::string SnapshotDifference(const FrameKernels& kernels) {
                     std::ranges::copy(ReferencePixel(shownY, u, v), &expected[3 * (row * Width + x)]);
                 }
             }
-            kernels.blueGreenRed(luma.data(), chroma.data(), Width, pixels.data());
+            kernels.nv12ToBgr24Rows(luma.data(), chroma.data(), pixels.data(), Width);
             const std::string difference = Difference(expected, pixels);
             if (!difference.empty()) {
                 return difference + ", Y " + std::to_string(y) + " V " + std::to_string(v);
@@ -230,23 +226,23 @@ std::string SnapshotDifference(const FrameKernels& kernels) {
     return {};
 }
 
-std::string RowDifference(const FrameKernels& kernels, std::uint32_t sampleCount) {
-    constexpr std::uint32_t LineCount = 22;
-    const GuardedBytes source(std::size_t{256} << 10), other(64 << 10), drawn(std::size_t{256} << 10);
+std::string RowDifference(const RowKernels& kernels, std::uint32_t sampleCount) {
+    constexpr std::uint32_t RowCount = 22;
+    const GuardedBytes source(std::size_t{256} << 10), other(64 << 10), destination(std::size_t{256} << 10);
     FillRandomly(source.All(), sampleCount + 1);
     FillRandomly(other.All(), sampleCount + 2);
-    // Draws with both tables, next to either page, between bytes that must stay as they are.
-    const auto compare = [&](const char* name, std::size_t drawnBytes,
-                             const std::function<void(const FrameKernels&, std::uint8_t*)>& draw) -> std::string {
+    // Runs both tables, next to either page, between bytes that must stay as they are.
+    const auto compare = [&](const char* name, std::size_t dstBytes,
+                             const std::function<void(const RowKernels&, std::uint8_t*)>& run) -> std::string {
         constexpr std::size_t Margin = 100;
         for (const bool atEnd : {false, true}) {
             const std::span<std::uint8_t> actual =
-                atEnd ? drawn.Last(drawnBytes + Margin) : drawn.First(drawnBytes + Margin);
+                atEnd ? destination.Last(dstBytes + Margin) : destination.First(dstBytes + Margin);
             Bytes expected(actual.size(), 0xA5);
             const std::size_t at = atEnd ? Margin : 0;
-            draw(ScalarKernels, expected.data() + at);
+            run(ScalarKernels, expected.data() + at);
             std::ranges::fill(actual, std::uint8_t{0xA5});
-            draw(kernels, actual.data() + at);
+            run(kernels, actual.data() + at);
             const std::string difference = Difference(expected, actual);
             if (!difference.empty()) {
                 return std::string(name) + ", " + std::to_string(sampleCount) + " samples: " + difference;
@@ -261,73 +257,72 @@ std::string RowDifference(const FrameKernels& kernels, std::uint32_t sampleCount
         };
         const std::size_t count = sampleCount;
         const std::uint32_t even = sampleCount / 2 * 2;
-        differences += compare("copy", count, [&](const FrameKernels& table, std::uint8_t* to) {
-            table.copy(rows(source, count), count, to);
+        differences += compare("copyRow", count, [&](const RowKernels& table, std::uint8_t* dst) {
+            table.copyRow(rows(source, count), dst, count);
         });
-        // On both sides of 64 KiB, from where on other instructions copy.
+        // On both sides of 64 KiB: longer rows are copied by another instruction.
         const std::size_t longCount = 65536 - 35 + count;
-        differences += compare("long copy", longCount, [&](const FrameKernels& table, std::uint8_t* to) {
-            table.copy(rows(source, longCount), longCount, to);
+        differences += compare("copyRow of a long row", longCount, [&](const RowKernels& table, std::uint8_t* dst) {
+            table.copyRow(rows(source, longCount), dst, longCount);
         });
-        differences += compare("interleave", 2 * count, [&](const FrameKernels& table, std::uint8_t* to) {
-            table.interleave(rows(source, count), rows(other, count), sampleCount, to);
+        differences += compare("mergeUVRow", 2 * count, [&](const RowKernels& table, std::uint8_t* dst) {
+            table.mergeUVRow(rows(source, count), rows(other, count), dst, sampleCount);
         });
-        differences += compare("blueGreenRed", std::size_t{6} * even, [&](const FrameKernels& table, std::uint8_t* to) {
-            table.blueGreenRed(rows(source, std::size_t{2} * even), rows(other, even), even, to);
-        });
-        for (const bool redFirst : {false, true}) {
-            for (const bool mirrored : {false, true}) {
-                const PixelOrder order{.redFirst = redFirst, .mirrored = mirrored};
-                const std::uint8_t* const pixels = rows(source, 4 * count);
-                differences += compare("luma", count, [&](const FrameKernels& table, std::uint8_t* to) {
-                    table.luma(pixels, pixels, sampleCount, order, to);
-                });
-                if (!mirrored) {
-                    differences += compare("chroma", 2 * count, [&](const FrameKernels& table, std::uint8_t* to) {
-                        table.chroma(pixels, sampleCount, false, order, to);
+        differences +=
+            compare("nv12ToBgr24Rows", std::size_t{6} * even, [&](const RowKernels& table, std::uint8_t* dst) {
+                table.nv12ToBgr24Rows(rows(source, std::size_t{2} * even), rows(other, even), dst, even);
+            });
+        for (const RgbOrder order : {RgbOrder::RedFirst, RgbOrder::BlueFirst}) {
+            const std::uint8_t* const pixels = rows(source, 4 * count);
+            differences += compare("rgbToYRow", count, [&](const RowKernels& table, std::uint8_t* dst) {
+                table.rgbToYRow(pixels, pixels, order, dst, sampleCount);
+            });
+            differences += compare("rgbToUVRow", 2 * count, [&](const RowKernels& table, std::uint8_t* dst) {
+                table.rgbToUVRow(pixels, order, UVPixels::Each, dst, sampleCount);
+            });
+            for (const UVPixels half : {UVPixels::Even, UVPixels::Odd}) {
+                differences +=
+                    compare("rgbToUVRow of half the pixels", even, [&](const RowKernels& table, std::uint8_t* dst) {
+                        table.rgbToUVRow(rows(source, std::size_t{4} * even), order, half, dst, even);
                     });
-                }
-                differences += compare("halved chroma", even, [&](const FrameKernels& table, std::uint8_t* to) {
-                    table.chroma(rows(source, std::size_t{4} * even), even, true, order, to);
-                });
             }
         }
         // Source rows of every ratio up to 9 : 2, forwards and backwards.
-        for (const std::uint32_t sampleBytes : {1U, 2U, 4U}) {
+        for (const std::uint32_t sampleBytes : {1U, 2U}) {
             for (std::uint32_t ratio = 1; ratio <= 9; ++ratio) {
                 const std::uint32_t sourceCount = (sampleCount * ratio + 1) / 2;
                 for (const bool backwards : {false, true}) {
-                    RowPattern pattern;
+                    std::vector<std::uint32_t> positions(sampleCount);
                     for (std::uint32_t i = 0; i < sampleCount; ++i) {
-                        const std::uint32_t sample = i * sourceCount / sampleCount;
-                        pattern.offsets.push_back((backwards ? sourceCount - 1 - sample : sample) * sampleBytes);
+                        const std::uint32_t position = i * sourceCount / sampleCount;
+                        positions[i] = backwards ? sourceCount - 1 - position : position;
                     }
+                    const RowMap map(positions, sampleBytes, sourceCount);
                     const std::uint32_t rowBytes = sourceCount * sampleBytes;
-                    PreparePattern(sampleBytes, rowBytes, false, pattern);
-                    const RowShuffle row = pattern.Shuffle();
-                    const std::uint8_t* const from = rows(source, rowBytes);
-                    for (const bool twins : {false, true}) {
+                    const std::uint8_t* const src = rows(source, rowBytes);
+                    for (const bool twoRows : {false, true}) {
                         differences +=
-                            compare("spread", row.byteCount * (twins ? std::size_t{2} : std::size_t{1}),
-                                    [&](const FrameKernels& table, std::uint8_t* to) {
-                                        table.spread(row, from, from, to, twins ? to + row.byteCount : nullptr);
+                            compare("scaleRow", map.byteCount * (twoRows ? std::size_t{2} : std::size_t{1}),
+                                    [&](const RowKernels& table, std::uint8_t* dst) {
+                                        table.scaleRow(map, src, src, dst, twoRows ? dst + map.byteCount : nullptr);
                                     });
                     }
-                    if (sampleBytes > 2 || std::size_t{LineCount} * rowBytes > source.All().size()) {
+                    if (std::size_t{RowCount} * rowBytes > source.All().size()) {
                         continue;
                     }
-                    std::array<std::uint32_t, LineCount> lines{};
-                    for (std::uint32_t i = 0; i < LineCount; ++i) {
-                        lines.at(i) = (i % 7) * 3 % LineCount * rowBytes;
+                    const std::uint8_t* const block = rows(source, std::size_t{7} * rowBytes);
+                    std::array<const std::uint8_t*, RowCount> sourceRows{};
+                    for (std::uint32_t i = 0; i < RowCount; ++i) {
+                        sourceRows.at(i) = block + std::size_t{i * 3 % 7} * rowBytes;
                     }
-                    const std::uint8_t* const block = rows(source, (std::ranges::max(lines) + rowBytes));
-                    for (const std::uint32_t lineCount : {2U, 7U, 8U, 15U, 16U, LineCount}) {
-                        const std::size_t pitch = std::size_t{lineCount} * sampleBytes + 3;
-                        differences += compare("turn", pitch * (sampleCount - 1) + std::size_t{lineCount} * sampleBytes,
-                                               [&](const FrameKernels& table, std::uint8_t* to) {
-                                                   (sampleBytes == 1 ? table.turnBytes : table.turnPairs)(
-                                                       row, block, lines.data(), lineCount, to, pitch);
-                                               });
+                    for (const std::uint32_t rowCount : {2U, 7U, 8U, 15U, 16U, RowCount}) {
+                        const std::size_t stride = std::size_t{rowCount} * sampleBytes + 3;
+                        differences +=
+                            compare("transposeRows", stride * (sampleCount - 1) + std::size_t{rowCount} * sampleBytes,
+                                    [&](const RowKernels& table, std::uint8_t* dst) {
+                                        (sampleBytes == 1 ? table.transposeRows8 : table.transposeRows16)(
+                                            map, sourceRows.data(), rowCount, dst, stride);
+                                    });
                     }
                 }
             }

@@ -1,5 +1,5 @@
-// The conversion and the snapshot's colours as their formulas state them, one pixel at a time: slow, plain and shared
-// with nothing in the product. Judges it; hand-computed pictures and colours in the tests judge this reference.
+// The conversion and the snapshot's colors as their formulas state them, one pixel at a time: slow, plain and shared
+// with nothing in the product. Judges it; hand-computed pictures and colors in the tests judge this reference.
 #pragma once
 
 #include "frames/frame_message.h"
@@ -22,7 +22,7 @@ inline std::uint8_t ReferenceByte(int sum, int offset) {
     return static_cast<std::uint8_t>(std::clamp(part + offset, 0, 255));
 }
 
-struct ReferenceColour {
+struct ReferenceColor {
     int red = 0;
     int green = 0;
     int blue = 0;

@@ -1,0 +1,34 @@
+// Converts the frame in a slot into the picture on the NV12 canvas: fitted, centered on black, rotated and mirrored as
+// the frame's descriptor says. Pure: no Windows calls.
+#pragma once
+
+#include "frames/conversion/canvas.h"
+#include "frames/conversion/frame_plan.h"
+#include "frames/conversion/row_kernels.h"
+#include "frames/frame_message.h"
+#include "platform/hresult.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace receiver {
+
+class FrameConverter {
+public:
+    explicit FrameConverter(const RowKernels& kernels = BestKernels()) noexcept : kernels_(&kernels) {}
+
+    // Makes `canvas` an NV12 frame (BT.601, limited range) of the given even size with the picture of `slot` on it. The
+    // page may write to the slot in the meantime: that can spoil the picture and nothing else.
+    // MF_E_INVALIDMEDIATYPE: the format is not supported or lacks planes; the canvas is black.
+    // E_INVALIDARG: the planes leave the slot; the canvas is unchanged.
+    [[nodiscard]] HRESULT Convert(std::span<const std::uint8_t> slot, const FrameDescriptor& frame,
+                                  std::uint32_t canvasWidth, std::uint32_t canvasHeight, FrameCanvas& canvas);
+
+private:
+    const RowKernels* kernels_;
+    std::optional<FramePlan> plan_; // of the last frame; most frames repeat its geometry
+    CacheLineAlignedBytes rowBuffer_; // for rows on their way to the canvas
+};
+
+} // namespace receiver
