@@ -1,5 +1,5 @@
 # The packages: a ZIP, and an installer for one user. ./dev package makes them with CPack.
-install(TARGETS vistel-receiver camera_probe RUNTIME DESTINATION .)
+install(TARGETS vistel-receiver camera_probe sample_camera RUNTIME DESTINATION .)
 install(FILES packaging/README.txt CHANGELOG.md DESTINATION .)
 install(FILES docs/page-protocol.md docs/frame-file.md DESTINATION docs)
 install(DIRECTORY examples DESTINATION .)

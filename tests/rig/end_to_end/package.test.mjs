@@ -18,6 +18,7 @@ const Program = 'vistel-receiver.exe';
 const Probe = 'camera_probe.exe';
 const Refused = 3; // the installer's exit code
 const Uninstaller = 'uninstall.exe';
+const CameraKey = 'HKCU\\Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32';
 const UninstallKey = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
 
 // Packs what is built; the path of the file.
@@ -51,18 +52,25 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
 
     let folder;
     let link;
-    const install = async (run, installer) => {
-        const { exited } = await run.driver.startProgram(await run.prefix.addFile(installer, 'C:\\Setup.exe'), '/S');
+    const install = async (run, installer, options = '') => {
+        const program = await run.prefix.addFile(installer, 'C:\\Setup.exe');
+        const { exited } = await run.driver.startProgram(program, `/S${options}`);
         return within(LimitMs, 'end of the installer', exited);
     };
-    // The program's entry in the list of installed ones; empty when there is none.
-    const entry = async (run) => {
-        const query = run.prefix.start('reg.exe', ['query', UninstallKey], run.display.name);
+    const query = async (run, key) => {
+        const program = run.prefix.start('reg.exe', ['query', key], run.display.name);
         let text = '';
-        query.stdout.on('data', (chunk) => {
+        program.stdout.on('data', (chunk) => {
             text += chunk;
         });
-        await within(LimitMs, 'end of the query', query.exited);
+        await within(LimitMs, 'end of the query', program.exited);
+        return text;
+    };
+    const registeredCamera = async (run) =>
+        /REG_SZ\s+(.*?)\s*$/m.exec((await query(run, CameraKey)).replace(/^.*ThreadingModel.*$/m, ''))?.[1];
+    // The program's entry in the list of installed ones; empty when there is none.
+    const entry = async (run) => {
+        const text = await query(run, UninstallKey);
         return Object.fromEntries([...text.matchAll(/^\s+(\w+)\s+REG_\w+\s+(.*?)\s*$/gm)].map(([, ...pair]) => pair));
     };
 
@@ -85,6 +93,8 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     assert.ok((await readFile(link)).includes(Buffer.from('vistel-receiver.exe', 'utf16le')));
     assert.equal((await entry(run)).DisplayName, 'Vistel Receiver');
 
+    assert.equal(await registeredCamera(run), undefined, 'it is registered only on request');
+
     // It runs from there.
     await slotPage.connect();
     assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
@@ -102,8 +112,9 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
 
     // A newer one closes it as a user would, replaces it and leaves alone what is not its own.
     await writeFile(join(folder, 'notes.txt'), 'the user\'s');
-    assert.equal(await install(run, newer), 0);
+    assert.equal(await install(run, newer, ' /CAMERA'), 0);
     assert.equal(await run.waitForExit(), 0);
+    assert.ok((await registeredCamera(run)).endsWith('\\Vistel Receiver\\sample_camera.dll'));
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
     assert.equal((await entry(run)).DisplayVersion, '9.8.7');
 
@@ -124,13 +135,14 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     await until(LimitMs, 'removal', async () => !(await entry(run)).DisplayName);
     assert.equal(await within(LimitMs, 'end of the second receiver', second.exited), 0);
     assert.deepEqual(await readdir(folder), ['notes.txt']);
+    assert.equal(await registeredCamera(run), undefined);
     assert.ok(!existsSync(link));
     assert.ok(slotPage.frameFile.exists);
     assert.ok((await run.logLines()).length > 0);
 });
 
 test('the programs contain neither time nor place of their build', async () => {
-    for (const name of [Program, `tools/camera_probe/${Probe}`]) {
+    for (const name of [Program, `tools/camera_probe/${Probe}`, 'sample_camera/sample_camera.dll']) {
         const bytes = await readFile(join(BuildFolder, name));
         const headers = bytes.readUInt32LE(0x3c);
         assert.equal(bytes.toString('latin1', headers, headers + 4), 'PE\0\0');
