@@ -2,6 +2,7 @@
 // recorder and the settings in force, all used on the UI thread alone. Its operations live in the files named below.
 #pragma once
 
+#include "app/quality.h"
 #include "capture/video_recorder.h"
 #include "frames/conversion/canvas.h"
 #include "frames/conversion/frame_converter.h"
@@ -79,7 +80,7 @@ private:
     [[nodiscard]] HRESULT HandleSnapshot();
     [[nodiscard]] HRESULT HandleRecordStart();
     [[nodiscard]] HRESULT HandleRecordStop();
-    [[nodiscard]] HRESULT HandleQuality(std::wstring_view value);
+    [[nodiscard]] HRESULT HandleQuality(std::wstring_view name);
 
     // frames/frame_slots.cpp
     [[nodiscard]] HRESULT ConvertAndPublishFrame(const std::uint8_t* slot, std::wstring_view text);
@@ -103,8 +104,8 @@ private:
     VideoRecorder recorder;
     FrameConverter frameConverter;
     FrameCanvas scratchBuffer; // the canvas: the last converted frame, NV12
-    std::uint32_t outputWidth = 1280;
-    std::uint32_t outputHeight = 720;
+    std::uint32_t outputWidth = DefaultQuality.width; // the size in force
+    std::uint32_t outputHeight = DefaultQuality.height;
     std::uint64_t framesHandled = 0;
     std::wstring layoutName = L"setup";
 };

@@ -1,6 +1,7 @@
 #include "app/settings.h"
 
 #include "app/installation_id.h"
+#include "app/quality.h"
 #include "platform/environment_variable.h"
 #include "platform/folder.h"
 
@@ -44,7 +45,10 @@ bool SaveVideoQuality(std::wstring_view value) {
     if (!file) {
         return false;
     }
-    file << (value == L"1080p" ? "1080p" : "720p");
+    const Quality* const quality = FindQuality(value);
+    for (const wchar_t character : quality != nullptr ? quality->name : DefaultQuality.name) {
+        file << static_cast<char>(character);
+    }
     return file.good();
 }
 

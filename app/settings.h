@@ -11,7 +11,8 @@ namespace receiver {
 // is missing or holds anything else.
 [[nodiscard]] std::wstring ReadInstallationId();
 
-// Replaces the content of "video-quality.txt" by "1080p" or, for every other value, "720p". False when that failed.
+// Replaces the content of "video-quality.txt" with the quality's name, or with the default quality's when `value` names
+// none. False when that failed.
 [[nodiscard]] bool SaveVideoQuality(std::wstring_view value);
 
 } // namespace receiver

@@ -43,14 +43,4 @@ std::optional<PictureSize> ClientSizeOf(std::wstring_view orientation) noexcept 
     return std::nullopt;
 }
 
-std::optional<PictureSize> OutputSizeOf(std::wstring_view quality) noexcept {
-    if (quality == L"720p") {
-        return PictureSize{1280, 720};
-    }
-    if (quality == L"1080p") {
-        return PictureSize{1920, 1080};
-    }
-    return std::nullopt;
-}
-
 } // namespace receiver

@@ -13,7 +13,7 @@ enum class PageCommandKind {
     Snapshot, // "media:snapshot"
     RecordStart, // "media:record:start"
     RecordStop, // "media:record:stop"
-    Quality, // "quality:" value
+    Quality, // "quality:" name
     Frame, // "frame:" descriptor
     Unknown, // anything else
 };
@@ -35,8 +35,5 @@ struct PictureSize {
 
 // Client area of the window for "landscape", "portrait" and "setup".
 [[nodiscard]] std::optional<PictureSize> ClientSizeOf(std::wstring_view orientation) noexcept;
-
-// Output frame for "720p" and "1080p".
-[[nodiscard]] std::optional<PictureSize> OutputSizeOf(std::wstring_view quality) noexcept;
 
 } // namespace receiver

@@ -1,5 +1,6 @@
 // The dispatcher of the page's texts, and what is posted in answer. frames/frame_slots.cpp handles frame messages.
 
+#include "app/quality.h"
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
 #include "app/settings.h"
@@ -91,21 +92,21 @@ HRESULT ReceiverApp::HandleRecordStop() {
     return result;
 }
 
-HRESULT ReceiverApp::HandleQuality(std::wstring_view value) {
-    // Deliberate: a running recording ends before the value is looked at, even when the value turns out to be unknown.
+HRESULT ReceiverApp::HandleQuality(std::wstring_view name) {
+    // Deliberate: a running recording is stopped before the name is examined, so that an unknown name stops it too.
     if (recorder.Recording()) {
         std::wstring path;
         const HRESULT stopped = recorder.Stop(&path);
         PostMediaResult(L"recording-stopped", stopped, path);
     }
-    const std::optional<PictureSize> size = OutputSizeOf(value);
-    if (!size) {
+    const Quality* const quality = FindQuality(name);
+    if (quality == nullptr) {
         return E_INVALIDARG;
     }
-    outputWidth = size->width;
-    outputHeight = size->height;
-    const bool saved = SaveVideoQuality(value);
-    ReceiverLog::Write(L"Video quality selected: ", value);
+    outputWidth = quality->width;
+    outputHeight = quality->height;
+    const bool saved = SaveVideoQuality(name);
+    ReceiverLog::Write(L"Video quality selected: ", name);
     return saved ? S_OK : E_FAIL;
 }
 

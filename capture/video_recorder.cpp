@@ -1,5 +1,6 @@
 #include "capture/video_recorder.h"
 
+#include "app/quality.h"
 #include "capture/capture_path.h"
 #include "platform/hresult.h"
 
@@ -15,9 +16,6 @@ namespace {
 
 constexpr std::uint32_t FramesPerSecond = 30;
 constexpr std::int64_t SampleDuration100ns = 333'333; // whatever the real spacing of frames
-constexpr std::uint32_t BitsPerSecond = 6'000'000;
-constexpr std::uint32_t FullHdBitsPerSecond = 10'000'000;
-constexpr std::uint32_t FullHdWidth = 1920;
 
 // What both ends of the encoder have in common. The single settings' results are ignored: AddStream and
 // SetInputMediaType refuse a type that lacks something.
@@ -26,7 +24,7 @@ HRESULT MakeVideoType(const GUID& subtype, std::uint32_t width, std::uint32_t he
     (void)type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
     (void)type->SetGUID(MF_MT_SUBTYPE, subtype);
     if (subtype == MFVideoFormat_H264) {
-        (void)type->SetUINT32(MF_MT_AVG_BITRATE, width < FullHdWidth ? BitsPerSecond : FullHdBitsPerSecond);
+        (void)type->SetUINT32(MF_MT_AVG_BITRATE, RecordingBitsPerSecond(width));
     }
     (void)type->SetUINT32(MF_MT_INTERLACE_MODE, MFVideoInterlace_Progressive);
     (void)type->SetUINT64(MF_MT_FRAME_SIZE, static_cast<std::uint64_t>(width) << 32 | height);

@@ -1,7 +1,5 @@
 #include "frames/frame_file.h"
 
-#include "frames/nv12_frame.h"
-
 #include <atomic>
 #include <cstring>
 
@@ -10,13 +8,9 @@ namespace receiver {
 static_assert(std::atomic_ref<std::uint64_t>::is_always_lock_free, "other processes take part in the protocol");
 static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 
-bool IsFrameGeometry(std::uint32_t width, std::uint32_t height) noexcept {
-    return (width == 1280 && height == 720) || (width == 1920 && height == 1080);
-}
-
 bool IsHeaderValid(const FrameFileHeader& header) noexcept {
     return header.magic == FrameFileMagic && header.version == FrameFileVersion &&
-           IsFrameGeometry(header.width, header.height) && header.stride == header.width &&
+           FindQuality(header.width, header.height) != nullptr && header.stride == header.width &&
            header.frameSize == Nv12Size(header.width, header.height);
 }
 
@@ -27,10 +21,10 @@ void ResetFrameFile(FrameFileLayout& file) noexcept {
     std::atomic_thread_fence(std::memory_order_seq_cst);
     file.header.magic = FrameFileMagic;
     file.header.version = FrameFileVersion;
-    file.header.width = 1280;
-    file.header.height = 720;
-    file.header.stride = 1280;
-    file.header.frameSize = Nv12Size(1280, 720);
+    file.header.width = DefaultQuality.width;
+    file.header.height = DefaultQuality.height;
+    file.header.stride = DefaultQuality.width;
+    file.header.frameSize = Nv12Size(DefaultQuality.width, DefaultQuality.height);
 }
 
 std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept {

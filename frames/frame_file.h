@@ -5,20 +5,24 @@
 // when `sequence` has not changed.
 #pragma once
 
+#include "app/quality.h"
+#include "frames/nv12_frame.h"
+
 #include <cstddef>
 #include <cstdint>
 
 namespace receiver {
 
-inline constexpr std::uint32_t MaxFrameSize = 1920 * 1080 * 3 / 2; // bytes of the largest frame
+// Bytes of the largest frame.
+inline constexpr std::uint32_t MaxFrameSize = Nv12Size(LargestQuality.width, LargestQuality.height);
 inline constexpr std::uint32_t FrameFileMagic = 0x4C545356; // the bytes "VSTL"
 inline constexpr std::uint32_t FrameFileVersion = 2;
 
 struct FrameFileHeader {
     std::uint32_t magic;
     std::uint32_t version;
-    std::uint32_t width; // pixels: 1280 or 1920
-    std::uint32_t height; // pixels: 720 or 1080
+    std::uint32_t width; // pixels; width and height are those of a quality
+    std::uint32_t height;
     std::uint32_t stride; // bytes per luma row; equals width
     std::uint32_t frameSize; // bytes of one NV12 frame
     std::uint64_t sequence; // odd while a frame is being written
@@ -37,12 +41,9 @@ struct FrameFileLayout {
 };
 static_assert(sizeof(FrameFileLayout) == 6220864);
 
-// True for the two frame sizes that the file can hold.
-[[nodiscard]] bool IsFrameGeometry(std::uint32_t width, std::uint32_t height) noexcept;
-
 [[nodiscard]] bool IsHeaderValid(const FrameFileHeader& header) noexcept;
 
-// Zeroes sequence, timestamp, index and both buffers and describes 1280 x 720 frames.
+// Zeroes sequence, timestamp, index and both buffers and describes frames of the default quality.
 void ResetFrameFile(FrameFileLayout& file) noexcept;
 
 // First half of publishing: makes the sequence odd, stores the geometry and returns the buffer to write to, the one

@@ -1,5 +1,6 @@
 #include "frames/shared_frame_file.h"
 
+#include "app/quality.h"
 #include "frames/nv12_frame.h"
 #include "platform/environment_variable.h"
 #include "platform/folder.h"
@@ -58,7 +59,7 @@ HRESULT SharedFrameFile::OpenSharedFrameFile() {
 
 HRESULT SharedFrameFile::PublishFrame(const std::uint8_t* data, std::uint32_t size, std::uint32_t width,
                                       std::uint32_t height) {
-    if (data == nullptr || !IsFrameGeometry(width, height) || size != Nv12Size(width, height)) {
+    if (data == nullptr || FindQuality(width, height) == nullptr || size != Nv12Size(width, height)) {
         return E_INVALIDARG;
     }
     RETURN_IF_FAILED(OpenSharedFrameFile());

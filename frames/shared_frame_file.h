@@ -14,7 +14,7 @@ public:
     // Opens, sizes, maps and validates "frame-buffer.bin" in the data folder. S_OK at once when it is open already.
     // A failure leaves the object closed.
     [[nodiscard]] HRESULT OpenSharedFrameFile();
-    // Publishes one tightly packed NV12 frame of 1280 x 720 or 1920 x 1080, opening the file first if need be.
+    // Publishes one tightly packed NV12 frame of a quality's size; opens the file first when it is not open.
     // E_INVALIDARG, with the file untouched, for any other size or a null pointer.
     [[nodiscard]] HRESULT PublishFrame(const std::uint8_t* data, std::uint32_t size, std::uint32_t width,
                                        std::uint32_t height);

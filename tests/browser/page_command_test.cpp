@@ -65,13 +65,5 @@ TEST(PageCommand, EachOrientationHasItsClientSize) {
     }
 }
 
-TEST(PageCommand, EachQualityHasItsOutputSize) {
-    EXPECT_EQ(OutputSizeOf(L"720p"), (PictureSize{1280, 720}));
-    EXPECT_EQ(OutputSizeOf(L"1080p"), (PictureSize{1920, 1080}));
-    for (const wchar_t* text : {L"", L"480p", L"720P", L"1080p ", L"720"}) {
-        EXPECT_EQ(OutputSizeOf(text), std::nullopt);
-    }
-}
-
 } // namespace
 } // namespace receiver

@@ -70,28 +70,6 @@ TEST(FrameFile, HeaderFieldsStandLittleEndianAtTheirOffsets) {
     EXPECT_EQ(BytesOf(*file, 0, 64), expected);
 }
 
-TEST(FrameFile, TakesExactlyTwoGeometries) {
-    EXPECT_TRUE(IsFrameGeometry(1280, 720));
-    EXPECT_TRUE(IsFrameGeometry(1920, 1080));
-    constexpr std::array<std::array<std::uint32_t, 2>, 12> Refused{{
-        {1280, 1080},
-        {1920, 720},
-        {720, 1280},
-        {1080, 1920},
-        {1279, 720},
-        {1281, 720},
-        {1280, 719},
-        {1280, 721},
-        {1919, 1080},
-        {1920, 1081},
-        {0, 0},
-        {3840, 2160},
-    }};
-    for (const auto& [width, height] : Refused) {
-        EXPECT_FALSE(IsFrameGeometry(width, height)) << width << " x " << height;
-    }
-}
-
 TEST(FrameFile, ANv12FrameHasThreeBytesForTwoPixels) {
     EXPECT_EQ(Nv12Size(1280, 720), 1382400U);
     EXPECT_EQ(Nv12Size(1920, 1080), 3110400U);
