@@ -48,9 +48,12 @@ public:
 
     // browser/page_protocol.cpp
     HRESULT OnWebMessageReceived(ICoreWebView2* sender, ICoreWebView2WebMessageReceivedEventArgs* args);
-    // `text` must be null-terminated. Nothing is posted while the browser does not exist.
-    void PostJsonToPage(const wchar_t* text) noexcept;
+    // Posts a null-terminated text. E_POINTER while the browser does not exist.
+    HRESULT PostJsonToPage(const wchar_t* text) noexcept;
     void PostMediaResult(std::wstring_view action, HRESULT code, std::wstring_view path);
+    // Stops the recorder, returns its result, logs it with `logText` unless that is null, and posts it as
+    // "recording-stopped". After the failed write of a frame `writeFailure` is posted instead, as "recording-failed".
+    HRESULT StopRecording(const wchar_t* logText, HRESULT writeFailure = S_OK);
 
     // browser/diagnostics.cpp
     [[nodiscard]] HRESULT PostDiagnostics() noexcept;
@@ -79,7 +82,6 @@ private:
     [[nodiscard]] HRESULT HandleOrientation(std::wstring_view mode);
     [[nodiscard]] HRESULT HandleSnapshot();
     [[nodiscard]] HRESULT HandleRecordStart();
-    [[nodiscard]] HRESULT HandleRecordStop();
     [[nodiscard]] HRESULT HandleQuality(std::wstring_view name);
 
     // frames/frame_slots.cpp

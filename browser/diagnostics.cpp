@@ -38,9 +38,9 @@ bool IsVirtualCameraRegistered() noexcept {
 
 HRESULT ReceiverApp::PostDiagnostics() noexcept try {
     if (!webView) {
-        return E_POINTER;
+        return E_POINTER; // before the system is queried
     }
-    return webView->PostWebMessageAsJson(DiagnosticsJson(ReadOsVersion(), IsVirtualCameraRegistered()).c_str());
+    return PostJsonToPage(DiagnosticsJson(ReadOsVersion(), IsVirtualCameraRegistered()).c_str());
 } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
 }

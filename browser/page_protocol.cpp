@@ -30,7 +30,7 @@ HRESULT ReceiverApp::OnWebMessageReceived(ICoreWebView2*, ICoreWebView2WebMessag
     case PageCommandKind::RecordStart:
         return HandleRecordStart();
     case PageCommandKind::RecordStop:
-        return HandleRecordStop();
+        return StopRecording(L"Recording stopped");
     case PageCommandKind::Quality:
         return HandleQuality(command.argument);
     case PageCommandKind::Frame:
@@ -51,7 +51,7 @@ HRESULT ReceiverApp::HandleReady() {
     }
     pageReady = true; // regardless of the results above
     if (consumerActive) {
-        PostJsonToPage(UsageOnJson);
+        (void)PostJsonToPage(UsageOnJson); // A message that is not posted is lost.
     }
     return posted;
 }
@@ -67,10 +67,13 @@ HRESULT ReceiverApp::HandleOrientation(std::wstring_view mode) {
 
 HRESULT ReceiverApp::HandleSnapshot() {
     std::wstring path;
-    const std::span<const std::uint8_t> frame = scratchBuffer.Bytes();
-    const HRESULT result = frame.empty() ? MF_E_NOT_AVAILABLE
-                                         : SaveSnapshot(frame.data(), static_cast<std::uint32_t>(frame.size()),
-                                                        outputWidth, outputHeight, path);
+    const std::span<const std::uint8_t> frame = scratchBuffer.Frame().bytes;
+    HRESULT result = MF_E_NOT_AVAILABLE;
+    if (!frame.empty()) {
+        // Deliberate: with the size in force, which after a change of quality and until the next frame is not the
+        // size of the frame on the canvas.
+        result = SaveSnapshot(frame.data(), static_cast<std::uint32_t>(frame.size()), outputWidth, outputHeight, path);
+    }
     ReceiverLog::Write(L"Snapshot requested", result);
     PostMediaResult(L"snapshot", result, path);
     return result;
@@ -84,20 +87,10 @@ HRESULT ReceiverApp::HandleRecordStart() {
     return result;
 }
 
-HRESULT ReceiverApp::HandleRecordStop() {
-    std::wstring path;
-    const HRESULT result = recorder.Stop(&path);
-    ReceiverLog::Write(L"Recording stopped", result);
-    PostMediaResult(L"recording-stopped", result, path);
-    return result;
-}
-
 HRESULT ReceiverApp::HandleQuality(std::wstring_view name) {
     // Deliberate: a running recording is stopped before the name is examined, so that an unknown name stops it too.
     if (recorder.Recording()) {
-        std::wstring path;
-        const HRESULT stopped = recorder.Stop(&path);
-        PostMediaResult(L"recording-stopped", stopped, path);
+        (void)StopRecording(nullptr); // The page receives the result; it does not decide about the quality.
     }
     const Quality* const quality = FindQuality(name);
     if (quality == nullptr) {
@@ -110,16 +103,25 @@ HRESULT ReceiverApp::HandleQuality(std::wstring_view name) {
     return saved ? S_OK : E_FAIL;
 }
 
-void ReceiverApp::PostJsonToPage(const wchar_t* text) noexcept {
-    if (webView) {
-        (void)webView->PostWebMessageAsJson(text); // A page that has gone misses the message.
+HRESULT ReceiverApp::StopRecording(const wchar_t* logText, HRESULT writeFailure) {
+    std::wstring path;
+    const HRESULT stopped = recorder.Stop(&path);
+    if (logText != nullptr) {
+        ReceiverLog::Write(logText, stopped);
     }
+    const bool failed = FAILED(writeFailure);
+    PostMediaResult(failed ? L"recording-failed" : L"recording-stopped", failed ? writeFailure : stopped, path);
+    return stopped;
 }
 
 void ReceiverApp::PostMediaResult(std::wstring_view action, HRESULT code, std::wstring_view path) {
     if (webView) {
-        PostJsonToPage(MediaResultJson(action, code, path).c_str());
+        (void)PostJsonToPage(MediaResultJson(action, code, path).c_str()); // A message that is not posted is lost.
     }
+}
+
+HRESULT ReceiverApp::PostJsonToPage(const wchar_t* text) noexcept {
+    return webView ? webView->PostWebMessageAsJson(text) : E_POINTER;
 }
 
 } // namespace receiver

@@ -75,9 +75,7 @@ HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstri
     }
     const HRESULT written = recorder.WriteFrame(frame.bytes.data(), static_cast<std::int32_t>(size));
     if (FAILED(written)) {
-        std::wstring path;
-        (void)recorder.Stop(&path); // The page is told why the recording ended, not how its file was closed.
-        PostMediaResult(L"recording-failed", written, path);
+        (void)StopRecording(nullptr, written); // The page receives the reason, not how the file was closed.
     }
     return written;
 } catch (const std::bad_alloc&) {
