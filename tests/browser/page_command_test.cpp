@@ -15,7 +15,7 @@ TEST(PageCommand, WholeTextsMatchExactly) {
 }
 
 TEST(PageCommand, WhatFollowsAPrefixIsTheArgument) {
-    EXPECT_EQ(RecognizePageCommand(L"window:orientation:portrait").kind, Kind::WindowOrientation);
+    EXPECT_EQ(RecognizePageCommand(L"window:orientation:portrait").kind, Kind::WindowLayout);
     EXPECT_EQ(RecognizePageCommand(L"window:orientation:portrait").argument, L"portrait");
     EXPECT_EQ(RecognizePageCommand(L"quality:1080p").kind, Kind::Quality);
     EXPECT_EQ(RecognizePageCommand(L"quality:1080p").argument, L"1080p");
@@ -56,10 +56,10 @@ TEST(PageCommand, AnythingElseIsUnknown) {
     }
 }
 
-TEST(PageCommand, EachOrientationHasItsClientSize) {
-    EXPECT_EQ(ClientSizeOf(L"landscape"), (PictureSize{960, 540}));
-    EXPECT_EQ(ClientSizeOf(L"portrait"), (PictureSize{450, 800}));
-    EXPECT_EQ(ClientSizeOf(L"setup"), (PictureSize{760, 520}));
+TEST(PageCommand, EachLayoutHasItsClientSize) {
+    EXPECT_EQ(ClientSizeOf(L"landscape"), (ClientSize{960, 540}));
+    EXPECT_EQ(ClientSizeOf(L"portrait"), (ClientSize{450, 800}));
+    EXPECT_EQ(ClientSizeOf(L"setup"), (ClientSize{760, 520}));
     for (const wchar_t* text : {L"", L"Portrait", L"portrait ", L"square"}) {
         EXPECT_EQ(ClientSizeOf(text), std::nullopt);
     }
