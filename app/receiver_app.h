@@ -7,6 +7,7 @@
 #include "frames/conversion/canvas.h"
 #include "frames/conversion/frame_converter.h"
 #include "frames/shared_frame_file.h"
+#include "frames/usage_tracker.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 
@@ -93,8 +94,7 @@ private:
     UniqueHandle usageEvent;
     std::wstring userDataFolder;
     std::wstring receiverAddress; // with the client query; empty: the built-in page
-    std::uint64_t lastConsumerTick = 0; // milliseconds since system start
-    bool consumerActive = false; // some application is pulling frames from the virtual camera
+    UsageTracker usageTracker; // lastConsumerTick and consumerActive
     bool pageReady = false; // never reset
     std::array<EventRegistrationToken, 3> messageTokens{};
     ComPtr<ICoreWebView2Environment> environment;

@@ -50,7 +50,7 @@ HRESULT ReceiverApp::HandleReady() {
         ReceiverLog::Write(L"System diagnostics posted to script", PostDiagnostics());
     }
     pageReady = true; // regardless of the results above
-    if (consumerActive) {
+    if (usageTracker.ConsumerActive()) {
         (void)PostJsonToPage(UsageOnJson); // A message that is not posted is lost.
     }
     return posted;

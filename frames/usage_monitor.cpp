@@ -1,10 +1,9 @@
-// Watches the named event that the virtual camera signals for every frame it hands out, and tells the page when the
-// camera comes into use and when it falls idle. The decision itself is in frames/usage_state.h.
+// Polls the named event that the virtual camera signals for every frame that a consumer requests, and posts to the page
+// when the consumer starts and stops. frames/usage_tracker.h decides when that is.
 
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
 #include "browser/page_json.h"
-#include "frames/usage_state.h"
 #include "platform/hresult.h"
 
 #include <sddl.h>
@@ -26,27 +25,26 @@ void ReceiverApp::InitializeUsageMonitor() noexcept {
     const bool secured = ConvertStringSecurityDescriptorToSecurityDescriptorW(EventSecurity, SDDL_REVISION_1,
                                                                               descriptor.Put(), nullptr) != 0;
     attributes.lpSecurityDescriptor = descriptor.Get();
-    // Auto-reset: a poll that finds the signal also takes it. Where the camera has made the event first, it is opened.
+    // Auto-reset: a poll that finds the event signaled resets it. An event that the camera created first is opened.
     usageEvent.Reset(CreateEventW(secured ? &attributes : nullptr, FALSE, FALSE, EventName));
     const HRESULT result = usageEvent ? S_OK : LastErrorResult();
     ReceiverLog::Write(L"Virtual camera usage monitor initialized", result);
     if (usageEvent) {
-        (void)SetTimer(window, UsageTimer, PollPeriodMs, nullptr); // Without it the camera counts as idle.
+        (void)SetTimer(window, UsageTimer, PollPeriodMs, nullptr); // Without the timer no consumer is ever reported.
     }
 }
 
 void ReceiverApp::OnUsageTimer() noexcept {
     const std::uint64_t now = GetTickCount64();
-    const bool signalled = WaitForSingleObject(usageEvent.Get(), 0) == WAIT_OBJECT_0;
-    const auto change = OnUsagePoll(signalled, now, lastConsumerTick, consumerActive);
-    if (!change) {
+    const bool signaled = WaitForSingleObject(usageEvent.Get(), 0) == WAIT_OBJECT_0;
+    if (!usageTracker.OnPoll(signaled, now)) {
         return;
     }
-    const bool started = *change == UsageChange::Started;
-    ReceiverLog::Write(started ? L"Virtual camera consumer started requesting frames"
-                               : L"Virtual camera consumer stopped requesting frames");
+    const bool active = usageTracker.ConsumerActive();
+    ReceiverLog::Write(active ? L"Virtual camera consumer started requesting frames"
+                              : L"Virtual camera consumer stopped requesting frames");
     if (pageReady) {
-        PostJsonToPage(started ? UsageOnJson : UsageOffJson);
+        (void)PostJsonToPage(active ? UsageOnJson : UsageOffJson); // A message that is not posted is lost.
     }
 }
 
