@@ -1,16 +1,36 @@
-// The two frame slots shared with the page, and what happens to a frame that the page announces in one of them.
+// The two frame slots shared with the page, and the handling of a frame message: convert, publish, record.
 
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
+#include "browser/page_command.h"
 #include "browser/page_json.h"
 #include "frames/frame_message.h"
 #include "frames/nv12_frame.h"
 #include "platform/hresult.h"
 
+#include <array>
+#include <cstddef>
 #include <new>
+#include <optional>
 #include <string>
 
 namespace receiver {
+namespace {
+
+constexpr std::array<std::wstring_view, 2> SlotPrefixes = {L"0:", L"1:"};
+
+// Removes the slot's number and colon from the front of a frame command's argument and returns the number.
+std::optional<std::size_t> TakeSlotNumber(std::wstring_view& argument) noexcept {
+    for (std::size_t slot = 0; slot < SlotPrefixes.size(); ++slot) {
+        if (argument.starts_with(SlotPrefixes[slot])) {
+            argument.remove_prefix(SlotPrefixes[slot].size());
+            return slot;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
 
 HRESULT ReceiverApp::CreateAndPostFrameSlots() noexcept try {
     if (!environment || !webView) {
@@ -24,7 +44,7 @@ HRESULT ReceiverApp::CreateAndPostFrameSlots() noexcept try {
     RETURN_IF_FAILED(sharedFrameFile.OpenSharedFrameFile());
 
     for (unsigned slot = 0; slot < slotBuffers.size(); ++slot) {
-        slotData[slot] = nullptr; // It dies with the buffer that is released next.
+        slotData[slot] = nullptr; // It becomes invalid with the buffer that is released next.
         RETURN_IF_FAILED(bufferFactory->CreateSharedBuffer(SlotSize, slotBuffers[slot].Put()));
         RETURN_IF_FAILED(slotBuffers[slot]->get_Buffer(&slotData[slot]));
         RETURN_IF_FAILED(bufferPoster->PostSharedBufferToScript(
@@ -36,21 +56,16 @@ HRESULT ReceiverApp::CreateAndPostFrameSlots() noexcept try {
 }
 
 HRESULT ReceiverApp::HandleFrameMessage(std::wstring_view message) {
-    constexpr std::size_t SlotIndex = 6; // behind "frame:"
-    constexpr std::size_t DescriptorIndex = 8;
-    if (message.size() <= DescriptorIndex || message[SlotIndex + 1] != L':' ||
-        (message[SlotIndex] != L'0' && message[SlotIndex] != L'1')) {
-        return E_INVALIDARG;
-    }
-    const std::uint8_t* const slot = slotData[message[SlotIndex] == L'0' ? 0 : 1];
-    if (slot == nullptr) {
+    std::wstring_view descriptor = RecognizePageCommand(message).argument;
+    const std::optional<std::size_t> slot = TakeSlotNumber(descriptor);
+    if (!slot || descriptor.empty() || slotData[*slot] == nullptr) {
         return E_INVALIDARG;
     }
     const bool first = framesHandled == 0;
     if (first) {
         ReceiverLog::Write(L"First frame descriptor: ", message);
     }
-    const HRESULT result = ConvertAndPublishFrame(slot, message.substr(DescriptorIndex));
+    const HRESULT result = ConvertAndPublishFrame(slotData[*slot], descriptor);
     ++framesHandled;
     if (first) {
         ReceiverLog::Write(L"First browser frame published", result);
@@ -79,7 +94,7 @@ HRESULT ReceiverApp::ConvertAndPublishFrame(const std::uint8_t* slot, std::wstri
     }
     return written;
 } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY; // Counted and, for the first frame, logged like every other result.
+    return E_OUTOFMEMORY; // Like every other result it is counted and, for the first frame, logged.
 }
 
 } // namespace receiver
