@@ -3,7 +3,6 @@
 #include "app/receiver_log.h"
 #include "app/settings.h"
 #include "browser/client_query.h"
-#include "browser/webview_callbacks.h"
 #include "platform/environment_variable.h"
 #include "platform/folder.h"
 #include "platform/hresult.h"
@@ -92,17 +91,6 @@ bool ReceiverApp::PrepareUserDataFolder() {
         return false;
     }
     return true;
-}
-
-bool ReceiverApp::RequestEnvironment() {
-    const auto handler = MakeCallback<EnvironmentCallback>(*this);
-    const HRESULT result =
-        handler ? CreateCoreWebView2EnvironmentWithOptions(nullptr, userDataFolder.c_str(), nullptr, handler.Get())
-                : E_OUTOFMEMORY;
-    if (FAILED(result)) {
-        ShowFatalError(L"Unable to start the WebView2 environment.", result);
-    }
-    return SUCCEEDED(result);
 }
 
 LRESULT CALLBACK ReceiverApp::WindowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) noexcept {

@@ -72,9 +72,9 @@ private:
     // app/receiver_app.cpp
     [[nodiscard]] bool CreateMainWindow() noexcept;
     [[nodiscard]] bool PrepareUserDataFolder();
-    [[nodiscard]] bool RequestEnvironment();
 
     // browser/bring_up.cpp
+    [[nodiscard]] bool RequestEnvironment();
     [[nodiscard]] HRESULT RegisterHandlers();
     [[nodiscard]] HRESULT NavigateToPage() noexcept;
 

@@ -1,14 +1,47 @@
-// From the created environment to the navigated page: controller, settings, event handlers, permissions, navigation.
+// Brings the browser up: environment, controller, settings, event handlers, navigation; and the one permission granted.
 
 #include "app/receiver_app.h"
 #include "app/receiver_log.h"
-#include "browser/webview_callbacks.h"
 #include "page/receiver_page.h"
+#include "platform/com_callback.h"
 #include "platform/hresult.h"
 
 #include <string>
 
 namespace receiver {
+namespace {
+
+template <typename Interface, const IID& InterfaceId, auto Operation>
+using AppCallback = ComCallback<ReceiverApp, Interface, InterfaceId, Operation>;
+
+using EnvironmentCallback =
+    AppCallback<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler,
+                IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler, &ReceiverApp::OnEnvironmentCreated>;
+using ControllerCallback =
+    AppCallback<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler,
+                IID_ICoreWebView2CreateCoreWebView2ControllerCompletedHandler, &ReceiverApp::OnControllerCreated>;
+using WebMessageCallback =
+    AppCallback<ICoreWebView2WebMessageReceivedEventHandler, IID_ICoreWebView2WebMessageReceivedEventHandler,
+                &ReceiverApp::OnWebMessageReceived>;
+using PermissionCallback =
+    AppCallback<ICoreWebView2PermissionRequestedEventHandler, IID_ICoreWebView2PermissionRequestedEventHandler,
+                &ReceiverApp::OnPermissionRequested>;
+using NavigationCallback =
+    AppCallback<ICoreWebView2NavigationCompletedEventHandler, IID_ICoreWebView2NavigationCompletedEventHandler,
+                &ReceiverApp::OnNavigationCompleted>;
+
+} // namespace
+
+bool ReceiverApp::RequestEnvironment() {
+    const auto handler = MakeCallback<EnvironmentCallback>(*this);
+    const HRESULT result =
+        handler ? CreateCoreWebView2EnvironmentWithOptions(nullptr, userDataFolder.c_str(), nullptr, handler.Get())
+                : E_OUTOFMEMORY;
+    if (FAILED(result)) {
+        ShowFatalError(L"Unable to start the WebView2 environment.", result);
+    }
+    return SUCCEEDED(result);
+}
 
 HRESULT ReceiverApp::OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* createdEnvironment) {
     ReceiverLog::Write(L"WebView2 environment callback", result);

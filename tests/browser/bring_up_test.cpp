@@ -287,7 +287,7 @@ TEST_F(BringUpTest, ASecondControllerWithoutAWebViewLeavesNoBrowser) {
         (void)browser.TakeCalls();
         EXPECT_EQ(browser.CompleteController(), E_FAIL);
         EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"released WebView", L"get_CoreWebView2"));
-        app->PostJsonToPage(L"{}");
+        EXPECT_EQ(app->PostJsonToPage(L"{}"), E_POINTER);
         EXPECT_THAT(browser.TakeCalls(), IsEmpty());
     });
 }

@@ -139,7 +139,7 @@ TEST_F(PageProtocolTest, ARecordingThatIsNotRunningStopsWithSuccessAndNoPath) {
 
 TEST_F(PageProtocolTest, NothingIsPostedWithoutABrowser) {
     ReceiverApp withoutBrowser;
-    withoutBrowser.PostJsonToPage(L"{}");
+    EXPECT_EQ(withoutBrowser.PostJsonToPage(L"{}"), E_POINTER);
     withoutBrowser.PostMediaResult(L"snapshot", S_OK, L"C:\\picture.jpg");
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }

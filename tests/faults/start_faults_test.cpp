@@ -1,5 +1,4 @@
 // Lets every call fail from the program's start to the navigated page, and to the program's end.
-#include "browser/webview_callbacks.h"
 #include "tests/faults/fault_fixture.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
 #include "tests/support/shell_test.h"
 
-#include "browser/webview_callbacks.h"
 #include "tests/support/report_failure.h"
 
 #include <cstring>

@@ -4,6 +4,7 @@
 
 #include "app/receiver_app.h"
 #include "frames/frame_file.h"
+#include "platform/com_callback.h"
 #include "tests/support/function_patch.h"
 #include "tests/support/test_files.h"
 #include "tests/support/webview2_fakes.h"
@@ -26,6 +27,11 @@ namespace receiver {
 
 // A text with "?" for every character beyond ASCII.
 [[nodiscard]] std::string Narrow(std::wstring_view text);
+
+// The handler through which the fake browser completes the environment, as the receiver registers it.
+using EnvironmentCallback =
+    ComCallback<ReceiverApp, ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler,
+                IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler, &ReceiverApp::OnEnvironmentCreated>;
 
 struct MessageBoxCall {
     HWND owner;

@@ -1,7 +1,5 @@
 #include "tests/support/webview2_fakes.h"
 
-#include "tests/support/report_failure.h"
-
 #include <cstring>
 
 namespace receiver {
@@ -107,7 +105,8 @@ void BrowserFakes::MakeEnvironment() {
         &ICoreWebView2Environment::CreateCoreWebView2Controller,
         [](FakeObject& self, HWND window, ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
             const HRESULT result =
-                WithHandler(self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window)), handler);
+                WithHandler(self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window)), handler,
+                            IID_ICoreWebView2CreateCoreWebView2ControllerCompletedHandler);
             if (SUCCEEDED(result)) {
                 self.fakes.controllerHandler_ = ComPtr(handler);
             }
@@ -147,20 +146,25 @@ void BrowserFakes::MakeWebView() {
                      [](FakeObject& self, LPCWSTR page) { return self.fakes.Asked(L"NavigateToString", page); });
     webView_->Answer(&ICoreWebView2::PostWebMessageAsJson,
                      [](FakeObject& self, LPCWSTR json) { return self.fakes.Asked(L"PostWebMessageAsJson", json); });
-    webView_->Answer(
-        &ICoreWebView2::add_WebMessageReceived,
-        [](FakeObject& self, ICoreWebView2WebMessageReceivedEventHandler* handler, EventRegistrationToken* token) {
-            return self.fakes.Register(L"add_WebMessageReceived", handler, self.fakes.messageHandlers_, *token);
-        });
+    webView_->Answer(&ICoreWebView2::add_WebMessageReceived, [](FakeObject& self,
+                                                                ICoreWebView2WebMessageReceivedEventHandler* handler,
+                                                                EventRegistrationToken* token) {
+        return self.fakes.Register(L"add_WebMessageReceived", handler, IID_ICoreWebView2WebMessageReceivedEventHandler,
+                                   self.fakes.messageHandlers_, *token);
+    });
     webView_->Answer(
         &ICoreWebView2::add_PermissionRequested,
         [](FakeObject& self, ICoreWebView2PermissionRequestedEventHandler* handler, EventRegistrationToken* token) {
-            return self.fakes.Register(L"add_PermissionRequested", handler, self.fakes.permissionHandlers_, *token);
+            return self.fakes.Register(L"add_PermissionRequested", handler,
+                                       IID_ICoreWebView2PermissionRequestedEventHandler, self.fakes.permissionHandlers_,
+                                       *token);
         });
     webView_->Answer(
         &ICoreWebView2::add_NavigationCompleted,
         [](FakeObject& self, ICoreWebView2NavigationCompletedEventHandler* handler, EventRegistrationToken* token) {
-            return self.fakes.Register(L"add_NavigationCompleted", handler, self.fakes.navigationHandlers_, *token);
+            return self.fakes.Register(L"add_NavigationCompleted", handler,
+                                       IID_ICoreWebView2NavigationCompletedEventHandler, self.fakes.navigationHandlers_,
+                                       *token);
         });
     webView_->Answer(&ICoreWebView2_17::PostSharedBufferToScript,
                      [](FakeObject& self, ICoreWebView2SharedBuffer* buffer, COREWEBVIEW2_SHARED_BUFFER_ACCESS access,
@@ -277,7 +281,7 @@ HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFo
     const AllocationPause pause;
     const HRESULT result = WithHandler(Asked(L"CreateCoreWebView2EnvironmentWithOptions", browserFolder, userDataFolder,
                                              static_cast<const void*>(options)),
-                                       handler);
+                                       handler, IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler);
     if (SUCCEEDED(result)) {
         environmentHandler_ = ComPtr(handler);
     }

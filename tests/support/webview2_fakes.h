@@ -7,6 +7,7 @@
 #include "tests/support/allocation_fault.h"
 #include "tests/support/function_table.h"
 #include "tests/support/guarded_bytes.h"
+#include "tests/support/report_failure.h"
 
 #include <windows.h>
 
@@ -157,9 +158,17 @@ private:
     requires std::is_arithmetic_v<Number> || std::is_enum_v<Number>
     static std::wstring Text(Number number) { return std::to_wstring(+number); }
 
-    // The result of a call that receives a handler: like the platform, the fakes refuse a null pointer.
-    static HRESULT WithHandler(HRESULT result, const void* handler) noexcept {
-        return handler != nullptr ? result : E_POINTER;
+    // The result of a call that receives a handler: like the platform, the fakes refuse a null pointer. A handler that
+    // does not answer for its own interface, which the platform might query, is a failure of the test.
+    static HRESULT WithHandler(HRESULT result, IUnknown* handler, REFIID id) {
+        if (handler == nullptr) {
+            return E_POINTER;
+        }
+        ComPtr<IUnknown> found;
+        if (FAILED(handler->QueryInterface(id, found.PutVoid())) || found.Get() != handler) {
+            ReportFailure(L"a handler does not answer for its interface");
+        }
+        return result;
     }
     // Records a call and returns its result.
     template <typename... Arguments>
@@ -168,9 +177,9 @@ private:
     }
     // The same for a call that registers a handler, and for one that reads a value.
     template <typename Handler>
-    HRESULT Register(const std::wstring& method, Handler* handler, std::vector<ComPtr<Handler>>& handlers,
+    HRESULT Register(const std::wstring& method, Handler* handler, REFIID id, std::vector<ComPtr<Handler>>& handlers,
                      EventRegistrationToken& token) {
-        const HRESULT result = WithHandler(Asked(method), handler);
+        const HRESULT result = WithHandler(Asked(method), handler, id);
         if (SUCCEEDED(result)) {
             handlers.emplace_back(handler);
             token.value = static_cast<INT64>(handlers.size());
