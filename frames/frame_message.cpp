@@ -15,14 +15,14 @@ constexpr std::uint32_t MaxDisplaySize = 4096;
 // false when there is no such field.
 class FieldReader {
 public:
-    explicit FieldReader(std::wstring_view text) noexcept : text_(text) {}
+    explicit FieldReader(std::wstring_view text) noexcept : rest(text) {}
 
-    [[nodiscard]] bool AtEnd() const noexcept { return text_.empty(); }
+    [[nodiscard]] bool AtEnd() const noexcept { return rest.empty(); }
 
     bool ReadText(std::wstring_view& field) noexcept {
-        const std::size_t size = std::min(text_.find(L':'), text_.size());
-        field = text_.substr(0, size);
-        text_.remove_prefix(size);
+        const std::size_t size = std::min(rest.find(L':'), rest.size());
+        field = rest.substr(0, size);
+        rest.remove_prefix(size);
         return Skip(L':');
     }
 
@@ -31,22 +31,22 @@ public:
         constexpr std::uint64_t Max = std::numeric_limits<std::uint64_t>::max();
         std::size_t size = 0;
         value = 0;
-        for (; size < text_.size() && text_[size] >= L'0' && text_[size] <= L'9'; ++size) {
-            const auto digit = static_cast<std::uint64_t>(text_[size] - L'0');
+        for (; size < rest.size() && rest[size] >= L'0' && rest[size] <= L'9'; ++size) {
+            const auto digit = static_cast<std::uint64_t>(rest[size] - L'0');
             if (value > Max / 10 || value * 10 > Max - digit) {
                 return false;
             }
             value = value * 10 + digit;
         }
-        text_.remove_prefix(size);
+        rest.remove_prefix(size);
         return size > 0;
     }
 
     bool Skip(wchar_t separator) noexcept {
-        if (text_.empty() || text_.front() != separator) {
+        if (rest.empty() || rest.front() != separator) {
             return false;
         }
-        text_.remove_prefix(1);
+        rest.remove_prefix(1);
         return true;
     }
 
@@ -82,7 +82,7 @@ public:
     }
 
 private:
-    std::wstring_view text_; // what has not been taken yet
+    std::wstring_view rest; // of the message: what has not been read
 };
 
 // One ";" may end the list; an empty list or an empty item fails.

@@ -22,35 +22,35 @@ HRESULT FailureResult() noexcept {
 } // namespace
 
 HRESULT SharedFrameFile::OpenSharedFrameFile() {
-    if (view_) {
+    if (view) {
         return S_OK;
     }
     const std::wstring folder = ReadEnvironmentVariable(L"ProgramData").value_or(L"C:\\ProgramData") + L"\\Vistel";
     const std::wstring path = folder + L"\\frame-buffer.bin";
     RETURN_IF_FAILED(EnsureFolder(folder));
 
-    UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) {
+    UniqueFile newFile(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!newFile) {
         return FailureResult();
     }
     LARGE_INTEGER size{};
     size.QuadPart = sizeof(FrameFileLayout);
-    if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == 0 || SetEndOfFile(file.Get()) == 0) {
+    if (SetFilePointerEx(newFile.Get(), size, nullptr, FILE_BEGIN) == 0 || SetEndOfFile(newFile.Get()) == 0) {
         return FailureResult();
     }
     // Unnamed: readers open the file themselves.
-    UniqueHandle mapping(CreateFileMappingW(file.Get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
-    if (!mapping) {
+    UniqueHandle newMapping(CreateFileMappingW(newFile.Get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
+    if (!newMapping) {
         return FailureResult();
     }
-    MappedView view(MapViewOfFile(mapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(FrameFileLayout)));
-    if (!view) {
+    MappedView newView(MapViewOfFile(newMapping.Get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(FrameFileLayout)));
+    if (!newView) {
         return FailureResult();
     }
-    file_ = std::move(file);
-    mapping_ = std::move(mapping);
-    view_ = std::move(view);
+    file = std::move(newFile);
+    mapping = std::move(newMapping);
+    view = std::move(newView);
     if (!IsHeaderValid(Layout().header)) {
         ResetFrameFile(Layout());
     }
@@ -70,9 +70,9 @@ HRESULT SharedFrameFile::PublishFrame(const std::uint8_t* data, std::uint32_t si
 }
 
 void SharedFrameFile::CloseSharedFrameFile() noexcept {
-    view_.Reset();
-    mapping_.Reset();
-    file_.Reset();
+    view.Reset();
+    mapping.Reset();
+    file.Reset();
 }
 
 } // namespace receiver

@@ -22,11 +22,11 @@ public:
     void CloseSharedFrameFile() noexcept;
 
 private:
-    [[nodiscard]] FrameFileLayout& Layout() const noexcept { return *static_cast<FrameFileLayout*>(view_.Get()); }
+    [[nodiscard]] FrameFileLayout& Layout() const noexcept { return *static_cast<FrameFileLayout*>(view.Get()); }
 
-    UniqueFile file_;
-    UniqueHandle mapping_;
-    MappedView view_; // set exactly while the file is open
+    UniqueFile file;
+    UniqueHandle mapping;
+    MappedView view; // set exactly while the file is open
 };
 
 } // namespace receiver

@@ -11,35 +11,35 @@ template <typename T>
 class ComPtr {
 public:
     ComPtr() noexcept = default;
-    explicit ComPtr(T* object) noexcept : object_(object) { AddReference(); }
-    ComPtr(const ComPtr& other) noexcept : ComPtr(other.object_) {}
-    ComPtr(ComPtr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
-    ComPtr& operator=(const ComPtr& other) noexcept { return *this = ComPtr(other.object_); }
+    explicit ComPtr(T* newObject) noexcept : object(newObject) { AddReference(); }
+    ComPtr(const ComPtr& other) noexcept : ComPtr(other.object) {}
+    ComPtr(ComPtr&& other) noexcept : object(std::exchange(other.object, nullptr)) {}
+    ComPtr& operator=(const ComPtr& other) noexcept { return *this = ComPtr(other.object); }
     ComPtr& operator=(ComPtr&& other) noexcept {
-        std::swap(object_, other.object_);
+        std::swap(object, other.object);
         return *this;
     }
     ~ComPtr() { Reset(); }
 
     // Takes over a reference that the caller owns, such as that of a new object.
-    [[nodiscard]] static ComPtr Attach(T* object) noexcept {
+    [[nodiscard]] static ComPtr Attach(T* newObject) noexcept {
         ComPtr owner;
-        owner.object_ = object;
+        owner.object = newObject;
         return owner;
     }
 
-    [[nodiscard]] T* Get() const noexcept { return object_; }
-    T* operator->() const noexcept { return object_; }
-    explicit operator bool() const noexcept { return object_ != nullptr; }
+    [[nodiscard]] T* Get() const noexcept { return object; }
+    T* operator->() const noexcept { return object; }
+    explicit operator bool() const noexcept { return object != nullptr; }
 
     // Releases what is held and hands out the slot for a call that fills it.
     [[nodiscard]] T** Put() noexcept {
         Reset();
-        return &object_;
+        return &object;
     }
     [[nodiscard]] void** PutVoid() noexcept { return reinterpret_cast<void**>(Put()); }
     void Reset() noexcept {
-        if (T* const old = std::exchange(object_, nullptr)) {
+        if (T* const old = std::exchange(object, nullptr)) {
             old->Release();
         }
     }
@@ -47,17 +47,17 @@ public:
     // Asks the object for another of its interfaces; the identifier must be that of `Other`.
     template <typename Other>
     [[nodiscard]] HRESULT As(REFIID id, ComPtr<Other>& other) const noexcept {
-        return object_->QueryInterface(id, other.PutVoid());
+        return object->QueryInterface(id, other.PutVoid());
     }
 
 private:
     void AddReference() const noexcept {
-        if (object_ != nullptr) {
-            object_->AddRef();
+        if (object != nullptr) {
+            object->AddRef();
         }
     }
 
-    T* object_ = nullptr;
+    T* object = nullptr;
 };
 
 } // namespace receiver

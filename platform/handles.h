@@ -17,8 +17,8 @@ public:
     using Type = typename Traits::Type;
 
     UniqueResource() noexcept = default;
-    explicit UniqueResource(Type value) noexcept : value_(value) {}
-    UniqueResource(UniqueResource&& other) noexcept : value_(other.Release()) {}
+    explicit UniqueResource(Type newValue) noexcept : value(newValue) {}
+    UniqueResource(UniqueResource&& other) noexcept : value(other.Release()) {}
     UniqueResource& operator=(UniqueResource&& other) noexcept {
         if (this != &other) {
             Reset(other.Release());
@@ -29,26 +29,26 @@ public:
     UniqueResource& operator=(const UniqueResource&) = delete;
     ~UniqueResource() { Reset(); }
 
-    [[nodiscard]] Type Get() const noexcept { return value_; }
-    explicit operator bool() const noexcept { return value_ != Traits::Invalid(); }
+    [[nodiscard]] Type Get() const noexcept { return value; }
+    explicit operator bool() const noexcept { return value != Traits::Invalid(); }
 
     // Closes what is held and hands out the slot for a call that fills it.
     [[nodiscard]] Type* Put() noexcept {
         Reset();
-        return &value_;
+        return &value;
     }
-    void Reset(Type value = Traits::Invalid()) noexcept {
-        const Type old = std::exchange(value_, value);
+    void Reset(Type newValue = Traits::Invalid()) noexcept {
+        const Type old = std::exchange(value, newValue);
         if (old != Traits::Invalid()) {
             const DWORD error = GetLastError();
             Traits::Close(old);
             SetLastError(error);
         }
     }
-    [[nodiscard]] Type Release() noexcept { return std::exchange(value_, Traits::Invalid()); }
+    [[nodiscard]] Type Release() noexcept { return std::exchange(value, Traits::Invalid()); }
 
 private:
-    Type value_ = Traits::Invalid();
+    Type value = Traits::Invalid();
 };
 
 struct FileTraits {
