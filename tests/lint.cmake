@@ -24,7 +24,7 @@ set(product_folders app browser capture frames platform sample_camera)
 find_sources(sources ${product_folders} bench examples fuzz tests tools)
 list(FILTER sources EXCLUDE REGEX "^platform/webview2/include/") # One method per line, as in the table of methods.
 add_lint_test(lint/format COMMAND ${CLANG_FORMAT} --dry-run -Werror ${sources} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-add_test(NAME lint/layering COMMAND ${NODE} ${PROJECT_SOURCE_DIR}/tools/house/house.mjs --check)
+add_test(NAME lint/layering COMMAND ${NODE} ${PROJECT_SOURCE_DIR}/tools/layers/layers.mjs --check)
 
 # clang does not find the cross compiler's C++ library by itself.
 set(target_arguments --extra-arg=--target=x86_64-w64-mingw32)
