@@ -1,4 +1,4 @@
-// The receiver's version as the page and the diagnostics report see it.
+// The receiver's version as sent in the page address and in the diagnostics report.
 #pragma once
 
 #include <string_view>

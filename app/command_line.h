@@ -6,7 +6,7 @@
 
 namespace receiver {
 
-// The page address that `commandLine`, the whole text behind the program name, asks for. Empty: the built-in page.
+// The page address for `commandLine`, the text after the program name. Empty means the built-in page.
 //   --embedded        the built-in page
 //   --url=ADDRESS     that address; one pair of double quotes around it is removed
 //   anything else     `defaultAddress`

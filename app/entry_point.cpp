@@ -1,4 +1,4 @@
-// wWinMain: brings up COM and Media Foundation, runs the application object, takes all down in a fixed order.
+// wWinMain: starts COM and Media Foundation, runs the application object, shuts both down in a fixed order.
 
 #include "app/command_line.h"
 #include "app/receiver_app.h"
@@ -23,10 +23,11 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR commandLine, int showCo
         exitCode = app.Run(instance, showCommand,
                            receiver::ChoosePageAddress(commandLine != nullptr ? commandLine : L"", DefaultAddress));
     } catch (...) {
-        exitCode = 1; // There was no memory for the start.
+        exitCode = 1; // out of memory during start-up
     }
     MFShutdown();
     CoUninitialize();
-    // Deliberate: the application object and all that it holds are destroyed after COM and Media Foundation are down.
+    // Deliberate: the application object, with everything it holds, is destroyed only when this function returns, after
+    // COM and Media Foundation have been shut down.
     return exitCode;
 }

@@ -14,7 +14,7 @@ void AppendNarrow(std::wstring_view text, std::string& line) {
         const bool pair = i + 1 < text.size() && IsHighSurrogate(text[i]) && IsLowSurrogate(text[i + 1]);
         line += text[i] >= L' ' && text[i] <= 0xFF ? static_cast<char>(text[i]) : '?';
         if (pair) {
-            ++i; // One character in two units.
+            ++i; // A surrogate pair is one character.
         }
     }
 }

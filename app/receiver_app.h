@@ -1,5 +1,5 @@
 // ReceiverApp: the one application object. It owns the window, the browser objects, the frame pipeline's state, the
-// recorder and the settings in force, all used on the UI thread alone. Its operations live in the files named below.
+// recorder and the settings in force, all used only on the UI thread. The files named below implement its operations.
 #pragma once
 
 #include "app/quality.h"
@@ -31,9 +31,10 @@ public:
     ReceiverApp& operator=(const ReceiverApp&) = delete;
 
     // app/receiver_app.cpp
-    // The whole life of the program after start-up; returns the process exit code. `address` empty: built-in page.
+    // Runs the program from the reset of the log to the end of the message loop; returns the process exit code. An
+    // empty `address` means the built-in page.
     [[nodiscard]] int Run(HINSTANCE instance, int showCommand, std::wstring address);
-    // Logs, then shows a modal error box. The caller decides what follows.
+    // Logs, then shows a modal error box. The caller decides what happens next.
     void ShowFatalError(const wchar_t* message, HRESULT result) noexcept;
     static LRESULT CALLBACK WindowProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
 
@@ -41,7 +42,7 @@ public:
     void ApplyWindowLayout(std::int32_t clientWidth, std::int32_t clientHeight, std::wstring_view layout);
     void FitBrowserToWindow() noexcept;
 
-    // browser/bring_up.cpp: results go back to WebView2 as those of the handlers.
+    // browser/bring_up.cpp: the results are returned to WebView2.
     HRESULT OnEnvironmentCreated(HRESULT result, ICoreWebView2Environment* environment);
     HRESULT OnControllerCreated(HRESULT result, ICoreWebView2Controller* controller);
     HRESULT OnPermissionRequested(ICoreWebView2* sender, ICoreWebView2PermissionRequestedEventArgs* args) noexcept;
@@ -50,11 +51,8 @@ public:
     // browser/page_protocol.cpp
     HRESULT OnWebMessageReceived(ICoreWebView2* sender, ICoreWebView2WebMessageReceivedEventArgs* args);
     // Posts a null-terminated text. E_POINTER while the browser does not exist.
-    HRESULT PostJsonToPage(const wchar_t* text) noexcept;
+    [[nodiscard]] HRESULT PostJsonToPage(const wchar_t* text) noexcept;
     void PostMediaResult(std::wstring_view action, HRESULT code, std::wstring_view path);
-    // Stops the recorder, returns its result, logs it with `logText` unless that is null, and posts it as
-    // "recording-stopped". After the failed write of a frame `writeFailure` is posted instead, as "recording-failed".
-    HRESULT StopRecording(const wchar_t* logText, HRESULT writeFailure = S_OK);
 
     // browser/diagnostics.cpp
     [[nodiscard]] HRESULT PostDiagnostics() noexcept;
@@ -84,6 +82,9 @@ private:
     [[nodiscard]] HRESULT HandleSnapshot();
     [[nodiscard]] HRESULT HandleRecordStart();
     [[nodiscard]] HRESULT HandleQuality(std::wstring_view name);
+    // Stops the recorder, returns its result, logs it with `logText` unless that is null, and posts it as
+    // "recording-stopped". After the failed write of a frame `writeFailure` is posted instead, as "recording-failed".
+    [[nodiscard]] HRESULT StopRecording(const wchar_t* logText, HRESULT writeFailure = S_OK);
 
     // frames/frame_slots.cpp
     [[nodiscard]] HRESULT ConvertAndPublishFrame(const std::uint8_t* slot, std::wstring_view text);
@@ -93,13 +94,13 @@ private:
     HWND window = nullptr;
     UniqueHandle usageEvent;
     std::wstring userDataFolder;
-    std::wstring receiverAddress; // with the client query; empty: the built-in page
+    std::wstring receiverAddress; // with the client query; empty for the built-in page
     UsageTracker usageTracker; // lastConsumerTick and consumerActive
     bool pageReady = false; // never reset
     std::array<EventRegistrationToken, 3> messageTokens{};
     ComPtr<ICoreWebView2Environment> environment;
     ComPtr<ICoreWebView2Controller> controller;
-    ComPtr<ICoreWebView2> webView; // set: the browser exists
+    ComPtr<ICoreWebView2> webView; // set when the browser exists
     std::array<ComPtr<ICoreWebView2SharedBuffer>, 2> slotBuffers;
     std::array<std::uint8_t*, 2> slotData{}; // SlotSize bytes each, owned by slotBuffers
     SharedFrameFile sharedFrameFile;

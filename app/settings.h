@@ -7,7 +7,7 @@
 
 namespace receiver {
 
-// The identifier in the first line of "installation-id.txt" exactly as it stands there, or an empty text when the file
+// The identifier in the first line of "installation-id.txt" unchanged, or an empty text when the file
 // is missing or holds anything else.
 [[nodiscard]] std::wstring ReadInstallationId();
 

@@ -1,5 +1,5 @@
-// Geometry of a window that changes its shape: centred where it was, inside its monitor's work area.
-// Pure: no Windows calls. All numbers in pixels.
+// Where a window goes when its size changes: around the same center, inside its monitor's work area.
+// Pure: no Windows calls. All numbers are pixels.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ struct WindowRectangle {
     bool operator==(const WindowRectangle&) const = default;
 };
 
-// Where a window that now covers `current` goes when its outer size becomes `width` x `height`: no larger than
-// `workArea`, on its old centre as far as `workArea` allows.
+// The new rectangle of a window that now covers `current` and gets the outer size `width` x `height`: reduced to the
+// size of `workArea`, around the old center, then moved into `workArea`.
 [[nodiscard]] WindowRectangle PlaceWindow(const WindowRectangle& current, std::int32_t width, std::int32_t height,
                                           const WindowRectangle& workArea) noexcept;
 

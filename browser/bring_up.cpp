@@ -66,7 +66,7 @@ HRESULT ReceiverApp::OnControllerCreated(HRESULT result, ICoreWebView2Controller
 
     ComPtr<ICoreWebView2Settings> settings;
     if (SUCCEEDED(webView->get_Settings(settings.Put()))) {
-        // A browser that keeps one of these still shows the page.
+        // The page works with any of these left on.
         (void)settings->put_AreDefaultContextMenusEnabled(FALSE);
         (void)settings->put_AreDevToolsEnabled(FALSE);
         (void)settings->put_IsStatusBarEnabled(FALSE);
@@ -104,7 +104,7 @@ HRESULT ReceiverApp::NavigateToPage() noexcept {
 HRESULT ReceiverApp::OnPermissionRequested(ICoreWebView2*, ICoreWebView2PermissionRequestedEventArgs* args) noexcept {
     COREWEBVIEW2_PERMISSION_KIND kind = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
     if (FAILED(args->get_PermissionKind(&kind)) || kind != COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY) {
-        return S_OK; // Camera, microphone and the rest stay with the browser's own handling.
+        return S_OK; // All other permissions keep the browser's default handling.
     }
     return args->put_State(COREWEBVIEW2_PERMISSION_STATE_ALLOW);
 }

@@ -1,4 +1,4 @@
-// The report on the system that answers the page's "ready".
+// Posts the report on the system when the page is ready.
 
 #include "app/receiver_app.h"
 #include "browser/page_json.h"
@@ -12,7 +12,7 @@
 namespace receiver {
 namespace {
 
-// The true version; zeros when the system does not tell it.
+// The actual version, whatever the manifest says; zeros when it cannot be read.
 OsVersion ReadOsVersion() noexcept {
     using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
     RTL_OSVERSIONINFOW version{};
@@ -26,7 +26,7 @@ OsVersion ReadOsVersion() noexcept {
     return {version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber};
 }
 
-// Whether the camera's COM server is registered for 64-bit processes; its file is not looked for.
+// Whether the camera's COM server is registered for 64-bit processes; whether its file exists is not checked.
 bool IsVirtualCameraRegistered() noexcept {
     RegistryKey key;
     return RegOpenKeyExW(HKEY_LOCAL_MACHINE,

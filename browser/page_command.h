@@ -1,4 +1,4 @@
-// What a text from the page asks for. Pure: no Windows calls. Matching is exact and case-sensitive.
+// The commands that the page posts as texts. Pure: no Windows calls. Matching is exact and case-sensitive.
 #pragma once
 
 #include <cstdint>

@@ -45,7 +45,7 @@ std::wstring DiagnosticsJson(const OsVersion& version, bool virtualCameraRegiste
     json += L"\",\"buildNumber\":" + build;
     json += L",\"architecture\":\"x64\",\"osSupported\":";
     json += BooleanJson(supported);
-    json += L",\"webView2Ready\":true,\"virtualCameraRegistered\":"; // Whoever reads this has a working browser.
+    json += L",\"webView2Ready\":true,\"virtualCameraRegistered\":"; // It is posted through a working browser.
     json += BooleanJson(virtualCameraRegistered);
     json += L",\"appVersion\":\"";
     json += ClientVersion;

@@ -12,7 +12,7 @@ namespace receiver {
 inline constexpr wchar_t UsageOnJson[] = L"{\"type\":\"virtual-camera-usage\",\"active\":true}";
 inline constexpr wchar_t UsageOffJson[] = L"{\"type\":\"virtual-camera-usage\",\"active\":false}";
 
-// Result of a capture command. `action` is one of the host's own words and stands as it is; in `path` backslashes and
+// Result of a capture command. `action` is one of the host's fixed words and is not escaped; in `path` backslashes and
 // double quotes are escaped, nothing else. The code is written as an unsigned decimal, 0 for S_OK.
 [[nodiscard]] std::wstring MediaResultJson(std::wstring_view action, HRESULT code, std::wstring_view path);
 
@@ -25,7 +25,7 @@ struct OsVersion {
     std::uint32_t build = 0;
 };
 
-// The report on the system. Supported are builds from 22000 of major version 10 on.
+// The report on the system. Supported: major version 10 or later with build 22000 or later.
 [[nodiscard]] std::wstring DiagnosticsJson(const OsVersion& version, bool virtualCameraRegistered);
 
 } // namespace receiver

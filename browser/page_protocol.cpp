@@ -1,4 +1,4 @@
-// The dispatcher of the page's texts, and what is posted in answer. frames/frame_slots.cpp handles frame messages.
+// Dispatches the texts that the page posts, and posts results to it. frames/frame_slots.cpp handles frame messages.
 
 #include "app/quality.h"
 #include "app/receiver_app.h"

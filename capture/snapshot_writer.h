@@ -10,7 +10,7 @@ namespace receiver {
 
 // Saves a tightly packed NV12 frame of `size` bytes. `outPath` is set as soon as the path has been made, so that a
 // later failure still names the file. Returns the code of the first failing step; E_INVALIDARG for an unusable frame;
-// E_FAIL when the encoder will not take 24-bit BGR. A file that a failure left behind is not deleted.
+// E_FAIL when the encoder does not accept 24-bit BGR. An incomplete file that a failure leaves is not deleted.
 [[nodiscard]] HRESULT SaveSnapshot(const std::uint8_t* frame, std::uint32_t size, std::uint32_t width,
                                    std::uint32_t height, std::wstring& outPath) noexcept;
 

@@ -15,10 +15,10 @@ namespace receiver {
 namespace {
 
 constexpr std::uint32_t FramesPerSecond = 30;
-constexpr std::int64_t SampleDuration100ns = 333'333; // whatever the real spacing of frames
+constexpr std::int64_t SampleDuration100ns = 333'333; // regardless of the real intervals
 
-// What both ends of the encoder have in common. The single settings' results are ignored: AddStream and
-// SetInputMediaType refuse a type that lacks something.
+// The type of the encoder's input or output. The results of the single settings are ignored: AddStream and
+// SetInputMediaType reject an incomplete type.
 HRESULT MakeVideoType(const GUID& subtype, std::uint32_t width, std::uint32_t height, ComPtr<IMFMediaType>& type) {
     RETURN_IF_FAILED(MFCreateMediaType(type.Put()));
     (void)type->SetGUID(MF_MT_MAJOR_TYPE, MFMediaType_Video);
@@ -51,7 +51,7 @@ HRESULT MakeBuffer(const std::uint8_t* data, DWORD size, ComPtr<IMFMediaBuffer>&
     BYTE* bytes = nullptr;
     RETURN_IF_FAILED(buffer->Lock(&bytes, nullptr, nullptr));
     std::memcpy(bytes, data, size);
-    // A buffer in memory has no reason to refuse these two.
+    // These two do not fail for a buffer in memory.
     (void)buffer->Unlock();
     (void)buffer->SetCurrentLength(size);
     return S_OK;
@@ -61,7 +61,7 @@ HRESULT MakeBuffer(const std::uint8_t* data, DWORD size, ComPtr<IMFMediaBuffer>&
 
 VideoRecorder::~VideoRecorder() {
     if (writer) {
-        (void)writer->Finalize(); // Nobody is left to tell.
+        (void)writer->Finalize(); // There is no caller left to report to.
     }
 }
 
@@ -99,7 +99,7 @@ HRESULT VideoRecorder::WriteFrame(const std::uint8_t* data, std::int32_t size) n
     RETURN_IF_FAILED(MFCreateSample(sample.Put()));
     RETURN_IF_FAILED(sample->AddBuffer(buffer.Get()));
     const std::int64_t time = NextSampleTime(startTick, GetTickCount64(), lastSampleTime);
-    // A sample of our own has no reason to refuse these two.
+    // These two do not fail for a new sample.
     (void)sample->SetSampleTime(time);
     (void)sample->SetSampleDuration(SampleDuration100ns);
     const HRESULT result = writer->WriteSample(streamIndex, sample.Get());

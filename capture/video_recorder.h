@@ -1,5 +1,6 @@
 // Writes the published frames into an H.264 MP4 file in the user's Videos folder, through a Media Foundation sink
-// writer. Recording means that a writer exists. UI thread only; Media Foundation and COM must be up at Start.
+// writer. Recording means that a writer exists. UI thread only. Media Foundation and COM must be initialized before
+// Start.
 #pragma once
 
 #include "capture/sample_clock.h"
@@ -20,18 +21,18 @@ public:
     VideoRecorder() = default;
     VideoRecorder(const VideoRecorder&) = delete;
     VideoRecorder& operator=(const VideoRecorder&) = delete;
-    // Finalises a running recording.
+    // Finalizes a running recording.
     ~VideoRecorder();
 
     [[nodiscard]] bool Recording() const noexcept { return static_cast<bool>(writer); }
-    // Begins a file for frames of this size in pixels. HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) while recording, else
-    // the code of the first failing step. `outPath` may be null and is written only on success. A file that a failed
-    // start left behind is not deleted.
+    // Starts a file for frames of this size in pixels. HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS) while recording, else
+    // the code of the first failing step. `outPath` may be null and is written only on success. A file that
+    // a failed start leaves is not deleted.
     [[nodiscard]] HRESULT Start(std::uint32_t frameWidth, std::uint32_t frameHeight, std::wstring* outPath) noexcept;
     // Appends one tightly packed NV12 frame of `size` bytes. S_FALSE while idle; E_INVALIDARG for a null pointer or
     // another size than the recording's. A failure leaves the recording running.
     [[nodiscard]] HRESULT WriteFrame(const std::uint8_t* data, std::int32_t size) noexcept;
-    // Finalises the file and becomes idle whatever the result. S_FALSE, with `outPath` untouched, while idle.
+    // Finalizes the file and becomes idle regardless of the result. S_FALSE, with `outPath` untouched, while idle.
     [[nodiscard]] HRESULT Stop(std::wstring* outPath) noexcept;
 
 private:

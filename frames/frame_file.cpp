@@ -5,7 +5,7 @@
 
 namespace receiver {
 
-static_assert(std::atomic_ref<std::uint64_t>::is_always_lock_free, "other processes take part in the protocol");
+static_assert(std::atomic_ref<std::uint64_t>::is_always_lock_free, "other processes read the counters");
 static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free);
 
 bool IsHeaderValid(const FrameFileHeader& header) noexcept {
@@ -30,8 +30,9 @@ void ResetFrameFile(FrameFileLayout& file) noexcept {
 std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept {
     FrameFileHeader& header = file.header;
     std::atomic_ref<std::uint64_t> sequence(header.sequence);
-    // Odd before any byte below: a sequentially consistent read-modify-write is a full barrier on x64.
-    // One step also after a writer that died: with an even number in between, readers would accept what it left.
+    // The odd sequence is visible before any write below: a sequentially consistent read-modify-write is a full barrier
+    // on x64. From one odd number to the next in one step: with an even one in between, readers would accept the
+    // incomplete frame of a writer that ended while writing.
     sequence.fetch_add(sequence.load() % 2 != 0 ? 2 : 1);
 
     header.width = width;
@@ -44,11 +45,11 @@ std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32
 
 void CompleteFrame(FrameFileLayout& file, const std::uint8_t* buffer, std::uint64_t timestampMs) noexcept {
     FrameFileHeader& header = file.header;
-    // The frame's bytes are visible before the index that points at them.
+    // The frame's bytes are visible before the index of their buffer.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::atomic_ref<std::uint32_t>(header.activeBuffer).exchange(buffer == file.buffers[0] ? 0 : 1);
     std::atomic_ref<std::uint64_t>(header.timestamp).exchange(timestampMs);
-    // Index and time stamp are visible before the sequence says that they are consistent.
+    // Index and time stamp are visible before the even sequence, which declares them consistent.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     std::atomic_ref<std::uint64_t>(header.sequence).fetch_add(1);
 }

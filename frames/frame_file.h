@@ -46,11 +46,12 @@ static_assert(sizeof(FrameFileLayout) == 6220864);
 // Zeroes sequence, timestamp, index and both buffers and describes frames of the default quality.
 void ResetFrameFile(FrameFileLayout& file) noexcept;
 
-// First half of publishing: makes the sequence odd, stores the geometry and returns the buffer to write to, the one
-// that readers are not pointed at. A sequence that a dead writer left odd goes to the next odd one.
+// First half of publishing: makes the sequence odd, stores the geometry and returns the inactive buffer, to be written.
+// A sequence that is odd already, because its writer ended while writing, becomes the next odd number.
 [[nodiscard]] std::uint8_t* BeginFrame(FrameFileLayout& file, std::uint32_t width, std::uint32_t height) noexcept;
 
-// Second half, once the frame's bytes stand in `buffer`: points readers at it, stamps it and makes the sequence even.
+// Second half, after the frame has been written to `buffer`: makes that the active one, stores the time stamp and makes
+// the sequence even.
 void CompleteFrame(FrameFileLayout& file, const std::uint8_t* buffer, std::uint64_t timestampMs) noexcept;
 
 } // namespace receiver

@@ -11,8 +11,8 @@ constexpr std::uint32_t MaxCodedWidth = 4096;
 constexpr std::uint32_t MaxCodedHeight = 2160;
 constexpr std::uint32_t MaxDisplaySize = 4096;
 
-// Takes a message's fields one after the other. Each function takes one field and the separator behind it, and returns
-// false when there is no such field.
+// Reads a message's fields in order. Each function reads one field and the separator after it, and returns false when
+// the text does not continue with such a field.
 class FieldReader {
 public:
     explicit FieldReader(std::wstring_view text) noexcept : rest(text) {}
@@ -70,7 +70,7 @@ public:
         return Skip(L':');
     }
 
-    // One digit.
+    // Exactly one digit, 0 or 1.
     bool ReadFlag(bool& flag) noexcept {
         flag = Skip(L'1');
         return (flag || Skip(L'0')) && Skip(L':');

@@ -14,7 +14,7 @@ inline constexpr std::uint32_t SlotSize = 1920 * 1080 * 4;
 
 inline constexpr std::size_t MaxPlanes = 4; // of any supported format
 
-// Where one plane lies in its slot, in bytes. Sent by the page: both values may be hostile.
+// Where one plane lies in its slot, in bytes. Both values come from the page and are not trusted.
 struct PlaneLayout {
     std::uint64_t offset = 0;
     std::uint64_t stride = 0; // bytes per row
@@ -30,7 +30,7 @@ struct FrameDescriptor {
     bool flipA = false;
     std::uint32_t rotation = 0; // degrees, clockwise: 0, 90, 180 or 270
     bool flipB = false;
-    std::uint32_t displayWidth = 0; // used for the aspect ratio alone
+    std::uint32_t displayWidth = 0; // used only for the aspect ratio
     std::uint32_t displayHeight = 0;
     std::size_t planeCount = 0; // in the message; it may have more than are stored
     std::array<PlaneLayout, MaxPlanes> planes; // the first ones, in the format's own order

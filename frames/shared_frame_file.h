@@ -1,4 +1,4 @@
-// The shared frame file on disk, mapped for writing: the one way by which frames reach the virtual camera.
+// The shared frame file on disk, mapped for writing: the only way for frames to the virtual camera.
 // The receiver is its only writer; frames/frame_file.h holds the layout and the protocol with readers.
 #pragma once
 
@@ -11,7 +11,7 @@ namespace receiver {
 
 class SharedFrameFile {
 public:
-    // Opens, sizes, maps and validates "frame-buffer.bin" in the data folder. S_OK at once when it is open already.
+    // Opens, sizes, maps and validates "frame-buffer.bin" in the data folder. S_OK when it is open already.
     // A failure leaves the object closed.
     [[nodiscard]] HRESULT OpenSharedFrameFile();
     // Publishes one tightly packed NV12 frame of a quality's size; opens the file first when it is not open.

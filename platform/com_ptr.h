@@ -32,7 +32,7 @@ public:
     T* operator->() const noexcept { return object; }
     explicit operator bool() const noexcept { return object != nullptr; }
 
-    // Releases what is held and hands out the slot for a call that fills it.
+    // Releases the held reference and returns the address of the pointer, for a call that fills it.
     [[nodiscard]] T** Put() noexcept {
         Reset();
         return &object;

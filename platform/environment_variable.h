@@ -1,4 +1,4 @@
-// Reading an environment variable with the receiver's one limit on its length.
+// Reads an environment variable of limited length.
 #pragma once
 
 #include <optional>
@@ -6,8 +6,8 @@
 
 namespace receiver {
 
-// The variable's value, of at most 259 characters. Empty optional when it is unset, empty or longer; GetLastError() is
-// then what the system left there, and may be 0 when the value is merely too long.
+// The variable's value, of at most 259 characters. No value when it is unset, empty or longer; GetLastError() is then
+// the code of the system's call, and may be 0 when the variable is too long.
 [[nodiscard]] std::optional<std::wstring> ReadEnvironmentVariable(const wchar_t* name);
 
 } // namespace receiver

@@ -1,4 +1,4 @@
-// Paths and the making of folders.
+// Joins paths and creates folders.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +11,7 @@ namespace receiver {
 // `folder` and `name` with one backslash between them, unless `folder` ends in a separator already.
 [[nodiscard]] std::wstring JoinPath(std::wstring_view folder, std::wstring_view name);
 
-// Creates the last level of `path`. Whatever exists already under that name is a success; a missing parent is not
+// Creates the last level of `path`. An existing folder or file of that name is a success; a missing parent is not
 // created.
 [[nodiscard]] HRESULT EnsureFolder(const std::wstring& path) noexcept;
 

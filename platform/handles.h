@@ -1,5 +1,5 @@
-// Owners of what Windows hands out: one template and a line per kind. Move-only; closing keeps the last error, so that
-// a failure can still be read after the clean-up.
+// Owners of Windows resources: one template, and one line per kind. Move-only. Closing preserves the last error, so
+// that it can still be read after the clean-up.
 #pragma once
 
 #include <windows.h>
@@ -32,7 +32,7 @@ public:
     [[nodiscard]] Type Get() const noexcept { return value; }
     explicit operator bool() const noexcept { return value != Traits::Invalid(); }
 
-    // Closes what is held and hands out the slot for a call that fills it.
+    // Closes the held resource and returns the address of the value, for a call that fills it.
     [[nodiscard]] Type* Put() noexcept {
         Reset();
         return &value;

@@ -1,4 +1,4 @@
-// HRESULT on both sides: Windows' own there; natively the type and the few codes that the core returns.
+// HRESULT: Windows' own type and codes on Windows; elsewhere the type and the few codes that the core returns.
 #pragma once
 
 #ifdef _WIN32
