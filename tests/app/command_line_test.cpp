@@ -13,7 +13,7 @@ TEST(CommandLine, UrlReplacesTheHostedAddress) {
     EXPECT_EQ(ChoosePageAddress(L"--url=http://127.0.0.1:8080/page?x=1", Hosted), L"http://127.0.0.1:8080/page?x=1");
 }
 
-TEST(CommandLine, AnythingElseIsTheHostedAddress) {
+TEST(CommandLine, AnythingElseSelectsTheHostedAddress) {
     for (const wchar_t* text : {L"", L"--embedded ", L" --embedded", L"--EMBEDDED", L"--Embedded", L"\"--embedded\"",
                                 L"--embedded --url=http://a/", L"--url", L"--URL=http://a/", L" --url=http://a/",
                                 L"-url=http://a/", L"http://a/"}) {
@@ -21,7 +21,7 @@ TEST(CommandLine, AnythingElseIsTheHostedAddress) {
     }
 }
 
-TEST(CommandLine, UrlWithoutAnAddressIsTheBuiltInPage) {
+TEST(CommandLine, UrlWithoutAnAddressSelectsTheBuiltInPage) {
     EXPECT_EQ(ChoosePageAddress(L"--url=", Hosted), L"");
     EXPECT_EQ(ChoosePageAddress(L"--url=\"\"", Hosted), L"");
 }
@@ -33,7 +33,7 @@ TEST(CommandLine, OnePairOfQuotesAroundTheAddressIsRemoved) {
     EXPECT_EQ(ChoosePageAddress(L"--url=\"http://a/?q=1&r=\u00E9\"", Hosted), L"http://a/?q=1&r=\u00E9");
 }
 
-TEST(CommandLine, ALoneQuoteStays) {
+TEST(CommandLine, AnUnpairedQuoteIsKept) {
     EXPECT_EQ(ChoosePageAddress(L"--url=\"http://a/", Hosted), L"\"http://a/");
     EXPECT_EQ(ChoosePageAddress(L"--url=http://a/\"", Hosted), L"http://a/\"");
     EXPECT_EQ(ChoosePageAddress(L"--url=\"", Hosted), L"\"");

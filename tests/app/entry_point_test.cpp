@@ -1,4 +1,4 @@
-// wWinMain itself: what it starts, in which order it takes that down, and what it makes of the command line.
+// wWinMain: what it starts, the order in which it shuts that down, and the page that the command line selects.
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
 #include "tests/support/shell_test.h"
@@ -26,7 +26,7 @@ using testing::IsEmpty;
 
 class EntryPointTest : public ShellTest {
 protected:
-    void SetUp() override { app.reset(); } // The entry point has an object of its own.
+    void SetUp() override { app.reset(); } // The entry point creates its own object.
 
     // Runs the entry point; the calls of COM and Media Foundation are recorded among those of the browser.
     int Main(const wchar_t* commandLine, std::function<void()> inLoop = {}) {
@@ -63,7 +63,7 @@ protected:
             },
             std::move(inLoop));
     }
-    // How a start with this command line navigates.
+    // The navigation of a start with this command line.
     std::wstring NavigationOf(const wchar_t* commandLine) {
         std::wstring navigation;
         EXPECT_EQ(Main(commandLine,
@@ -71,20 +71,20 @@ protected:
                            (void)browser.TakeCalls();
                            browser.CompleteBoth();
                            const auto calls = browser.TakeCalls();
-                           navigation = calls.at(calls.size() - 2); // behind it: "released Settings"
+                           navigation = calls.at(calls.size() - 2); // The last call is "released Settings".
                        }),
                   0);
         EndReceiver();
         return navigation;
     }
 
-    HRESULT comResult = S_OK; // S_OK: the system starts it
+    HRESULT comResult = S_OK; // a failure is returned instead of calling the system
     HRESULT mediaResult = S_OK;
     std::optional<unsigned> failingAllocation;
     bool allocationFailed = false; // in the last start
 };
 
-TEST_F(EntryPointTest, TakesAllDownBeforeTheApplicationLetsGo) {
+TEST_F(EntryPointTest, ShutsEverythingDownBeforeTheApplicationIsDestroyed) {
     EXPECT_EQ(Main(L"",
                    [this] {
                        EXPECT_EQ(browser.TakeCalls().at(1), L"MFStartup 131184 0"); // 0x00020070
@@ -98,7 +98,7 @@ TEST_F(EntryPointTest, TakesAllDownBeforeTheApplicationLetsGo) {
                             L"released WebView", L"released Controller", L"released Environment"));
 }
 
-TEST_F(EntryPointTest, ARecordingIsFinishedWhenTheApplicationLetsGo) {
+TEST_F(EntryPointTest, FinalizesARecordingWhenTheApplicationIsDestroyed) {
     const CaptureFolders folders;
     SinkWriterFakes writers;
     EXPECT_EQ(Main(L"",
@@ -125,7 +125,7 @@ TEST_F(EntryPointTest, StartsComAsASingleThreadedApartmentAndMediaFoundationInFu
               0);
 }
 
-TEST_F(EntryPointTest, EndsWithoutCom) {
+TEST_F(EntryPointTest, ExitsWhenComCannotBeStarted) {
     comResult = RPC_E_CHANGED_MODE;
     EXPECT_EQ(Main(L""), 1);
     EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"CoInitializeEx 2"));
@@ -134,7 +134,7 @@ TEST_F(EntryPointTest, EndsWithoutCom) {
     EXPECT_THAT(boxes, IsEmpty());
 }
 
-TEST_F(EntryPointTest, EndsWithoutMediaFoundation) {
+TEST_F(EntryPointTest, ExitsWhenMediaFoundationCannotBeStarted) {
     mediaResult = E_NOTIMPL;
     EXPECT_EQ(Main(L""), 1);
     EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"CoInitializeEx 2", L"MFStartup 131184 0", L"CoUninitialize"));
@@ -143,11 +143,11 @@ TEST_F(EntryPointTest, EndsWithoutMediaFoundation) {
     EXPECT_THAT(boxes, IsEmpty());
 }
 
-TEST_F(EntryPointTest, ReturnsWhatTheRunReturned) {
+TEST_F(EntryPointTest, ReturnsTheExitCodeOfTheRun) {
     EXPECT_EQ(Main(L"", [] { PostQuitMessage(5); }), 5);
 }
 
-TEST_F(EntryPointTest, TakesAllDownAfterAStartThatFailed) {
+TEST_F(EntryPointTest, ShutsEverythingDownAfterAFailedStart) {
     browser.Fail(L"CreateCoreWebView2EnvironmentWithOptions", E_FAIL);
     EXPECT_EQ(Main(L""), 1);
     const auto calls = browser.TakeCalls();
@@ -156,14 +156,14 @@ TEST_F(EntryPointTest, TakesAllDownAfterAStartThatFailed) {
     EXPECT_EQ(calls[4], L"CoUninitialize");
 }
 
-TEST_F(EntryPointTest, TakesAllDownWhenMemoryRunsOut) {
+TEST_F(EntryPointTest, ShutsEverythingDownWhenMemoryRunsOut) {
     failingAllocation = 0;
     EXPECT_EQ(Main(L"--url=https://page.example/with-an-address-on-the-heap"), 1);
     EXPECT_THAT(browser.TakeCalls(),
                 ElementsAre(L"CoInitializeEx 2", L"MFStartup 131184 0", L"MFShutdown", L"CoUninitialize"));
 }
 
-TEST_F(EntryPointTest, MemoryThatCannotBeHadNeverEscapes) {
+TEST_F(EntryPointTest, NoAllocationFailureEscapes) {
     do {
         failingAllocation = failingAllocation ? *failingAllocation + 1 : 0;
         const int exitCode = Main(L"--url=https://page.example/with-an-address-on-the-heap");
@@ -176,7 +176,7 @@ TEST_F(EntryPointTest, MemoryThatCannotBeHadNeverEscapes) {
     EXPECT_GT(*failingAllocation, 0U);
 }
 
-TEST_F(EntryPointTest, OpensThePageThatTheCommandLineNames) {
+TEST_F(EntryPointTest, OpensThePageOfTheCommandLine) {
     const std::wstring standard = L"Navigate " VISTEL_RECEIVER_URL L"?clientVersion=0.1.3";
     EXPECT_EQ(NavigationOf(nullptr), standard);
     EXPECT_EQ(NavigationOf(L""), standard);
@@ -188,7 +188,7 @@ TEST_F(EntryPointTest, OpensThePageThatTheCommandLineNames) {
     EXPECT_THAT(NavigationOf(L"--url=\"\""), testing::StartsWith(L"NavigateToString "));
 }
 
-TEST_F(EntryPointTest, TellsThePageWhichInstallationItIs) {
+TEST_F(EntryPointTest, SendsTheInstallationIdToThePage) {
     std::filesystem::create_directory(programData / L"Vistel");
     WriteBytes(programData / L"Vistel" / L"installation-id.txt", "01234567-89AB-cdef-0123-456789abcdef\r\n");
     EXPECT_EQ(

@@ -17,20 +17,20 @@ std::string With(std::size_t position, char character) {
     return text;
 }
 
-bool IsDashPosition(std::size_t position) {
+bool IsHyphenPosition(std::size_t position) {
     return position == 8 || position == 13 || position == 18 || position == 23;
 }
 
-TEST(InstallationId, IsHexadecimalInEitherCase) {
+TEST(InstallationId, AcceptsHexadecimalDigitsInEitherCase) {
     EXPECT_TRUE(IsInstallationId(Valid));
     EXPECT_TRUE(IsInstallationId("ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB"));
     EXPECT_TRUE(IsInstallationId("00000000-0000-0000-0000-000000000000"));
 }
 
-TEST(InstallationId, EveryPlaceOfADigitTakesDigitsAlone) {
+TEST(InstallationId, AcceptsOnlyHexadecimalDigitsAtDigitPositions) {
     for (std::size_t i = 0; i < Valid.size(); ++i) {
         for (const char digit : {'0', '9', 'a', 'f', 'A', 'F'}) {
-            EXPECT_EQ(IsInstallationId(With(i, digit)), !IsDashPosition(i)) << i << digit;
+            EXPECT_EQ(IsInstallationId(With(i, digit)), !IsHyphenPosition(i)) << i << digit;
         }
         for (const char other : {'/', ':', '@', 'G', '`', 'g', ' ', '\0', '\xE9'}) {
             EXPECT_FALSE(IsInstallationId(With(i, other))) << i << other;
@@ -38,9 +38,9 @@ TEST(InstallationId, EveryPlaceOfADigitTakesDigitsAlone) {
     }
 }
 
-TEST(InstallationId, DashesStandInTheirFourPlacesAlone) {
+TEST(InstallationId, RequiresHyphensAtExactlyFourPositions) {
     for (std::size_t i = 0; i < Valid.size(); ++i) {
-        EXPECT_EQ(IsInstallationId(With(i, '-')), IsDashPosition(i)) << i;
+        EXPECT_EQ(IsInstallationId(With(i, '-')), IsHyphenPosition(i)) << i;
     }
     EXPECT_FALSE(IsInstallationId("012345678-9ab-cdef-ABCD-EF0123456789"));
     EXPECT_FALSE(IsInstallationId("0123456-789ab-cdef-ABCD-EF0123456789"));

@@ -39,7 +39,7 @@ TEST(LogLine, AControlCharacterIsAQuestionMark) {
     EXPECT_EQ(FormatLogLine(Afternoon, L" \x7F", S_OK), "14:03:07   \x7F");
 }
 
-TEST(LogLine, ASurrogatePairIsOneCharacterAndALoneSurrogateToo) {
+TEST(LogLine, ASurrogatePairAndAnUnpairedSurrogateAreOneCharacterEach) {
     const std::wstring pair = {static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)};
     const std::wstring high = pair.substr(0, 1);
     const std::wstring low = pair.substr(1);
@@ -49,7 +49,7 @@ TEST(LogLine, ASurrogatePairIsOneCharacterAndALoneSurrogateToo) {
     EXPECT_EQ(FormatLogLine(Afternoon, high + pair, S_OK), "14:03:07  ??");
 }
 
-TEST(LogLine, ALongMessageIsKeptWhole) {
+TEST(LogLine, ALongMessageIsNotCut) {
     const std::wstring message(1'000'000, L'm');
     EXPECT_EQ(FormatLogLine(Afternoon, message, AccessDenied).size(), 10 + message.size() + 21);
 }

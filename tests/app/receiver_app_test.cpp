@@ -25,7 +25,7 @@ constexpr HRESULT AccessDenied = static_cast<HRESULT>(0x80070005);
 
 class ReceiverAppTest : public ShellTest {
 protected:
-    // The rest of a start that ends before the message loop, behind the lines that every start writes.
+    // Expects a start that fails before the message loop, with this log line after those of every start.
     void ExpectFatal(const std::string& logged, const std::wstring& shown) {
         bool loopReached = false;
         EXPECT_EQ(Run(Address, [&loopReached] { loopReached = true; }), 1);
@@ -114,7 +114,7 @@ TEST_F(ReceiverAppTest, CreatesItsWindow) {
     EXPECT_EQ(created.lpCreateParams, &*app);
 }
 
-TEST_F(ReceiverAppTest, ShowsTheWindowAsItIsTold) {
+TEST_F(ReceiverAppTest, ShowsTheWindowWithTheGivenCommand) {
     std::vector<int> commands;
     const ImportPatch shows("user32.dll", "ShowWindow", &ShowWindow, [&](auto* original, HWND window, int command) {
         commands.push_back(command);
@@ -159,7 +159,7 @@ TEST_F(ReceiverAppTest, TheBrowserFillsTheWindowWheneverItsSizeChanges) {
     });
 }
 
-TEST_F(ReceiverAppTest, EveryTimerButItsOwnIsLeftToTheSystem) {
+TEST_F(ReceiverAppTest, EveryOtherTimerGetsTheDefaultHandling) {
     std::vector<std::pair<UINT, WPARAM>> defaulted;
     const ImportPatch defaults("user32.dll", "DefWindowProcW", &DefWindowProcW,
                                [&](auto* original, HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -178,7 +178,7 @@ TEST_F(ReceiverAppTest, EveryTimerButItsOwnIsLeftToTheSystem) {
     EXPECT_THAT(defaulted, Not(Contains(Pair(WM_DESTROY, 0))));
 }
 
-TEST_F(ReceiverAppTest, MessagesBeforeTheWindowKnowsTheObjectAreLeftToTheSystem) {
+TEST_F(ReceiverAppTest, MessagesBeforeTheObjectIsStoredGetTheDefaultHandling) {
     const HWND window = CreateWindowExW(0, L"STATIC", nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
     EXPECT_EQ(ReceiverApp::WindowProc(window, WM_SIZE, 0, 0), DefWindowProcW(window, WM_SIZE, 0, 0));
     EXPECT_EQ(ReceiverApp::WindowProc(window, WM_DESTROY, 0, 0), 0);
@@ -187,7 +187,7 @@ TEST_F(ReceiverAppTest, MessagesBeforeTheWindowKnowsTheObjectAreLeftToTheSystem)
     DestroyWindow(window);
 }
 
-TEST_F(ReceiverAppTest, EndsSilentlyWithoutItsWindowClass) {
+TEST_F(ReceiverAppTest, ExitsSilentlyWhenTheWindowClassCannotBeRegistered) {
     const ImportPatch registrations("user32.dll", "RegisterClassExW", &RegisterClassExW,
                                     [](auto*, const WNDCLASSEXW*) { return ATOM{0}; });
     EXPECT_EQ(Run(Address), 1);
@@ -196,7 +196,7 @@ TEST_F(ReceiverAppTest, EndsSilentlyWithoutItsWindowClass) {
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(ReceiverAppTest, EndsSilentlyWithoutItsWindow) {
+TEST_F(ReceiverAppTest, ExitsSilentlyWhenTheWindowCannotBeCreated) {
     const ImportPatch creations("user32.dll", "CreateWindowExW", &CreateWindowExW,
                                 [](auto*, DWORD, LPCWSTR, LPCWSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE,
                                    LPVOID) { return HWND{}; });
@@ -206,14 +206,14 @@ TEST_F(ReceiverAppTest, EndsSilentlyWithoutItsWindow) {
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(ReceiverAppTest, NeedsLocalAppData) {
+TEST_F(ReceiverAppTest, ALocalAppDataThatIsNotSetIsFatal) {
     const VariableScope unset(L"LOCALAPPDATA", nullptr);
     ExpectFatal("LOCALAPPDATA is unavailable. (HRESULT 0x800700CB)",
                 L"LOCALAPPDATA is unavailable.\n\nHRESULT: 0x800700CB");
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(ReceiverAppTest, TakesLocalAppDataOfUpTo259Characters) {
+TEST_F(ReceiverAppTest, AcceptsLocalAppDataOfUpTo259Characters) {
     const VariableScope longest(L"LOCALAPPDATA", (L"C:\\" + std::wstring(256, L'x')).c_str());
     EXPECT_EQ(Run(Address), 1);
     EXPECT_THAT(LogLines().back(), testing::StartsWith("Unable to create the WebView2 user-data folder. (HRESULT"));
@@ -225,7 +225,7 @@ TEST_F(ReceiverAppTest, RefusesLocalAppDataOf260Characters) {
     EXPECT_THAT(LogLines().back(), testing::StartsWith("LOCALAPPDATA is unavailable."));
 }
 
-TEST_F(ReceiverAppTest, ShowsZeroWhenTheSystemNamesNoError) {
+TEST_F(ReceiverAppTest, ShowsCodeZeroWhenTheSystemSetsNoError) {
     const ImportPatch variables("kernel32.dll", "GetEnvironmentVariableW", &GetEnvironmentVariableW,
                                 [](auto*, LPCWSTR, LPWSTR, DWORD) {
                                     SetLastError(ERROR_SUCCESS);
@@ -254,13 +254,13 @@ TEST_F(ReceiverAppTest, DoesNotCreateLocalAppDataItself) {
     EXPECT_FALSE(std::filesystem::exists(localAppData));
 }
 
-TEST_F(ReceiverAppTest, AFileInTheProductFoldersPlaceIsFatal) {
+TEST_F(ReceiverAppTest, AFileWithTheProductFoldersNameIsFatal) {
     WriteBytes(localAppData / L"Vistel", "x");
     ExpectFatal("Unable to create the WebView2 user-data folder. (HRESULT 0x80070003)",
                 L"Unable to create the WebView2 user-data folder.\n\nHRESULT: 0x80070003");
 }
 
-TEST_F(ReceiverAppTest, EitherDataFolderThatIsRefusedIsFatal) {
+TEST_F(ReceiverAppTest, ADataFolderThatCannotBeCreatedIsFatal) {
     for (const std::wstring refused : {L"\\Vistel", L"\\WebView2"}) {
         const ImportPatch creations("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
                                     [&](auto* original, LPCWSTR path, SECURITY_ATTRIBUTES* attributes) {
@@ -279,13 +279,13 @@ TEST_F(ReceiverAppTest, EitherDataFolderThatIsRefusedIsFatal) {
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(ReceiverAppTest, AnEnvironmentRefusedAtOnceIsFatal) {
+TEST_F(ReceiverAppTest, AnEnvironmentRequestThatFailsIsFatal) {
     browser.Fail(L"CreateCoreWebView2EnvironmentWithOptions", HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
     ExpectFatal("Unable to start the WebView2 environment. (HRESULT 0x80070002)",
                 L"Unable to start the WebView2 environment.\n\nHRESULT: 0x80070002");
 }
 
-TEST_F(ReceiverAppTest, AMessageLoopThatFailsAtOnceEndsWithZero) {
+TEST_F(ReceiverAppTest, AMessageLoopThatFailsAtOnceReturnsZero) {
     const ImportPatch loop("user32.dll", "GetMessageW", &GetMessageW,
                            [](auto*, LPMSG, HWND, UINT, UINT) { return BOOL{-1}; });
     EXPECT_EQ(Run(Address), 0);
@@ -293,7 +293,7 @@ TEST_F(ReceiverAppTest, AMessageLoopThatFailsAtOnceEndsWithZero) {
     EXPECT_THAT(boxes, IsEmpty());
 }
 
-TEST_F(ReceiverAppTest, AMessageLoopThatFailsLaterEndsWithWhatTheLastMessageHeld) {
+TEST_F(ReceiverAppTest, AMessageLoopThatFailsLaterReturnsTheParameterOfTheLastMessage) {
     bool received = false;
     const ImportPatch loop("user32.dll", "GetMessageW", &GetMessageW,
                            [&received](auto*, LPMSG message, HWND window, UINT first, UINT last) -> BOOL {
@@ -304,7 +304,7 @@ TEST_F(ReceiverAppTest, AMessageLoopThatFailsLaterEndsWithWhatTheLastMessageHeld
                                    return -1;
                                }
                                *message = {};
-                               message->wParam = 0x500000009; // Only the low half counts.
+                               message->wParam = 0x500000009; // The low 32 bits are the exit code.
                                return 1;
                            });
     EXPECT_EQ(Run(Address), 9);

@@ -29,7 +29,7 @@ protected:
         }};
 };
 
-TEST_F(ReceiverLogTest, LiesInTheTemporaryFolder) { EXPECT_EQ(std::filesystem::path(ReceiverLog::FilePath()), log); }
+TEST_F(ReceiverLogTest, IsInTheTemporaryFolder) { EXPECT_EQ(std::filesystem::path(ReceiverLog::FilePath()), log); }
 
 TEST_F(ReceiverLogTest, StartsWithItsHeader) {
     ReceiverLog::Reset();
@@ -43,7 +43,7 @@ TEST_F(ReceiverLogTest, AppendsOneLineForEachEvent) {
     EXPECT_EQ(ReadBytes(log), "Vistel receiver log\r\n04:05:06  Receiver starting\r\n04:05:06  Second\r\n");
 }
 
-TEST_F(ReceiverLogTest, MakesItsFileWithTheFirstLineToo) {
+TEST_F(ReceiverLogTest, CreatesItsFileWithTheFirstLineToo) {
     ReceiverLog::Write(L"alone");
     EXPECT_EQ(ReadBytes(log), "04:05:06  alone\r\n");
 }
@@ -59,33 +59,33 @@ TEST_F(ReceiverLogTest, WritesNoCodeOfASuccess) {
     EXPECT_EQ(ReadBytes(log), "04:05:06  done\r\n04:05:06  done\r\n");
 }
 
-TEST_F(ReceiverLogTest, AResetEmptiesIt) {
+TEST_F(ReceiverLogTest, AResetTruncatesIt) {
     ReceiverLog::Write(L"of an earlier run");
     ReceiverLog::Reset();
     EXPECT_EQ(ReadBytes(log), "Vistel receiver log\r\n");
 }
 
-TEST_F(ReceiverLogTest, TakesTheMessageByItsLength) {
+TEST_F(ReceiverLogTest, WritesTheMessageByItsLength) {
     const std::wstring text = L"whole text";
     ReceiverLog::Write(std::wstring_view(text).substr(0, 5));
     ReceiverLog::Write(L"");
     EXPECT_EQ(ReadBytes(log), "04:05:06  whole\r\n04:05:06  \r\n");
 }
 
-TEST_F(ReceiverLogTest, WritesAQuestionMarkForACharacterBeyondOneByteAndLosesNothingElse) {
+TEST_F(ReceiverLogTest, WritesAQuestionMarkForEachCharacterAboveOneByte) {
     ReceiverLog::Write(L"a\u00FFb\u0100c\u20ACd\U0001F600e", E_FAIL);
     ReceiverLog::Write(L"next");
     EXPECT_EQ(ReadBytes(log), "04:05:06  a\xFF"
                               "b?c?d?e (HRESULT 0x80004005)\r\n04:05:06  next\r\n");
 }
 
-TEST_F(ReceiverLogTest, KeepsALongText) {
+TEST_F(ReceiverLogTest, DoesNotCutALongText) {
     const std::wstring text(100000, L'x');
     ReceiverLog::Write(text);
     EXPECT_EQ(ReadBytes(log), "04:05:06  " + std::string(text.size(), 'x') + "\r\n");
 }
 
-TEST_F(ReceiverLogTest, LiesInTheCurrentDirectoryWhenThereIsNoTemporaryFolder) {
+TEST_F(ReceiverLogTest, IsInTheCurrentDirectoryWhenThereIsNoTemporaryFolder) {
     const auto before = std::filesystem::current_path();
     const PrivateFolder current;
     std::filesystem::current_path(current.Path());
@@ -102,7 +102,7 @@ TEST_F(ReceiverLogTest, LiesInTheCurrentDirectoryWhenThereIsNoTemporaryFolder) {
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(ReceiverLogTest, TakesATemporaryFolderOfTheGreatestLength) {
+TEST_F(ReceiverLogTest, AcceptsATemporaryFolderOf259Characters) {
     const ImportPatch longest("kernel32.dll", "GetTempPathW", &GetTempPathW, [](auto*, DWORD size, LPWSTR path) {
         EXPECT_EQ(size, 260U);
         std::fill_n(path, 258, L'x');
@@ -121,7 +121,7 @@ TEST_F(ReceiverLogTest, JoinsAFolderWithoutASeparator) {
     EXPECT_EQ(ReceiverLog::FilePath(), L"C:\\Temp\\vistel-receiver.log");
 }
 
-TEST_F(ReceiverLogTest, AsksForThePathAnewForEveryLine) {
+TEST_F(ReceiverLogTest, ComputesThePathForEveryLine) {
     ReceiverLog::Write(L"first");
     const PrivateFolder other;
     const VariableScope moved(L"TMP", other.Path().c_str());
@@ -130,14 +130,14 @@ TEST_F(ReceiverLogTest, AsksForThePathAnewForEveryLine) {
     EXPECT_EQ(ReadBytes(other.Path() / L"vistel-receiver.log"), "04:05:06  second\r\n");
 }
 
-TEST_F(ReceiverLogTest, LosesTheLinesWhileItsFolderIsMissing) {
+TEST_F(ReceiverLogTest, DropsLinesWhileItsFolderIsMissing) {
     const VariableScope missing(L"TMP", (folder.Path() / L"missing").c_str());
     ReceiverLog::Reset();
     ReceiverLog::Write(L"lost", E_FAIL);
     EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
 }
 
-TEST_F(ReceiverLogTest, LosesTheLinesWhileItsFileIsLocked) {
+TEST_F(ReceiverLogTest, DropsLinesWhileItsFileIsLocked) {
     ReceiverLog::Reset();
     UniqueFile lock(CreateFileW(log.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(lock);
@@ -148,7 +148,7 @@ TEST_F(ReceiverLogTest, LosesTheLinesWhileItsFileIsLocked) {
     EXPECT_EQ(ReadBytes(log), "Vistel receiver log\r\n04:05:06  kept\r\n");
 }
 
-TEST_F(ReceiverLogTest, LosesALineForWhichThereIsNoMemory) {
+TEST_F(ReceiverLogTest, DropsALineWhenMemoryRunsOut) {
     ReceiverLog::Reset();
     bool failed = true;
     unsigned allocation = 0;

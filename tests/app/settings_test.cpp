@@ -28,20 +28,20 @@ protected:
     }
 
     const PrivateFolder folder;
-    const std::filesystem::path programData = folder.Path() / L"made" / L"ProgramData";
+    const std::filesystem::path programData = folder.Path() / L"parent" / L"ProgramData";
     const std::filesystem::path data = programData / L"Vistel";
     const std::filesystem::path idFile = data / L"installation-id.txt";
     const std::filesystem::path qualityFile = data / L"video-quality.txt";
     const VariableScope variable{L"ProgramData", programData.c_str()};
 };
 
-TEST_F(SettingsTest, TheIdentifierIsPassedOnAsItStands) {
+TEST_F(SettingsTest, ReturnsTheIdentifierUnchanged) {
     EXPECT_EQ(ReadIdFrom(Id), WideId);
     EXPECT_EQ(ReadIdFrom("ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB"), L"ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB");
     EXPECT_EQ(ReadBytes(idFile), "ABCDEFAB-CDEF-ABCD-EFAB-CDEFABCDEFAB");
 }
 
-TEST_F(SettingsTest, OnlyTheFirstLineOfTheIdentifiersFileCounts) {
+TEST_F(SettingsTest, ReadsOnlyTheFirstLineOfTheIdentifierFile) {
     const std::string id = Id;
     EXPECT_EQ(ReadIdFrom(id + "\n"), WideId);
     EXPECT_EQ(ReadIdFrom(id + "\r\n"), WideId);
@@ -50,7 +50,7 @@ TEST_F(SettingsTest, OnlyTheFirstLineOfTheIdentifiersFileCounts) {
     EXPECT_EQ(ReadIdFrom("anything\n" + id), L"");
 }
 
-TEST_F(SettingsTest, AnythingElseIsNoIdentifier) {
+TEST_F(SettingsTest, RejectsAnythingElse) {
     const std::string id = Id;
     for (const std::string& bytes :
          {std::string(), std::string("\n"), '{' + id + '}', id + ' ', ' ' + id, id.substr(1), id + '0',
@@ -60,8 +60,8 @@ TEST_F(SettingsTest, AnythingElseIsNoIdentifier) {
     }
 }
 
-// How often reading the identifier allocates tells how much it keeps.
-TEST_F(SettingsTest, AHugeFileIsReadNoFurtherThanAnIdentifier) {
+// The number of allocations shows how much of the file is stored.
+TEST_F(SettingsTest, ReadsNoMoreOfAHugeFileThanAnIdentifier) {
     const auto allocations = [this](const std::string& bytes) {
         std::filesystem::create_directories(data);
         WriteBytes(idFile, bytes);
@@ -78,12 +78,12 @@ TEST_F(SettingsTest, AHugeFileIsReadNoFurtherThanAnIdentifier) {
     };
     const unsigned forId = allocations(Id);
     EXPECT_GT(forId, 0U);
-    EXPECT_LE(allocations(std::string(1 << 20, '0')), forId); // It has no text to return.
+    EXPECT_LE(allocations(std::string(1 << 20, '0')), forId); // There is no text to return.
 }
 
-TEST_F(SettingsTest, WithoutItsFileThereIsNoIdentifier) {
+TEST_F(SettingsTest, ReturnsNoIdentifierWithoutItsFile) {
     EXPECT_EQ(ReadInstallationId(), L"");
-    EXPECT_FALSE(std::filesystem::exists(programData)); // Reading makes nothing.
+    EXPECT_FALSE(std::filesystem::exists(programData)); // Reading creates nothing.
     std::filesystem::create_directories(data);
     EXPECT_EQ(ReadInstallationId(), L"");
     EXPECT_FALSE(std::filesystem::exists(idFile));
@@ -91,7 +91,7 @@ TEST_F(SettingsTest, WithoutItsFileThereIsNoIdentifier) {
     EXPECT_EQ(ReadInstallationId(), L"");
 }
 
-TEST_F(SettingsTest, WithoutProgramDataNothingIsReadOrSaved) {
+TEST_F(SettingsTest, ReadsAndSavesNothingWithoutProgramData) {
     EXPECT_EQ(ReadIdFrom(Id), WideId);
     // The same folder under a name of 260 characters.
     std::wstring longName = programData.native();
@@ -117,7 +117,7 @@ TEST_F(SettingsTest, ProgramDataMayEndInASeparator) {
     }
 }
 
-TEST_F(SettingsTest, TheQualityIsSavedAsItsBareText) {
+TEST_F(SettingsTest, SavesTheNameOfTheQualityAndNothingElse) {
     for (int time = 0; time < 2; ++time) {
         EXPECT_TRUE(SaveVideoQuality(L"1080p"));
         EXPECT_EQ(ReadBytes(qualityFile), "1080p");
@@ -126,7 +126,7 @@ TEST_F(SettingsTest, TheQualityIsSavedAsItsBareText) {
     EXPECT_EQ(ReadBytes(qualityFile), "720p");
 }
 
-TEST_F(SettingsTest, EveryOtherQualityIsSavedAs720p) {
+TEST_F(SettingsTest, SavesEveryOtherValueAs720p) {
     for (const wchar_t* value : {L"", L"1080P", L"1080p ", L" 1080p", L"1080", L"480p", L"720P"}) {
         EXPECT_TRUE(SaveVideoQuality(L"1080p"));
         EXPECT_TRUE(SaveVideoQuality(value));
@@ -138,36 +138,36 @@ TEST_F(SettingsTest, EveryOtherQualityIsSavedAs720p) {
     EXPECT_EQ(ReadBytes(qualityFile), "1080p");
 }
 
-TEST_F(SettingsTest, TheQualityReplacesWhateverTheFileHeld) {
+TEST_F(SettingsTest, ReplacesThePreviousContentOfTheQualityFile) {
     std::filesystem::create_directories(data);
     WriteBytes(qualityFile, "something much longer\r\n");
     EXPECT_TRUE(SaveVideoQuality(L"1080p"));
     EXPECT_EQ(ReadBytes(qualityFile), "1080p");
 }
 
-TEST_F(SettingsTest, TheQualitysFolderIsMadeWithItsParents) {
+TEST_F(SettingsTest, CreatesTheDataFolderAndItsParents) {
     ASSERT_FALSE(std::filesystem::exists(programData.parent_path()));
     EXPECT_TRUE(SaveVideoQuality(L"720p"));
     EXPECT_EQ(ReadBytes(qualityFile), "720p");
 }
 
-TEST_F(SettingsTest, AQualityThatHasNoPlaceIsNotSaved) {
+TEST_F(SettingsTest, FailsWhenTheFolderOrFileNameIsTaken) {
     std::filesystem::create_directories(programData);
-    WriteBytes(data, "a file in the folder's place");
+    WriteBytes(data, "a file with the name of the folder");
     EXPECT_FALSE(SaveVideoQuality(L"720p"));
-    EXPECT_EQ(ReadBytes(data), "a file in the folder's place");
+    EXPECT_EQ(ReadBytes(data), "a file with the name of the folder");
     std::filesystem::remove(data);
     std::filesystem::create_directories(qualityFile);
     EXPECT_FALSE(SaveVideoQuality(L"720p"));
 }
 
-TEST_F(SettingsTest, AQualityFileThatSomebodyKeepsForThemselvesKeepsItsContent) {
+TEST_F(SettingsTest, FailsWhileAnotherProcessHoldsTheQualityFile) {
     ASSERT_TRUE(SaveVideoQuality(L"1080p"));
-    UniqueFile keeper;
-    keeper.Reset(CreateFileW(qualityFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(keeper);
+    UniqueFile holder;
+    holder.Reset(CreateFileW(qualityFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(holder);
     EXPECT_FALSE(SaveVideoQuality(L"720p"));
-    keeper.Reset();
+    holder.Reset();
     EXPECT_EQ(ReadBytes(qualityFile), "1080p");
     EXPECT_TRUE(SaveVideoQuality(L"720p"));
     EXPECT_EQ(ReadBytes(qualityFile), "720p");

@@ -1,4 +1,4 @@
-// The window's layout modes, on a real window: what the system made of them, and that the browser fills the result.
+// The window's layouts, on a real window: its size and place, and that the browser fills it.
 #include "app/window_placement.h"
 #include "tests/support/shell_test.h"
 
@@ -32,7 +32,7 @@ class WindowLayoutTest : public ShellTest {
 protected:
     void Portrait() { app->ApplyWindowLayout(450, 800, L"portrait"); }
     void Landscape() { app->ApplyWindowLayout(960, 540, L"landscape"); }
-    void SetupMode() { app->ApplyWindowLayout(760, 520, L"setup"); }
+    void SetupLayout() { app->ApplyWindowLayout(760, 520, L"setup"); }
 
     static WindowRectangle Outer() {
         RECT outer{};
@@ -50,7 +50,7 @@ protected:
         EXPECT_NE(GetMonitorInfoW(MonitorFromWindow(MainWindow(), MONITOR_DEFAULTTONEAREST), &monitor), 0);
         return Converted(monitor.rcWork);
     }
-    // Where the window goes from `current` when its client area is to become `width` x `height`.
+    // Where the window moves from `current` when its client area becomes `width` x `height`.
     static WindowRectangle Place(const WindowRectangle& current, std::int32_t width, std::int32_t height,
                                  const WindowRectangle& workArea, UINT dpi = GetDpiForWindow(MainWindow())) {
         RECT outer{0, 0, width, height};
@@ -63,7 +63,7 @@ protected:
         ASSERT_FALSE(calls.empty());
         EXPECT_EQ(calls.back(), L"put_Bounds 0 0 " + std::to_wstring(client.cx) + L' ' + std::to_wstring(client.cy));
     }
-    // No mode has been taken over: the window stands where it stood, and the next mode is news.
+    // Nothing was moved, resized or logged.
     void ExpectNothingHappened(const WindowRectangle& before) {
         EXPECT_EQ(Outer(), before);
         EXPECT_THAT(browser.TakeCalls(), IsEmpty());
@@ -71,33 +71,33 @@ protected:
     }
 };
 
-TEST_F(WindowLayoutTest, ThePagesModesShapeTheWindow) {
+TEST_F(WindowLayoutTest, TheLayoutsOfThePageResizeTheWindow) {
     InLoop([this] {
         struct {
-            const wchar_t* mode;
+            const wchar_t* name;
             const char* line;
             std::int32_t width;
             std::int32_t height;
-        } const modes[] = {
+        } const layouts[] = {
             {L"landscape", "Receiver window layout: landscape", 960, 540},
             {L"portrait", "Receiver window layout: portrait", 450, 800},
             {L"setup", "Receiver window layout: setup", 760, 520},
             {L"portrait", "Receiver window layout: portrait", 450, 800},
             {L"landscape", "Receiver window layout: landscape", 960, 540},
         };
-        for (const auto& mode : modes) {
-            const WindowRectangle expected = Place(Outer(), mode.width, mode.height, WorkArea());
-            EXPECT_EQ(browser.RaiseWebMessage((std::wstring(L"window:orientation:") + mode.mode).c_str()), S_OK);
+        for (const auto& layout : layouts) {
+            const WindowRectangle expected = Place(Outer(), layout.width, layout.height, WorkArea());
+            EXPECT_EQ(browser.RaiseWebMessage((std::wstring(L"window:orientation:") + layout.name).c_str()), S_OK);
             EXPECT_EQ(Outer(), expected);
-            EXPECT_EQ(ClientSize().cx, mode.width);
+            EXPECT_EQ(ClientSize().cx, layout.width);
             ExpectBrowserFillsTheWindow();
-            EXPECT_THAT(LogLines(), ElementsAre(mode.line));
+            EXPECT_THAT(LogLines(), ElementsAre(layout.line));
             Forget();
         }
     });
 }
 
-TEST_F(WindowLayoutTest, AWindowThatFitsKeepsItsCentreAndGetsTheClientSizeAskedFor) {
+TEST_F(WindowLayoutTest, AWindowThatFitsKeepsItsCenterAndGetsTheRequestedClientSize) {
     InLoop([this] {
         const WindowRectangle workArea = WorkArea();
         ASSERT_GT(workArea.right - workArea.left, 700);
@@ -114,31 +114,31 @@ TEST_F(WindowLayoutTest, AWindowThatFitsKeepsItsCentreAndGetsTheClientSizeAskedF
     });
 }
 
-TEST_F(WindowLayoutTest, TheStartCountsAsSetup) {
+TEST_F(WindowLayoutTest, TheFirstLayoutIsSetup) {
     InLoop([this] {
         const WindowRectangle before = Outer();
         EXPECT_EQ(before.right - before.left, 760);
         EXPECT_EQ(before.bottom - before.top, 520);
-        SetupMode();
+        SetupLayout();
         ExpectNothingHappened(before);
     });
 }
 
-TEST_F(WindowLayoutTest, TheSameModeAgainDoesNothing) {
+TEST_F(WindowLayoutTest, TheSameLayoutAgainDoesNothing) {
     InLoop([this] {
         Landscape();
-        SetWindowPos(MainWindow(), nullptr, 5, 6, 300, 200, SWP_NOZORDER); // by the user's hand
+        SetWindowPos(MainWindow(), nullptr, 5, 6, 300, 200, SWP_NOZORDER); // as a user would
         Forget();
         const WindowRectangle before = Outer();
         Landscape();
-        app->ApplyWindowLayout(450, 800, L"landscape"); // The word alone counts.
+        app->ApplyWindowLayout(450, 800, L"landscape"); // Only the name is compared.
         ExpectNothingHappened(before);
         app->ApplyWindowLayout(960, 540, L"landscapes");
         EXPECT_THAT(LogLines(), ElementsAre("Receiver window layout: landscapes"));
     });
 }
 
-TEST_F(WindowLayoutTest, AMinimizedWindowDoesNotTakeTheMode) {
+TEST_F(WindowLayoutTest, AMinimizedWindowIgnoresTheLayout) {
     InLoop([this] {
         const WindowRectangle restored = Outer();
         ShowWindow(MainWindow(), SW_MINIMIZE);
@@ -159,7 +159,7 @@ TEST_F(WindowLayoutTest, AMinimizedWindowDoesNotTakeTheMode) {
     });
 }
 
-TEST_F(WindowLayoutTest, AMaximizedWindowRemembersTheModeWithoutTakingIt) {
+TEST_F(WindowLayoutTest, AMaximizedWindowRemembersTheLayoutWithoutApplyingIt) {
     InLoop([this] {
         const WindowRectangle restored = Outer();
         ShowWindow(MainWindow(), SW_MAXIMIZE);
@@ -169,8 +169,8 @@ TEST_F(WindowLayoutTest, AMaximizedWindowRemembersTheModeWithoutTakingIt) {
         const WindowRectangle maximized = Outer();
         EXPECT_NE(maximized, restored);
         Portrait();
-        Portrait(); // Said each time.
-        SetupMode();
+        Portrait(); // Logged each time.
+        SetupLayout();
         Portrait();
         EXPECT_EQ(Outer(), maximized);
         EXPECT_TRUE(IsZoomed(MainWindow()));
@@ -182,7 +182,7 @@ TEST_F(WindowLayoutTest, AMaximizedWindowRemembersTheModeWithoutTakingIt) {
         Forget();
         Portrait();
         ExpectNothingHappened(restored);
-        SetupMode();
+        SetupLayout();
         EXPECT_EQ(Outer(), Place(restored, 760, 520, WorkArea()));
         EXPECT_THAT(LogLines(), ElementsAre("Receiver window layout: setup"));
     });
@@ -198,7 +198,7 @@ TEST_F(WindowLayoutTest, TheWindowStaysInsideItsMonitorsWorkArea) {
             {200, 150, 700, 450},
         };
         for (const RECT& workArea : workAreas) {
-            for (const auto& [width, height, mode] :
+            for (const auto& [width, height, layout] :
                  {std::tuple(450, 800, L"portrait"), std::tuple(960, 540, L"landscape")}) {
                 const ImportPatch monitors("user32.dll", "GetMonitorInfoW", &GetMonitorInfoW,
                                            [&](auto*, HMONITOR monitor, LPMONITORINFO information) {
@@ -211,7 +211,7 @@ TEST_F(WindowLayoutTest, TheWindowStaysInsideItsMonitorsWorkArea) {
                                            });
                 const WindowRectangle expected = Place(Outer(), width, height, Converted(workArea));
                 Forget();
-                app->ApplyWindowLayout(width, height, mode);
+                app->ApplyWindowLayout(width, height, layout);
                 EXPECT_EQ(Outer(), expected);
                 EXPECT_LE(workArea.top, Outer().top);
                 EXPECT_LE(Outer().bottom, workArea.bottom);
@@ -223,7 +223,7 @@ TEST_F(WindowLayoutTest, TheWindowStaysInsideItsMonitorsWorkArea) {
     });
 }
 
-TEST_F(WindowLayoutTest, AWorkAreaOf700RowsIsFilledFromItsTop) {
+TEST_F(WindowLayoutTest, AWindowReducedToTheWorkAreasHeightStartsAtItsTop) {
     InLoop([this] {
         const ImportPatch monitors("user32.dll", "GetMonitorInfoW", &GetMonitorInfoW,
                                    [](auto*, HMONITOR, LPMONITORINFO information) {
@@ -237,7 +237,7 @@ TEST_F(WindowLayoutTest, AWorkAreaOf700RowsIsFilledFromItsTop) {
     });
 }
 
-TEST_F(WindowLayoutTest, OnlyTheFrameGrowsWithTheResolution) {
+TEST_F(WindowLayoutTest, OnlyTheFrameDependsOnTheDpi) {
     InLoop([this] {
         const WindowRectangle expected = Place(Outer(), 300, 200, WorkArea(), 192);
         const ImportPatch resolutions("user32.dll", "GetDpiForWindow", &GetDpiForWindow, [](auto*, HWND window) {
@@ -261,7 +261,7 @@ TEST_F(WindowLayoutTest, OnlyTheFrameGrowsWithTheResolution) {
     });
 }
 
-TEST_F(WindowLayoutTest, TheWindowIsPlacedWithoutTouchingOrderOrActivation) {
+TEST_F(WindowLayoutTest, ZOrderAndActivationAreNotChanged) {
     InLoop([this] {
         unsigned placed = 0;
         const ImportPatch placements(
@@ -278,7 +278,7 @@ TEST_F(WindowLayoutTest, TheWindowIsPlacedWithoutTouchingOrderOrActivation) {
     });
 }
 
-TEST_F(WindowLayoutTest, ASystemThatRefusesLeavesModeAndWindowAsTheyWere) {
+TEST_F(WindowLayoutTest, AFailedSystemCallLeavesLayoutAndWindowUnchanged) {
     InLoop([this] {
         const WindowRectangle before = Outer();
         {
@@ -305,7 +305,7 @@ TEST_F(WindowLayoutTest, ASystemThatRefusesLeavesModeAndWindowAsTheyWere) {
             Portrait();
         }
         ExpectNothingHappened(before);
-        Portrait(); // It was not taken for applied.
+        Portrait(); // The layout was not remembered as applied.
         EXPECT_EQ(Outer(), Place(before, 450, 800, WorkArea()));
         EXPECT_THAT(LogLines(), ElementsAre("Receiver window layout: portrait"));
     });
@@ -320,7 +320,7 @@ TEST_F(WindowLayoutTest, WithoutAWindowNothingHappens) {
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(WindowLayoutTest, TheWindowIsShapedWithoutABrowserToo) {
+TEST_F(WindowLayoutTest, TheWindowIsResizedWithoutABrowserToo) {
     EXPECT_EQ(Run(L"",
                   [this] {
                       const WindowRectangle expected = Place(Outer(), 450, 800, WorkArea());

@@ -26,7 +26,7 @@ struct Placement {
 
 class WindowPlacementTest : public testing::TestWithParam<Placement> {};
 
-TEST_P(WindowPlacementTest, IsCentredInsideTheWorkArea) {
+TEST_P(WindowPlacementTest, IsCenteredInsideTheWorkArea) {
     const Placement& placement = GetParam();
     EXPECT_EQ(PlaceWindow(placement.current, placement.width, placement.height, placement.workArea),
               placement.expected);
@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(
         Placement{"SameSize", {580, 260, 1340, 780}, 760, 520, FullHd, {580, 260, 1340, 780}},
         Placement{"Larger", {580, 260, 1340, 780}, 976, 579, FullHd, {472, 231, 1448, 810}},
         Placement{"Taller", {580, 260, 1340, 780}, 466, 839, FullHd, {727, 101, 1193, 940}},
-        // The halves are cut off one by one: 101 / 2 = 50 and 51 / 2 = 25.
+        // Each half is rounded down on its own: 101 / 2 = 50 and 51 / 2 = 25.
         Placement{"OddNowAndThen", {100, 100, 201, 201}, 51, 51, FullHd, {125, 125, 176, 176}},
         Placement{"OddNow", {100, 100, 201, 201}, 50, 50, FullHd, {125, 125, 175, 175}},
         Placement{"OddThen", {100, 100, 200, 200}, 51, 51, FullHd, {125, 125, 176, 176}},

@@ -1,4 +1,4 @@
-// From the environment request to the navigated page, on the fake browser: what is called, logged, shown and returned.
+// From the environment request to the navigation, with the fake browser: calls, log lines, error boxes and results.
 #include "page/receiver_page.h"
 #include "tests/support/shell_test.h"
 
@@ -40,7 +40,7 @@ protected:
     static std::wstring ControllerCall(HWND window) {
         return L"CreateCoreWebView2Controller " + std::to_wstring(reinterpret_cast<std::uintptr_t>(window));
     }
-    // Every call of a start that succeeds, the last but one being the navigation.
+    // Every call of a successful start; the last but one is the navigation.
     std::vector<std::wstring> AllCalls(HWND window, const std::wstring& navigation) const {
         return {EnvironmentCall(),
                 ControllerCall(window),
@@ -78,7 +78,7 @@ protected:
     }
 };
 
-TEST_F(BringUpTest, OpensTheHostedPageStepByStep) {
+TEST_F(BringUpTest, OpensTheHostedPage) {
     EXPECT_EQ(Run(Address,
                   [this] {
                       const HWND window = MainWindow();
@@ -126,7 +126,7 @@ constexpr CompletionFailure CompletionFailures[] = {
     {S_FALSE, false, S_FALSE, "", L"\n\nHRESULT: 0x00000001"},
 };
 
-TEST_F(BringUpTest, ShowsThatThereIsNoRuntime) {
+TEST_F(BringUpTest, ShowsThatTheRuntimeIsUnavailable) {
     Run(Address, [this] {
         for (const CompletionFailure& failure : CompletionFailures) {
             boxes.clear();
@@ -142,7 +142,7 @@ TEST_F(BringUpTest, ShowsThatThereIsNoRuntime) {
     ExpectReleasedInOrder({});
 }
 
-TEST_F(BringUpTest, ShowsThatThereIsNoController) {
+TEST_F(BringUpTest, ShowsThatTheControllerCannotBeCreated) {
     Run(Address, [this] {
         const HWND window = MainWindow();
         EXPECT_EQ(browser.CompleteEnvironment(), S_OK);
@@ -161,7 +161,7 @@ TEST_F(BringUpTest, ShowsThatThereIsNoController) {
     ExpectReleasedInOrder({L"released Environment"});
 }
 
-TEST_F(BringUpTest, StopsSilentlyWhenTheControllerIsRefusedAtOnce) {
+TEST_F(BringUpTest, StopsSilentlyWhenTheControllerRequestFails) {
     browser.Fail(L"CreateCoreWebView2Controller", E_ABORT);
     Run(Address, [this] {
         const HWND window = MainWindow();
@@ -209,12 +209,12 @@ TEST_F(SilentStopTest, WithoutPermissionRequests) {
     ExpectReleasedInOrder({L"released WebView", L"released Controller", L"released Environment"});
 }
 
-TEST_F(SilentStopTest, WithoutNavigationNews) {
+TEST_F(SilentStopTest, WithoutNavigationEvents) {
     ExpectSilentStop(L"add_NavigationCompleted", true);
     ExpectReleasedInOrder({L"released WebView", L"released Controller", L"released Environment"});
 }
 
-TEST_F(BringUpTest, GoesOnWithoutSettings) {
+TEST_F(BringUpTest, ContinuesWithoutSettings) {
     browser.Fail(L"get_Settings", E_NOTIMPL);
     Run(Address, [this] {
         browser.CompleteBoth();
@@ -227,7 +227,7 @@ TEST_F(BringUpTest, GoesOnWithoutSettings) {
     EXPECT_THAT(boxes, IsEmpty());
 }
 
-TEST_F(BringUpTest, GoesOnWithABrowserThatRefusesBoundsAndSettings) {
+TEST_F(BringUpTest, ContinuesWhenBoundsAndSettingsAreRefused) {
     for (const wchar_t* method :
          {L"put_Bounds", L"put_AreDefaultContextMenusEnabled", L"put_AreDevToolsEnabled", L"put_IsStatusBarEnabled"}) {
         browser.Fail(method, E_FAIL);
@@ -280,7 +280,7 @@ TEST_F(BringUpTest, StoringTheSameObjectsAgainKeepsThem) {
     ExpectReleasedInOrder({L"released WebView", L"released Controller", L"released Environment"});
 }
 
-TEST_F(BringUpTest, ASecondControllerWithoutAWebViewLeavesNoBrowser) {
+TEST_F(BringUpTest, ASecondControllerWithoutAWebViewRemovesTheBrowser) {
     browser.Fail(L"get_CoreWebView2", E_FAIL, 1);
     Run(Address, [this] {
         browser.CompleteBoth();
@@ -292,7 +292,7 @@ TEST_F(BringUpTest, ASecondControllerWithoutAWebViewLeavesNoBrowser) {
     });
 }
 
-TEST_F(BringUpTest, MemoryThatCannotBeHadNeverEscapes) {
+TEST_F(BringUpTest, NoAllocationFailureEscapes) {
     OpenBrowser();
     bool failed = true;
     bool reported = false;
@@ -322,7 +322,7 @@ TEST_F(BringUpTest, AllowsAutoplayAndLeavesEveryOtherPermissionAlone) {
     }
 }
 
-TEST_F(BringUpTest, LeavesAPermissionOfUnreadableKindAlone) {
+TEST_F(BringUpTest, LeavesAPermissionAloneWhenItsKindCannotBeRead) {
     OpenBrowser();
     browser.Fail(L"get_PermissionKind", E_FAIL);
     auto state = COREWEBVIEW2_PERMISSION_STATE_DENY;
@@ -338,7 +338,7 @@ TEST_F(BringUpTest, ReturnsTheCodeOfARefusedPermission) {
     EXPECT_EQ(browser.RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY, state), E_ABORT);
 }
 
-TEST_F(BringUpTest, LogsHowANavigationEnded) {
+TEST_F(BringUpTest, LogsTheResultOfANavigation) {
     OpenBrowser();
     EXPECT_EQ(browser.RaiseNavigationCompleted(TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN), S_OK);
     browser.source = L"https://gone.example/";
@@ -350,7 +350,7 @@ TEST_F(BringUpTest, LogsHowANavigationEnded) {
     EXPECT_THAT(boxes, IsEmpty());
 }
 
-TEST_F(BringUpTest, LogsWhatCannotBeReadOfANavigationAsNothing) {
+TEST_F(BringUpTest, LogsZeroOrNothingForANavigationValueThatCannotBeRead) {
     OpenBrowser();
     browser.Fail(L"get_IsSuccess", E_FAIL, 0);
     EXPECT_EQ(browser.RaiseNavigationCompleted(TRUE, COREWEBVIEW2_WEB_ERROR_STATUS_TIMEOUT), S_OK);

@@ -12,7 +12,7 @@ std::wstring WithQuery(std::wstring address, std::wstring_view installationId) {
     return address;
 }
 
-TEST(ClientQuery, BothParametersStandBehindAQuestionMark) {
+TEST(ClientQuery, BothParametersFollowAQuestionMark) {
     EXPECT_EQ(WithQuery(L"https://a.example/p", Id),
               L"https://a.example/p?installationId=0f8fad5b-D9CB-469f-a165-70867728950e&clientVersion=0.1.3");
 }
@@ -27,9 +27,9 @@ TEST(ClientQuery, WithoutAnIdentifierOnlyTheVersionIsSent) {
     EXPECT_EQ(WithQuery(L"https://a.example/p", L""), L"https://a.example/p?clientVersion=0.1.3");
 }
 
-TEST(ClientQuery, TheBuiltInPageGetsNone) { EXPECT_EQ(WithQuery(L"", Id), L""); }
+TEST(ClientQuery, TheEmptyAddressStaysEmpty) { EXPECT_EQ(WithQuery(L"", Id), L""); }
 
-TEST(ClientQuery, AQuestionMarkCountsWhereverItStandsAndNothingIsEncoded) {
+TEST(ClientQuery, AQuestionMarkAnywhereCountsAndNothingIsEncoded) {
     EXPECT_EQ(WithQuery(L"https://a.example/#?", L"a b"),
               L"https://a.example/#?&installationId=a b&clientVersion=0.1.3");
     EXPECT_EQ(WithQuery(L"https://a.example/#top", L""), L"https://a.example/#top?clientVersion=0.1.3");

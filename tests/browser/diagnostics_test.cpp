@@ -1,4 +1,4 @@
-// The report on the system, against what the system itself says and against real registry keys.
+// The report on the system, compared with the system's own version and with real registry keys.
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -21,24 +21,24 @@ constexpr wchar_t ServerKey[] = L"SOFTWARE\\Classes\\CLSID\\{A42D576C-2AD1-4D63-
 
 using RtlGetVersionFunction = LONG WINAPI(RTL_OSVERSIONINFOW*);
 
-// One process at a time may look at the camera's registration and change it.
-class RegistryTurn {
+// Only one process at a time reads and changes the camera's registration.
+class RegistryLock {
 public:
-    RegistryTurn() : mutex_(CreateMutexW(nullptr, FALSE, L"VistelTestRegistryTurn")) {
-        WaitForSingleObject(mutex_.Get(), INFINITE);
+    RegistryLock() : mutex(CreateMutexW(nullptr, FALSE, L"VistelTestRegistryLock")) {
+        WaitForSingleObject(mutex.Get(), INFINITE);
     }
-    RegistryTurn(const RegistryTurn&) = delete;
-    RegistryTurn& operator=(const RegistryTurn&) = delete;
-    ~RegistryTurn() { ReleaseMutex(mutex_.Get()); }
+    RegistryLock(const RegistryLock&) = delete;
+    RegistryLock& operator=(const RegistryLock&) = delete;
+    ~RegistryLock() { ReleaseMutex(mutex.Get()); }
 
 private:
-    UniqueHandle mutex_;
+    UniqueHandle mutex;
 };
 
-// The camera's registration in one view of the registry, gone at the latest with this session of the system.
+// The camera's registration in one view of the registry; volatile, so that it does not outlive the system's session.
 class Registration {
 public:
-    explicit Registration(REGSAM view, const wchar_t* path = ServerKey) : view_(view) {
+    explicit Registration(REGSAM registryView, const wchar_t* path = ServerKey) : view(registryView) {
         RegistryKey key;
         EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_VOLATILE, KEY_READ | view, nullptr,
                                   key.Put(), nullptr),
@@ -47,12 +47,12 @@ public:
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
     ~Registration() {
-        RegDeleteKeyExW(HKEY_LOCAL_MACHINE, ServerKey, view_, 0);
-        RegDeleteKeyExW(HKEY_LOCAL_MACHINE, ClassKey, view_, 0);
+        RegDeleteKeyExW(HKEY_LOCAL_MACHINE, ServerKey, view, 0);
+        RegDeleteKeyExW(HKEY_LOCAL_MACHINE, ClassKey, view, 0);
     }
 
 private:
-    REGSAM view_;
+    REGSAM view;
 };
 
 bool KeyExists(REGSAM view) {
@@ -82,11 +82,11 @@ protected:
     void SetUp() override {
         OpenBrowser();
         std::filesystem::remove(log);
-        // A real registration stays untouched.
+        // These tests must not change a real registration.
         ASSERT_FALSE(KeyExists(KEY_WOW64_64KEY));
         ASSERT_FALSE(KeyExists(KEY_WOW64_32KEY));
     }
-    // What the report comes to with these system numbers.
+    // The report with these values.
     static std::wstring Report(const std::wstring& version, const std::wstring& build, bool supported,
                                bool registered) {
         const auto word = [](bool value) { return value ? L"true" : L"false"; };
@@ -95,7 +95,7 @@ protected:
                L",\"webView2Ready\":true,\"virtualCameraRegistered\":" + word(registered) +
                L",\"appVersion\":\"0.1.3\"}}";
     }
-    // On this system.
+    // The report with this system's version.
     static std::wstring Report(bool registered) {
         const auto getVersion = reinterpret_cast<RtlGetVersionFunction*>(
             reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
@@ -111,7 +111,7 @@ protected:
         EXPECT_EQ(app->PostDiagnostics(), S_OK);
         return browser.TakeCalls();
     }
-    // With what GetProcAddress gives for the version's function.
+    // The report when GetProcAddress returns `getVersion` as the version's function.
     std::vector<std::wstring> PostedReportWith(RtlGetVersionFunction* getVersion) {
         unsigned lookups = 0;
         const ImportPatch addresses("kernel32.dll", "GetProcAddress", &GetProcAddress,
@@ -126,10 +126,10 @@ protected:
         return calls;
     }
 
-    const RegistryTurn turn;
+    const RegistryLock lock;
 };
 
-TEST_F(DiagnosticsTest, ReportsTheVersionThatTheSystemNames) {
+TEST_F(DiagnosticsTest, ReportsTheVersionOfTheSystem) {
     EXPECT_THAT(PostedReport(), ElementsAre(Report(false)));
     EXPECT_FALSE(std::filesystem::exists(log));
 }
@@ -143,7 +143,7 @@ TEST_F(DiagnosticsTest, ReportsWhetherTheCameraIsRegisteredNow) {
     EXPECT_THAT(PostedReport(), ElementsAre(Report(false)));
 }
 
-TEST_F(DiagnosticsTest, ACameraInThe32BitViewAloneIsNotRegistered) {
+TEST_F(DiagnosticsTest, ACameraOnlyInThe32BitViewIsNotRegistered) {
     const Registration camera(KEY_WOW64_32KEY);
     ASSERT_FALSE(KeyExists(KEY_WOW64_64KEY));
     EXPECT_THAT(PostedReport(), ElementsAre(Report(false)));
@@ -180,13 +180,13 @@ TEST_F(DiagnosticsTest, TheRegistrationIsOnlyOpenedAndClosedAgain) {
     EXPECT_THAT(closed, ElementsAre(opened));
 }
 
-TEST_F(DiagnosticsTest, ARegistryThatRefusesMeansNotRegistered) {
+TEST_F(DiagnosticsTest, AKeyThatCannotBeOpenedMeansNotRegistered) {
     const ImportPatch opens("advapi32.dll", "RegOpenKeyExW", &RegOpenKeyExW,
                             [](auto*, HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
     EXPECT_THAT(PostedReport(), ElementsAre(Report(false)));
 }
 
-TEST_F(DiagnosticsTest, AVersionThatCannotBeHadIsReportedAsZeros) {
+TEST_F(DiagnosticsTest, AVersionThatCannotBeReadIsReportedAsZeros) {
     const std::wstring zeros = Report(L"0.0.0", L"0", false, false);
     EXPECT_THAT(PostedReportWith(nullptr), ElementsAre(zeros));
     EXPECT_THAT(PostedReportWith(&FailingVersion), ElementsAre(zeros));
@@ -207,7 +207,7 @@ TEST_F(DiagnosticsTest, NothingIsPostedWithoutABrowser) {
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(DiagnosticsTest, APostThatFailsReturnsItsCode) {
+TEST_F(DiagnosticsTest, AFailedPostReturnsItsCode) {
     browser.Fail(L"PostWebMessageAsJson", E_ABORT);
     EXPECT_EQ(app->PostDiagnostics(), E_ABORT);
     EXPECT_THAT(browser.TakeCalls(), ElementsAre(Report(false)));

@@ -1,4 +1,4 @@
-// Snapshots and recordings that the page asks for, from its text to the files, the log and what it is told.
+// Snapshots and recordings requested by the page: files, log lines and posted results.
 #include "platform/com_ptr.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
@@ -35,13 +35,13 @@ protected:
         ASSERT_EQ(Post(L"ready"), S_OK);
         Forget();
     }
-    // What the page is told ends up in `told`.
+    // Keeps in `posted` what the receiver posts in return.
     HRESULT Post(const std::wstring& text) {
         const HRESULT result = browser.RaiseWebMessage(text.c_str());
-        told.clear();
+        posted.clear();
         for (const std::wstring& call : browser.TakeCalls()) {
             if (call.starts_with(L"PostWebMessageAsJson ")) {
-                told.push_back(call.substr(21));
+                posted.push_back(call.substr(21));
             }
         }
         return result;
@@ -61,30 +61,30 @@ protected:
     const Apartment apartment; // for the snapshot's encoder
     CaptureFolders folders;
     SinkWriterFakes fakes;
-    std::vector<std::wstring> told;
+    std::vector<std::wstring> posted;
 };
 
 TEST_F(PageCaptureTest, ASnapshotOfTheLastFrameIsSaved) {
     ASSERT_EQ(Post(GoodFrame), S_OK);
     Forget();
     EXPECT_EQ(Post(L"media:snapshot"), S_OK);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", true, folders.PicturePath(), 0)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", true, folders.PicturePath(), 0)));
     EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested"));
     EXPECT_GT(std::filesystem::file_size(folders.PicturePath()), 1000U);
 }
 
-TEST_F(PageCaptureTest, ASnapshotThatFailsNamesItsFile) {
+TEST_F(PageCaptureTest, AFailedSnapshotReportsItsPath) {
     ASSERT_EQ(Post(GoodFrame), S_OK);
     Forget();
     ASSERT_EQ(Post(L"quality:1080p"), S_OK); // The frame is smaller than the new size needs.
     Forget();
     EXPECT_EQ(Post(L"media:snapshot"), E_INVALIDARG);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070057)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070057)));
     EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0x80070057)"));
     EXPECT_FALSE(std::filesystem::exists(folders.PicturePath()));
 }
 
-TEST_F(PageCaptureTest, AFullDiskIsToldAndStopsNoFrame) {
+TEST_F(PageCaptureTest, AFullDiskIsReportedAndStopsNoFrame) {
     ASSERT_EQ(Post(GoodFrame), S_OK);
     const std::uint64_t publishes = Publishes();
     {
@@ -97,7 +97,7 @@ TEST_F(PageCaptureTest, AFullDiskIsToldAndStopsNoFrame) {
         const MethodPatch opening(stream.Get(), &IWICStream::InitializeFromFilename,
                                   [](auto*, auto...) { return DiskFull; });
         EXPECT_EQ(Post(L"media:snapshot"), DiskFull);
-        EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070070)));
+        EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", false, folders.PicturePath(), 0x80070070)));
         EXPECT_EQ(Post(GoodFrame), S_OK);
     }
     EXPECT_EQ(Publishes(), publishes + 1);
@@ -108,37 +108,37 @@ TEST_F(PageCaptureTest, ASnapshotWithoutAFolderHasNoPath) {
     ASSERT_EQ(Post(GoodFrame), S_OK);
     folders.result = static_cast<HRESULT>(0x80070003);
     EXPECT_EQ(Post(L"media:snapshot"), folders.result);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, L"", 0x80070003)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", false, L"", 0x80070003)));
 }
 
-TEST_F(PageCaptureTest, ARecordingHoldsTheFramesThatArePublished) {
+TEST_F(PageCaptureTest, ARecordingContainsThePublishedFrames) {
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", true, folders.VideoPath(), 0)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-started", true, folders.VideoPath(), 0)));
     EXPECT_EQ(Post(GoodFrame), S_OK);
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(posted, IsEmpty());
     EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(Post(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"), MF_E_INVALIDMEDIATYPE); // not published
     EXPECT_EQ(fakes.samples.size(), 2U);
     EXPECT_EQ(fakes.samples.at(0).bytes.size(), 1382400U);
     EXPECT_EQ(Post(L"media:record:stop"), S_OK);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
     EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.size(), 2U);
     EXPECT_THAT(LogLines(), ElementsAre("Recording started", testing::StartsWith("First frame descriptor: "),
                                         "First browser frame published", "Recording stopped"));
 }
 
-TEST_F(PageCaptureTest, ARecordingIsOfTheSizeInForce) {
+TEST_F(PageCaptureTest, ARecordingHasTheSizeInForce) {
     ASSERT_EQ(Post(L"quality:1080p"), S_OK);
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
     EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.at(0).bytes.size(), 3110400U);
 }
 
-TEST_F(PageCaptureTest, ASecondStartIsRefusedAndTheFirstGoesOn) {
+TEST_F(PageCaptureTest, ASecondStartIsRefusedAndTheFirstContinues) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
     EXPECT_EQ(Post(L"media:record:start"), static_cast<HRESULT>(0x800700B7));
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", false, L"", 2147942583)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-started", false, L"", 2147942583)));
     EXPECT_EQ(LogLines().back(), "Recording started (HRESULT 0x800700B7)");
     EXPECT_EQ(Post(GoodFrame), S_OK);
     EXPECT_EQ(fakes.samples.size(), 1U);
@@ -149,59 +149,59 @@ TEST_F(PageCaptureTest, AFrameThatCannotBeWrittenEndsTheRecordingAndIsPublished)
     ASSERT_EQ(Post(GoodFrame), S_OK);
     const std::uint64_t publishes = Publishes();
     fakes.Fail("WriteSample", DiskFull);
-    fakes.Fail("Finalize", E_FAIL); // How the file was closed is not what the page needs to know.
+    fakes.Fail("Finalize", E_FAIL); // The page does not receive this result.
     (void)fakes.TakeCalls();
     Forget();
     EXPECT_EQ(Post(GoodFrame), DiskFull);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-failed", false, folders.VideoPath(), 0x80070070)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-failed", false, folders.VideoPath(), 0x80070070)));
     EXPECT_THAT(fakes.TakeCalls(), ElementsAre("WriteSample", "Finalize", "released"));
     EXPECT_EQ(Publishes(), publishes + 1);
     EXPECT_THAT(LogLines(), IsEmpty());
 
     EXPECT_EQ(Post(GoodFrame), S_OK);
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(posted, IsEmpty());
     EXPECT_THAT(fakes.TakeCalls(), IsEmpty());
     fakes.FailNothing();
     EXPECT_EQ(Post(L"media:record:start"), S_OK);
 }
 
-TEST_F(PageCaptureTest, WhatTheWriterSaysOfAFrameIsTheResult) {
+TEST_F(PageCaptureTest, ASuccessCodeOfTheWriterIsReturned) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
     fakes.Fail("WriteSample", S_FALSE);
     EXPECT_EQ(Post(GoodFrame), S_FALSE);
-    EXPECT_THAT(told, IsEmpty());
+    EXPECT_THAT(posted, IsEmpty());
     EXPECT_EQ(Post(L"media:record:stop"), S_OK);
 }
 
-TEST_F(PageCaptureTest, AFrameThatCannotBeReadGivesNoSnapshot) {
+TEST_F(PageCaptureTest, AFrameThatCannotBeParsedGivesNoSnapshot) {
     ASSERT_EQ(Post(L"frame:0:NV12"), E_INVALIDARG);
     EXPECT_EQ(Post(L"media:snapshot"), MF_E_NOT_AVAILABLE);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"snapshot", false, L"", 0xC00D36D6)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", false, L"", 0xC00D36D6)));
 }
 
-TEST_F(PageCaptureTest, EveryQualityEndsARecording) {
+TEST_F(PageCaptureTest, EveryQualityCommandEndsARecording) {
     for (const auto& [value, result] : {std::pair{L"720p", S_OK}, {L"1080p", S_OK}, {L"8k", E_INVALIDARG}}) {
         ASSERT_EQ(Post(L"media:record:start"), S_OK);
         Forget();
         EXPECT_EQ(Post(std::wstring(L"quality:") + value), result);
-        EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
+        EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-stopped", true, folders.VideoPath(), 0)));
         EXPECT_THAT(LogLines(), testing::Not(testing::Contains("Recording stopped")));
         EXPECT_EQ(Post(L"media:record:stop"), S_FALSE);
     }
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
     fakes.Fail("Finalize", E_FAIL);
     EXPECT_EQ(Post(L"quality:1080p"), S_OK);
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-stopped", false, folders.VideoPath(), 0x80004005)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-stopped", false, folders.VideoPath(), 0x80004005)));
 }
 
 TEST_F(PageCaptureTest, ARecordingThatCannotStartIsReported) {
     fakes.Fail("SetInputMediaType", static_cast<HRESULT>(0xC00D5212));
     EXPECT_EQ(Post(L"media:record:start"), static_cast<HRESULT>(0xC00D5212));
-    EXPECT_THAT(told, ElementsAre(MediaResult(L"recording-started", false, L"", 0xC00D5212)));
+    EXPECT_THAT(posted, ElementsAre(MediaResult(L"recording-started", false, L"", 0xC00D5212)));
     EXPECT_THAT(LogLines(), ElementsAre("Recording started (HRESULT 0xC00D5212)"));
 }
 
-TEST_F(PageCaptureTest, TheEndOfTheReceiverFinishesARecording) {
+TEST_F(PageCaptureTest, TheEndOfTheReceiverFinalizesARecording) {
     ASSERT_EQ(Post(L"media:record:start"), S_OK);
     ASSERT_EQ(Post(GoodFrame), S_OK);
     (void)fakes.TakeCalls();

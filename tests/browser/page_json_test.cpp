@@ -7,7 +7,7 @@
 namespace receiver {
 namespace {
 
-TEST(PageJson, ASuccessfulMediaResultCarriesTheEscapedPath) {
+TEST(PageJson, ASuccessfulMediaResultContainsTheEscapedPath) {
     EXPECT_EQ(MediaResultJson(L"snapshot", S_OK, L"C:\\Users\\a\\Videos\\x.mp4"),
               L"{\"type\":\"media-result\",\"action\":\"snapshot\",\"success\":true,"
               L"\"path\":\"C:\\\\Users\\\\a\\\\Videos\\\\x.mp4\",\"error\":0}");
@@ -58,7 +58,7 @@ TEST(PageJson, DiagnosticsAreOneLineInFixedOrder) {
               L"\"virtualCameraRegistered\":false,\"appVersion\":\"0.1.3\"}}");
 }
 
-TEST(PageJson, SupportedAreBuildsFrom22000OfMajorVersion10On) {
+TEST(PageJson, SupportedIsMajorVersion10OrLaterWithBuild22000OrLater) {
     struct {
         OsVersion version;
         const wchar_t* text;

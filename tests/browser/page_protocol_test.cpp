@@ -1,4 +1,4 @@
-// The page's texts, from the browser's event to what the receiver logs, posts and returns.
+// The texts of the page: what the receiver logs, posts and returns for each.
 #include "tests/support/shell_test.h"
 
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ protected:
         OpenBrowser();
         std::filesystem::remove(log);
     }
-    // The page's text, and the call by which the receiver read it out of the way.
+    // Raises the page's text; `calls` are what it led to, without the call that read it.
     HRESULT Post(const std::wstring& text) {
         const HRESULT result = browser.RaiseWebMessage(text.c_str());
         calls = browser.TakeCalls();
@@ -37,10 +37,10 @@ protected:
     }
 
     const std::filesystem::path qualityFile = programData / L"Vistel" / L"video-quality.txt";
-    std::vector<std::wstring> calls; // that the last text led to
+    std::vector<std::wstring> calls; // of the last text
 };
 
-TEST_F(PageProtocolTest, ReadyPostsTheSlotsAndReports) {
+TEST_F(PageProtocolTest, ReadyPostsSlotsAndDiagnostics) {
     EXPECT_EQ(Post(L"ready"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
                                         "System diagnostics posted to script"));
@@ -49,14 +49,14 @@ TEST_F(PageProtocolTest, ReadyPostsTheSlotsAndReports) {
     EXPECT_THAT(calls.back(), StartsWith(L"PostWebMessageAsJson {\"type\":\"diagnostics\","));
 }
 
-TEST_F(PageProtocolTest, AReportThatCannotBePostedLeavesReadyASuccess) {
+TEST_F(PageProtocolTest, ReadySucceedsWhenTheDiagnosticsCannotBePosted) {
     browser.Fail(L"PostWebMessageAsJson", E_ABORT);
     EXPECT_EQ(Post(L"ready"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Web message: ready", "Shared frame buffers posted to script",
                                         "System diagnostics posted to script (HRESULT 0x80004004)"));
 }
 
-TEST_F(PageProtocolTest, ReadyThatFailsReportsNothing) {
+TEST_F(PageProtocolTest, AFailedReadyPostsNoDiagnostics) {
     browser.Fail(L"CreateSharedBuffer", E_ABORT);
     EXPECT_EQ(Post(L"ready"), E_ABORT);
     EXPECT_THAT(LogLines(),
@@ -64,7 +64,7 @@ TEST_F(PageProtocolTest, ReadyThatFailsReportsNothing) {
     EXPECT_THAT(calls, testing::Not(testing::Contains(StartsWith(L"PostWebMessageAsJson"))));
 }
 
-TEST_F(PageProtocolTest, EveryReadyIsAnsweredInFull) {
+TEST_F(PageProtocolTest, EveryReadyPostsEverythingAgain) {
     EXPECT_EQ(Post(L"ready"), S_OK);
     std::filesystem::remove(log);
     EXPECT_EQ(Post(L"ready"), S_OK);
@@ -72,7 +72,7 @@ TEST_F(PageProtocolTest, EveryReadyIsAnsweredInFull) {
                                         "System diagnostics posted to script"));
 }
 
-TEST_F(PageProtocolTest, TextsOfNoMeaningAreLoggedAndNothingElse) {
+TEST_F(PageProtocolTest, UnknownTextsAreOnlyLogged) {
     for (const char* text : {"", "Ready", "ready ", " ready", "window:orientation", "media:snapshot ", "Media:snapshot",
                              "media:record:pause", "quality", "Quality:720p", "frame", "Frame:0:", "error:no camera"}) {
         std::filesystem::remove(log);
@@ -88,7 +88,7 @@ TEST_F(PageProtocolTest, ANullStringCountsAsEmpty) {
     EXPECT_THAT(LogLines(), ElementsAre("Web message: "));
 }
 
-TEST_F(PageProtocolTest, AMessageThatIsNoStringGetsNoReaction) {
+TEST_F(PageProtocolTest, AMessageThatIsNotAStringIsIgnored) {
     browser.Fail(L"TryGetWebMessageAsString", E_INVALIDARG, 0);
     browser.Fail(L"TryGetWebMessageAsString", RPC_E_WRONG_THREAD, 1);
     EXPECT_EQ(Post(L"ready"), E_INVALIDARG);
@@ -97,40 +97,40 @@ TEST_F(PageProtocolTest, AMessageThatIsNoStringGetsNoReaction) {
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(PageProtocolTest, CharactersBeyondOneByteAreLoggedAsQuestionMarks) {
+TEST_F(PageProtocolTest, CharactersAboveOneByteAreLoggedAsQuestionMarks) {
     EXPECT_EQ(Post(L"caf\u00E9 \u20AC \U0001F600 \u0100 \u00FF end"), S_OK);
     EXPECT_EQ(Post(L"next"), S_OK);
     EXPECT_THAT(LogLines(), ElementsAre("Web message: caf\xE9 ? ? ? \xFF end", "Web message: next"));
 }
 
-TEST_F(PageProtocolTest, TheOrientationsAreAccepted) {
-    for (const wchar_t* mode : {L"landscape", L"portrait", L"setup"}) {
-        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + mode), S_OK);
+TEST_F(PageProtocolTest, TheThreeLayoutsAreAccepted) {
+    for (const wchar_t* layout : {L"landscape", L"portrait", L"setup"}) {
+        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + layout), S_OK);
     }
 }
 
-TEST_F(PageProtocolTest, AnyOtherOrientationIsRefusedSilently) {
-    for (const wchar_t* mode : {L"", L"Portrait", L"LANDSCAPE", L"setup ", L" setup", L"square"}) {
-        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + mode), E_INVALIDARG);
+TEST_F(PageProtocolTest, AnyOtherLayoutIsRefusedSilently) {
+    for (const wchar_t* layout : {L"", L"Portrait", L"LANDSCAPE", L"setup ", L" setup", L"square"}) {
+        EXPECT_EQ(Post(std::wstring(L"window:orientation:") + layout), E_INVALIDARG);
         EXPECT_THAT(calls, IsEmpty());
     }
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(PageProtocolTest, ASnapshotBeforeAnyFrameFailsWithItsResultPosted) {
+TEST_F(PageProtocolTest, ASnapshotBeforeAnyFramePostsAFailure) {
     EXPECT_EQ(Post(L"media:snapshot"), static_cast<HRESULT>(0xC00D36D6));
     EXPECT_THAT(calls, ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"snapshot\","
                                    L"\"success\":false,\"path\":\"\",\"error\":3222091478}"));
     EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0xC00D36D6)"));
 }
 
-TEST_F(PageProtocolTest, AResultThatCannotBePostedChangesNothing) {
+TEST_F(PageProtocolTest, AFailedPostOfAResultIsIgnored) {
     browser.Fail(L"PostWebMessageAsJson", E_FAIL);
     EXPECT_EQ(Post(L"media:snapshot"), static_cast<HRESULT>(0xC00D36D6));
     EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested (HRESULT 0xC00D36D6)"));
 }
 
-TEST_F(PageProtocolTest, ARecordingThatIsNotRunningStopsWithSuccessAndNoPath) {
+TEST_F(PageProtocolTest, StoppingWhileIdleSucceedsWithoutAPath) {
     EXPECT_EQ(Post(L"media:record:stop"), S_FALSE);
     EXPECT_THAT(calls, ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"recording-stopped\","
                                    L"\"success\":true,\"path\":\"\",\"error\":1}"));
@@ -144,7 +144,7 @@ TEST_F(PageProtocolTest, NothingIsPostedWithoutABrowser) {
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
 }
 
-TEST_F(PageProtocolTest, AMediaResultsPathIsEscaped) {
+TEST_F(PageProtocolTest, ThePathOfAMediaResultIsEscaped) {
     app->PostMediaResult(L"snapshot", S_OK, L"C:\\Users\\a\\Pictures\\\"x\".jpg");
     EXPECT_THAT(browser.TakeCalls(),
                 ElementsAre(L"PostWebMessageAsJson {\"type\":\"media-result\",\"action\":\"snapshot\",\"success\":true,"
@@ -179,7 +179,7 @@ TEST_F(PageProtocolTest, AQualityIsSaved) {
     EXPECT_EQ(ReadBytes(qualityFile), "720p");
 }
 
-TEST_F(PageProtocolTest, AQualityThatCannotBeSavedTakesEffectAllTheSame) {
+TEST_F(PageProtocolTest, AQualityThatCannotBeSavedStillTakesEffect) {
     ASSERT_EQ(Post(L"ready"), S_OK);
     std::filesystem::create_directory(qualityFile);
     std::filesystem::remove(log);
@@ -209,7 +209,7 @@ TEST_F(PageProtocolTest, AMalformedFrameIsRefusedSilently) {
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(PageProtocolTest, MemoryThatCannotBeHadNeverEscapes) {
+TEST_F(PageProtocolTest, NoAllocationFailureEscapes) {
     for (const wchar_t* text : {L"ready", L"window:orientation:portrait", L"media:snapshot", L"media:record:stop",
                                 L"quality:1080p", L"a text that is long enough to be put on the heap"}) {
         bool failed = true;
@@ -220,7 +220,7 @@ TEST_F(PageProtocolTest, MemoryThatCannotBeHadNeverEscapes) {
             ASSERT_LT(allocation, 1000U);
         }
     }
-    EXPECT_EQ(Post(L"ready"), S_OK); // All is as before.
+    EXPECT_EQ(Post(L"ready"), S_OK); // The receiver works as before.
     EXPECT_EQ(Post(GoodFrame), S_OK);
 }
 

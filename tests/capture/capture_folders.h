@@ -1,4 +1,4 @@
-// The user's folders for pictures and videos, in a folder of the test's own, at a time that stands still.
+// Replaces the user's folders for pictures and videos by folders of the test, and the local time by a fixed one.
 #pragma once
 
 #include "tests/support/function_patch.h"
@@ -22,10 +22,10 @@ public:
     std::filesystem::path pictures = folder.Path() / L"Pictures";
     const std::filesystem::path videos = folder.Path() / L"Videos";
     SYSTEMTIME now{2024, 3, 2, 5, 14, 27, 9, 42}; // a Tuesday
-    HRESULT result = S_OK; // of asking for a folder
-    bool made = true; // by asking for it
+    HRESULT result = S_OK; // of every request for a folder
+    bool created = true; // by a request for it
 
-    // Of a capture that is made now.
+    // The path of a capture made at `now`.
     [[nodiscard]] std::wstring PicturePath() const { return (pictures / L"Vistel" / (Stamp() + L".jpg")).wstring(); }
     [[nodiscard]] std::wstring VideoPath() const { return (videos / L"Vistel" / (Stamp() + L".mp4")).wstring(); }
 
@@ -42,7 +42,7 @@ private:
             if (FAILED(folders.result)) {
                 return folders.result;
             }
-            if (folders.made) {
+            if (folders.created) {
                 std::filesystem::create_directories(found);
             }
             const std::wstring text = found.wstring();
@@ -51,7 +51,7 @@ private:
             return S_OK;
         }
     };
-    struct StoppedClock {
+    struct FixedClock {
         const CaptureFolders& folders;
 
         void operator()(decltype(&GetLocalTime), SYSTEMTIME* time) const { *time = folders.now; }
@@ -64,10 +64,9 @@ private:
         return text;
     }
 
-    ImportPatch<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR*), KnownFolder> knownFolder_{
+    ImportPatch<HRESULT(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR*), KnownFolder> knownFolder{
         "shell32.dll", "SHGetKnownFolderPath", &SHGetKnownFolderPath, KnownFolder{*this}};
-    ImportPatch<void(SYSTEMTIME*), StoppedClock> clock_{"kernel32.dll", "GetLocalTime", &GetLocalTime,
-                                                        StoppedClock{*this}};
+    ImportPatch<void(SYSTEMTIME*), FixedClock> clock{"kernel32.dll", "GetLocalTime", &GetLocalTime, FixedClock{*this}};
 };
 
 } // namespace receiver

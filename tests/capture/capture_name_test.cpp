@@ -5,7 +5,7 @@
 namespace receiver {
 namespace {
 
-TEST(CaptureNameTest, HoldsTheTimeToTheMillisecond) {
+TEST(CaptureNameTest, ContainsTheTimeInMilliseconds) {
     EXPECT_EQ(CaptureFileName({2024, 3, 5, 14, 27, 9, 42}, L"jpg"), L"Vistel-20240305-142709-042.jpg");
     EXPECT_EQ(CaptureFileName({2026, 12, 31, 23, 59, 59, 999}, L"mp4"), L"Vistel-20261231-235959-999.mp4");
 }

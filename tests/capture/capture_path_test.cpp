@@ -31,7 +31,7 @@ TEST_F(CapturePathTest, IsInTheProductsSubfolder) {
     EXPECT_EQ(path, (folders.videos / L"Vistel" / L"Vistel-20261231-235959-999.mp4").wstring());
 }
 
-TEST_F(CapturePathTest, AFolderThatIsThereIsLeftAlone) {
+TEST_F(CapturePathTest, AnExistingFolderIsLeftAlone) {
     const std::filesystem::path kept = folders.pictures / L"Vistel" / L"Vistel-20240305-142709-042.jpg";
     std::filesystem::create_directories(kept.parent_path());
     WriteBytes(kept, "x");
@@ -40,14 +40,14 @@ TEST_F(CapturePathTest, AFolderThatIsThereIsLeftAlone) {
     EXPECT_EQ(ReadBytes(kept), "x");
 }
 
-TEST_F(CapturePathTest, MakesEveryMissingParent) {
-    folders.made = false;
+TEST_F(CapturePathTest, CreatesEveryMissingParent) {
+    folders.created = false;
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Videos, L"mp4", &path), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(folders.videos / L"Vistel"));
 }
 
-// The share is the test's own folder; what stands above a share is none.
-TEST_F(CapturePathTest, TheUsersFolderMayBeOnAServer) {
+// `share` is mapped to the test's folder; paths above it do not exist.
+TEST_F(CapturePathTest, TheUsersFolderMayBeOnANetworkShare) {
     const std::wstring share = LR"(\\server\share)";
     const auto onDisk = [&](std::wstring_view name) {
         return name.starts_with(share) ? folders.folder.Path().wstring().append(name.substr(share.size())) : L"?";
@@ -59,24 +59,24 @@ TEST_F(CapturePathTest, TheUsersFolderMayBeOnAServer) {
     const ImportPatch looks("kernel32.dll", "GetFileAttributesW", &GetFileAttributesW,
                             [&](auto* original, LPCWSTR name) { return original(onDisk(name).c_str()); });
     folders.pictures = share + LR"(\anna\Pictures)";
-    folders.made = false;
+    folders.created = false;
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), S_OK);
     EXPECT_EQ(path, share + LR"(\anna\Pictures\Vistel\Vistel-20240305-142709-042.jpg)");
     EXPECT_TRUE(std::filesystem::is_directory(folders.folder.Path() / L"anna" / L"Pictures" / L"Vistel"));
 }
 
-TEST_F(CapturePathTest, NeedsAPlaceForThePath) {
+TEST_F(CapturePathTest, ANullOutputIsRefused) {
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", nullptr), E_POINTER);
     EXPECT_TRUE(std::filesystem::is_empty(folders.folder.Path()));
 }
 
-TEST_F(CapturePathTest, AFolderThatWindowsDoesNotKnowFailsWithItsCode) {
+TEST_F(CapturePathTest, AKnownFolderThatCannotBeResolvedFailsWithItsCode) {
     folders.result = static_cast<HRESULT>(0x80070002);
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), folders.result);
     EXPECT_EQ(path, L"untouched");
 }
 
-TEST_F(CapturePathTest, AFileInThePlaceOfTheSubfolderFails) {
+TEST_F(CapturePathTest, AFileWithTheSubfoldersNameFails) {
     std::filesystem::create_directory(folders.pictures);
     WriteBytes(folders.pictures / L"Vistel", "x");
     EXPECT_EQ(MakeCaptureFilePath(FOLDERID_Pictures, L"jpg", &path), HRESULT_FROM_WIN32(ERROR_DIRECTORY));
@@ -84,7 +84,7 @@ TEST_F(CapturePathTest, AFileInThePlaceOfTheSubfolderFails) {
     EXPECT_EQ(ReadBytes(folders.pictures / L"Vistel"), "x");
 }
 
-TEST_F(CapturePathTest, AFolderThatCannotBeMadeFailsWithItsCode) {
+TEST_F(CapturePathTest, AFolderThatCannotBeCreatedFailsWithItsCode) {
     const ImportPatch directories("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
                                   [](auto*, LPCWSTR, SECURITY_ATTRIBUTES*) {
                                       SetLastError(ERROR_DISK_FULL);

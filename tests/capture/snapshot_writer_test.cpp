@@ -108,7 +108,7 @@ TEST_F(SnapshotWriterTest, SavesTheFrameAsJpeg) {
     EXPECT_LT(largest, 20);
 }
 
-TEST_F(SnapshotWriterTest, ASecondOneOfTheSameMillisecondReplacesTheFirst) {
+TEST_F(SnapshotWriterTest, ASecondSnapshotInTheSameMillisecondReplacesTheFirst) {
     std::filesystem::create_directories(folders.pictures / L"Vistel");
     WriteBytes(folders.PicturePath(), std::string(1'000'000, 'x'));
     EXPECT_EQ(Save(), S_OK);
@@ -116,7 +116,7 @@ TEST_F(SnapshotWriterTest, ASecondOneOfTheSameMillisecondReplacesTheFirst) {
     EXPECT_EQ(Decode(path).width, Width);
 }
 
-TEST_F(SnapshotWriterTest, AnUnusableFrameLeavesNoFile) {
+TEST_F(SnapshotWriterTest, AnUnusableFrameCreatesNoFile) {
     EXPECT_EQ(SaveSnapshot(frame.data(), static_cast<std::uint32_t>(frame.size()) - 1, Width, Height, path),
               E_INVALIDARG);
     EXPECT_EQ(path, folders.PicturePath());
@@ -129,14 +129,14 @@ TEST_F(SnapshotWriterTest, WithoutAFolderThereIsNoPath) {
     EXPECT_EQ(path, L"");
 }
 
-TEST_F(SnapshotWriterTest, AFolderInTheFilesPlaceIsReported) {
+TEST_F(SnapshotWriterTest, AFolderWithTheFilesNameFails) {
     std::filesystem::create_directories(folders.PicturePath());
     EXPECT_EQ(Save(), E_ACCESSDENIED);
     EXPECT_EQ(path, folders.PicturePath());
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
-TEST_F(SnapshotWriterTest, WithoutMemoryItIsReported) {
+TEST_F(SnapshotWriterTest, RunningOutOfMemoryIsReported) {
     bool failed = true;
     for (unsigned allocation = 0; failed; ++allocation) {
         ASSERT_LT(allocation, 100U);
@@ -147,7 +147,7 @@ TEST_F(SnapshotWriterTest, WithoutMemoryItIsReported) {
     }
 }
 
-// The imaging component's objects: one of each, to reach their methods, and a look at those that the writer uses.
+// One of each of the imaging component's objects, to patch their methods; and the objects that the writer uses.
 class ImagingCallsTest : public SnapshotWriterTest {
 protected:
     void SetUp() override {
@@ -198,7 +198,7 @@ protected:
     ComPtr<IPropertyBag2> encoderOptions;
 };
 
-TEST_F(ImagingCallsTest, EachFailureIsReportedAndAllReleased) {
+TEST_F(ImagingCallsTest, EachFailureIsReportedAndEverythingIsReleased) {
     EXPECT_EQ(SaveFailing(factory, &IWICImagingFactory::CreateStream, false), Failure);
     EXPECT_EQ(SaveFailing(stream, &IWICStream::InitializeFromFilename, false), Failure);
     EXPECT_EQ(SaveFailing(factory, &IWICImagingFactory::CreateEncoder), Failure);
@@ -212,7 +212,7 @@ TEST_F(ImagingCallsTest, EachFailureIsReportedAndAllReleased) {
     EXPECT_EQ(SaveFailing(encoder, &IWICBitmapEncoder::Commit), Failure);
 }
 
-TEST_F(ImagingCallsTest, WithoutTheImagingComponentItIsReported) {
+TEST_F(ImagingCallsTest, AMissingImagingComponentIsReported) {
     const ImportPatch creation("ole32.dll", "CoCreateInstance", &CoCreateInstance,
                                [](auto*, REFCLSID id, IUnknown* outer, DWORD context, REFIID interfaceId, void**) {
                                    EXPECT_EQ(id, CLSID_WICImagingFactory2);
@@ -226,7 +226,7 @@ TEST_F(ImagingCallsTest, WithoutTheImagingComponentItIsReported) {
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST_F(ImagingCallsTest, AnEncoderThatWantsAnotherFormatIsNotUsed) {
+TEST_F(ImagingCallsTest, AnEncoderThatChangesThePixelFormatIsNotUsed) {
     bool written = false;
     const MethodPatch pixels(frameEncode.Get(), &IWICBitmapFrameEncode::WritePixels, [&](auto*, auto...) {
         written = true;
@@ -242,7 +242,7 @@ TEST_F(ImagingCallsTest, AnEncoderThatWantsAnotherFormatIsNotUsed) {
     EXPECT_FALSE(written);
 }
 
-TEST_F(ImagingCallsTest, TheEncodersOptionsAreLeftAlone) {
+TEST_F(ImagingCallsTest, TheEncodersOptionsAreNotChanged) {
     bool written = false;
     EXPECT_EQ(SaveWith(encoderOptions, &IPropertyBag2::Write,
                        [&](auto*, auto...) {

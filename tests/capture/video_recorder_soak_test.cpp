@@ -1,5 +1,5 @@
-// A long recording through the recorder alone, into a real file: nothing is lost on the way, and nothing piles up.
-// VISTEL_SOAK_SECONDS says how much video; the clock is the test's, so that it takes no longer than its encoding.
+// A long recording by the recorder alone, into a real file: no sample is lost and memory does not grow.
+// VISTEL_SOAK_SECONDS is the length of the video; the test sets the clock, so that it runs as fast as the encoder.
 #include "capture/video_recorder.h"
 
 #include "tests/capture/capture_folders.h"
@@ -41,7 +41,7 @@ std::uint64_t FrameCount() {
     return FramesPerSecond * std::strtoull(seconds != nullptr ? seconds : "20", nullptr, 10);
 }
 
-// The times of the frames that were found in the finished file, from the encoder's account of a recording.
+// The times of the frames in the finished file, from the test encoder's report on a recording.
 std::vector<std::int64_t> FrameTimes(const std::string& account) {
     constexpr std::string_view key = "\"frameTimes\":[";
     std::vector<std::int64_t> times;
@@ -58,7 +58,7 @@ std::vector<std::int64_t> FrameTimes(const std::string& account) {
     return times;
 }
 
-TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
+TEST(VideoRecorderSoakTest, KeepsEverySampleAndNoMemory) {
     const Apartment apartment;
     ASSERT_EQ(MFStartup(MF_VERSION, MFSTARTUP_FULL), S_OK);
     const CaptureFolders folders;
@@ -74,7 +74,7 @@ TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
     ASSERT_GT(frames, WarmUpFrames);
     std::vector<std::uint8_t> frame(Width * Height * 3 / 2, 128);
     std::vector<std::int64_t> times;
-    times.reserve(frames); // The test itself takes nothing on the way.
+    times.reserve(frames); // The test itself allocates nothing during the recording.
     SIZE_T before = 0;
     for (std::uint64_t number = 0; number < frames; ++number) {
         if (number == WarmUpFrames) {
@@ -82,7 +82,7 @@ TEST(VideoRecorderSoakTest, KeepsEverySampleAndNothingElse) {
         }
         elapsed = (number + 1) * 1000 / FramesPerSecond;
         times.push_back(static_cast<std::int64_t>(elapsed) * 10'000);
-        for (std::uint32_t i = 0; i < Width * Height; ++i) { // stripes on the move
+        for (std::uint32_t i = 0; i < Width * Height; ++i) { // moving stripes
             frame[i] = static_cast<std::uint8_t>(i % Width / 2 + number);
         }
         ASSERT_EQ(recorder.WriteFrame(frame.data(), static_cast<std::int32_t>(frame.size())), S_OK) << number;

@@ -32,7 +32,7 @@ constexpr HRESULT AlreadyExists = static_cast<HRESULT>(0x800700B7);
 
 std::uint64_t Ratio(std::uint32_t upper, std::uint32_t lower) { return std::uint64_t{upper} << 32 | lower; }
 
-// The number of references that are held besides the one that is asked.
+// The number of references held in addition to this one.
 template <typename T>
 ULONG OtherReferences(const ComPtr<T>& object) {
     object->AddRef();
@@ -66,7 +66,7 @@ protected:
     std::wstring path = L"untouched";
 };
 
-TEST_F(VideoRecorderTest, IdleDropsFramesAndHasNothingToStop) {
+TEST_F(VideoRecorderTest, DropsFramesAndStopsNothingWhileIdle) {
     EXPECT_FALSE(recorder->Recording());
     EXPECT_EQ(Write(), S_FALSE);
     EXPECT_EQ(recorder->WriteFrame(nullptr, -1), S_FALSE);
@@ -120,7 +120,7 @@ protected:
     }
 };
 
-TEST_P(VideoTypeTest, AsksForH264AndGivesNv12) {
+TEST_P(VideoTypeTest, EncodesNv12AsH264) {
     EXPECT_EQ(recorder->Start(GetParam().width, GetParam().height, nullptr), S_OK);
     ExpectType(fakes.outputType.Get(), MFVideoFormat_H264, 7);
     UINT32 rate = 0;
@@ -136,7 +136,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, VideoTypeTest,
                              return std::to_string(test.param.width) + "x" + std::to_string(test.param.height);
                          });
 
-TEST_F(VideoRecorderTest, ASecondStartIsRefusedAndTheRecordingGoesOn) {
+TEST_F(VideoRecorderTest, ASecondStartIsRefusedAndTheRecordingContinues) {
     Start();
     (void)fakes.TakeCalls();
     folders.now.wMilliseconds = 43;
@@ -149,7 +149,7 @@ TEST_F(VideoRecorderTest, ASecondStartIsRefusedAndTheRecordingGoesOn) {
     EXPECT_EQ(path, folders.VideoPath());
 }
 
-TEST_F(VideoRecorderTest, WithoutAFolderNothingIsCreated) {
+TEST_F(VideoRecorderTest, CreatesNothingWithoutAFolder) {
     folders.result = Failure;
     EXPECT_EQ(recorder->Start(640, 360, &path), Failure);
     EXPECT_FALSE(recorder->Recording());
@@ -162,7 +162,7 @@ TEST_F(VideoRecorderTest, WithoutAFolderNothingIsCreated) {
 class FailedStartTest : public VideoRecorderTest,
                         public testing::WithParamInterface<std::pair<std::string, std::vector<std::string>>> {};
 
-TEST_P(FailedStartTest, ReleasesAllAndStaysIdle) {
+TEST_P(FailedStartTest, ReleasesEverythingAndStaysIdle) {
     const auto& [failing, calls] = GetParam();
     fakes.Fail(failing, Failure);
     EXPECT_EQ(recorder->Start(640, 360, &path), Failure);
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
                                                                        "BeginWriting", "released"}}),
     [](const auto& test) { return test.param.first; });
 
-TEST_F(VideoRecorderTest, AMediaTypeThatCannotBeMadeEndsTheStart) {
+TEST_F(VideoRecorderTest, AMediaTypeThatCannotBeCreatedFailsTheStart) {
     for (const int failing : {1, 2}) {
         int types = 0;
         const ImportPatch creation(
@@ -208,7 +208,7 @@ TEST_F(VideoRecorderTest, AMediaTypeThatCannotBeMadeEndsTheStart) {
     EXPECT_EQ(path, L"untouched");
 }
 
-TEST_F(VideoRecorderTest, SettingsThatAMediaTypeRefusesAreLeftToTheWriterToJudge) {
+TEST_F(VideoRecorderTest, RefusedSettingsOfAMediaTypeAreIgnored) {
     ComPtr<IMFMediaType> type;
     ASSERT_EQ(MFCreateMediaType(type.Put()), S_OK);
     const auto refuse = [](auto*, auto...) { return Failure; };
@@ -236,7 +236,7 @@ TEST_F(VideoRecorderTest, AFrameBecomesOneSample) {
     EXPECT_EQ(fakes.samples[0].bytes, frame);
 }
 
-TEST_F(VideoRecorderTest, TimesAreThoseOfTheClockAndAlwaysGrow) {
+TEST_F(VideoRecorderTest, SampleTimesFollowTheClockAndAlwaysIncrease) {
     tick = 1000;
     Start();
     for (const std::uint64_t now : {1000U, 1000U, 1033U, 1033U, 1033U, 1020U, 900U, 1034U}) {
@@ -246,7 +246,7 @@ TEST_F(VideoRecorderTest, TimesAreThoseOfTheClockAndAlwaysGrow) {
     EXPECT_THAT(SampleTimes(), ElementsAre(0, 1, 330'000, 330'001, 330'002, 330'003, 330'004, 340'000));
 }
 
-TEST_F(VideoRecorderTest, TimeBeginsWhenTheWriterIsReady) {
+TEST_F(VideoRecorderTest, TimeStartsWhenTheWriterIsReady) {
     fakes.onCall = [this](const std::string&) { tick += 500; };
     Start();
     fakes.onCall = nullptr;
@@ -255,7 +255,7 @@ TEST_F(VideoRecorderTest, TimeBeginsWhenTheWriterIsReady) {
     EXPECT_THAT(SampleTimes(), ElementsAre(1'000'000));
 }
 
-TEST_F(VideoRecorderTest, NothingIsKeptOfAFrame) {
+TEST_F(VideoRecorderTest, NoReferenceToAFrameIsKept) {
     Start();
     for (const HRESULT result : {S_OK, Failure}) {
         fakes.Fail("WriteSample", result);
@@ -267,7 +267,7 @@ TEST_F(VideoRecorderTest, NothingIsKeptOfAFrame) {
     }
 }
 
-TEST_F(VideoRecorderTest, AnotherRecordingStartsItsClockAnew) {
+TEST_F(VideoRecorderTest, EachRecordingStartsAtTimeZero) {
     Start();
     tick += 100;
     EXPECT_EQ(Write(), S_OK);
@@ -278,7 +278,7 @@ TEST_F(VideoRecorderTest, AnotherRecordingStartsItsClockAnew) {
     EXPECT_THAT(SampleTimes(), ElementsAre(0));
 }
 
-TEST_F(VideoRecorderTest, AFrameThatIsNotAcceptedTakesNoTime) {
+TEST_F(VideoRecorderTest, ARejectedFrameDoesNotAdvanceTheTime) {
     Start();
     fakes.Fail("WriteSample", Failure);
     tick += 10;
@@ -290,7 +290,7 @@ TEST_F(VideoRecorderTest, AFrameThatIsNotAcceptedTakesNoTime) {
     EXPECT_THAT(SampleTimes(), ElementsAre(100'000, 100'001));
 }
 
-TEST_F(VideoRecorderTest, WhatTheWriterSaysOfASampleIsTheResult) {
+TEST_F(VideoRecorderTest, ASuccessCodeOfTheWriterIsReturned) {
     Start();
     fakes.Fail("WriteSample", S_FALSE);
     EXPECT_EQ(Write(), S_FALSE);
@@ -311,7 +311,7 @@ TEST_F(VideoRecorderTest, AFrameOfAnotherSizeIsRefused) {
     EXPECT_EQ(recorder->WriteFrame(frame.data(), FrameSize), S_OK);
 }
 
-TEST_F(VideoRecorderTest, AFrameWithoutMemoryOrSampleIsReported) {
+TEST_F(VideoRecorderTest, ABufferOrSampleThatCannotBeCreatedIsReported) {
     Start();
     {
         const ImportPatch buffers("mfplat.dll", "MFCreateMemoryBuffer", &MFCreateMemoryBuffer,
@@ -331,7 +331,7 @@ TEST_F(VideoRecorderTest, AFrameWithoutMemoryOrSampleIsReported) {
     EXPECT_EQ(Write(), S_OK);
 }
 
-// Media Foundation's own objects, one method of them replaced.
+// Media Foundation's own objects with one method replaced.
 class FrameObjectsTest : public VideoRecorderTest {
 protected:
     void SetUp() override {
@@ -362,7 +362,7 @@ TEST_F(FrameObjectsTest, ABufferThatCannotBeLockedIsReported) {
     EXPECT_EQ(Write(), S_OK);
 }
 
-TEST_F(FrameObjectsTest, ASampleThatTakesNoBufferIsReported) {
+TEST_F(FrameObjectsTest, ASampleThatRefusesItsBufferIsReported) {
     ComPtr<IMFSample> used;
     ComPtr<IMFMediaBuffer> usedBuffer;
     {
@@ -380,7 +380,7 @@ TEST_F(FrameObjectsTest, ASampleThatTakesNoBufferIsReported) {
     EXPECT_EQ(Write(), S_OK);
 }
 
-TEST_F(FrameObjectsTest, WhatCannotFailIsNotJudged) {
+TEST_F(FrameObjectsTest, ResultsOfCallsThatCannotFailAreIgnored) {
     int refused = 0;
     const auto callThenRefuse = [&](auto* original, auto... arguments) {
         (void)original(arguments...);
@@ -391,12 +391,12 @@ TEST_F(FrameObjectsTest, WhatCannotFailIsNotJudged) {
     const MethodPatch length(buffer.Get(), &IMFMediaBuffer::SetCurrentLength, callThenRefuse);
     const MethodPatch time(sample.Get(), &IMFSample::SetSampleTime, callThenRefuse);
     const MethodPatch duration(sample.Get(), &IMFSample::SetSampleDuration, callThenRefuse);
-    fakes.Fail("WriteSample", E_PENDING); // before the fake looks at the sample with these methods
+    fakes.Fail("WriteSample", E_PENDING); // before the fake reads the sample with these methods
     EXPECT_EQ(Write(), E_PENDING);
     EXPECT_EQ(refused, 4);
 }
 
-TEST_F(VideoRecorderTest, StopFinishesTheFile) {
+TEST_F(VideoRecorderTest, StopFinalizesTheFile) {
     Start();
     EXPECT_EQ(Write(), S_OK);
     (void)fakes.TakeCalls();
@@ -410,13 +410,13 @@ TEST_F(VideoRecorderTest, StopFinishesTheFile) {
     EXPECT_THAT(fakes.TakeCalls(), IsEmpty());
 }
 
-TEST_F(VideoRecorderTest, StopNeedsNoPlaceForThePath) {
+TEST_F(VideoRecorderTest, StopAcceptsANullOutput) {
     Start();
     EXPECT_EQ(recorder->Stop(nullptr), S_OK);
     EXPECT_FALSE(recorder->Recording());
 }
 
-TEST_F(VideoRecorderTest, AFileThatCannotBeFinishedLeavesTheRecorderIdle) {
+TEST_F(VideoRecorderTest, AFailedFinalizeLeavesTheRecorderIdle) {
     Start();
     fakes.Fail("Finalize", Failure);
     (void)fakes.TakeCalls();
@@ -427,14 +427,14 @@ TEST_F(VideoRecorderTest, AFileThatCannotBeFinishedLeavesTheRecorderIdle) {
     Start();
 }
 
-TEST_F(VideoRecorderTest, DestructionFinishesTheFile) {
+TEST_F(VideoRecorderTest, DestructionFinalizesTheFile) {
     Start();
     (void)fakes.TakeCalls();
     recorder.reset();
     EXPECT_THAT(fakes.TakeCalls(), ElementsAre("Finalize", "released"));
 }
 
-TEST_F(VideoRecorderTest, AStartWithoutMemoryStaysIdle) {
+TEST_F(VideoRecorderTest, StaysIdleWhenMemoryRunsOut) {
     bool failed = true;
     for (unsigned allocation = 0; failed; ++allocation) {
         ASSERT_LT(allocation, 100U);

@@ -34,48 +34,48 @@ void Publish(FrameFileLayout& file, std::uint32_t number) {
     CompleteFrame(file, buffer, number);
 }
 
-// A reader by the rule: even, copy, unchanged.
+// A reader that follows the protocol: sequence even, copy, sequence unchanged.
 class Reader {
 public:
-    explicit Reader(FrameFileLayout& file) : file_(file), copy_(MaxFrameSize) {}
+    explicit Reader(FrameFileLayout& file) : layout(file), copy(MaxFrameSize) {}
 
-    // One attempt; false when the rule refuses the copy.
+    // One attempt; false when the copy must be rejected.
     bool Read() {
         const std::uint64_t before = LoadSequence();
         if (before % 2 != 0) {
-            ++refusals_;
+            ++rejections;
             return false;
         }
         FrameFileHeader header{};
-        std::memcpy(&header, &file_.header, sizeof(header));
-        std::memcpy(copy_.data(), file_.buffers[header.activeBuffer == 0 ? 0 : 1], MaxFrameSize);
-        std::atomic_thread_fence(std::memory_order_acquire); // the copy comes before the second look
+        std::memcpy(&header, &layout.header, sizeof(header));
+        std::memcpy(copy.data(), layout.buffers[header.activeBuffer == 0 ? 0 : 1], MaxFrameSize);
+        std::atomic_thread_fence(std::memory_order_acquire); // the copy comes before the second load
         if (LoadSequence() != before) {
-            ++refusals_;
+            ++rejections;
             return false;
         }
-        sequence_ = before;
-        number_ = IsHeaderValid(header) ? ReadPattern(copy_.data(), header.width, header.height) : std::nullopt;
+        sequence = before;
+        number = IsHeaderValid(header) ? ReadPattern(copy.data(), header.width, header.height) : std::nullopt;
         return true;
     }
 
-    [[nodiscard]] std::uint64_t Sequence() const { return sequence_; }
-    [[nodiscard]] std::optional<std::uint32_t> Number() const { return number_; } // empty: a mixed frame
-    [[nodiscard]] int Refusals() const { return refusals_; }
+    [[nodiscard]] std::uint64_t Sequence() const { return sequence; }
+    [[nodiscard]] std::optional<std::uint32_t> Number() const { return number; } // empty for a frame mixed from two
+    [[nodiscard]] int Rejections() const { return rejections; }
 
 private:
     [[nodiscard]] std::uint64_t LoadSequence() const {
-        return std::atomic_ref<std::uint64_t>(file_.header.sequence).load();
+        return std::atomic_ref<std::uint64_t>(layout.header.sequence).load();
     }
 
-    FrameFileLayout& file_;
-    std::vector<std::uint8_t> copy_;
-    std::uint64_t sequence_ = 0;
-    std::optional<std::uint32_t> number_;
-    int refusals_ = 0;
+    FrameFileLayout& layout;
+    std::vector<std::uint8_t> copy;
+    std::uint64_t sequence = 0;
+    std::optional<std::uint32_t> number;
+    int rejections = 0;
 };
 
-TEST(FrameFileConcurrency, AReaderIsRefusedUntilTheFrameIsComplete) {
+TEST(FrameFileConcurrency, AReaderAcceptsNothingUntilTheFrameIsComplete) {
     const auto file = MakeFile();
     Reader reader(*file);
     std::uint8_t* const buffer = BeginFrame(*file, 1280, 720);
@@ -87,7 +87,7 @@ TEST(FrameFileConcurrency, AReaderIsRefusedUntilTheFrameIsComplete) {
     EXPECT_EQ(reader.Number(), 2U);
 }
 
-TEST(FrameFileConcurrency, AWriterThatDiedAtAnyStepIsFollowedByAWholeFrame) {
+TEST(FrameFileConcurrency, AfterAWriterEndedAtAnyStepTheNextFrameIsWhole) {
     enum class Step { Begun, HalfCopied, Copied, IndexSwitched, Stamped };
     for (const Step step : {Step::Begun, Step::HalfCopied, Step::Copied, Step::IndexSwitched, Step::Stamped}) {
         const auto file = MakeFile();
@@ -112,12 +112,12 @@ TEST(FrameFileConcurrency, AWriterThatDiedAtAnyStepIsFollowedByAWholeFrame) {
     }
 }
 
-// The race between writer and readers is the point of the protocol: copies that it spoiled are thrown away. That is why
-// ThreadSanitizer is of no use here: it reports the race itself, whatever becomes of the copy.
+// Writer and readers race by design: a copy made during a write is rejected. ThreadSanitizer cannot be used here, since
+// it reports the race itself, also when the copy is rejected.
 TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
     constexpr int ReaderCount = 2;
     constexpr int WantedOfEachSize = 50;
-    constexpr int WantedRefusals = 50;
+    constexpr int WantedRejections = 50;
     constexpr std::chrono::seconds Limit{120};
 
     struct Progress {
@@ -130,7 +130,7 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
     std::atomic<bool> stop = false;
     const auto deadline = std::chrono::steady_clock::now() + Limit;
 
-    const auto read = [&](Progress& mine) {
+    const auto read = [&](Progress& own) {
         Reader reader(*file);
         std::array<int, 2> accepted{};
         while (!stop) {
@@ -139,36 +139,36 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
                 continue;
             }
             const std::uint64_t sequence = reader.Sequence();
-            if (sequence == mine.sequence) {
+            if (sequence == own.sequence) {
                 std::this_thread::yield();
                 continue;
             }
-            // The writer's frame n is the one that ends at sequence 2n.
+            // Frame n ends at sequence 2n.
             if (!reader.Number() || *reader.Number() != sequence / 2) {
-                mine.problem = "mixed frame at sequence " + std::to_string(sequence);
+                own.problem = "mixed frame at sequence " + std::to_string(sequence);
                 break;
             }
-            mine.sequence = sequence;
+            own.sequence = sequence;
             ++accepted[*reader.Number() % 2];
-            if (std::min(accepted[0], accepted[1]) >= WantedOfEachSize && reader.Refusals() >= WantedRefusals) {
-                mine.done = true;
+            if (std::min(accepted[0], accepted[1]) >= WantedOfEachSize && reader.Rejections() >= WantedRejections) {
+                own.done = true;
             }
         }
-        mine.done = true;
+        own.done = true;
     };
     std::vector<std::thread> readers;
     readers.reserve(ReaderCount);
-    for (Progress& mine : progress) {
-        readers.emplace_back(read, std::ref(mine));
+    for (Progress& own : progress) {
+        readers.emplace_back(read, std::ref(own));
     }
 
     const auto all = [&](auto condition) { return std::all_of(progress.begin(), progress.end(), condition); };
-    const auto isDone = [](const Progress& mine) { return mine.done.load(); };
+    const auto isDone = [](const Progress& own) { return own.done.load(); };
     const auto inTime = [&] { return std::chrono::steady_clock::now() < deadline; };
     std::uint32_t number = 0;
     while (!all(isDone) && inTime()) {
-        // Frames close upon one another collide with readers, the more so when the writer gives way in the middle of
-        // each; then every reader gets the newest one.
+        // A burst of frames, with a yield in the middle of each, makes readers meet a write; after the burst every
+        // reader waits for the newest frame.
         for (int burst = 0; burst < 3; ++burst) {
             const PatternSize size = SizeOfPattern(++number);
             std::uint8_t* const buffer = BeginFrame(*file, size.width, size.height);
@@ -177,8 +177,8 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
             FillPattern(buffer, size.Bytes(), number);
             CompleteFrame(*file, buffer, number);
         }
-        const auto hasNewest = [&](const Progress& mine) {
-            return mine.done || mine.sequence == std::uint64_t{2} * number;
+        const auto hasNewest = [&](const Progress& own) {
+            return own.done || own.sequence == std::uint64_t{2} * number;
         };
         while (!all(hasNewest) && inTime()) {
             std::this_thread::yield();
@@ -189,12 +189,12 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
     for (std::thread& reader : readers) {
         reader.join();
     }
-    for (const Progress& mine : progress) {
-        EXPECT_EQ(mine.problem, "");
+    for (const Progress& own : progress) {
+        EXPECT_EQ(own.problem, "");
     }
 }
 
-// Looks at nothing but the header, so often that a field stored too early or too late is met.
+// Reads only the header, so often that a field stored too early or too late is found.
 TEST(FrameFileConcurrency, AReaderNeverAcceptsTheHeaderOfAnotherFrame) {
     constexpr int WantedHeaders = 200000;
     constexpr std::chrono::seconds Limit{120};
@@ -206,12 +206,12 @@ TEST(FrameFileConcurrency, AReaderNeverAcceptsTheHeaderOfAnotherFrame) {
     std::thread reader([&] {
         const std::atomic_ref<std::uint64_t> sequence(file->header.sequence);
         std::uint64_t last = 0;
-        std::uint64_t idleLooks = 0;
+        std::uint64_t repeatedReads = 0;
         while (!stop) {
             const std::uint64_t before = sequence.load();
             FrameFileHeader header{};
             std::memcpy(&header, &file->header, sizeof(header));
-            std::atomic_thread_fence(std::memory_order_acquire); // the copy comes before the second look
+            std::atomic_thread_fence(std::memory_order_acquire); // the copy comes before the second load
             if (before == 0 || before % 2 != 0 || sequence.load() != before) {
                 continue;
             }
@@ -223,8 +223,8 @@ TEST(FrameFileConcurrency, AReaderNeverAcceptsTheHeaderOfAnotherFrame) {
                 break;
             }
             if (before == last) {
-                if (++idleLooks % 1024 == 0) {
-                    std::this_thread::yield(); // on a machine with one processor the writer needs it
+                if (++repeatedReads % 1024 == 0) {
+                    std::this_thread::yield(); // lets the writer run on a machine with one processor
                 }
                 continue;
             }

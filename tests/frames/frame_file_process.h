@@ -1,5 +1,5 @@
-// Another process that takes part in a test of the shared frame file. Its output goes to a file; it ends by itself, or
-// some time after its standard input has ended, which the death of this process brings about as well.
+// A child process of a test. Its output goes to a file. The program is expected to end some time after its standard
+// input has ended, which also happens when this process ends.
 #pragma once
 
 #include "platform/handles.h"
@@ -16,7 +16,7 @@
 
 namespace receiver {
 
-// Of a program built with this one; `relativePath` starts from the folder of this program.
+// The path of a program of the same build; `relativePath` is relative to this program's folder.
 [[nodiscard]] inline std::wstring BuiltProgram(const char* relativePath) {
     std::array<wchar_t, 1024> self{};
     GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
@@ -25,58 +25,58 @@ namespace receiver {
 
 class ChildProcess {
 public:
-    // `outputFile` receives what the program prints; `arguments` stand as they are behind the program's name.
-    ChildProcess(const std::wstring& program, const std::wstring& arguments, std::filesystem::path outputFile)
-        : outputFile_(std::move(outputFile)) {
+    // `outputFile` receives the program's output; `arguments` follow its name on the command line, unchanged.
+    ChildProcess(const std::wstring& program, const std::wstring& arguments, std::filesystem::path outputPath)
+        : outputFile(std::move(outputPath)) {
         SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-        const UniqueFile output(CreateFileW(outputFile_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        UniqueHandle input;
-        Require(output && CreatePipe(input.Put(), input_.Put(), &inherit, 0) != FALSE, "pipe");
-        Require(SetHandleInformation(input_.Get(), HANDLE_FLAG_INHERIT, 0) != FALSE, "pipe end");
+        const UniqueFile childOutput(CreateFileW(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                                 CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        UniqueHandle childInput;
+        Require(childOutput && CreatePipe(childInput.Put(), input.Put(), &inherit, 0) != FALSE, "pipe");
+        Require(SetHandleInformation(input.Get(), HANDLE_FLAG_INHERIT, 0) != FALSE, "pipe end");
 
         STARTUPINFOW startup{};
         startup.cb = sizeof(startup);
         startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = input.Get();
-        startup.hStdOutput = output.Get();
-        startup.hStdError = output.Get();
+        startup.hStdInput = childInput.Get();
+        startup.hStdOutput = childOutput.Get();
+        startup.hStdError = childOutput.Get();
         PROCESS_INFORMATION information{};
         Require(Create(program, L'"' + program + L"\" " + arguments, startup, information), "process");
-        process_.Reset(information.hProcess);
+        process.Reset(information.hProcess);
         const UniqueHandle thread(information.hThread);
     }
     ChildProcess(ChildProcess&&) = default;
     ~ChildProcess() {
-        if (process_ && IsRunning()) {
+        if (process && IsRunning()) {
             Kill();
         }
     }
 
-    // Ends the process's standard input: it comes to an end by itself.
-    void Stop() { input_.Reset(); }
+    // Ends the process's standard input, so that it ends by itself.
+    void Stop() { input.Reset(); }
 
-    // Wherever it is in its work; nothing of it runs afterwards.
+    // Terminates the process at once and waits for its end.
     void Kill() {
-        TerminateProcess(process_.Get(), 99);
-        WaitForSingleObject(process_.Get(), INFINITE);
+        TerminateProcess(process.Get(), 99);
+        WaitForSingleObject(process.Get(), INFINITE);
     }
 
-    [[nodiscard]] bool IsRunning() const { return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT; }
+    [[nodiscard]] bool IsRunning() const { return WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT; }
 
-    // Empty when the process is still running after `limit`.
+    // The exit code; empty when the process is still running after `limit`.
     [[nodiscard]] std::optional<DWORD> WaitForExit(std::chrono::milliseconds limit) const {
         DWORD code = 0;
-        if (WaitForSingleObject(process_.Get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0 ||
-            GetExitCodeProcess(process_.Get(), &code) == FALSE) {
+        if (WaitForSingleObject(process.Get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0 ||
+            GetExitCodeProcess(process.Get(), &code) == FALSE) {
             return std::nullopt;
         }
         return code;
     }
 
-    // Its window of that class; null while there is none.
+    // The process's window of this class; null while there is none.
     [[nodiscard]] HWND Window(const wchar_t* className) const {
-        const DWORD wanted = GetProcessId(process_.Get());
+        const DWORD wanted = GetProcessId(process.Get());
         for (HWND window = nullptr; (window = FindWindowExW(nullptr, window, className, nullptr)) != nullptr;) {
             DWORD owner = 0;
             GetWindowThreadProcessId(window, &owner);
@@ -87,11 +87,11 @@ public:
         return nullptr;
     }
 
-    [[nodiscard]] std::string Output() const { return ReadBytes(outputFile_); }
+    [[nodiscard]] std::string Output() const { return ReadBytes(outputFile); }
 
 private:
-    // Very few starts fail under Wine: the new process is gone before any of its own code has run, and Wine says that
-    // something internal failed.
+    // Rarely a start fails under Wine with an internal error, before any code of the new process has run; it is
+    // repeated.
     static bool Create(const std::wstring& program, std::wstring commandLine, STARTUPINFOW& startup,
                        PROCESS_INFORMATION& information) {
         constexpr int Attempts = 3;
@@ -112,9 +112,9 @@ private:
         }
     }
 
-    std::filesystem::path outputFile_;
-    UniqueHandle input_;
-    UniqueHandle process_;
+    std::filesystem::path outputFile;
+    UniqueHandle input;
+    UniqueHandle process;
 };
 
 } // namespace receiver

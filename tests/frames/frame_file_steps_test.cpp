@@ -1,5 +1,5 @@
-// The shared frame file between any two instructions of its writer: there a reader may look, and there the writer may
-// die.
+// The shared frame file between any two instructions of its writer: at each of these points a reader may read it and
+// the writer may end.
 #include "frames/frame_file.h"
 
 #include "tests/frames/frame_pattern.h"
@@ -16,30 +16,30 @@
 namespace receiver {
 namespace {
 
-constexpr std::uint32_t TrapFlag = 0x100; // the processor raises an exception behind the next instruction
+constexpr std::uint32_t TrapFlag = 0x100; // the processor raises an exception after the next instruction
 
 // Publishes pattern frames; pattern n ends at sequence 2n and has the time stamp n.
 class FrameFileSteps : public testing::Test {
 protected:
     FrameFileSteps() { ResetFrameFile(*file); }
 
-    // Runs `step` with a reader's look behind each of its instructions.
+    // Runs `step` and reads the file after each of its instructions.
     template <typename Step>
-    auto Watched(Step step) {
-        watching_ = this;
-        void* const handler = AddVectoredExceptionHandler(1, LookAndGoOn);
+    auto SingleStepped(Step step) {
+        steppedTest = this;
+        void* const handler = AddVectoredExceptionHandler(1, ReadAndContinue);
         __writeeflags(__readeflags() | TrapFlag);
         const auto result = step();
-        watching_ = nullptr; // the next exception is the last
+        steppedTest = nullptr; // the next exception ends the stepping
         RemoveVectoredExceptionHandler(handler);
         return result;
     }
 
     void Publish(std::uint32_t number) {
         const PatternSize size = SizeOfPattern(number);
-        std::uint8_t* const buffer = Watched([&] { return BeginFrame(*file, size.width, size.height); });
+        std::uint8_t* const buffer = SingleStepped([&] { return BeginFrame(*file, size.width, size.height); });
         FillPattern(buffer, size.Bytes(), number);
-        Watched([&] {
+        SingleStepped([&] {
             CompleteFrame(*file, buffer, number);
             return true;
         });
@@ -47,18 +47,18 @@ protected:
     }
 
     const std::unique_ptr<FrameFileLayout> file = std::make_unique<FrameFileLayout>();
-    int refused = 0; // looks while the sequence was odd
+    int rejected = 0; // reads while the sequence was odd
     int accepted = 0;
     int torn = 0;
 
 private:
-    static LONG CALLBACK LookAndGoOn(EXCEPTION_POINTERS* exception) {
+    static LONG CALLBACK ReadAndContinue(EXCEPTION_POINTERS* exception) {
         if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_SINGLE_STEP) {
             return EXCEPTION_CONTINUE_SEARCH;
         }
         DWORD& flags = exception->ContextRecord->EFlags;
-        if (watching_ != nullptr) {
-            watching_->Look();
+        if (steppedTest != nullptr) {
+            steppedTest->ReadFile();
             flags |= TrapFlag;
         } else {
             flags &= ~TrapFlag;
@@ -66,10 +66,10 @@ private:
         return EXCEPTION_CONTINUE_EXECUTION;
     }
 
-    void Look() {
+    void ReadFile() {
         const FrameFileHeader& header = file->header;
         if (header.sequence % 2 != 0) {
-            ++refused;
+            ++rejected;
             return;
         }
         const std::uint64_t number = header.sequence / 2;
@@ -79,26 +79,26 @@ private:
         ++(whole ? accepted : torn);
     }
 
-    static inline FrameFileSteps* watching_ = nullptr;
+    static inline FrameFileSteps* steppedTest = nullptr;
 };
 
-TEST_F(FrameFileSteps, NoLookBetweenTwoInstructionsFindsATornFrame) {
+TEST_F(FrameFileSteps, NoReadBetweenTwoInstructionsFindsATornFrame) {
     for (const std::uint32_t number : {1U, 2U, 3U}) {
         Publish(number);
     }
     EXPECT_EQ(torn, 0);
     EXPECT_GT(accepted, 0);
-    EXPECT_GT(refused, 0);
+    EXPECT_GT(rejected, 0);
 }
 
-TEST_F(FrameFileSteps, NorDoesOneWhileTheNextWriterRecovers) {
+TEST_F(FrameFileSteps, NoReadDuringTheNextWritersRecoveryFindsATornFrame) {
     Publish(1);
-    (void)BeginFrame(*file, 1280, 720); // and here the writer died
+    (void)BeginFrame(*file, 1280, 720); // The writer ends here.
     accepted = 0;
     Publish(3);
     EXPECT_EQ(torn, 0);
-    EXPECT_GT(accepted, 0) << "behind the last increment";
-    EXPECT_GT(refused, 0);
+    EXPECT_GT(accepted, 0) << "after the last increment";
+    EXPECT_GT(rejected, 0);
 }
 
 } // namespace

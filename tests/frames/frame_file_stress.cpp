@@ -1,12 +1,12 @@
-// One process of the shared frame file's process tests; works on the file in %ProgramData%.
-//   frame_file_stress writer FIRST             publishes patterns numbered from FIRST until standard input ends
-//   frame_file_stress doomed FIRST COUNT BYTES publishes COUNT of them, then dies BYTES into writing one more
+// One process of the shared frame file's process tests; uses the file in %ProgramData%.
+//   frame_file_stress writer FIRST              publishes patterns numbered from FIRST until standard input ends
+//   frame_file_stress crasher FIRST COUNT BYTES publishes COUNT of them, then ends after copying BYTES of one more
 //   frame_file_stress reader FRAMES RETRIES PAUSE
-//                                              reads until standard input has ended, it has FRAMES whole frames of each
-//                                              size and it has met a writer at work RETRIES times; PAUSE milliseconds
-//                                              pass between two looks, none while a writer is at work
-// Exit codes: 0 done, 1 a mixed or misplaced frame was accepted, 2 wrong use or not enough frames in time,
-// 3 publishing failed, 77 died as asked.
+//                                               reads until standard input has ended, it has read FRAMES whole frames
+//                                               of each size and it has retried RETRIES copies; waits PAUSE
+//                                               milliseconds after each read, but not while a frame is being written
+// Exit codes: 0 done, 1 a mixed or misplaced frame was accepted, 2 wrong usage or not enough frames in time,
+// 3 publishing failed, 77 ended as requested while copying.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "tests/frames/frame_pattern.h"
@@ -29,11 +29,11 @@
 namespace receiver {
 namespace {
 
-enum ExitCode : int { Done = 0, MixedFrame = 1, Unfinished = 2, PublishFailed = 3, DiedAsAsked = 77 };
+enum ExitCode : int { Done = 0, MixedFrame = 1, Unfinished = 2, PublishFailed = 3, EndedAsRequested = 77 };
 
 constexpr ULONGLONG ReadersLimitMs = 60000; // from the end of standard input on
 
-std::atomic<ULONGLONG> inputEndMs = 0; // 0 while standard input goes on
+std::atomic<ULONGLONG> inputEndMs = 0; // 0 while standard input is open
 
 void WatchInput() {
     std::array<char, 64> bytes{};
@@ -45,8 +45,8 @@ void WatchInput() {
     inputEndMs = GetTickCount64();
 }
 
-// Frames that follow at once collide with readers; the last of a burst, of either size in turn, leaves them the time
-// for a copy.
+// Frames without a pause make readers retry. After each burst a pause gives them time for a copy; bursts end with
+// frames of both sizes alternately.
 void Pause(std::uint32_t number) {
     constexpr std::uint32_t FramesInABurst = 5;
     if (number % FramesInABurst == 0) {
@@ -70,17 +70,17 @@ ExitCode Write(std::uint32_t number) {
 std::uintptr_t unreadableBegin = 0;
 std::uintptr_t unreadableEnd = 0;
 
-LONG CALLBACK DieAtUnreadableBytes(EXCEPTION_POINTERS* exception) {
+LONG CALLBACK EndAtUnreadableBytes(EXCEPTION_POINTERS* exception) {
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
     if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.ExceptionInformation[1] >= unreadableBegin &&
         record.ExceptionInformation[1] < unreadableEnd) {
-        TerminateProcess(GetCurrentProcess(), DiedAsAsked);
+        TerminateProcess(GetCurrentProcess(), EndedAsRequested);
     }
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
-// The last frame has memory for its first `readableBytes` only, in whole pages; the copy into the file ends there.
-ExitCode WriteAndDie(std::uint32_t number, std::uint32_t count, std::uint32_t readableBytes) {
+// Only the first `readableBytes`, whole pages, of the last frame are readable; the copy into the file ends after them.
+ExitCode WriteAndCrash(std::uint32_t number, std::uint32_t count, std::uint32_t readableBytes) {
     SharedFrameFile file;
     for (; count > 0; ++number, --count) {
         if (PublishPattern(file, number) != S_OK) {
@@ -97,7 +97,7 @@ ExitCode WriteAndDie(std::uint32_t number, std::uint32_t count, std::uint32_t re
     FillPattern(source, readableBytes, number);
     unreadableBegin = reinterpret_cast<std::uintptr_t>(source) + readableBytes;
     unreadableEnd = reinterpret_cast<std::uintptr_t>(source) + size.Bytes();
-    AddVectoredExceptionHandler(1, DieAtUnreadableBytes);
+    AddVectoredExceptionHandler(1, EndAtUnreadableBytes);
     return file.PublishFrame(source, size.Bytes(), size.width, size.height) == S_OK ? Unfinished : PublishFailed;
 }
 
@@ -115,7 +115,7 @@ ExitCode Read(std::uint32_t wantedFrames, std::uint32_t wantedRetries, DWORD pau
             return vistel::Destination{nv12.data(), width};
         });
         if (result == vistel::ReadResult::NewFrame) {
-            // Pattern n is the frame that ends at sequence 2n.
+            // Pattern n ends at sequence 2n.
             const std::optional<std::uint32_t> number = ReadPattern(nv12.data(), frame.width, frame.height);
             const bool whole = number && *number == frame.sequence / 2;
             ++(whole ? accepted[*number % 2] : torn);
@@ -142,13 +142,13 @@ ExitCode Run(const std::vector<std::wstring_view>& arguments) {
     if (role == L"writer" && numbers.size() == 1) {
         return Write(numbers[0]);
     }
-    if (role == L"doomed" && numbers.size() == 3) {
-        return WriteAndDie(numbers[0], numbers[1], numbers[2]);
+    if (role == L"crasher" && numbers.size() == 3) {
+        return WriteAndCrash(numbers[0], numbers[1], numbers[2]);
     }
     if (role == L"reader" && numbers.size() == 3) {
         return Read(numbers[0], numbers[1], numbers[2]);
     }
-    std::puts("wrong use");
+    std::puts("wrong usage");
     return Unfinished;
 }
 
@@ -159,5 +159,5 @@ int wmain(int count, wchar_t** arguments) {
     std::thread(receiver::WatchInput).detach();
     const int exitCode = receiver::Run({arguments + 1, arguments + count});
     std::fflush(stdout);
-    ExitProcess(static_cast<UINT>(exitCode)); // the watcher still waits for input
+    ExitProcess(static_cast<UINT>(exitCode)); // Ends the thread that waits for input, too.
 }

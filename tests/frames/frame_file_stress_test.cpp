@@ -1,5 +1,6 @@
-// Writers and readers of the shared frame file as processes of their own. VISTEL_STRESS_FRAMES says how many frames a
-// busy writer publishes, VISTEL_STRESS_KILLS how many writers are killed; VISTEL_STRESS_SEED repeats their moments.
+// Writers and readers of the shared frame file in separate processes. VISTEL_STRESS_FRAMES sets the number of frames of
+// the busy writer, VISTEL_STRESS_KILLS the number of killed writers, VISTEL_STRESS_SEED the random moments of the
+// kills.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
 #include "tests/frames/frame_copy.h"
@@ -29,7 +30,7 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds Limit = 100s;
 
-// How much of something a test does, unless the variable of this name says otherwise.
+// The environment variable's number, or `usual` when it is not set.
 std::uint32_t Amount(const char* variable, std::uint32_t usual) {
     const char* const value = std::getenv(variable);
     return value != nullptr ? static_cast<std::uint32_t>(std::strtoul(value, nullptr, 10)) : usual;
@@ -39,10 +40,10 @@ class FrameFileProcesses : public testing::Test {
 protected:
     ChildProcess Start(const std::wstring& arguments) {
         return {BuiltProgram(VISTEL_FRAME_FILE_STRESS), arguments,
-                folder_.Path() / (L"output-" + std::to_wstring(++started_) + L".txt")};
+                folder.Path() / (L"output-" + std::to_wstring(++started) + L".txt")};
     }
 
-    // Two that read all the time and two that look as often as cameras of 60 and 30 frames a second.
+    // Two that read without a pause and two that read as cameras of 60 and 30 frames per second do.
     std::vector<ChildProcess> StartReaders(const std::wstring& wanted) {
         std::vector<ChildProcess> readers;
         for (const wchar_t* const pauseMs : {L" 0", L" 0", L" 16", L" 33"}) {
@@ -65,7 +66,7 @@ protected:
         std::printf("%s", process.Output().c_str());
     }
 
-    // 0 while there is no file.
+    // Of the file; 0 while there is none.
     [[nodiscard]] std::uint64_t Sequence() const {
         std::uint64_t sequence = 0;
         std::ifstream file(FramePath(), std::ios::binary);
@@ -74,12 +75,12 @@ protected:
         return sequence;
     }
 
-    // The frame that ends at sequence 2n has number n; one that a dead writer left unfinished has used up its number.
+    // The number of the next frame. Frame n ends at sequence 2n; an unfinished frame also counts.
     [[nodiscard]] static std::uint32_t NextNumber(std::uint64_t sequence) {
         return static_cast<std::uint32_t>((sequence + 1) / 2 + 1);
     }
 
-    // False when the writer ends or stands still before its sequence has come so far.
+    // False when the writer ends or makes no progress before the sequence reaches `wanted`.
     [[nodiscard]] bool WaitForSequence(const ChildProcess& writer, std::uint64_t wanted) const {
         std::uint64_t last = 0;
         auto deadline = std::chrono::steady_clock::now() + Limit;
@@ -96,12 +97,12 @@ protected:
         return true;
     }
 
-    [[nodiscard]] std::filesystem::path FramePath() const { return folder_.Path() / L"Vistel" / L"frame-buffer.bin"; }
+    [[nodiscard]] std::filesystem::path FramePath() const { return folder.Path() / L"Vistel" / L"frame-buffer.bin"; }
 
 private:
-    const PrivateFolder folder_;
-    const VariableScope programData_{L"ProgramData", folder_.Path().c_str()};
-    int started_ = 0;
+    const PrivateFolder folder;
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
+    int started = 0;
 };
 
 TEST_F(FrameFileProcesses, ReadersOfABusyWriterAcceptOnlyWholeFrames) {
@@ -114,8 +115,8 @@ TEST_F(FrameFileProcesses, ReadersOfABusyWriterAcceptOnlyWholeFrames) {
     ExpectDone(writer);
 }
 
-TEST_F(FrameFileProcesses, AWriterKilledInTheMiddleOfAFrameIsFollowedByOneThatRecovers) {
-    // Pattern 4 is a small frame: nothing of it copied, one page, half of it, all but its last page.
+TEST_F(FrameFileProcesses, AfterAWriterEndedInsideAFrameTheNextOneRecovers) {
+    // Pattern 4 is a small frame. Copied of it: nothing, one page, half of it, all but its last page.
     for (const std::uint32_t copied : {0U, 4096U, 692224U, 1380352U}) {
         std::filesystem::remove(FramePath());
         SharedFrameFile file;
@@ -128,7 +129,7 @@ TEST_F(FrameFileProcesses, AWriterKilledInTheMiddleOfAFrameIsFollowedByOneThatRe
         ASSERT_EQ(frame.ReadFrom(reader), vistel::ReadResult::NewFrame);
         EXPECT_EQ(frame.info.sequence, 6U);
 
-        const ChildProcess writer = Start(L"doomed 4 0 " + std::to_wstring(copied));
+        const ChildProcess writer = Start(L"crasher 4 0 " + std::to_wstring(copied));
         ASSERT_EQ(writer.WaitForExit(Limit), 77U) << writer.Output();
         EXPECT_EQ(frame.ReadFrom(reader), vistel::ReadResult::Busy) << "the sequence is not odd";
         EXPECT_EQ(frame.info.sequence, 6U);
@@ -140,7 +141,7 @@ TEST_F(FrameFileProcesses, AWriterKilledInTheMiddleOfAFrameIsFollowedByOneThatRe
     }
 }
 
-TEST_F(FrameFileProcesses, ReadersOfOneDyingWriterAfterAnotherAcceptOnlyWholeFrames) {
+TEST_F(FrameFileProcesses, ReadersOfWritersThatEndInsideFramesAcceptOnlyWholeFrames) {
     constexpr std::uint32_t FramesPerWriter = 16;
     constexpr std::uint32_t PageSize = 4096;
 
@@ -149,26 +150,26 @@ TEST_F(FrameFileProcesses, ReadersOfOneDyingWriterAfterAnotherAcceptOnlyWholeFra
     std::uint32_t number = 1;
     for (std::uint32_t writers = 0; writers < 3 || AnyRuns(readers); ++writers) {
         const std::uint32_t copied = writers * 37 % (1382400 / PageSize) * PageSize;
-        const ChildProcess writer = Start(L"doomed " + std::to_wstring(number) + L' ' +
+        const ChildProcess writer = Start(L"crasher " + std::to_wstring(number) + L' ' +
                                           std::to_wstring(FramesPerWriter) + L' ' + std::to_wstring(copied));
         ASSERT_EQ(writer.WaitForExit(Limit), 77U) << writer.Output();
-        number += FramesPerWriter + 1; // the unfinished frame has used up a number too
+        number += FramesPerWriter + 1; // The unfinished frame counts, too.
     }
     std::for_each(readers.begin(), readers.end(), ExpectDone);
 }
 
-TEST_F(FrameFileProcesses, AWriterKilledAtAnyMomentIsFollowedByOneThatRecovers) {
+TEST_F(FrameFileProcesses, AfterAWriterKilledAtAnyMomentTheNextOneRecovers) {
     const std::uint32_t wantedKills = Amount("VISTEL_STRESS_KILLS", 30);
     const std::uint32_t seed = Amount("VISTEL_STRESS_SEED", std::random_device{}());
     std::printf("seed %u\n", seed);
     std::mt19937 random(seed);
-    std::uniform_int_distribution delayUs(0, 2000); // from the start of its first frame into its first pause
+    std::uniform_int_distribution delayUs(0, 2000); // from the start of its first frame to within its first pause
 
     std::vector<ChildProcess> readers = StartReaders(L"10 20");
     std::uint32_t kills = 0;
-    std::uint32_t unfinished = 0; // kills in the middle of a frame; few of them would show little
-    const auto fewHit = [&] { return unfinished < wantedKills / 8; };
-    while (kills < wantedKills || (fewHit() && kills < 10 * wantedKills) || AnyRuns(readers)) {
+    std::uint32_t unfinished = 0; // kills inside a frame; a minimum of these is required
+    const auto tooFewUnfinished = [&] { return unfinished < wantedKills / 8; };
+    while (kills < wantedKills || (tooFewUnfinished() && kills < 10 * wantedKills) || AnyRuns(readers)) {
         if (kills == wantedKills) {
             Stop(readers);
         }
@@ -184,8 +185,8 @@ TEST_F(FrameFileProcesses, AWriterKilledAtAnyMomentIsFollowedByOneThatRecovers) 
             ++unfinished;
         }
     }
-    std::printf("%u writers killed, %u of them in the middle of a frame\n", kills, unfinished);
-    EXPECT_FALSE(fewHit());
+    std::printf("%u writers killed, %u of them inside a frame\n", kills, unfinished);
+    EXPECT_FALSE(tooFewUnfinished());
     std::for_each(readers.begin(), readers.end(), ExpectDone);
 
     SharedFrameFile file;

@@ -40,7 +40,7 @@ FrameFileHeader ValidHeader(std::uint32_t width, std::uint32_t height) {
     return {FrameFileMagic, FrameFileVersion, width, height, width, width * height * 3 / 2, 0, 0, 0, 0, {}};
 }
 
-TEST(FrameFile, HoldsTwoBuffersBehindAHeaderOf64Bytes) {
+TEST(FrameFile, HasTwoBuffersAfterAHeaderOf64Bytes) {
     const FrameFileLayout* const file = nullptr;
     EXPECT_EQ(sizeof(*file), 6220864U);
     EXPECT_EQ(offsetof(FrameFileLayout, buffers), 64U);
@@ -48,7 +48,7 @@ TEST(FrameFile, HoldsTwoBuffersBehindAHeaderOf64Bytes) {
     EXPECT_EQ(MaxFrameSize, 3110400U);
 }
 
-TEST(FrameFile, HeaderFieldsStandLittleEndianAtTheirOffsets) {
+TEST(FrameFile, HeaderFieldsAreLittleEndianAtTheirOffsets) {
     const auto file = MakeFile();
     file->header.sequence = 0x0102030405060708;
     file->header.activeBuffer = 1;
@@ -70,7 +70,7 @@ TEST(FrameFile, HeaderFieldsStandLittleEndianAtTheirOffsets) {
     EXPECT_EQ(BytesOf(*file, 0, 64), expected);
 }
 
-TEST(FrameFile, ANv12FrameHasThreeBytesForTwoPixels) {
+TEST(FrameFile, ANv12FrameHasThreeBytesPerTwoPixels) {
     EXPECT_EQ(Nv12Size(1280, 720), 1382400U);
     EXPECT_EQ(Nv12Size(1920, 1080), 3110400U);
 }
@@ -92,7 +92,7 @@ TEST(FrameFile, AHeaderWithOneWrongFieldIsNotValid) {
     };
     constexpr std::array Cases{
         Case{&FrameFileHeader::magic, 0},
-        Case{&FrameFileHeader::magic, 0x5653544C}, // the same letters the other way round
+        Case{&FrameFileHeader::magic, 0x5653544C}, // the same letters in reverse order
         Case{&FrameFileHeader::magic, FrameFileMagic + 1},
         Case{&FrameFileHeader::version, 0},
         Case{&FrameFileHeader::version, 1},
@@ -117,7 +117,7 @@ TEST(FrameFile, AHeaderWithOneWrongFieldIsNotValid) {
     }
 }
 
-TEST(FrameFile, AHeaderThatMixesBothSizesIsNotValid) {
+TEST(FrameFile, AHeaderWithWidthAndHeightOfTwoSizesIsNotValid) {
     FrameFileHeader header = ValidHeader(1920, 1080);
     header.stride = 1280;
     EXPECT_FALSE(IsHeaderValid(header));
@@ -131,7 +131,7 @@ TEST(FrameFile, AHeaderThatMixesBothSizesIsNotValid) {
     EXPECT_FALSE(IsHeaderValid(ValidHeader(1920, 720)));
 }
 
-TEST(FrameFile, AResetDescribesSmallFramesAndZeroesEverythingElse) {
+TEST(FrameFile, AResetDescribesSmallFramesAndZeroesAllOtherFields) {
     const auto file = std::make_unique<FrameFileLayout>();
     std::memset(file.get(), 0xA5, sizeof(*file));
     ResetFrameFile(*file);
@@ -164,7 +164,7 @@ TEST(FrameFile, TheFirstFrameGoesToBufferOneAndTheSecondToBufferZero) {
     EXPECT_EQ(ReadPattern(file->buffers[1], 1280, 720), 2U);
 }
 
-TEST(FrameFile, WhileAFrameIsWrittenTheSequenceIsOddAndTheNewestFrameStands) {
+TEST(FrameFile, DuringAWriteTheSequenceIsOddAndTheActiveBufferIsUnchanged) {
     const auto file = MakeFile();
     Publish(*file, 2, 1000);
     std::uint8_t* const buffer = BeginFrame(*file, 1920, 1080);
@@ -176,7 +176,7 @@ TEST(FrameFile, WhileAFrameIsWrittenTheSequenceIsOddAndTheNewestFrameStands) {
     EXPECT_EQ(ReadPattern(file->buffers[1], 1280, 720), 2U);
 }
 
-TEST(FrameFile, TheHeaderFollowsTheSizeOfEveryFrame) {
+TEST(FrameFile, TheHeaderHasTheSizeOfEachFrame) {
     const auto file = MakeFile();
     for (const std::uint32_t number : {1U, 2U, 3U}) {
         Publish(*file, number);
@@ -190,7 +190,7 @@ TEST(FrameFile, TheHeaderFollowsTheSizeOfEveryFrame) {
     }
 }
 
-TEST(FrameFile, PublishingLeavesMagicVersionAndReservedBytesAlone) {
+TEST(FrameFile, PublishingDoesNotChangeMagicVersionAndReservedBytes) {
     const auto file = MakeFile();
     file->header.magic = 0x11111111;
     file->header.version = 0x22222222;
@@ -205,7 +205,7 @@ TEST(FrameFile, PublishingLeavesMagicVersionAndReservedBytesAlone) {
     EXPECT_EQ(file->header.reserved1[1], 0x5555555555555555U);
 }
 
-TEST(FrameFile, AnySetBufferIndexCountsAsOne) {
+TEST(FrameFile, AnyNonZeroBufferIndexCountsAsOne) {
     for (const std::uint32_t index : {1U, 2U, 256U, 0x80000000U, 0xFFFFFFFFU}) {
         const auto file = MakeFile();
         file->header.activeBuffer = index;
@@ -215,7 +215,7 @@ TEST(FrameFile, AnySetBufferIndexCountsAsOne) {
     }
 }
 
-TEST(FrameFile, ASequenceThatADeadWriterLeftOddIsOddAgainWhileTheNextFrameIsWritten) {
+TEST(FrameFile, ASequenceLeftOddStaysOddDuringTheNextWrite) {
     const auto file = MakeFile();
     file->header.sequence = 5;
     std::uint8_t* const buffer = BeginFrame(*file, 1280, 720);

@@ -20,7 +20,7 @@ constexpr std::size_t FieldCount = 8;
 
 enum Field : std::size_t { Format, CodedWidth, CodedHeight, FlipA, Rotation, FlipB, DisplayWidth, DisplayHeight };
 
-// A valid message, taken apart so that a test can spoil one piece of it.
+// The fields of a valid message; a test replaces one of them by an invalid text.
 struct Message {
     std::array<std::wstring, FieldCount> fields = {L"NV12", L"1280", L"720", L"0", L"0", L"0", L"1280", L"720"};
     std::wstring planes = L"0,1280;921600,1280";
@@ -34,8 +34,8 @@ struct Message {
     }
 };
 
-// Parses a copy of exactly the text's size, so that the address sanitizer sees a read past its end. The newest copy
-// stays, because the descriptor's format is part of it.
+// Parses a copy of exactly the text's size, so that the address sanitizer detects a read past its end. The last copy is
+// kept, because the descriptor's format points into it.
 bool Parse(std::wstring_view text, FrameDescriptor& descriptor) {
     static std::vector<wchar_t> copy;
     copy = std::vector<wchar_t>(text.begin(), text.end());
@@ -67,8 +67,8 @@ bool ParsesWithPlanes(std::wstring_view planes) {
     return Parses(message.Text());
 }
 
-// Texts that are no unsigned decimal number although a lenient reader makes `digits` of them.
-std::vector<std::wstring> SpoiltNumbers(const std::wstring& digits) {
+// Texts that are not unsigned decimal numbers although a lenient parser would read `digits` from them.
+std::vector<std::wstring> InvalidNumbers(const std::wstring& digits) {
     std::wstring fullWidth;
     std::wstring arabicIndic;
     for (const wchar_t digit : digits) {
@@ -177,7 +177,7 @@ TEST(FrameMessage, ReadsTheFourFlipCombinations) {
     }
 }
 
-TEST(FrameMessage, TakesTheFormatAsSent) {
+TEST(FrameMessage, KeepsTheFormatAsSent) {
     using namespace std::string_view_literals;
     for (const std::wstring_view format : {L""sv, L"YUY2"sv, L" NV12"sv, L"a;b,c"sv, L"NV12\0x"sv, L"\u00E9\u4E2D"sv}) {
         Message message;
@@ -212,9 +212,9 @@ TEST(FrameMessage, RefusesANinthColon) {
     const std::wstring text = whole.Text();
     ASSERT_TRUE(Parses(text));
     for (std::size_t position = 0; position <= text.size(); ++position) {
-        std::wstring spoilt = text;
-        spoilt.insert(position, 1, L':');
-        EXPECT_FALSE(Parses(spoilt)) << "colon inserted at " << position;
+        std::wstring invalid = text;
+        invalid.insert(position, 1, L':');
+        EXPECT_FALSE(Parses(invalid)) << "colon inserted at " << position;
     }
 }
 
@@ -229,7 +229,7 @@ TEST(FrameMessage, RefusesATextCutShortUnlessItEndsInAWholePlane) {
     }
 }
 
-TEST(FrameMessage, LimitsTheCodedSizeAndWantsItEven) {
+TEST(FrameMessage, LimitsTheCodedSizeAndRequiresEvenNumbers) {
     const std::vector<NumberCase> both = {{L"0", false},    {L"1", false},    {L"2", true},     {L"3", false},
                                           {L"4", true},     {L"1279", false}, {L"1280", true},  {L"2158", true},
                                           {L"2159", false}, {L"2160", true},  {L"4099", false}, {L"65536", false}};
@@ -249,20 +249,20 @@ TEST(FrameMessage, LimitsTheDisplaySize) {
     ExpectNumbers(DisplayHeight, both);
 }
 
-TEST(FrameMessage, AcceptsTheFourRotationsAlone) {
+TEST(FrameMessage, AcceptsOnlyTheFourRotations) {
     for (std::uint32_t degrees = 0; degrees <= 720; ++degrees) {
-        const bool quarterTurn = degrees == 0 || degrees == 90 || degrees == 180 || degrees == 270;
+        const bool isMultipleOf90 = degrees == 0 || degrees == 90 || degrees == 180 || degrees == 270;
         Message message;
         message.fields[Rotation] = std::to_wstring(degrees);
         FrameDescriptor descriptor;
-        ASSERT_EQ(quarterTurn, Parse(message.Text(), descriptor)) << degrees;
-        if (quarterTurn) {
+        ASSERT_EQ(isMultipleOf90, Parse(message.Text(), descriptor)) << degrees;
+        if (isMultipleOf90) {
             EXPECT_EQ(degrees, descriptor.rotation);
         }
     }
 }
 
-TEST(FrameMessage, WantsEachFlipToBeOneZeroOrOne) {
+TEST(FrameMessage, RequiresEachFlipToBeZeroOrOne) {
     using namespace std::string_view_literals;
     for (const Field flip : {FlipA, FlipB}) {
         EXPECT_TRUE(ParsesWithField(flip, L"0"));
@@ -274,19 +274,19 @@ TEST(FrameMessage, WantsEachFlipToBeOneZeroOrOne) {
     }
 }
 
-TEST(FrameMessage, WantsPlainDecimalDigitsInEveryNumber) {
+TEST(FrameMessage, RequiresDecimalDigitsInEveryNumber) {
     for (const Field field : {CodedWidth, CodedHeight, Rotation, DisplayWidth, DisplayHeight}) {
         const std::wstring digits = field == Rotation ? L"90" : L"720";
         ASSERT_TRUE(ParsesWithField(field, digits));
-        for (const std::wstring& spoilt : SpoiltNumbers(digits)) {
-            EXPECT_FALSE(ParsesWithField(field, spoilt)) << "field " << field << ": " << spoilt;
+        for (const std::wstring& invalid : InvalidNumbers(digits)) {
+            EXPECT_FALSE(ParsesWithField(field, invalid)) << "field " << field << ": " << invalid;
         }
     }
-    for (const std::wstring& spoilt : SpoiltNumbers(L"1280")) {
-        EXPECT_FALSE(ParsesWithPlanes(spoilt + L",1280")) << "offset " << spoilt;
-        EXPECT_FALSE(ParsesWithPlanes(L"1280," + spoilt)) << "stride " << spoilt;
-        EXPECT_FALSE(ParsesWithPlanes(L"0,1280;" + spoilt + L",1280")) << "second offset " << spoilt;
-        EXPECT_FALSE(ParsesWithPlanes(L"0,1280;1280," + spoilt)) << "second stride " << spoilt;
+    for (const std::wstring& invalid : InvalidNumbers(L"1280")) {
+        EXPECT_FALSE(ParsesWithPlanes(invalid + L",1280")) << "offset " << invalid;
+        EXPECT_FALSE(ParsesWithPlanes(L"1280," + invalid)) << "stride " << invalid;
+        EXPECT_FALSE(ParsesWithPlanes(L"0,1280;" + invalid + L",1280")) << "second offset " << invalid;
+        EXPECT_FALSE(ParsesWithPlanes(L"0,1280;1280," + invalid)) << "second stride " << invalid;
     }
 }
 
@@ -310,7 +310,7 @@ TEST(FrameMessage, AcceptsLeadingZeros) {
 }
 
 // Each of these has a valid number in its low 32 or 64 bits.
-TEST(FrameMessage, RefusesANumberThatWouldWrap) {
+TEST(FrameMessage, RefusesANumberThatWouldOverflow) {
     for (const Field field : {CodedWidth, CodedHeight, Rotation, DisplayWidth, DisplayHeight}) {
         ExpectNumbers(field, {{L"4294967295", false},
                               {L"4294967296", false},
@@ -320,7 +320,7 @@ TEST(FrameMessage, RefusesANumberThatWouldWrap) {
                               {L"18446744073709551618", false},
                               {L"340282366920938463463374607431768211458", false}});
     }
-    // 2^32 + 720, 2^64 + 720, 2^64 - 720 below zero; the same with 90.
+    // 2^32 + 720, 2^64 + 720, 720 - 2^64; the same with 90.
     for (const Field field : {CodedWidth, CodedHeight, DisplayWidth, DisplayHeight}) {
         ExpectNumbers(field,
                       {{L"4294968016", false}, {L"18446744073709552336", false}, {L"-18446744073709550896", false}});
@@ -355,7 +355,7 @@ TEST(FrameMessage, ReadsTheWholeRangeOfAStride) {
     }
 }
 
-TEST(FrameMessage, WantsEveryStrideToBeNonZero) {
+TEST(FrameMessage, RequiresEveryStrideToBeNonZero) {
     EXPECT_FALSE(ParsesWithPlanes(L"0,0"));
     EXPECT_FALSE(ParsesWithPlanes(L"0,00"));
     EXPECT_TRUE(ParsesWithPlanes(L"0,1"));
@@ -363,7 +363,7 @@ TEST(FrameMessage, WantsEveryStrideToBeNonZero) {
     EXPECT_FALSE(ParsesWithPlanes(L"0,0;921600,1280"));
 }
 
-TEST(FrameMessage, WantsEveryOffsetInsideTheSlot) {
+TEST(FrameMessage, RequiresEveryOffsetInsideTheSlot) {
     EXPECT_TRUE(ParsesWithPlanes(L"8294399,1280"));
     EXPECT_FALSE(ParsesWithPlanes(L"8294400,1280"));
     EXPECT_FALSE(ParsesWithPlanes(L"8294401,1280"));

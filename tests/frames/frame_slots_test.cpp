@@ -1,4 +1,4 @@
-// The two frame slots and the way of a frame from the page's message into the shared frame file.
+// The two frame slots, and a frame from the page's message to the shared frame file.
 #include "frames/frame_file.h"
 #include "tests/support/shell_test.h"
 
@@ -37,7 +37,7 @@ protected:
         ASSERT_EQ(app->CreateAndPostFrameSlots(), S_OK);
         (void)browser.TakeCalls();
     }
-    // Fills slot 0, as far as GoodFrame goes, and returns it.
+    // Fills the bytes of slot 0 that GoodFrame reads, and returns the slot.
     const std::uint8_t* FillSlot() {
         std::uint8_t* const slot = browser.BufferMemory(0);
         for (std::size_t i = 0; i < 1382400; ++i) {
@@ -45,7 +45,7 @@ protected:
         }
         return slot;
     }
-    // What a camera reading the file would find there.
+    // The file as a camera reads it.
     std::unique_ptr<FrameFileLayout> ReadFrameFile() const {
         auto file = std::make_unique<FrameFileLayout>();
         const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
@@ -55,7 +55,7 @@ protected:
     }
 };
 
-TEST_F(FrameSlotsTest, TwoSlotsAreMadeAndPostedInOrder) {
+TEST_F(FrameSlotsTest, CreatesAndPostsTwoSlotsInOrder) {
     EXPECT_EQ(app->CreateAndPostFrameSlots(), S_OK);
     EXPECT_THAT(browser.TakeCalls(),
                 ElementsAre(L"ICoreWebView2Environment12", L"ICoreWebView2_17", L"CreateSharedBuffer 8294400",
@@ -68,7 +68,7 @@ TEST_F(FrameSlotsTest, TwoSlotsAreMadeAndPostedInOrder) {
                                                  L"released WebView", L"released Controller", L"released Environment"));
 }
 
-TEST_F(FrameSlotsTest, NothingIsMadeWithoutABrowser) {
+TEST_F(FrameSlotsTest, CreatesNothingWithoutABrowser) {
     ReceiverApp withoutBrowser;
     EXPECT_EQ(withoutBrowser.CreateAndPostFrameSlots(), E_POINTER);
     EXPECT_THAT(browser.TakeCalls(), IsEmpty());
@@ -81,13 +81,13 @@ TEST_F(FrameSlotsTest, ARuntimeWithoutSharedBuffersIsReported) {
     EXPECT_TRUE(std::filesystem::is_empty(programData));
 }
 
-TEST_F(FrameSlotsTest, AWebViewThatCannotPostThemIsReported) {
+TEST_F(FrameSlotsTest, AWebViewWithoutSharedBuffersIsReported) {
     browser.Fail(L"ICoreWebView2_17", E_NOINTERFACE);
     EXPECT_EQ(app->CreateAndPostFrameSlots(), E_NOINTERFACE);
     EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"ICoreWebView2Environment12", L"ICoreWebView2_17"));
 }
 
-TEST_F(FrameSlotsTest, NoSlotIsMadeWithoutTheSharedFile) {
+TEST_F(FrameSlotsTest, CreatesNoSlotWithoutTheSharedFile) {
     std::filesystem::remove(programData);
     EXPECT_EQ(app->CreateAndPostFrameSlots(), PathNotFound);
     EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"ICoreWebView2Environment12", L"ICoreWebView2_17"));
@@ -98,7 +98,7 @@ TEST_F(FrameSlotsTest, NoSlotIsMadeWithoutTheSharedFile) {
 struct SlotFailure {
     const wchar_t* method;
     unsigned slot;
-    std::size_t callsMade; // behind the two queries
+    std::size_t callsMade; // after the two queries
 };
 
 std::ostream& operator<<(std::ostream& stream, const SlotFailure& failure) {
@@ -108,7 +108,7 @@ std::ostream& operator<<(std::ostream& stream, const SlotFailure& failure) {
 
 class SlotFailureTest : public FrameSlotsTest, public testing::WithParamInterface<SlotFailure> {};
 
-TEST_P(SlotFailureTest, EndsTheCreationWithItsCode) {
+TEST_P(SlotFailureTest, FailsTheCreationWithItsCode) {
     browser.Fail(GetParam().method, E_ABORT, GetParam().slot);
     EXPECT_EQ(app->CreateAndPostFrameSlots(), E_ABORT);
     const auto calls = browser.TakeCalls();
@@ -116,7 +116,7 @@ TEST_P(SlotFailureTest, EndsTheCreationWithItsCode) {
     EXPECT_THAT(calls.back(), testing::StartsWith(GetParam().method));
 }
 
-TEST_P(SlotFailureTest, LeavesNoSlotOfTheOldPageBehindAReload) {
+TEST_P(SlotFailureTest, KeepsNoOldSlotAfterAReload) {
     PostSlots();
     browser.Fail(GetParam().method, E_ABORT, 2 + GetParam().slot);
     EXPECT_EQ(app->CreateAndPostFrameSlots(), E_ABORT);
@@ -154,7 +154,7 @@ TEST_F(FrameSlotsTest, AFrameBeforeTheSlotsIsRefusedSilently) {
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
-TEST_F(FrameSlotsTest, AMessageThatNamesNoSlotIsRefusedSilently) {
+TEST_F(FrameSlotsTest, AMessageWithoutASlotNumberIsRefusedSilently) {
     PostSlots();
     for (const wchar_t* message :
          {L"frame:", L"frame:0", L"frame:0:", L"frame:2:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280",
@@ -163,7 +163,7 @@ TEST_F(FrameSlotsTest, AMessageThatNamesNoSlotIsRefusedSilently) {
         EXPECT_EQ(app->HandleFrameMessage(message), E_INVALIDARG);
     }
     EXPECT_FALSE(std::filesystem::exists(log));
-    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK); // It is still the first.
+    EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK); // This is still the first frame.
     EXPECT_EQ(LogLines().size(), 2U);
 }
 
@@ -184,7 +184,7 @@ TEST_F(FrameSlotsTest, TheFirstFrameIsLoggedOnceEvenWhenItFails) {
                 ElementsAre("First frame descriptor: frame:0:x", "First browser frame published (HRESULT 0x80070057)"));
 }
 
-TEST_F(FrameSlotsTest, AFrameOfTheOutputsSizeIsPublishedByteForByte) {
+TEST_F(FrameSlotsTest, AFrameOfTheOutputSizeIsPublishedByteForByte) {
     PostSlots();
     const std::uint8_t* const slot = FillSlot();
     EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
@@ -200,7 +200,7 @@ TEST_F(FrameSlotsTest, AFrameOfTheOutputsSizeIsPublishedByteForByte) {
     EXPECT_EQ(std::memcmp(file->buffers[1], slot, 1382400), 0);
 }
 
-TEST_F(FrameSlotsTest, FramesTakeTurnsInTheBuffers) {
+TEST_F(FrameSlotsTest, FramesAlternateBetweenTheBuffers) {
     PostSlots();
     std::memset(browser.BufferMemory(0), 50, SlotBytes);
     std::memset(browser.BufferMemory(1), 60, SlotBytes);
@@ -226,7 +226,7 @@ TEST_F(FrameSlotsTest, APackedFrameIsFittedAndConverted) {
     EXPECT_THAT(std::vector<std::uint8_t>(file->buffers[1] + 1280 * 720, file->buffers[1] + 1382400), Each(128));
 }
 
-TEST_F(FrameSlotsTest, WhatCannotBeDrawnIsNotPublished) {
+TEST_F(FrameSlotsTest, AFrameThatCannotBeConvertedIsNotPublished) {
     PostSlots();
     EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     struct {
@@ -254,7 +254,7 @@ TEST_F(FrameSlotsTest, AFrameThatFillsItsSlotToTheLastByteIsPublished) {
     EXPECT_EQ(ReadFrameFile()->buffers[1][1280 * 720 - 1], 235);
 }
 
-TEST_F(FrameSlotsTest, FramesOfTheSameGeometryNeedNoMoreMemory) {
+TEST_F(FrameSlotsTest, FramesOfTheSameGeometryAllocateNothing) {
     PostSlots();
     for (const wchar_t* message : {GoodFrame, L"frame:0:I420A:640:480:0:90:1:640:480:0,640;400000,320;500000,320;0,640",
                                    L"frame:0:BGRX:640:480:1:0:0:640:480:0,2560;"}) {
@@ -265,15 +265,15 @@ TEST_F(FrameSlotsTest, FramesOfTheSameGeometryNeedNoMoreMemory) {
     }
 }
 
-TEST_F(FrameSlotsTest, ARefusedMessageLeavesNothingToTheNextFrame) {
+TEST_F(FrameSlotsTest, ARefusedMessageDoesNotAffectTheNextFrame) {
     PostSlots();
     const std::uint8_t* const slot = FillSlot();
-    // Each is refused at another field, with other values in those before it.
+    // Each is refused at a different field, and the fields before it have other values than GoodFrame.
     for (const wchar_t* refused :
          {L"frame:0:RGBA", L"frame:0:RGBA:640:481:", L"frame:0:RGBA:640:480:1:90:2:", L"frame:0:RGBA:640:480:1:90:1:9:",
           L"frame:0:RGBA:640:480:1:90:1:9:16:", L"frame:0:RGBA:640:480:1:90:1:9:16:7,2560;8,2560;9,2560;x"}) {
         EXPECT_EQ(app->HandleFrameMessage(refused), E_INVALIDARG);
-        // One plane is too few, whatever the message before had.
+        // One plane is too few, also after a message with more.
         EXPECT_EQ(app->HandleFrameMessage(L"frame:0:NV12:1280:720:0:0:0:1280:720:0,1280"),
                   static_cast<HRESULT>(0xC00D36B4));
         EXPECT_EQ(app->HandleFrameMessage(refused), E_INVALIDARG);
@@ -283,7 +283,7 @@ TEST_F(FrameSlotsTest, ARefusedMessageLeavesNothingToTheNextFrame) {
     }
 }
 
-TEST_F(FrameSlotsTest, AFrameIsPublishedAgainOnceMemoryIsThere) {
+TEST_F(FrameSlotsTest, AFrameIsPublishedOnceMemoryIsAvailableAgain) {
     PostSlots();
     bool failed = true;
     for (unsigned allocation = 0; failed; ++allocation) {

@@ -1,5 +1,5 @@
-// What keeps the shared frame file from being opened, and what that leaves behind: nothing open, and a next try that
-// works. tests/faults/ lets every call fail.
+// Conditions under which the shared frame file cannot be opened. Afterwards nothing is open and the next attempt works.
+// tests/faults/ makes every system call fail.
 #include "frames/shared_frame_file.h"
 
 #include "platform/handles.h"
@@ -32,7 +32,7 @@ TEST_F(SharedFrameFileTest, AMissingParentFolderIsNotCreated) {
     EXPECT_EQ(SequenceIn(missing / L"Vistel" / L"frame-buffer.bin"), 2U);
 }
 
-TEST_F(SharedFrameFileTest, AFileInTheFoldersPlaceFails) {
+TEST_F(SharedFrameFileTest, AFileWithTheFoldersNameFails) {
     WriteBytes(dataFolder, "abc");
     EXPECT_EQ(file.OpenSharedFrameFile(), Win32Result(ERROR_PATH_NOT_FOUND));
     EXPECT_EQ(ReadBytes(dataFolder), "abc");
@@ -41,7 +41,7 @@ TEST_F(SharedFrameFileTest, AFileInTheFoldersPlaceFails) {
     EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
 }
 
-TEST_F(SharedFrameFileTest, AFolderInTheFilesPlaceFails) {
+TEST_F(SharedFrameFileTest, AFolderWithTheFilesNameFails) {
     fs::create_directories(path);
     EXPECT_EQ(PublishPattern(file, 2), Win32Result(ERROR_ACCESS_DENIED));
     EXPECT_TRUE(fs::is_directory(path));
@@ -50,8 +50,9 @@ TEST_F(SharedFrameFileTest, AFolderInTheFilesPlaceFails) {
     EXPECT_EQ(PublishPattern(file, 2), S_OK);
 }
 
-// Opening asks for reading and writing and grants both, but not deletion; a handle that may do nothing hinders nobody.
-TEST_F(SharedFrameFileTest, AFileThatSomebodyElseHoldsIsOpenedWhenBothShareWhatTheOtherDoes) {
+// The file is opened for reading and writing and shared for both, but not for deletion. A handle without any access
+// never conflicts.
+TEST_F(SharedFrameFileTest, AFileOpenInAnotherProcessIsOpenedWhenTheSharingModesMatch) {
     constexpr DWORD ShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
     fs::create_directory(dataFolder);
     WriteBytes(path, "abc");
@@ -77,7 +78,7 @@ TEST_F(SharedFrameFileTest, AFileThatSomebodyElseHoldsIsOpenedWhenBothShareWhatT
     EXPECT_EQ(PublishPattern(file, 2), S_OK);
 }
 
-TEST_F(SharedFrameFileTest, ALongerFileThatSomebodyElseMapsIsCutOrLeftAlone) {
+TEST_F(SharedFrameFileTest, ALongerFileMappedByAnotherProcessIsTruncatedOrLeftAlone) {
     fs::create_directory(dataFolder);
     const std::string longer(FrameFileSize + 4096, 'x');
     WriteBytes(path, longer);
@@ -87,7 +88,7 @@ TEST_F(SharedFrameFileTest, ALongerFileThatSomebodyElseMapsIsCutOrLeftAlone) {
         const MappedView view(MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, 0));
         ASSERT_TRUE(view);
         const HRESULT result = PublishPattern(file, 2);
-        if (result != S_OK) { // Windows does not cut what is mapped, Wine does.
+        if (result != S_OK) { // Windows does not truncate a mapped file, Wine does.
             EXPECT_EQ(result, Win32Result(ERROR_USER_MAPPED_FILE));
             EXPECT_EQ(ReadBytes(path), longer);
         }
@@ -181,7 +182,7 @@ TEST_F(SharedFrameFileTest, DestructionClosesTheFileAndLeavesItOnDisk) {
     EXPECT_EQ(fs::file_size(path), FrameFileSize);
 }
 
-TEST_F(SharedFrameFileTest, ManyOpensAndClosesLeaveNoHandleBehind) {
+TEST_F(SharedFrameFileTest, RepeatedOpeningAndClosingLeaksNoHandle) {
     for (int round = 0; round < 50; ++round) {
         ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
         file.CloseSharedFrameFile();

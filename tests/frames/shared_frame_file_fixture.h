@@ -1,4 +1,4 @@
-// The ground of the shared frame file's tests: %ProgramData% is a folder of the test's own.
+// Fixture of the shared frame file's tests: %ProgramData% is a folder of the test.
 #pragma once
 
 #include "frames/shared_frame_file.h"
@@ -25,7 +25,7 @@ protected:
 
     [[nodiscard]] static constexpr HRESULT Win32Result(DWORD error) { return HRESULT_FROM_WIN32(error); }
 
-    // Empty when the file cannot be shared as asked.
+    // Empty when the file cannot be opened with this sharing mode.
     [[nodiscard]] UniqueFile OpenForReading(DWORD share) const {
         return UniqueFile(
             CreateFileW(path.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -37,9 +37,9 @@ protected:
         return count;
     }
 
-    // Nobody keeps a handle of the file.
+    // Expects that no handle of the file is open.
     void ExpectClosed() const {
-        EXPECT_EQ(HandleCount(), handlesAtStart_);
+        EXPECT_EQ(HandleCount(), handlesAtStart);
         EXPECT_TRUE(OpenForReading(0)) << "error " << GetLastError();
     }
 
@@ -60,8 +60,8 @@ protected:
     SharedFrameFile file;
 
 private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
-    const DWORD handlesAtStart_ = HandleCount();
+    const VariableScope programDataVariable{L"ProgramData", folder.Path().c_str()};
+    const DWORD handlesAtStart = HandleCount();
 };
 
 } // namespace receiver

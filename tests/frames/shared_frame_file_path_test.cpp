@@ -1,4 +1,4 @@
-// Where the shared frame file is: what %ProgramData% may hold.
+// The path of the shared frame file for different values of %ProgramData%.
 #include "frames/shared_frame_file.h"
 
 #include "tests/frames/shared_frame_file_fixture.h"
@@ -21,15 +21,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Programs find long paths behind this prefix.
+// Lifts the system's limit on the length of a path.
 constexpr wchar_t LongPathPrefix[] = L"\\\\?\\";
 
-// An existing folder below `parent`, of a path of exactly `length` characters.
+// Creates a folder below `parent` whose path has exactly `length` characters.
 std::wstring MakeFolderOfLength(const fs::path& parent, std::size_t length) {
     std::wstring path = LongPathPrefix + parent.wstring();
     while (path.size() + 1 < length) {
         const std::size_t left = length - path.size() - 1;
-        // A last level of no character cannot be.
+        // The last level must have at least one character.
         const std::size_t level = left <= 100 ? left : left - 100 == 1 ? 99 : 100;
         path += L'\\' + std::wstring(level, L'x');
         EXPECT_NE(CreateDirectoryW(path.c_str(), nullptr), FALSE) << GetLastError();
@@ -38,7 +38,7 @@ std::wstring MakeFolderOfLength(const fs::path& parent, std::size_t length) {
     return path;
 }
 
-// Removes what MakeFolderOfLength made, level by level, with a frame file that is in it.
+// Removes the levels that MakeFolderOfLength created, and a frame file in the last one.
 void RemoveFolderOfLength(std::wstring path, const fs::path& parent) {
     DeleteFileW((path + L"\\Vistel\\frame-buffer.bin").c_str());
     RemoveDirectoryW((path + L"\\Vistel").c_str());
@@ -67,7 +67,7 @@ TEST_F(SharedFrameFileTest, AProgramDataOf259CharactersIsUsed) {
 TEST_F(SharedFrameFileTest, AnUnusableProgramDataGivesTheFixedPath) {
     const std::wstring longFolder = MakeFolderOfLength(folder.Path(), 260);
     const std::wstring huge(5000, L'x');
-    // Recorded, not followed: this machine's own frame file is left alone.
+    // The calls are recorded and not made, so that this machine's own frame file is not touched.
     std::vector<std::wstring> names;
     const ImportPatch createDirectory("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
                                       [&](auto*, LPCWSTR name, LPSECURITY_ATTRIBUTES) {
@@ -91,7 +91,7 @@ TEST_F(SharedFrameFileTest, AnUnusableProgramDataGivesTheFixedPath) {
     RemoveFolderOfLength(longFolder, folder.Path());
 }
 
-TEST_F(SharedFrameFileTest, ProgramDataMayEndInABackslashOrHoldSlashes) {
+TEST_F(SharedFrameFileTest, ProgramDataMayEndInABackslashOrContainSlashes) {
     const std::wstring backslash = folder.Path().wstring() + L'\\';
     const std::wstring slashes = folder.Path().generic_wstring();
     for (const std::wstring& value : {backslash, slashes}) {

@@ -11,7 +11,7 @@ namespace receiver {
 
 [[nodiscard]] inline HRESULT PublishPattern(SharedFrameFile& file, std::uint32_t number) {
     const PatternSize size = SizeOfPattern(number);
-    static std::vector<std::uint8_t> frame(MaxFrameSize); // kept: to allocate it costs more than to fill it
+    static std::vector<std::uint8_t> frame(MaxFrameSize); // static: the allocation costs more than filling it
     FillPattern(frame.data(), size.Bytes(), number);
     return file.PublishFrame(frame.data(), size.Bytes(), size.width, size.height);
 }

@@ -74,7 +74,7 @@ Bytes DefaultFile() {
     return bytes;
 }
 
-// A whole file in which every byte behind the first fields is set.
+// A file of full size in which every byte after the first fields is set.
 Bytes UsedFile(const Bytes& start) {
     Bytes bytes = start;
     bytes.resize(FrameFileSize, 0xA5);
@@ -87,12 +87,12 @@ TEST_F(SharedFrameFileTest, CreatesFolderAndFileWithTheDefaultHeader) {
 
 TEST_F(SharedFrameFileTest, UsesAFolderThatExists) {
     fs::create_directory(dataFolder);
-    WriteFileBytes(dataFolder / L"neighbour.txt", {1, 2, 3});
+    WriteFileBytes(dataFolder / L"other.txt", {1, 2, 3});
     ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
-    EXPECT_EQ(ReadFileBytes(dataFolder / L"neighbour.txt"), (Bytes{1, 2, 3}));
+    EXPECT_EQ(ReadFileBytes(dataFolder / L"other.txt"), (Bytes{1, 2, 3}));
 }
 
-TEST_F(SharedFrameFileTest, CutsOrExtendsAFileToItsOneSize) {
+TEST_F(SharedFrameFileTest, TruncatesOrExtendsAFileToItsSize) {
     fs::create_directory(dataFolder);
     constexpr std::size_t Sizes[] = {0, 1, 64, FrameFileSize - 1, FrameFileSize, FrameFileSize + 1, 2 * FrameFileSize};
     for (const std::size_t size : Sizes) {
@@ -105,7 +105,7 @@ TEST_F(SharedFrameFileTest, CutsOrExtendsAFileToItsOneSize) {
     }
 }
 
-TEST_F(SharedFrameFileTest, KeepsWhatStandsBehindAValidHeaderOfAnotherLength) {
+TEST_F(SharedFrameFileTest, KeepsTheContentOfAFileOfAnotherLengthWithAValidHeader) {
     fs::create_directory(dataFolder);
     const Bytes used = UsedFile(HeaderStart(2, 1920, 1080, 1920));
     Bytes longer = used;
@@ -123,10 +123,10 @@ TEST_F(SharedFrameFileTest, KeepsWhatStandsBehindAValidHeaderOfAnotherLength) {
     EXPECT_EQ(ReadFileBytes(path), shorter);
 }
 
-TEST_F(SharedFrameFileTest, AFileThatEndsAnywhereIsCompletedOrReset) {
+TEST_F(SharedFrameFileTest, AShorterFileIsExtendedOrReset) {
     fs::create_directory(dataFolder);
     const Bytes used = UsedFile(HeaderStart(2, 1920, 1080, 1920));
-    // The header's last byte that is not zero is number 22: what ends before it has no valid header.
+    // The header's last non-zero byte is number 22: a shorter file has no valid header.
     for (const std::size_t size : {0U, 1U, 22U, 23U, 24U, 32U, 63U, 64U, 65U, 3110464U, 6220863U}) {
         Bytes shorter = used;
         shorter.resize(size);
@@ -154,7 +154,7 @@ TEST_F(SharedFrameFileTest, PublishesIntoAFileInAnyStateOfPublishing) {
         Case{0xFFFFFFFF, 0xFFFFFFFF, 0x100000002, 0},
         Case{0x7FFFFFFFFFFFFFFF, 0x100, 0x8000000000000002, 0},
         Case{0xFFFFFFFFFFFFFFFC, 0, 0xFFFFFFFFFFFFFFFE, 1},
-        Case{0xFFFFFFFFFFFFFFFD, 0, 0, 1}, // wraps
+        Case{0xFFFFFFFFFFFFFFFD, 0, 0, 1}, // overflows
         Case{0xFFFFFFFFFFFFFFFE, 1, 0, 0},
         Case{0xFFFFFFFFFFFFFFFF, 0x80000000, 2, 0},
     };
@@ -179,11 +179,11 @@ TEST_F(SharedFrameFileTest, PublishesIntoAFileInAnyStateOfPublishing) {
     }
 }
 
-TEST_F(SharedFrameFileTest, LeavesAValidHeaderAsItStands) {
+TEST_F(SharedFrameFileTest, LeavesAValidHeaderUnchanged) {
     fs::create_directory(dataFolder);
     for (const Bytes& start : {HeaderStart(2, 1280, 720, 1280), HeaderStart(2, 1920, 1080, 1920)}) {
         Bytes used = UsedFile(start);
-        Store64(used, 24, 41); // odd: repaired by the next frame, not here
+        Store64(used, 24, 41); // odd: corrected by the next frame, not when the file is opened
         Store32(used, 32, 7);
         Store64(used, 40, 123456789);
         WriteFileBytes(path, used);
@@ -241,7 +241,7 @@ TEST_F(SharedFrameFileTest, ASecondOpenDoesNothing) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(SharedFrameFileTest, LetsOthersReadAndWriteTheOpenFileButNotDeleteIt) {
+TEST_F(SharedFrameFileTest, OthersCanReadAndWriteButNotDeleteTheOpenFile) {
     ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
     struct Case {
         DWORD access;
@@ -263,7 +263,7 @@ TEST_F(SharedFrameFileTest, LetsOthersReadAndWriteTheOpenFileButNotDeleteIt) {
     }
 }
 
-TEST_F(SharedFrameFileTest, PublishesIntoBothBuffersInTurn) {
+TEST_F(SharedFrameFileTest, PublishesIntoTheBuffersAlternately) {
     const ULONGLONG before = GetTickCount64();
     ASSERT_EQ(PublishPattern(file, 2), S_OK);
     const ULONGLONG after = GetTickCount64();

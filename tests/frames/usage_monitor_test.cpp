@@ -1,4 +1,4 @@
-// The monitor of the camera's event: real events under a name of the test's own, and a clock that the test sets.
+// The usage monitor, with real events under a private name and a clock that the test sets.
 #include "tests/support/allocation_fault.h"
 #include "tests/support/shell_test.h"
 
@@ -38,7 +38,7 @@ struct TimerCall {
     TIMERPROC callback;
 };
 
-// What an account may do with an object.
+// An account and its access rights to an object.
 using Permission = std::pair<std::wstring, DWORD>;
 
 std::wstring SidText(PSID sid) {
@@ -49,7 +49,7 @@ std::wstring SidText(PSID sid) {
     return text;
 }
 
-// The entries of an event's access list, all of which must grant something.
+// The entries of an event's access control list; all must be allowing ones.
 std::vector<Permission> Permissions(HANDLE event) {
     DWORD size = 0;
     GetKernelObjectSecurity(event, DACL_SECURITY_INFORMATION, nullptr, 0, &size);
@@ -88,17 +88,17 @@ protected:
         EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
         Forget();
     }
-    // The camera hands out a frame.
+    // Signals the event as the camera does for each frame.
     static void Signal() {
         const UniqueHandle event = OpenCameraEvent();
         EXPECT_NE(SetEvent(event.Get()), 0);
     }
-    // The window's timer fires at this time.
+    // Lets the window's timer fire at this time.
     void PollAt(ULONGLONG time) {
         const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64, [time](auto*) { return time; });
         EXPECT_EQ(SendMessageW(MainWindow(), WM_TIMER, 1, 0), 0);
     }
-    // What a start logs for the monitor, and the timers that it set.
+    // Starts the receiver; returns the monitor's log line and records the timers that are set.
     std::string MonitorLine() {
         std::string line;
         const ImportPatch setters("user32.dll", "SetTimer", &SetTimer,
@@ -132,7 +132,7 @@ TEST_F(UsageMonitorTest, PollsOnceASecond) {
     EXPECT_EQ(timers[0].callback, nullptr);
 }
 
-TEST_F(UsageMonitorTest, MakesTheCamerasEvent) {
+TEST_F(UsageMonitorTest, CreatesTheCamerasEvent) {
     unsigned made = 0;
     const ImportPatch events(
         "kernel32.dll", "CreateEventW", &CreateEventW,
@@ -186,7 +186,7 @@ TEST_F(UsageMonitorTest, TheSecurityDescriptorIsFreed) {
     });
 }
 
-TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasTheDefaultOne) {
+TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasDefaultSecurity) {
     const ImportPatch conversions("advapi32.dll", "ConvertStringSecurityDescriptorToSecurityDescriptorW",
                                   &ConvertStringSecurityDescriptorToSecurityDescriptorW,
                                   [](auto*, LPCWSTR, DWORD, PSECURITY_DESCRIPTOR*, PULONG) {
@@ -208,7 +208,7 @@ TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasTheDefaultOne) {
     EXPECT_EQ(timers.size(), 1U);
 }
 
-TEST_F(UsageMonitorTest, AnEventThatCannotBeMadeIsReportedAndNotPolled) {
+TEST_F(UsageMonitorTest, AnEventThatCannotBeCreatedIsReportedAndNotPolled) {
     const ImportPatch events(
         "kernel32.dll", "CreateEventW", &CreateEventW,
         [](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signalled, LPCWSTR name) -> HANDLE {
@@ -222,7 +222,7 @@ TEST_F(UsageMonitorTest, AnEventThatCannotBeMadeIsReportedAndNotPolled) {
     EXPECT_THAT(timers, IsEmpty());
 }
 
-TEST_F(UsageMonitorTest, ANameThatStandsForSomethingElseIsReported) {
+TEST_F(UsageMonitorTest, ANameUsedByAnotherKindOfObjectIsReported) {
     UniqueHandle mutex;
     mutex.Reset(CreateMutexW(nullptr, FALSE, PrivateEventName::Name().c_str()));
     ASSERT_TRUE(mutex);
@@ -230,10 +230,11 @@ TEST_F(UsageMonitorTest, ANameThatStandsForSomethingElseIsReported) {
     EXPECT_THAT(timers, IsEmpty());
 }
 
-TEST_F(UsageMonitorTest, AnEventThatOthersMayNotUseIsReported) {
-    LocalMemory nobody;
-    ASSERT_NE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1, nobody.Put(), nullptr), 0);
-    SECURITY_ATTRIBUTES attributes{sizeof(attributes), nobody.Get(), FALSE};
+TEST_F(UsageMonitorTest, AnEventWithoutAccessRightsIsReported) {
+    LocalMemory noAccess;
+    ASSERT_NE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1, noAccess.Put(), nullptr),
+              0);
+    SECURITY_ATTRIBUTES attributes{sizeof(attributes), noAccess.Get(), FALSE};
     UniqueHandle event;
     event.Reset(CreateEventW(&attributes, FALSE, FALSE, PrivateEventName::Name().c_str()));
     ASSERT_TRUE(event);
@@ -241,7 +242,7 @@ TEST_F(UsageMonitorTest, AnEventThatOthersMayNotUseIsReported) {
     EXPECT_THAT(timers, IsEmpty());
 }
 
-TEST_F(UsageMonitorTest, AnEventThatTheCameraHasMadeIsOpened) {
+TEST_F(UsageMonitorTest, AnEventCreatedByTheCameraIsOpened) {
     UniqueHandle event;
     event.Reset(CreateEventW(nullptr, FALSE, FALSE, PrivateEventName::Name().c_str()));
     ASSERT_TRUE(event);
@@ -250,10 +251,10 @@ TEST_F(UsageMonitorTest, AnEventThatTheCameraHasMadeIsOpened) {
         PollAt(1000);
         EXPECT_THAT(LogLines(), ElementsAre(Started));
     });
-    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), static_cast<DWORD>(WAIT_TIMEOUT)); // The poll took the signal.
+    EXPECT_EQ(WaitForSingleObject(event.Get(), 0), static_cast<DWORD>(WAIT_TIMEOUT)); // The poll reset the event.
 }
 
-TEST_F(UsageMonitorTest, WithoutACameraNothingHappens) {
+TEST_F(UsageMonitorTest, NothingHappensWithoutACamera) {
     InLoop([this] {
         MakePageReady();
         for (ULONGLONG time = 1000; time < 20000; time += 1000) {
@@ -264,7 +265,7 @@ TEST_F(UsageMonitorTest, WithoutACameraNothingHappens) {
     });
 }
 
-TEST_F(UsageMonitorTest, OneSignalStartsAndFourSecondsOfSilenceStop) {
+TEST_F(UsageMonitorTest, OneSignalStartsAndFourSecondsWithoutASignalStop) {
     InLoop([this] {
         MakePageReady();
         Signal();
@@ -289,7 +290,7 @@ TEST_F(UsageMonitorTest, OneSignalStartsAndFourSecondsOfSilenceStop) {
 }
 
 // After 49.7 days a count of milliseconds needs more than 32 bits.
-TEST_F(UsageMonitorTest, AClockBeyond32BitsTellsTheTime) {
+TEST_F(UsageMonitorTest, TimesBeyond32BitsAreHandled) {
     InLoop([this] {
         constexpr ULONGLONG Limit = ULONGLONG{1} << 32;
         for (const ULONGLONG last : {Limit - 2000, Limit, Limit + 123456}) {
@@ -304,7 +305,7 @@ TEST_F(UsageMonitorTest, AClockBeyond32BitsTellsTheTime) {
     });
 }
 
-TEST_F(UsageMonitorTest, ACameraThatKeepsSignallingStartsOnce) {
+TEST_F(UsageMonitorTest, ACameraThatKeepsSignalingStartsOnce) {
     InLoop([this] {
         MakePageReady();
         for (ULONGLONG time = 1000; time <= 20000; time += 1000) {
@@ -315,14 +316,14 @@ TEST_F(UsageMonitorTest, ACameraThatKeepsSignallingStartsOnce) {
         }
         EXPECT_THAT(browser.TakeCalls(), ElementsAre(PostedOn));
         EXPECT_THAT(LogLines(), ElementsAre(Started));
-        PollAt(23999); // Ten signals between two polls are one.
+        PollAt(23999); // Ten signals between two polls count as one.
         EXPECT_THAT(LogLines(), ElementsAre(Started));
         PollAt(24000);
         EXPECT_THAT(LogLines(), ElementsAre(Started, Stopped));
     });
 }
 
-TEST_F(UsageMonitorTest, APageThatIsNotReadyIsToldNothing) {
+TEST_F(UsageMonitorTest, NothingIsPostedToAPageThatIsNotReady) {
     InLoop([this] {
         Signal();
         PollAt(1000);
@@ -332,7 +333,7 @@ TEST_F(UsageMonitorTest, APageThatIsNotReadyIsToldNothing) {
     });
 }
 
-TEST_F(UsageMonitorTest, APageThatGetsReadyDuringUseIsToldAtOnce) {
+TEST_F(UsageMonitorTest, APageThatBecomesReadyDuringUseIsNotifiedAtOnce) {
     InLoop([this] {
         Signal();
         PollAt(1000);
@@ -349,7 +350,7 @@ TEST_F(UsageMonitorTest, APageThatGetsReadyDuringUseIsToldAtOnce) {
     });
 }
 
-TEST_F(UsageMonitorTest, APageWhoseReadyFailedIsToldAllTheSame) {
+TEST_F(UsageMonitorTest, APageWhoseReadyFailedIsStillNotified) {
     InLoop([this] {
         Signal();
         PollAt(1000);
@@ -362,7 +363,7 @@ TEST_F(UsageMonitorTest, APageWhoseReadyFailedIsToldAllTheSame) {
     });
 }
 
-TEST_F(UsageMonitorTest, AUseThatBeginsWhileAReadyIsHandledIsReportedOnce) {
+TEST_F(UsageMonitorTest, AConsumerThatStartsWhileReadyIsHandledIsReportedOnce) {
     InLoop([this] {
         browser.onCall = [this](const std::wstring& method) {
             if (method.starts_with(L"CreateSharedBuffer")) {
@@ -379,11 +380,11 @@ TEST_F(UsageMonitorTest, AUseThatBeginsWhileAReadyIsHandledIsReportedOnce) {
     });
 }
 
-TEST_F(UsageMonitorTest, AReadyWithoutMemoryTakesItsRemainingSteps) {
+TEST_F(UsageMonitorTest, AReadyThatRunsOutOfMemoryTakesItsRemainingSteps) {
     InLoop([this] {
         Signal();
         PollAt(1000);
-        std::set<std::string> lines; // of all tries
+        std::set<std::string> lines; // of all attempts
         for (unsigned allocation = 0;; ++allocation) {
             Forget();
             HRESULT result = S_OK;
@@ -408,9 +409,9 @@ TEST_F(UsageMonitorTest, AReadyWithoutMemoryTakesItsRemainingSteps) {
     });
 }
 
-TEST_F(UsageMonitorTest, AMessageThatCannotBePostedChangesNothing) {
+TEST_F(UsageMonitorTest, AMessageThatCannotBePostedIsIgnored) {
     InLoop([this] {
-        MakePageReady(); // That was the first message.
+        MakePageReady(); // The diagnostics were the first message.
         browser.Fail(L"PostWebMessageAsJson", E_FAIL, 1);
         browser.Fail(L"PostWebMessageAsJson", E_FAIL, 2);
         Signal();
@@ -421,7 +422,7 @@ TEST_F(UsageMonitorTest, AMessageThatCannotBePostedChangesNothing) {
     });
 }
 
-TEST_F(UsageMonitorTest, APollThatFailsCountsAsSilence) {
+TEST_F(UsageMonitorTest, AFailedPollCountsAsNotSignaled) {
     InLoop([this] {
         Signal();
         PollAt(1000);
@@ -441,7 +442,7 @@ TEST_F(UsageMonitorTest, APollThatFailsCountsAsSilence) {
     });
 }
 
-TEST_F(UsageMonitorTest, TheTimeIsThatBeforeThePoll) {
+TEST_F(UsageMonitorTest, TheTimeIsTakenBeforeThePoll) {
     InLoop([this] {
         std::vector<std::string> calls;
         const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64, [&](auto* original) {
@@ -458,7 +459,7 @@ TEST_F(UsageMonitorTest, TheTimeIsThatBeforeThePoll) {
     });
 }
 
-TEST_F(UsageMonitorTest, TheTimerItselfPolls) {
+TEST_F(UsageMonitorTest, TheWindowsTimerPolls) {
     InLoop([this] {
         Signal();
         unsigned polls = 0;
@@ -475,7 +476,7 @@ TEST_F(UsageMonitorTest, TheTimerItselfPolls) {
     });
 }
 
-TEST_F(UsageMonitorTest, EndsWithTheWindow) {
+TEST_F(UsageMonitorTest, StopsWhenTheWindowIsDestroyed) {
     std::vector<std::string> steps;
     const ImportPatch timerEnds("user32.dll", "KillTimer", &KillTimer,
                                 [&](auto* original, HWND window, UINT_PTR timer) {

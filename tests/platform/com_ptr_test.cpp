@@ -17,10 +17,11 @@ using testing::IsEmpty;
 
 constexpr IID KnownId = {0x6E3B11B2, 0x25A8, 0x4C5E, {0x9D, 0x11, 0x6B, 0x0C, 0x5A, 0x70, 0x41, 0x01}};
 
-// Writes what happens to its count into a shared record; one reference belongs to the test.
+// Appends each change of its reference count to a shared record; one reference belongs to the test.
 class CountedObject : public IUnknown {
 public:
-    CountedObject(std::string name, std::vector<std::string>& record) : name_(std::move(name)), record_(record) {}
+    CountedObject(std::string objectName, std::vector<std::string>& sharedRecord)
+        : name(std::move(objectName)), record(sharedRecord) {}
     virtual ~CountedObject() = default;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override {
@@ -33,19 +34,19 @@ public:
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() noexcept override {
-        record_.push_back("+" + name_);
+        record.push_back("+" + name);
         return ++references;
     }
     ULONG STDMETHODCALLTYPE Release() noexcept override {
-        record_.push_back("-" + name_);
+        record.push_back("-" + name);
         return --references;
     }
 
     ULONG references = 1;
 
 private:
-    std::string name_;
-    std::vector<std::string>& record_;
+    std::string name;
+    std::vector<std::string>& record;
 };
 
 class ComPtrTest : public testing::Test {
@@ -55,7 +56,7 @@ protected:
     CountedObject b{"b", record};
 };
 
-TEST_F(ComPtrTest, CountsAnObjectForAsLongAsItLives) {
+TEST_F(ComPtrTest, HoldsOneReferenceDuringItsLifetime) {
     {
         const ComPtr<IUnknown> pointer(&a);
         EXPECT_EQ(pointer.Get(), &a);
@@ -64,7 +65,7 @@ TEST_F(ComPtrTest, CountsAnObjectForAsLongAsItLives) {
     EXPECT_THAT(record, ElementsAre("+a", "-a"));
 }
 
-TEST_F(ComPtrTest, IsEmptyByDefaultAndOverANull) {
+TEST_F(ComPtrTest, IsEmptyByDefaultAndFromANullPointer) {
     EXPECT_FALSE(ComPtr<IUnknown>());
     EXPECT_FALSE(ComPtr<IUnknown>(nullptr));
     EXPECT_TRUE(ComPtr<IUnknown>(&a));
@@ -93,7 +94,7 @@ TEST_F(ComPtrTest, StoringReferencesTheNewObjectBeforeReleasingTheOld) {
     EXPECT_THAT(record, ElementsAre("+a", "+b", "-a"));
 }
 
-TEST_F(ComPtrTest, StoringTheSameObjectNeverLetsItGo) {
+TEST_F(ComPtrTest, StoringTheSameObjectKeepsItReferenced) {
     ComPtr<IUnknown> pointer(&a);
     const ComPtr<IUnknown>& itself = pointer;
     pointer = ComPtr<IUnknown>(&a);
@@ -102,7 +103,7 @@ TEST_F(ComPtrTest, StoringTheSameObjectNeverLetsItGo) {
     EXPECT_EQ(pointer.Get(), &a);
 }
 
-TEST_F(ComPtrTest, PutReleasesAndHandsOutAnEmptySlot) {
+TEST_F(ComPtrTest, PutReleasesAndReturnsTheAddressOfAnEmptyPointer) {
     ComPtr<IUnknown> pointer(&a);
     IUnknown** const slot = pointer.Put();
     EXPECT_THAT(record, ElementsAre("+a", "-a"));
@@ -129,7 +130,7 @@ TEST_F(ComPtrTest, AsQueriesByTheGivenIdentifier) {
     EXPECT_EQ(b.references, 1U);
 }
 
-TEST_F(ComPtrTest, AsLeavesAnEmptyPointerBehindARefusedQuery) {
+TEST_F(ComPtrTest, AsLeavesAnEmptyPointerAfterARefusedQuery) {
     const ComPtr<IUnknown> pointer(&a);
     ComPtr<IUnknown> other(&b);
     EXPECT_EQ(pointer.As(IID_IUnknown, other), E_NOINTERFACE);

@@ -32,24 +32,24 @@ TEST_F(FolderTest, PathsAreJoinedWithOneSeparator) {
     EXPECT_EQ(JoinPath(L"C:\\", L"b.txt"), L"C:\\b.txt");
 }
 
-TEST_F(FolderTest, OneLevelIsMade) {
+TEST_F(FolderTest, CreatesOneLevel) {
     EXPECT_EQ(EnsureFolder(top), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(top));
     EXPECT_EQ(EnsureFolder(top), S_OK);
 }
 
-TEST_F(FolderTest, OneLevelDoesNotMakeItsParent) {
+TEST_F(FolderTest, OneLevelDoesNotCreateItsParent) {
     EXPECT_EQ(EnsureFolder(deep), PathNotFound);
     EXPECT_FALSE(std::filesystem::exists(top));
 }
 
-TEST_F(FolderTest, OneLevelTakesAFileForAFolder) {
+TEST_F(FolderTest, OneLevelAcceptsAFileOfThatName) {
     WriteBytes(top, "x");
     EXPECT_EQ(EnsureFolder(top), S_OK);
     EXPECT_EQ(ReadBytes(top), "x");
 }
 
-TEST_F(FolderTest, ATreeIsMadeWithItsParents) {
+TEST_F(FolderTest, ATreeIsCreatedWithItsParents) {
     EXPECT_EQ(EnsureFolderTree(deep), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(deep));
     WriteBytes(deep / L"kept", "x");
@@ -57,14 +57,14 @@ TEST_F(FolderTest, ATreeIsMadeWithItsParents) {
     EXPECT_EQ(ReadBytes(deep / L"kept"), "x");
 }
 
-TEST_F(FolderTest, ATreesSeparatorsMayBeOfEitherKind) {
+TEST_F(FolderTest, ATreeMayHaveBothKindsOfSeparators) {
     EXPECT_EQ(EnsureFolderTree(top.native() + L"/middle\\deep"), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(deep));
     EXPECT_EQ(EnsureFolderTree(top.native() + L"\\other\\"), S_OK);
     EXPECT_TRUE(std::filesystem::is_directory(top / L"other"));
 }
 
-TEST_F(FolderTest, AFileInATreesPlaceIsRefused) {
+TEST_F(FolderTest, AFileWithTheNameOfATreeIsRefused) {
     WriteBytes(top, "x");
     EXPECT_EQ(EnsureFolderTree(top), NoDirectory);
     EXPECT_EQ(EnsureFolderTree(top / L"middle"), NoDirectory);
@@ -72,7 +72,7 @@ TEST_F(FolderTest, AFileInATreesPlaceIsRefused) {
     EXPECT_EQ(ReadBytes(top), "x");
 }
 
-TEST_F(FolderTest, ATreeWithoutAGroundIsRefused) {
+TEST_F(FolderTest, ATreeWithoutAnExistingRootIsRefused) {
     EXPECT_EQ(EnsureFolderTree(L""), PathNotFound);
     const ImportPatch creations("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
                                 [](auto*, LPCWSTR, SECURITY_ATTRIBUTES*) {
@@ -82,7 +82,7 @@ TEST_F(FolderTest, ATreeWithoutAGroundIsRefused) {
     EXPECT_EQ(EnsureFolderTree(L"X:\\a\\b"), PathNotFound);
 }
 
-TEST_F(FolderTest, ACreationThatFailsEndsTheTree) {
+TEST_F(FolderTest, AFailedCreationEndsTheTree) {
     for (const std::wstring refused : {L"\\top", L"\\middle", L"\\deep"}) {
         const ImportPatch creations("kernel32.dll", "CreateDirectoryW", &CreateDirectoryW,
                                     [&](auto* original, LPCWSTR path, SECURITY_ATTRIBUTES* attributes) {
@@ -97,7 +97,7 @@ TEST_F(FolderTest, ACreationThatFailsEndsTheTree) {
     }
 }
 
-TEST_F(FolderTest, AFolderThatCannotBeLookedAtIsRefused) {
+TEST_F(FolderTest, AFolderWhoseAttributesCannotBeReadIsRefused) {
     const ImportPatch attributes("kernel32.dll", "GetFileAttributesW", &GetFileAttributesW, [](auto*, LPCWSTR) {
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_FILE_ATTRIBUTES;

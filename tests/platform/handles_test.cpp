@@ -17,7 +17,7 @@ using testing::IsEmpty;
 
 std::vector<int> closed;
 
-// Numbers for handles, of which -1 is none; closing them disturbs the last error.
+// Numbers as handles; -1 is the invalid one. Closing changes the last error.
 struct NumberTraits {
     using Type = int;
     static Type Invalid() noexcept { return -1; }
@@ -36,7 +36,7 @@ protected:
     HandlesTest() { closed.clear(); }
 };
 
-TEST_F(HandlesTest, ClosesOnceAtTheEndOfItsLife) {
+TEST_F(HandlesTest, ClosesOnceWhenDestroyed) {
     {
         const UniqueNumber number(7);
         EXPECT_TRUE(number);
@@ -51,7 +51,7 @@ TEST_F(HandlesTest, NeverClosesTheInvalidValue) {
         EXPECT_FALSE(none);
         none.Reset();
         const UniqueNumber alsoNone(-1);
-        const UniqueNumber zero(0); // a handle like any other
+        const UniqueNumber zero(0); // a valid handle
         EXPECT_TRUE(zero);
     }
     EXPECT_THAT(closed, ElementsAre(0));
@@ -63,7 +63,7 @@ TEST_F(HandlesTest, KeepsTheLastErrorWhileClosing) {
     EXPECT_EQ(LastErrorResult(), HRESULT_FROM_WIN32(ERROR_DISK_FULL));
 }
 
-TEST_F(HandlesTest, PutClosesAndHandsOutTheSlot) {
+TEST_F(HandlesTest, PutClosesAndReturnsTheAddressOfTheValue) {
     UniqueNumber number(7);
     int* const slot = number.Put();
     EXPECT_THAT(closed, ElementsAre(7));
@@ -72,14 +72,14 @@ TEST_F(HandlesTest, PutClosesAndHandsOutTheSlot) {
     EXPECT_EQ(number.Get(), 8);
 }
 
-TEST_F(HandlesTest, ResetClosesTheOldAndKeepsTheNew) {
+TEST_F(HandlesTest, ResetClosesTheOldValueAndStoresTheNew) {
     UniqueNumber number(7);
     number.Reset(8);
     EXPECT_THAT(closed, ElementsAre(7));
     EXPECT_EQ(number.Get(), 8);
 }
 
-TEST_F(HandlesTest, ReleaseGivesTheHandleAway) {
+TEST_F(HandlesTest, ReleaseReturnsTheHandleWithoutClosing) {
     {
         UniqueNumber number(7);
         EXPECT_EQ(number.Release(), 7);

@@ -1,4 +1,4 @@
-// The binary interface of WebView2 as the compiler sees our declarations, against the published figures.
+// The binary interface of our WebView2 declarations, compared with the published identifiers and slot numbers.
 #include "tests/support/function_table.h"
 
 #include <gtest/gtest.h>
@@ -15,10 +15,10 @@
 namespace receiver {
 namespace {
 
-// Adds one method behind an interface's last.
+// Adds one method after the interface's last one.
 template <typename Interface>
 struct OneMore : Interface {
-    virtual HRESULT STDMETHODCALLTYPE BehindTheLast() = 0;
+    virtual HRESULT STDMETHODCALLTYPE AfterTheLast() = 0;
 };
 
 struct InterfaceFigures {
@@ -26,7 +26,7 @@ struct InterfaceFigures {
     IID declaredId;
     const wchar_t* id;
     std::size_t declaredSlots;
-    std::size_t slots; // with the three of IUnknown
+    std::size_t slots; // including the three of IUnknown
 };
 
 struct MethodFigures {
@@ -36,7 +36,7 @@ struct MethodFigures {
 };
 
 #define INTERFACE(name, id, slots)                                                                                     \
-    InterfaceFigures { #name, IID_##name, L"{" id "}", SlotOf(&OneMore <name>::BehindTheLast), slots }
+    InterfaceFigures { #name, IID_##name, L"{" id "}", SlotOf(&OneMore <name>::AfterTheLast), slots }
 #define METHOD(interface, name, slot)                                                                                  \
     MethodFigures { #interface "::" #name, SlotOf(&interface::name), slot }
 
@@ -127,14 +127,14 @@ std::wstring TextOf(const IID& id) {
     return text;
 }
 
-TEST(WebView2Abi, InterfacesHaveThePublishedIdentifiersAndLengths) {
+TEST(WebView2Abi, InterfacesHaveThePublishedIdentifiersAndSlotCounts) {
     for (const InterfaceFigures& figures : Interfaces) {
         EXPECT_EQ(TextOf(figures.declaredId), figures.id) << figures.name;
         EXPECT_EQ(figures.declaredSlots, figures.slots) << figures.name;
     }
 }
 
-TEST(WebView2Abi, MethodsStandInThePublishedSlots) {
+TEST(WebView2Abi, MethodsHaveThePublishedSlots) {
     for (const MethodFigures& figures : Methods) {
         EXPECT_EQ(figures.declaredSlot, figures.slot) << figures.name;
     }
