@@ -1,8 +1,23 @@
 # The packages: a ZIP, and an installer for one user. ./dev package makes them with CPack.
 install(TARGETS vistel-receiver camera_probe sample_camera RUNTIME DESTINATION .)
-install(FILES packaging/README.txt CHANGELOG.md DESTINATION .)
+install(FILES packaging/README.txt packaging/test-picture.cmd packaging/watch-camera.cmd CHANGELOG.md DESTINATION .)
 install(FILES docs/page-protocol.md docs/frame-file.md DESTINATION docs)
 install(DIRECTORY examples DESTINATION .)
+
+# The sample page in one file.
+find_program(NODE node)
+find_program(ESBUILD esbuild)
+if(NODE AND ESBUILD)
+    set(test_picture ${PROJECT_BINARY_DIR}/test-picture.html)
+    set(page_builder ${CMAKE_CURRENT_LIST_DIR}/single_page.mjs)
+    file(GLOB page_sources CONFIGURE_DEPENDS examples/page/*)
+    add_custom_command(OUTPUT ${test_picture} COMMAND ${NODE} ${page_builder} ${ESBUILD} ${test_picture}
+        DEPENDS ${page_builder} ${page_sources} VERBATIM)
+    add_custom_target(test_picture ALL DEPENDS ${test_picture})
+    install(FILES ${test_picture} DESTINATION .)
+else()
+    message(WARNING "The packages are made without test-picture.html, which needs node and esbuild")
+endif()
 
 set(CPACK_GENERATOR ZIP NSIS)
 set(CPACK_PACKAGE_NAME "vistel-receiver")

@@ -8,7 +8,8 @@ import { TestCardTrack } from "./test_card_track.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
-const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "clientVersion"];
+/** The receiver appends the last two. */
+const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "installationId", "clientVersion"];
 const RefreshMs = 250;
 const RateWindowMs = 2000;
 const MaxEvents = 50;

@@ -29,7 +29,7 @@ export class TestCardTrack {
         if (!("MediaStreamTrackGenerator" in globalThis)) {
             throw new Error("MediaStreamTrackGenerator is unavailable");
         }
-        this.#worker = new Worker("test_card_worker.mjs", { type: "module" });
+        this.#worker = startWorker();
         this.#worker.addEventListener("error", (event) => {
             event.preventDefault(); // It would be reported as the page's error, too.
             this.#onError(new Error(event.message ?? "The test card's worker did not start"));
@@ -39,4 +39,11 @@ export class TestCardTrack {
         this.#worker.postMessage({ ...this.#start, ...this.#size, writable }, [writable]);
         return track;
     }
+}
+
+/** The page in one file has the worker's script inside: browsers load no other script for a file:// page. */
+function startWorker() {
+    const inside = document.getElementById("test-card-worker");
+    return inside ? new Worker(URL.createObjectURL(new Blob([inside.textContent])))
+        : new Worker("test_card_worker.mjs", { type: "module" });
 }

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { EventEmitter } from 'node:events';
 import { mkdtempSync, readFileSync } from 'node:fs';
 import { rm } from 'node:fs/promises';
-import { join } from 'node:path';
+import { join, resolve } from 'node:path';
 import { after, before, test } from 'node:test';
 import { pathToFileURL } from 'node:url';
 
@@ -89,7 +89,7 @@ class Page {
 
     // from the disk,
     openFile(path) {
-        return this.#navigate(pathToFileURL(join(SourceFolder, path)).href);
+        return this.#navigate(pathToFileURL(resolve(SourceFolder, path)).href);
     }
 
     // or as a host does that hands the browser a text instead of an address.

@@ -1,7 +1,11 @@
 // The sample page, examples/page/: it shows everything that it receives, and its buttons ask for everything.
 import assert from 'node:assert/strict';
+import { mkdtemp, rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
 
-import { until } from '../rig/processes.mjs';
+import { SourceFolder } from '../rig/prefix.mjs';
+import { run, until } from '../rig/processes.mjs';
 import { FakeHost, pageTest } from './page_test.mjs';
 
 const HiddenLimitMs = 240000;
@@ -117,6 +121,24 @@ runningTest('shows that frames flow', async (page) => {
     const slots = frames.map((text) => text[6]);
     assert.equal(slots[0], '0');
     assert.ok(slots.slice(1).every((slot, index) => slot !== slots[index]), slots.join());
+});
+
+hostedTest('sends frames as one file from the disk', async (page) => {
+    const folder = await mkdtemp(join(tmpdir(), 'test-picture-'));
+    try {
+        const file = join(folder, 'test-picture.html');
+        const builder = join(SourceFolder, 'packaging/single_page.mjs');
+        await run(process.execPath, [builder, 'esbuild', file]);
+        await page.openFile(file);
+        await page.waitForText('ready');
+        await page.giveSlots();
+        await waitForFrames(page, 3);
+        await waitForTextOf(page, 'state', 'WebRTC connected');
+        await page.waitFor(() => document.getElementById('notice').hidden);
+        assert.equal(await page.run(() => getComputedStyle(document.querySelector('#picture')).position), 'relative');
+    } finally {
+        await rm(folder, { recursive: true });
+    }
 });
 
 // --- Hidden ---
@@ -384,6 +406,11 @@ for (const [query, complaint] of Object.entries({
         assert.ok((await page.run(() => host.frames[0])).startsWith('frame:0:I420:1280:720:'));
     });
 }
+
+hostedTest('accepts what the receiver appends', async (page) => {
+    await openPage(page, '?fps=10&installationId=01234567-89ab-cdef-0123-456789abcdef&clientVersion=0.1.3');
+    assert.deepEqual((await events(page)).filter(([, kind]) => kind === 'bad'), []);
+});
 
 for (const fps of ['0', '61', '1.5', 'x']) {
     hostedTest(`refuses the rate ${fps}`, async (page) => {

@@ -84,7 +84,7 @@ class ReceiverRun {
         this.browser = await startBrowserServer({
             shmDir: this.prefix.sharedMemory, userDataRoot: this.prefix.browserFolder, screencast: options.screencast,
             hostResolverRules: options.hostResolverRules, extraChromiumFlags: options.extraChromiumFlags,
-            pageScript: options.pageScript, log: (text) => options.log?.(text),
+            driveC: this.prefix.driveC, pageScript: options.pageScript, log: (text) => options.log?.(text),
         });
         this.encoder = await startEncoderServer({
             fileLimitBytes: options.fileLimitBytes, log: (text) => options.log?.(text),

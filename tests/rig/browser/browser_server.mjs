@@ -35,6 +35,7 @@ function loadWebSockets() {
 //   hostResolverRules   Chromium's --host-resolver-rules, such as "MAP receiver.example 127.0.0.1:8080"
 //   extraChromiumFlags  further command line flags
 //   screencast          whether the window shows the page
+//   driveC              the folder that file:///C:/ addresses mean
 //   pageScript          a script that every document runs before its own
 export async function startBrowserServer(options) {
     const server = new BrowserServer(options);
@@ -200,6 +201,7 @@ class HostConnection {
                 screencast: this.#server.options.screencast,
                 pageScript: this.#server.options.pageScript,
                 shmFolder: this.#server.shmFolder,
+                driveC: this.#server.options.driveC,
                 name,
                 onOpening: (opening) => this.#pages.set(name, opening),
             });

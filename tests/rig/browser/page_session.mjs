@@ -3,6 +3,7 @@ import { randomBytes } from 'node:crypto';
 import { closeSync, fstatSync, openSync, readFileSync, writeFileSync, writeSync } from 'node:fs';
 import { writeFile } from 'node:fs/promises';
 import { join } from 'node:path';
+import { pathToFileURL } from 'node:url';
 
 const shim = readFileSync(new URL('page_shim.js', import.meta.url), 'utf8').trim().replace(/^(\/\/.*\n)*/, '');
 
@@ -28,6 +29,7 @@ export class PageSession {
     #events;
     #screencast;
     #shmFolder;
+    #driveC;
     #name;
     #pendingHtml;
     #document; // What the main frame shows while its load has not ended yet.
@@ -45,13 +47,16 @@ export class PageSession {
     #socket;
 
     // `toHost` sends a line that concerns this page; `events` receives what tests may want to see.
-    static async open({ chromium, socketUrl, toHost, events, screencast, pageScript, shmFolder, name, onOpening }) {
+    static async open({
+        chromium, socketUrl, toHost, events, screencast, pageScript, shmFolder, driveC, name, onOpening,
+    }) {
         const page = new PageSession();
         page.#chromium = chromium;
         page.#toHost = toHost;
         page.#events = events;
         page.#screencast = screencast;
         page.#shmFolder = shmFolder;
+        page.#driveC = driveC;
         page.#name = name;
         const { targetId } = await chromium.send('Target.createTarget', { url: 'about:blank' });
         page.#targetId = targetId;
@@ -127,7 +132,7 @@ export class PageSession {
         this.#pendingHtml = undefined;
         let result;
         try {
-            result = await this.#send('Page.navigate', { url });
+            result = await this.#send('Page.navigate', { url: this.#fileOfDriveC(url) });
         } catch {
             this.#reportNavigation(false, 0, url); // An address that Chromium cannot read.
             return;
@@ -137,6 +142,12 @@ export class PageSession {
         } else if (!result.loaderId) {
             this.#reportNavigation(true, 0, url); // Within the same document.
         }
+    }
+
+    // This browser does not know the drives of Windows.
+    #fileOfDriveC(url) {
+        const [, path] = /^file:\/\/\/C:[\\/](.*)$/is.exec(url) ?? [];
+        return path && this.#driveC ? `${pathToFileURL(this.#driveC)}/${path}` : url;
     }
 
     // A blank document first, so that the page's script finds chrome.webview; the text then replaces its content.

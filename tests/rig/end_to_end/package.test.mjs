@@ -1,7 +1,6 @@
 // What people install: the installer puts the program there and runs it, a newer one takes its place, and the
 // uninstaller leaves nothing but what is the user's.
 import assert from 'node:assert/strict';
-import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import { mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -10,16 +9,33 @@ import { test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
 import { run as runProgram, until, within } from '../processes.mjs';
-import { BuildFolder } from '../receiver_run.mjs';
-import { goodMessage, Ok, serveSlotPage, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
+import { BuildFolder, startReceiver } from '../receiver_run.mjs';
+import { FrameFile } from './frame_file.mjs';
+import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+import { frameNumber, hasColorBars } from './test_card.mjs';
 
 const LimitMs = 120000;
 const Program = 'vistel-receiver.exe';
 const Probe = 'camera_probe.exe';
 const Refused = 3; // the installer's exit code
+const StartCommand = 'C:\\windows\\system32\\start.exe'; // what a double click does
 const Uninstaller = 'uninstall.exe';
 const CameraKey = 'HKCU\\Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32';
 const UninstallKey = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
+
+// Waits until the test card's frames reach the camera and move.
+async function waitForMovingCard(frameFile) {
+    const waitForNumber = (isWanted) => until(LimitMs, 'frames of the test card', async () => {
+        if (!frameFile.exists) {
+            return undefined;
+        }
+        const frame = await frameFile.newestFrame();
+        const number = frame.width > 0 && hasColorBars(frame) ? frameNumber(frame) : undefined;
+        return isWanted(number) && number;
+    });
+    const first = await waitForNumber((number) => number > 0);
+    await waitForNumber((number) => number > first);
+}
 
 // Packs what is built; the path of the file.
 async function pack(folder, generator, settings = {}) {
@@ -51,7 +67,7 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     const packedFiles = await filesIn(unpacked);
 
     let folder;
-    let link;
+    let links;
     const install = async (run, installer, options = '') => {
         const program = await run.prefix.addFile(installer, 'C:\\Setup.exe');
         const { exited } = await run.driver.startProgram(program, `/S${options}`);
@@ -79,8 +95,8 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
             assert.equal(await install(run, older), 0);
             const { InstallLocation } = await entry(run);
             folder = run.prefix.unixPath(InstallLocation);
-            link = join(run.prefix.unixPath(InstallLocation.replace(/\\Local\\.*/, '\\Roaming')),
-                        'Microsoft/Windows/Start Menu/Programs/Vistel Receiver.lnk');
+            const menu = InstallLocation.replace(/\\Local\\.*/, '\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs');
+            links = ['Vistel Receiver', 'Vistel test picture'].map((name) => `${menu}\\${name}.lnk`);
             return `${InstallLocation}\\${Program}`;
         },
     });
@@ -90,7 +106,8 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     for (const file of packedFiles) {
         assert.ok((await readFile(join(folder, file))).equals(await readFile(join(unpacked, file))), file);
     }
-    assert.ok((await readFile(link)).includes(Buffer.from('vistel-receiver.exe', 'utf16le')));
+    const [receiverLink, testPictureLink] = links;
+    assert.ok((await readFile(run.prefix.unixPath(receiverLink))).includes(Buffer.from(Program, 'utf16le')));
     assert.equal((await entry(run)).DisplayName, 'Vistel Receiver');
 
     assert.equal(await registeredCamera(run), undefined, 'it is registered only on request');
@@ -118,27 +135,45 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
     assert.equal((await entry(run)).DisplayVersion, '9.8.7');
 
-    const controllerMade = once(run.browser.events, 'controller');
-    const second = await run.startAnother(`--url=${await serveSlotPage(t)}?second`);
-    const [page] = await within(LimitMs, 'second browser', controllerMade);
-    await until(LimitMs, 'second page', async () =>
-        (await run.logLines()).some((line) => /Navigation completed: success=1.*\?second/.test(line)));
-    const again = new SlotPage({ out: run.out, browser: run.browser, exited: second.exited }, page);
-    await again.connect();
-    assert.deepEqual(await again.post(goodMessage()), { [Ok]: 1 });
-    assert.equal(slotPage.frameFile.header().sequence, 4);
+    // The shortcut to the test picture starts the program again.
+    await run.driver.startProgram(StartCommand, `"${testPictureLink}"`);
+    await waitForMovingCard(slotPage.frameFile);
+    assert.ok((await run.logLines()).some((line) => /Receiver URL: file:\/\/\/C:\/.*\/Vistel%20Receiver\//.test(line)));
 
     // So does the uninstaller, which goes on from a copy of itself.
     const { QuietUninstallString } = await entry(run);
     const [, uninstaller, option] = /^"(.*)" (\S+)$/.exec(QuietUninstallString);
     await within(LimitMs, 'end of the uninstaller', (await run.driver.startProgram(uninstaller, option)).exited);
     await until(LimitMs, 'removal', async () => !(await entry(run)).DisplayName);
-    assert.equal(await within(LimitMs, 'end of the second receiver', second.exited), 0);
+    await until(LimitMs, 'end of the receiver', async () => (await run.prefix.processIds(Program)).length === 0);
     assert.deepEqual(await readdir(folder), ['notes.txt']);
     assert.equal(await registeredCamera(run), undefined);
-    assert.ok(!existsSync(link));
+    assert.deepEqual(links.filter((link) => existsSync(run.prefix.unixPath(link))), []);
     assert.ok(slotPage.frameFile.exists);
     assert.ok((await run.logLines()).length > 0);
+});
+
+test('two files of the ZIP show the test picture and what the camera shows', async (t) => {
+    const temporary = await mkdtemp(join(tmpdir(), 'package-'));
+    t.after(() => rm(temporary, { recursive: true, force: true }));
+    const zip = await pack(temporary, 'ZIP');
+    const folder = 'C:\\Downloads'; // Without a space: Wine's start command does not quote a program's path.
+    const run = await startReceiver({
+        prepare: async ({ prefix }) => {
+            const unixFolder = prefix.unixPath(folder);
+            await mkdir(unixFolder, { recursive: true });
+            await runProgram('cmake', ['-E', 'tar', 'xf', zip], { cwd: unixFolder });
+            return StartCommand;
+        },
+        commandLine: `"${folder}\\package\\test-picture.cmd"`,
+    });
+    t.after(() => run.stop());
+    await waitForMovingCard(new FrameFile(run.out));
+
+    await run.driver.startProgram(StartCommand, `"${folder}\\package\\watch-camera.cmd"`);
+    const page = await run.browser.page();
+    await until(LimitMs, 'signal that the camera is in use', async () =>
+        await page.evaluate("document.getElementById('usage').textContent") === 'Camera in use');
 });
 
 test('the programs contain neither time nor place of their build', async () => {
