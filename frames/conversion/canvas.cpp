@@ -37,7 +37,7 @@ void FrameCanvas::Prepare(std::uint32_t width, std::uint32_t height, const Pictu
         picture_ = picture;
         return;
     }
-    width_ = 0; // in case there is no memory
+    width_ = 0; // stays 0 if resize throws
     bytes_.resize(yBytes / 2 * 3);
     width_ = width;
     height_ = height;

@@ -1,4 +1,4 @@
-// The canvas: one NV12 frame that knows which part of it is still black. Pure: no Windows calls.
+// The canvas: one NV12 frame, and the rectangle outside which it is black. Pure: no Windows calls.
 #pragma once
 
 #include "frames/conversion/frame_plan.h"
@@ -12,7 +12,8 @@
 
 namespace receiver {
 
-// Gives vectors memory that begins with a cache line. Without it a copied frame takes half as long again (measured).
+// Gives vectors memory that begins with a cache line: without it 720p NV12 takes 1.5 times as long (old against new in
+// one run).
 template <typename Value>
 struct CacheLineAllocator {
     using value_type = Value;
@@ -37,8 +38,8 @@ public:
     [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return bytes_; }
     [[nodiscard]] Nv12Frame Frame() const noexcept { return {bytes_, width_, height_}; }
 
-    // Makes this a canvas of the given size that is black outside `picture`; inside it may hold anything. Whatever is
-    // written to the planes afterwards must stay inside, for what is black is not cleared again.
+    // Sets the size and makes everything outside `picture` black. The bytes inside are undefined. Callers write only
+    // inside `picture`: later calls do not clear the rest again.
     void Prepare(std::uint32_t width, std::uint32_t height, const PictureRectangle& picture);
 
     [[nodiscard]] std::uint8_t* Y() noexcept { return bytes_.data(); }

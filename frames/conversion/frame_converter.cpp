@@ -8,10 +8,10 @@ namespace receiver {
 namespace {
 
 constexpr std::size_t StripRows = 32; // source rows that are transposed together
-constexpr std::size_t TileRows = 16; // fewer rows take the plain kernel
+constexpr std::size_t TileRows = 16; // With fewer rows of Y the AVX2 kernels call the scalar ones.
 static_assert(StripRows / 2 >= TileRows, "the last strip, moved back to have enough rows, must reach the end");
 
-// Room for a row of Y or of U,V pairs, one a pixel.
+// Bytes of a row buffer: at most one pair (2 bytes) per pixel, in whole cache lines.
 std::size_t RowBufferBytes(const FramePlan& plan) noexcept {
     constexpr std::size_t CacheLineBytes = 64;
     return (std::size_t{2} * plan.frame.codedWidth + CacheLineBytes - 1) / CacheLineBytes * CacheLineBytes;
@@ -23,7 +23,7 @@ struct Destination {
     std::size_t stride;
 };
 
-// Load a row, map it, store it, twice where the next destination row takes the same source row.
+// Loads a source row, maps it and stores it to `dst`, and to `dst2` unless that is null.
 void ConvertRow(const SourceFrame& source, const PlanePlan& plan, std::uint32_t row, std::uint32_t ahead,
                 std::uint8_t* buffer, std::uint8_t* dst, std::uint8_t* dst2) noexcept {
     const RowKernels& kernels = source.kernels;
@@ -33,7 +33,7 @@ void ConvertRow(const SourceFrame& source, const PlanePlan& plan, std::uint32_t 
         kernels.scaleRow(plan.map, src, srcAhead, dst, dst2);
         return;
     }
-    const std::uint8_t* const src = plan.loader.Load(source, row, ahead, dst);
+    const std::uint8_t* const src = plan.loader.Load(source, row, ahead, dst); // A row that is made goes to `dst`.
     if (src != dst) {
         kernels.copyRow(src, dst, plan.map.byteCount);
     }
@@ -46,7 +46,7 @@ void ConvertRow(const SourceFrame& source, const PlanePlan& plan, std::uint32_t 
 void ConvertRows(const SourceFrame& source, const PlanePlan& plan, std::size_t first, std::size_t end,
                  std::uint8_t* buffer, const Destination& to) noexcept {
     const std::vector<std::uint32_t>& rows = plan.rows;
-    if (plan.isCopy) {
+    if (plan.isCopy) { // of all rows: a format that is stored in planes converts each plane in one call
         source.kernels.copyRow(source.Row(plan.loader.plane, rows[0]), to.plane, to.stride * rows.size());
         return;
     }
@@ -66,7 +66,7 @@ void ConvertRows(const SourceFrame& source, const PlanePlan& plan, std::size_t f
 void ConvertUpright(const SourceFrame& source, const FramePlan& plan, std::uint8_t* buffer, const Destination& y,
                     const Destination& uv) noexcept {
     const std::size_t rowCount = plan.y.rows.size();
-    // Y and U,V from the same source rows are made together, while these are in the cache.
+    // A format with one plane has Y and U,V in the same rows: both are made while the rows are in the cache.
     const std::size_t step = plan.format->planeCount == 1 ? 2 : rowCount;
     for (std::size_t first = 0; first < rowCount; first += step) {
         ConvertRows(source, plan.y, first, first + step, buffer, y);
@@ -74,7 +74,8 @@ void ConvertUpright(const SourceFrame& source, const FramePlan& plan, std::uint8
     }
 }
 
-// Transposes up to StripRows source rows, from `first` on, into columns.
+// Transposes up to `stripRows` source rows, from `first` on, into columns. A last strip of fewer than TileRows rows
+// starts earlier and converts some rows twice.
 void ConvertStrip(const SourceFrame& source, const PlanePlan& plan, std::size_t first, std::size_t stripRows,
                   std::uint8_t* buffer, std::size_t bufferStride, const Destination& to) noexcept {
     const std::vector<std::uint32_t>& rows = plan.rows;

@@ -18,8 +18,9 @@ class FrameConverter {
 public:
     explicit FrameConverter(const RowKernels& kernels = BestKernels()) noexcept : kernels_(&kernels) {}
 
-    // Makes `canvas` an NV12 frame (BT.601, limited range) of the given even size with the picture of `slot` on it. The
-    // page may write to the slot in the meantime: that can spoil the picture and nothing else.
+    // Makes `canvas` an NV12 frame (BT.601, limited range) of the given size, even and at most 4096, with the picture
+    // of `slot` on it. `frame` is within the limits that ParseFrameDescriptor checks. The page may write to the slot in
+    // the meantime: that can spoil the picture and nothing else.
     // MF_E_INVALIDMEDIATYPE: the format is not supported or lacks planes; the canvas is black.
     // E_INVALIDARG: the planes leave the slot; the canvas is unchanged.
     [[nodiscard]] HRESULT Convert(std::span<const std::uint8_t> slot, const FrameDescriptor& frame,
@@ -28,7 +29,7 @@ public:
 private:
     const RowKernels* kernels_;
     std::optional<FramePlan> plan_; // of the last frame; most frames repeat its geometry
-    CacheLineAlignedBytes rowBuffer_; // for rows on their way to the canvas
+    CacheLineAlignedBytes rowBuffer_; // loaded rows before they are scaled or transposed
 };
 
 } // namespace receiver

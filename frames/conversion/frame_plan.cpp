@@ -6,7 +6,8 @@
 namespace receiver {
 namespace {
 
-// Source rows are prefetched so many bytes before they are read: a fifth less time from memory (measured).
+// Source rows are prefetched about this many bytes before they are read: a fifth less time from memory (with and
+// without it in one run).
 constexpr std::size_t PrefetchBytes = 4096;
 
 std::uint32_t RoundDownToEven(std::uint32_t value) noexcept { return value & ~1U; }
@@ -30,7 +31,8 @@ std::vector<std::uint32_t> UVPositions(const std::vector<std::uint32_t>& positio
     return result;
 }
 
-// Of the pixels in a row that become pairs: Even or Odd if that is all of them, which halves the work.
+// Which pixels of a row are needed for pairs. If all needed columns are even, or all are odd, only half of the pixels
+// are converted.
 UVPixels NeededPixels(const std::vector<std::uint32_t>& columns) noexcept {
     for (std::size_t i = 2; i < columns.size(); i += 2) {
         if (columns[i] % 2 != columns[0] % 2) {
@@ -70,6 +72,8 @@ FramePlan::FramePlan(const FrameDescriptor& descriptor, const PixelFormat& pixel
       transposed(frame.rotation == 90 || frame.rotation == 270) {
     frame.format = format->name;
     const bool mirrored = frame.flipA != frame.flipB;
+    // Reversed are, by rotation: 0: columns if mirrored; 90: rows unless mirrored; 180: rows, and columns unless
+    // mirrored; 270: columns, and rows if mirrored.
     const bool rowsReversed = transposed ? mirrored == (frame.rotation == 270) : frame.rotation == 180;
     const bool columnsReversed = transposed ? frame.rotation == 270 : mirrored == (frame.rotation == 0);
     const auto rows = SourcePositions(frame.codedHeight, transposed ? picture.width : picture.height, rowsReversed);
@@ -85,14 +89,14 @@ FramePlan::FramePlan(const FrameDescriptor& descriptor, const PixelFormat& pixel
     y = {.loader = format->y, .rows = rows, .map = RowMap(columns, 1, frame.codedWidth), .rowsAhead = rowsAhead};
     y.isCopy = isCopy(y);
 
-    std::uint32_t pixelsPerColumn = format->pixelsPerUV;
-    if (pixelsPerColumn == 1) {
+    std::uint32_t columnsPerPair = format->pixelsPerUV; // in the loaded row of pairs
+    if (columnsPerPair == 1) {
         uvPixels = NeededPixels(columns);
-        pixelsPerColumn = uvPixels == UVPixels::Each ? 1 : 2;
+        columnsPerPair = uvPixels == UVPixels::Each ? 1 : 2;
     }
     uv = {.loader = format->uv,
           .rows = UVPositions(rows, format->pixelsPerUV),
-          .map = RowMap(UVPositions(columns, pixelsPerColumn), 2, frame.codedWidth / pixelsPerColumn),
+          .map = RowMap(UVPositions(columns, columnsPerPair), 2, frame.codedWidth / columnsPerPair),
           .rowsAhead = rowsAhead};
     uv.isCopy = isCopy(uv);
 }

@@ -28,22 +28,23 @@ struct PictureRectangle {
 // One plane of the picture: Y, or U,V pairs.
 struct PlanePlan {
     RowLoader loader;
-    std::vector<std::uint32_t> rows; // source row of each destination row; of each destination column if transposed
+    std::vector<std::uint32_t> rows; // source row of each destination row (of each destination column if transposed)
     RowMap map; // along a source row
-    std::size_t rowsAhead; // destination rows between the one that is made and the one whose source is prefetched
-    bool isCopy = false; // The plane lies in the slot as on the canvas, and both without gaps.
+    std::size_t rowsAhead = 0; // The source of the row this many destination rows later is prefetched.
+    bool isCopy = false; // Slot and canvas have the same layout of this plane: one copy converts it.
 };
 
 struct FramePlan {
-    // For a canvas of `width` x `height`. The descriptor must have the planes that the format reads, inside the slot.
+    // For a canvas of `width` x `height`, even and at most 4096. The descriptor must be within the parser's limits and
+    // have the planes that the format reads, inside the slot.
     FramePlan(const FrameDescriptor& descriptor, const PixelFormat& pixelFormat, std::uint32_t width,
               std::uint32_t height);
 
-    // True when this is the plan of such a frame, whatever is in its slot.
+    // True when this is the plan of such a frame, regardless of the slot's content.
     [[nodiscard]] bool IsFor(const FrameDescriptor& other, std::uint32_t otherCanvasWidth,
                              std::uint32_t otherCanvasHeight) const noexcept;
 
-    FrameDescriptor frame; // its text views a constant
+    FrameDescriptor frame; // frame.format views a constant
     const PixelFormat* format;
     std::uint32_t canvasWidth; // even, as is the height
     std::uint32_t canvasHeight;

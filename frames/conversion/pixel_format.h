@@ -1,5 +1,5 @@
-// What the conversion knows of a pixel format: where its planes end, and how to load a row of Y and a row of U,V pairs
-// out of a slot. A new format is a line in the table of pixel_format.cpp. Pure: no Windows calls.
+// What the conversion knows of a pixel format: how large its planes are, and how to load a row of Y and a row of U,V
+// pairs out of a slot. A new format is a line in the table of pixel_format.cpp. Pure: no Windows calls.
 #pragma once
 
 #include "frames/conversion/row_kernels.h"
@@ -16,7 +16,7 @@ namespace receiver {
 struct SourceFrame {
     const std::uint8_t* slot;
     const FrameDescriptor& frame;
-    UVPixels uvPixels; // for formats without U,V of their own: the pixels that are needed
+    UVPixels uvPixels; // RGB formats only: the pixels of a row that become U,V pairs
     const RowKernels& kernels;
 
     [[nodiscard]] const std::uint8_t* Row(std::size_t plane, std::uint32_t y) const noexcept {
@@ -26,8 +26,8 @@ struct SourceFrame {
 
 // How to get the rows of Y or of U,V pairs.
 struct RowLoader {
-    std::size_t plane = 0; // that has them, if they are in the slot as they are needed
-    // Else makes row `y` in `buffer`, which has room for it. Row `ahead` will be made later.
+    std::size_t plane = 0; // if `make` is null: the plane whose rows need no change
+    // Otherwise writes row `y` to `buffer`. Row `ahead` is needed soon; its source may be prefetched.
     void (*make)(const SourceFrame& source, std::uint32_t y, std::uint32_t ahead, std::uint8_t* buffer) = nullptr;
 
     [[nodiscard]] bool InSlot() const noexcept { return make == nullptr; }
@@ -42,17 +42,17 @@ struct RowLoader {
 };
 
 struct PlaneShape {
-    std::uint32_t pixelsPerSample; // in each direction: 1, or 2 for subsampled chroma
+    std::uint32_t pixelsPerSample; // in each direction: 1, or 2 for subsampled U and V
     std::uint32_t bytesPerSample;
 };
 
 struct PixelFormat {
     std::wstring_view name;
-    std::size_t planeCount; // that are read; the page may send more
+    std::size_t planeCount; // number of planes that are read; a message may have more
     std::array<PlaneShape, 3> planes;
     RowLoader y; // a byte a pixel
     RowLoader uv; // two bytes a pair
-    std::uint32_t pixelsPerUV; // columns and rows of pixels that share a pair in the slot
+    std::uint32_t pixelsPerUV; // 2: 2 x 2 pixels share a U,V pair in the slot; 1: pairs are computed from single pixels
 };
 
 // Null for a format that is not supported or lacks planes.

@@ -1,5 +1,5 @@
-// The inner loops of the conversion and of the snapshot, one function a row, in two tables that give the same bytes:
-// plain C++, and AVX2. One table is chosen when the program starts. Pure: no Windows calls.
+// The inner loops of the conversion and of the snapshot, each for one or a few rows, in two tables that give the same
+// bytes: plain C++, and AVX2. One table is chosen when the program starts. Pure: no Windows calls.
 #pragma once
 
 #include "frames/conversion/row_map.h"
@@ -14,8 +14,8 @@ enum class RgbOrder { RedFirst, BlueFirst }; // of the bytes of a 4-byte pixel: 
 // The pixels of a row that become U,V pairs.
 enum class UVPixels { Each, Even, Odd };
 
-// No function reads or writes a byte outside the rows that it is given. Any address will do, and any length that is
-// not said to be even. A source must not overlap its destination.
+// No function reads or writes a byte outside the rows that it is given. Any alignment is allowed, and any length unless
+// a comment says that it is even. A source must not overlap its destination.
 struct RowKernels {
     const char* name;
 
@@ -29,14 +29,15 @@ struct RowKernels {
     // U,V pairs from a row of U and a row of V.
     void (*mergeUVRow)(const std::uint8_t* srcU, const std::uint8_t* srcV, std::uint8_t* dst, std::uint32_t pairCount);
 
-    // BT.601, limited range, from a row of `width` 4-byte pixels. `width` is even unless each pixel becomes a pair.
+    // BT.601, limited range, from a row of `width` 4-byte pixels. rgbToUVRow writes `width` pairs for UVPixels::Each,
+    // otherwise width / 2; then `width` is even.
     void (*rgbToYRow)(const std::uint8_t* src, const std::uint8_t* srcAhead, RgbOrder order, std::uint8_t* dst,
                       std::uint32_t width);
     void (*rgbToUVRow)(const std::uint8_t* src, RgbOrder order, UVPixels pixels, std::uint8_t* dst,
                        std::uint32_t width);
 
-    // Makes columns of rows: sample y that the map takes from rows[x] becomes sample x of destination row y. Samples of
-    // one or of two bytes.
+    // Transposes: sample x of destination row y is the sample of rows[x] at map.sampleOffsets[y]. Samples have one byte
+    // (8) or two (16).
     void (*transposeRows8)(const RowMap& map, const std::uint8_t* const* rows, std::uint32_t rowCount,
                            std::uint8_t* dst, std::size_t dstStride);
     void (*transposeRows16)(const RowMap& map, const std::uint8_t* const* rows, std::uint32_t rowCount,

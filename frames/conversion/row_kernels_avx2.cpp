@@ -12,7 +12,8 @@
 namespace receiver {
 namespace {
 
-constexpr std::uint32_t Block = 32; // bytes of a vector, and samples that most kernels do at a time
+// In comments | separates the two 128-bit lanes of a vector.
+constexpr std::uint32_t Block = 32; // bytes of a vector, and samples that most kernels convert at a time
 
 __m128i Load16(const std::uint8_t* src) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(src)); }
 __m256i Load32(const std::uint8_t* src) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src)); }
@@ -72,7 +73,7 @@ __m256i ShuffleGroup(const std::uint8_t* src0, const std::uint8_t* src1, const C
 template <std::size_t WindowCount, bool TwoRows>
 void ScaleGroups(const RowMap& map, const std::uint8_t* src, const std::uint8_t* srcAhead, std::uint8_t* dst,
                  std::uint8_t* dst2) {
-    // Copies, because for the compiler a store to a row might change the map.
+    // Local copies: rows may alias the map, so the compiler would reload its fields after each store.
     const std::uint32_t* const laneOffsets = map.laneOffsets;
     const std::uint8_t* const controls = map.controls;
     const std::size_t byteCount = map.byteCount;
@@ -97,14 +98,20 @@ void ScaleGroups(const RowMap& map, const std::uint8_t* src, const std::uint8_t*
         const std::uint8_t* src1 = src + laneOffsets[2 * phase + 1];
         for (std::uint8_t* to = dst + phase * Block; to < regularEnd; to += period * Block) {
             scaleGroup(src0, src1, phaseControls, to);
-            src0 += step;
+            src0 += step; // The last step may leave the row; nothing is read there.
             src1 += step;
         }
     }
-    for (std::size_t group = regularGroups; group * Block < byteCount; ++group) {
-        const std::size_t start = (group + 1) * Block < byteCount ? group * Block : byteCount - Block;
+    const auto scaleIrregular = [=](std::size_t group, std::uint8_t* to) {
         scaleGroup(src + laneOffsets[2 * group], src + laneOffsets[2 * group + 1],
-                   Controls<WindowCount>(controls, group), dst + start);
+                   Controls<WindowCount>(controls, group), to);
+    };
+    const std::size_t fullGroups = byteCount / Block;
+    for (std::size_t group = regularGroups; group < fullGroups; ++group) {
+        scaleIrregular(group, dst + group * Block);
+    }
+    if (byteCount % Block != 0) {
+        scaleIrregular(fullGroups, dst + byteCount - Block);
     }
 }
 
@@ -139,13 +146,13 @@ void MergeUVRow(const std::uint8_t* srcU, const std::uint8_t* srcV, std::uint8_t
     });
 }
 
-// Four signed bytes, repeated.
+// Four signed bytes, repeated. The fourth is never negative.
 __m256i RepeatBytes(int first, int second, int third, int fourth) {
     return _mm256_set1_epi32((first & 0xFF) | (second & 0xFF) << 8 | (third & 0xFF) << 16 | (fourth & 0x7F) << 24);
 }
 
-// 8 pixels. Those with blue first are read from the byte before them on, which brings green and red into one pair of
-// bytes; nothing is before the first pixel of a row.
+// 8 pixels. Those with blue first are loaded one byte earlier, so that green and red form one pair of bytes. The first
+// pixel of a row has no byte before it.
 template <RgbOrder Order>
 __m256i LoadPairing(const std::uint8_t* src, bool rowBegins) {
     if constexpr (Order == RgbOrder::RedFirst) {
@@ -160,7 +167,7 @@ void RgbToY(const std::uint8_t* src, const std::uint8_t* srcAhead, std::uint8_t*
     constexpr bool RedFirst = Order == RgbOrder::RedFirst;
     // 129 is too large for a signed byte, but 66 and 129 are 3 times 22 and 43.
     const __m256i weights = RedFirst ? RepeatBytes(22, 43, 25, 0) : RepeatBytes(0, 25, 43, 22);
-    const __m256i factors = _mm256_set1_epi32(RedFirst ? 3 | 1 << 16 : 1 | 3 << 16);
+    const __m256i factors = _mm256_set1_epi32(RedFirst ? 3 | 1 << 16 : 1 | 3 << 16); // of the two pairs of bytes
     const __m256i offset = _mm256_set1_epi16(128 + 16 * 256); // 128 rounds; 16 remains after the shift.
     const __m256i byPixel = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     ForBlocks(width, [=](std::size_t start) {
@@ -176,7 +183,7 @@ void RgbToY(const std::uint8_t* src, const std::uint8_t* srcAhead, std::uint8_t*
         };
         const __m256i low = toY(sums(0), sums(8)); // pixels 0..3, 8..11 | 4..7, 12..15
         const __m256i high = toY(sums(16), sums(24));
-        // Fours of pixels 0, 2, 4, 6 | 1, 3, 5, 7.
+        // Groups of four pixels: 0, 2, 4, 6 | 1, 3, 5, 7.
         Store32(dst + start, _mm256_permutevar8x32_epi32(_mm256_packus_epi16(low, high), byPixel));
     });
 }
@@ -195,7 +202,7 @@ __m256i LoadPixels(const std::uint8_t* src) {
     if constexpr (Pixels == UVPixels::Each) {
         return Load32(src);
     } else {
-        constexpr int Selected = Pixels == UVPixels::Even ? 0x88 : 0xDD; // of both in each lane
+        constexpr int Selected = Pixels == UVPixels::Even ? 0x88 : 0xDD; // two from each source, per lane
         return _mm256_castps_si256(
             _mm256_shuffle_ps(_mm256_castsi256_ps(Load32(src)), _mm256_castsi256_ps(Load32(src + 32)), Selected));
     }
@@ -208,7 +215,7 @@ void RgbToUV(const std::uint8_t* src, RgbOrder order, std::uint8_t* dst, std::ui
     const bool redFirst = order == RgbOrder::RedFirst;
     const __m256i weightsU = redFirst ? RepeatBytes(-38, -74, 112, 0) : RepeatBytes(112, -74, -38, 0);
     const __m256i weightsV = redFirst ? RepeatBytes(112, -94, -18, 0) : RepeatBytes(-18, -94, 112, 0);
-    const __m256i offset = _mm256_set1_epi16(128 * 256 + 128 - 65536); // 128 after the shift, and rounding
+    const __m256i offset = _mm256_set1_epi16(128 * 256 + 128 - 65536); // rounding, and 128 after the shift
     const __m256i highBytes = _mm256_set1_epi16(-256);
     // Pairs of pixels 0..3, 8..11 | 4..7, 12..15; of the even or odd ones 0, 1, 4, 5, 8, 9, 12, 13 | 2, 3 ...
     const __m256i byPixel = Pixels == UVPixels::Each ? _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7)
@@ -258,7 +265,7 @@ void Transpose(__m256i (&rows)[Count]) {
     }
 }
 
-// Tiles of as many rows as a lane has samples, by a group of samples: each lane holds a square.
+// Transposes tiles of Side rows by 32 bytes: each lane holds a square of Side samples.
 template <std::size_t SampleBytes, std::size_t WindowCount>
 void TransposeGroups(const RowMap& map, const std::uint8_t* const* rows, std::uint32_t rowCount, std::uint8_t* dst,
                      std::size_t dstStride) {
@@ -317,7 +324,8 @@ struct UVTerms {
     __m256i halfBlue, green, red; // one per pair: pairs 0..7 | 8..15
 };
 
-// The byte of 32 pixels from their Y terms, pixels 0..7 | 16..23 and 8..15 | 24..31, and their U,V terms.
+// One channel of 32 pixels. `low` has the Y terms of pixels 0..7 | 16..23, `high` those of 8..15 | 24..31. The U,V
+// terms are added `times` times.
 __m256i Channel(__m256i low, __m256i high, __m256i uvTerms, int times) {
     const __m256i uvLow = _mm256_unpacklo_epi16(uvTerms, uvTerms); // pairs 0, 0, 1, 1, 2, 2, 3, 3 | 8, 8 ...
     const __m256i uvHigh = _mm256_unpackhi_epi16(uvTerms, uvTerms); // pairs 4, 4, 5, 5, 6, 6, 7, 7 | 12, 12 ...
@@ -357,7 +365,7 @@ void Nv12ToBgr24Rows(const std::uint8_t* srcY, const std::uint8_t* srcUV, std::u
         return ScalarKernels.nv12ToBgr24Rows(srcY, srcUV, dst, width);
     }
     const __m256i weight = _mm256_set1_epi16(149);
-    const __m256i offset = _mm256_set1_epi16(149 * (128 - 16) - 4096); // Y is weighted less 128.
+    const __m256i offset = _mm256_set1_epi16(149 * (128 - 16) - 4096); // The weight is applied to Y - 128.
     ForBlocks(width, [=](std::size_t start) {
         const UVTerms terms(Load32(srcUV + start));
         for (std::size_t at = start; at < 2 * std::size_t{width}; at += width) { // both rows

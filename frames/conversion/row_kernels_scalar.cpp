@@ -1,4 +1,5 @@
-// The row functions in plain C++: the reference for the others, and what runs where AVX2 is missing or a row is short.
+// The row functions in plain C++: the reference for the AVX2 table, which calls them for short rows, and what runs
+// where AVX2 is missing.
 #include "frames/conversion/row_kernels.h"
 
 #include <algorithm>
@@ -42,8 +43,9 @@ void RgbToY(const std::uint8_t* src, std::uint8_t* dst, std::size_t width) {
 template <std::size_t RedByte>
 void RgbToUV(const std::uint8_t* src, UVPixels pixels, std::uint8_t* dst, std::size_t width) {
     const std::size_t step = pixels == UVPixels::Each ? 1 : 2;
-    const std::uint8_t* pixel = src + (pixels == UVPixels::Odd ? 4 : 0);
-    for (std::size_t i = 0; i < width / step; ++i, pixel += 4 * step) {
+    const std::size_t first = pixels == UVPixels::Odd ? 1 : 0;
+    for (std::size_t i = 0; i < width / step; ++i) {
+        const std::uint8_t* const pixel = src + 4 * (first + step * i);
         const int r = pixel[RedByte];
         const int g = pixel[1];
         const int b = pixel[2 - RedByte];

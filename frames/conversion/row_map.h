@@ -8,7 +8,8 @@
 
 namespace receiver {
 
-// The first block of fields says the same as the second; a kernel uses one or the other. Both point into the map.
+// The two blocks of fields describe the same mapping; a kernel uses one of them. The pointers point into this object's
+// storage.
 //
 // For byte shuffles the destination row is cut into groups of two 16-byte lanes; the last group ends with the row and
 // may overlap the group before. A lane takes its bytes from `windowCount` consecutive 16-byte windows of the source
@@ -34,7 +35,7 @@ struct RowMap {
 
     const std::uint32_t* laneOffsets = nullptr; // [group][lane], in the source row
     const std::uint8_t* controls = nullptr; // [group][window][32], for PSHUFB: 0x80 where another window has the byte
-    std::uint32_t windowCount = 0; // 1, 2 or 4; 0: shuffles cannot do it, the row is too short or scaled down too much
+    std::uint32_t windowCount = 0; // 1, 2 or 4; 0: unusable, the row is too short or scaled down too much
     // Group g has the controls of group g - period while g < regularGroups, and its lane offsets plus periodStep.
     std::uint32_t period = 0;
     std::uint32_t regularGroups = 0;
