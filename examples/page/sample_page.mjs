@@ -10,6 +10,8 @@ import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
 /** The receiver appends the last two. */
 const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "installationId", "clientVersion"];
+/** The receiver may be busy while it starts. */
+const ConnectTimeoutMs = 60000;
 const RefreshMs = 250;
 const RateWindowMs = 2000;
 const MaxEvents = 50;
@@ -117,7 +119,7 @@ class SamplePage {
     async run() {
         this.#notice("Connecting", "Waiting for the receiver's frame slots.");
         setText(element("state"), "Waiting for slots", "wait");
-        await this.#receiver.connect();
+        await this.#receiver.connect({ timeoutMs: ConnectTimeoutMs });
         this.#setSize(this.#options.size);
 
         setText(element("state"), "Connecting", "wait");

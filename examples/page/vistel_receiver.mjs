@@ -5,7 +5,8 @@
  * The part of chrome.webview that is used here.
  * @typedef {object} WebView
  * @property {(text: string) => void} postMessage
- * @property {(type: string, listener: (event: any) => void) => void} addEventListener
+ * @property {(type: string, listener: (event: any) => void, options: {signal: AbortSignal}) => void} addEventListener
+ * @property {(buffer: ArrayBuffer) => void} [releaseBuffer]
  */
 
 /** @typedef {"landscape" | "portrait" | "setup"} Orientation */
@@ -53,6 +54,7 @@ const MaxDisplaySize = 4096;
 
 /** Long enough for the receiver to complete the file of a long recording. */
 const AnswerTimeoutMs = 60000;
+const ReadyTimeoutMs = 5000;
 
 const Orientations = ["landscape", "portrait", "setup"];
 const Qualities = ["720p", "1080p"];
@@ -137,7 +139,13 @@ function hasHostColors(frame) {
 }
 
 /**
- * One page's connection to the receiver.
+ * The hosts that an open VistelReceiver uses. Two of them would write into the same slots.
+ * @type {WeakSet<WebView>}
+ */
+const webviewsInUse = new WeakSet();
+
+/**
+ * One page's connection to the receiver. There is one at a time; after close() the page may make another one.
  *
  * Events, each a CustomEvent with the named detail:
  * - "slots": null; both slots have arrived and frames can be posted.
@@ -157,7 +165,18 @@ export class VistelReceiver extends EventTarget {
     #slots = [null, null];
     /** @type {0 | 1} */
     #nextSlot = 0;
-    #copying = false;
+    /** The slot that a frame is being copied to. @type {Uint8Array | null} */
+    #copyTarget = null;
+    /** Removes the listeners. */
+    #open = new AbortController();
+    /** Set while connect() waits. @type {Promise<void> | null} */
+    #connecting = null;
+    /** The quality that was posted last. @type {Quality | null} */
+    #quality = null;
+    /** Whether no frame has been posted since the quality changed. */
+    #awaitsNewSize = false;
+    /** The snapshot that waits for that frame. @type {(() => void) | null} */
+    #postSnapshot = null;
     /** @type {((result: MediaResult) => void) | null} Set while a command is pending. */
     #takeResult = null;
     /** @type {(() => void)[]} What to post after that answer. */
@@ -185,15 +204,35 @@ export class VistelReceiver extends EventTarget {
         return Boolean(globalThis.chrome?.webview);
     }
 
-    /** @param {WebView | undefined} webview */
-    constructor(webview = globalThis.chrome?.webview) {
+    /** @param {{webview?: WebView, signal?: AbortSignal}} options  The signal closes the connection. */
+    constructor({ webview = globalThis.chrome?.webview, signal } = {}) {
         super();
         if (!webview) {
             throw new Error("The page is not shown by the receiver");
         }
+        if (webviewsInUse.has(webview)) {
+            throw new Error("This page has a VistelReceiver already; close() it first");
+        }
+        signal?.throwIfAborted();
+        webviewsInUse.add(webview);
         this.#webview = webview;
-        webview.addEventListener("sharedbufferreceived", (event) => this.#onSlot(event));
-        webview.addEventListener("message", (event) => this.#onMessage(event.data));
+        const options = { signal: this.#open.signal };
+        webview.addEventListener("sharedbufferreceived", (event) => this.#onSlot(event), options);
+        webview.addEventListener("message", (event) => this.#onMessage(event.data), options);
+        signal?.addEventListener("abort", () => this.close(), options);
+    }
+
+    /**
+     * Removes all listeners and gives the slots back. Everything that is pending rejects, and so does every later call
+     * that needs an answer; frames are dropped. The receiver's state does not change: a recording goes on.
+     */
+    close() {
+        if (!this.#open.signal.aborted) {
+            this.#open.abort(new Error("The VistelReceiver is closed"));
+            this.#endTurn();
+            this.#dropSlots();
+            webviewsInUse.delete(this.#webview);
+        }
     }
 
     get connected() {
@@ -215,19 +254,19 @@ export class VistelReceiver extends EventTarget {
 
     /**
      * Requests new slots and the diagnostics; resolves when both slots have arrived. The receiver does not report that
-     * it cannot create them, so this rejects after a timeout.
+     * it cannot create them, so this rejects after a time limit. A call during another one waits for the same slots.
+     * @param {{timeoutMs?: number}} options
      * @returns {Promise<void>}
      */
-    connect() {
-        this.#slots = [null, null];
-        return new Promise((resolve, reject) => {
-            const timer = setTimeout(() => reject(noAnswer("ready")), AnswerTimeoutMs);
-            this.addEventListener("slots", () => {
-                clearTimeout(timer);
-                resolve();
-            }, { once: true });
+    connect({ timeoutMs = ReadyTimeoutMs } = {}) {
+        this.#connecting ??= this.#limited(timeoutMs, "ready", (succeed) => {
+            this.#dropSlots();
+            this.addEventListener("slots", () => succeed(), { once: true });
             this.#webview.postMessage("ready");
+        }).finally(() => {
+            this.#connecting = null;
         });
+        return this.#connecting;
     }
 
     /**
@@ -244,12 +283,12 @@ export class VistelReceiver extends EventTarget {
     async postFrame(frame, { mirror = false, exactColors = false } = {}) {
         const slot = this.#nextSlot;
         const bytes = this.#slots[slot];
-        if (this.#copying || !bytes || !this.connected) {
+        if (this.#copyTarget || !bytes || !this.connected) {
             frame.close();
             ++this.framesDropped;
             return false;
         }
-        this.#copying = true;
+        this.#copyTarget = bytes;
         try {
             const { format, options } = this.#planCopy(frame, bytes.byteLength, exactColors);
             const planes = await frame.copyTo(bytes, options);
@@ -273,9 +312,15 @@ export class VistelReceiver extends EventTarget {
             this.#webview.postMessage(frameMessage(this.lastPicture));
             this.#nextSlot = slot === 0 ? 1 : 0;
             ++this.framesPosted;
+            this.#awaitsNewSize = false;
+            this.#postSnapshot?.();
+            this.#postSnapshot = null;
             return true;
         } finally {
-            this.#copying = false;
+            this.#copyTarget = null;
+            if (this.#slots[slot] !== bytes) {
+                this.#release(bytes);
+            }
             frame.close();
         }
     }
@@ -292,10 +337,17 @@ export class VistelReceiver extends EventTarget {
      */
     setQuality(quality) {
         requireOneOf(Qualities, quality);
-        this.#inTurn(() => this.#post(`quality:${quality}`));
+        this.#inTurn(() => {
+            this.#awaitsNewSize ||= quality !== this.#quality;
+            this.#quality = quality;
+            this.#post(`quality:${quality}`);
+        });
     }
 
-    /** Resolves to the result with the picture's path; rejects with a MediaError. */
+    /**
+     * Resolves to the result with the picture's path; rejects with a MediaError. After a change of quality the snapshot
+     * is taken of the first frame of the new size.
+     */
     takeSnapshot() {
         return this.#ask("media:snapshot", "snapshot");
     }
@@ -311,11 +363,11 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * Adds a line to the receiver's log.
+     * Adds a line to the receiver's log. Line breaks in the message become spaces.
      * @param {string} message
      */
     reportError(message) {
-        this.#webview.postMessage(`error:${message}`);
+        this.#webview.postMessage(`error:${message.replace(/\s*[\r\n]\s*/g, " ")}`);
     }
 
     /**
@@ -325,24 +377,59 @@ export class VistelReceiver extends EventTarget {
      */
     #ask(command, action) {
         return new Promise((resolve, reject) => this.#inTurn(() => {
-            const timer = setTimeout(() => {
-                reject(noAnswer(command));
-                this.#endTurn();
-            }, AnswerTimeoutMs);
-            this.#takeResult = (result) => {
-                if (result.action !== action) {
-                    return;
+            /** @type {((result: MediaResult) => void) | null} */
+            let takeResult = null;
+            const endTurn = () => {
+                if (this.#takeResult === takeResult) {
+                    this.#endTurn();
                 }
-                clearTimeout(timer);
-                if (result.success) {
-                    resolve(result);
-                } else {
-                    reject(new MediaError(result));
-                }
-                this.#endTurn();
             };
-            this.#post(command);
+            this.#limited(AnswerTimeoutMs, command, (succeed, fail) => {
+                takeResult = (result) => {
+                    if (result.action !== action) {
+                        return;
+                    }
+                    if (result.success) {
+                        succeed(result);
+                    } else {
+                        fail(new MediaError(result));
+                    }
+                    endTurn();
+                };
+                this.#takeResult = takeResult;
+                if (command === "media:snapshot" && this.#awaitsNewSize) {
+                    this.#postSnapshot = () => this.#post(command);
+                } else {
+                    this.#post(command);
+                }
+            }).then(resolve, reject).finally(endTurn);
         }));
+    }
+
+    /**
+     * A promise that rejects after the time limit and when the connection is closed.
+     * @template T
+     * @param {number} timeoutMs
+     * @param {string} command  What is not answered then.
+     * @param {(succeed: (value: T) => void, fail: (error: Error) => void) => void} begin
+     * @returns {Promise<T>}
+     */
+    #limited(timeoutMs, command, begin) {
+        return new Promise((resolve, reject) => {
+            const { signal } = this.#open;
+            signal.throwIfAborted();
+            /** @param {(value: any) => void} finish */
+            const settle = (finish) => (/** @type {any} */ value) => {
+                clearTimeout(timer);
+                signal.removeEventListener("abort", onClose);
+                finish(value);
+            };
+            const fail = settle(reject);
+            const onClose = () => fail(signal.reason);
+            const timer = setTimeout(() => fail(noAnswer(command)), timeoutMs);
+            signal.addEventListener("abort", onClose);
+            begin(settle(resolve), fail);
+        });
     }
 
     /**
@@ -356,7 +443,9 @@ export class VistelReceiver extends EventTarget {
         } else if (command !== "media:snapshot") {
             this.#endedAt ??= this.framesPosted;
         }
-        this.#webview.postMessage(command);
+        if (!this.#open.signal.aborted) {
+            this.#webview.postMessage(command);
+        }
     }
 
     /** @param {() => void} post */
@@ -370,6 +459,7 @@ export class VistelReceiver extends EventTarget {
 
     #endTurn() {
         this.#takeResult = null;
+        this.#postSnapshot = null;
         while (!this.#takeResult && this.#waiting.length > 0) {
             this.#waiting.shift()?.();
         }
@@ -400,10 +490,30 @@ export class VistelReceiver extends EventTarget {
         if (slot !== 0 && slot !== 1) {
             return;
         }
+        this.#dropSlot(slot);
         this.#slots[slot] = new Uint8Array(event.getBuffer());
         if (this.connected) {
             this.#notify("slots", null);
         }
+    }
+
+    #dropSlots() {
+        this.#dropSlot(0);
+        this.#dropSlot(1);
+    }
+
+    /** @param {0 | 1} slot */
+    #dropSlot(slot) {
+        const bytes = this.#slots[slot];
+        this.#slots[slot] = null;
+        if (bytes && bytes !== this.#copyTarget) { // The end of the copy releases it.
+            this.#release(bytes);
+        }
+    }
+
+    /** @param {Uint8Array} bytes */
+    #release(bytes) {
+        this.#webview.releaseBuffer?.(bytes.buffer);
     }
 
     /** @param {any} message */
@@ -452,7 +562,7 @@ export class VistelReceiver extends EventTarget {
 
 /** @param {string} text */
 function noAnswer(text) {
-    return new Error(`${text}: the receiver did not answer`);
+    return new Error(`${text}: the receiver did not answer; its log is %TEMP%\\vistel-receiver.log`);
 }
 
 /**

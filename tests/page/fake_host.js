@@ -6,6 +6,7 @@
         posted: [], // Every text, in order.
         postedMs: [], // When each was posted.
         buffers: [null, null],
+        released: [], // Buffers that the page has given back, in order.
         errors: [], // Errors that the page has not caught.
         onText: null, // Called with each text, after the page's own work, as the receiver would be.
 
@@ -37,6 +38,7 @@
         host.postedMs.push(performance.now());
         setTimeout(() => host.onText?.(text));
     };
+    webview.releaseBuffer = (buffer) => host.released.push(buffer);
     addEventListener('error', (event) => host.errors.push(event.message));
     addEventListener('unhandledrejection', (event) => host.errors.push(String(event.reason)));
     window.host = host;

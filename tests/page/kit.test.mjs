@@ -6,6 +6,8 @@ import { FakeHost, pageTest } from './page_test.mjs';
 const SlotBytes = 8294400;
 const AlreadyExists = 0x800700B7;
 const NotAvailable = 0xC00D36D6;
+const NoAnswer = 'the receiver did not answer; its log is %TEMP%\\vistel-receiver.log';
+const Closed = 'Error: The VistelReceiver is closed';
 const Jpeg = 'C:\\Users\\a\\Pictures\\Vistel\\Vistel-20240305-142709-042.jpg';
 const Mp4 = 'C:\\Users\\a\\Videos\\Vistel\\Vistel-20240305-142710-000.mp4';
 
@@ -135,13 +137,127 @@ kitTest('reports that no slots arrive', async (page) => {
     assert.equal(await page.run(() => {
         endLongWaits();
         return outcome(receiver.connect());
-    }), 'Error: ready: the receiver did not answer');
+    }), `Error: ready: ${NoAnswer}`);
     assert.equal(await page.run(async () => {
         const done = receiver.connect();
         host.postBuffer(0);
         host.postBuffer(1);
         return (await settle(done)).state;
     }), 'resolved');
+});
+
+kitTest('has a time limit of its own for the slots', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const limits = [];
+        const { setTimeout } = window;
+        window.setTimeout = (callback, ms, ...rest) => {
+            limits.push(ms);
+            return setTimeout(callback, 0, ...rest);
+        };
+        await outcome(receiver.connect());
+        await outcome(receiver.connect({ timeoutMs: 70000 }));
+        window.setTimeout = setTimeout;
+        return limits.filter((ms) => ms > 0); // The host's timers have none.
+    }), [5000, 70000]);
+});
+
+kitTest('asks for slots once while it waits for them', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const first = receiver.connect();
+        host.postBuffer(0);
+        const second = receiver.connect();
+        host.postBuffer(1);
+        await Promise.all([first, second]);
+        const steps = [[...host.posted], receiver.connected];
+        const third = receiver.connect();
+        return [...steps, (await settle(third)).state, host.posted];
+    }), [['ready'], true, 'pending', ['ready', 'ready']]);
+});
+
+connectedTest('gives old slots back', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const [first, second] = host.buffers;
+        const copying = receiver.postFrame(makeFrame('I420', 64, 32));
+        const done = receiver.connect();
+        const steps = [host.released.map((buffer) => buffer === second)]; // The copy needs the other one.
+        await copying;
+        steps.push(host.released.map((buffer) => buffer === first));
+        host.postBuffer(0);
+        host.postBuffer(1);
+        await done;
+        const third = host.buffers[0];
+        host.postBuffer(0);
+        return [...steps, host.released.length, host.released[2] === third];
+    }), [[true], [false, true], 3, true]);
+});
+
+connectedTest('works without the means to give slots back', async (page) => {
+    assert.equal(await page.run(async () => {
+        delete chrome.webview.releaseBuffer;
+        const done = receiver.connect();
+        host.postBuffer(0);
+        host.postBuffer(1);
+        await done;
+        return receiver.postFrame(makeFrame('I420', 64, 32));
+    }), true);
+});
+
+kitTest('is the only one of its page until it is closed', async (page) => {
+    assert.deepEqual(await page.run(() => {
+        const make = () => {
+            try {
+                return new kit.VistelReceiver() instanceof EventTarget;
+            } catch (error) {
+                return error.message;
+            }
+        };
+        const steps = [make()];
+        receiver.close();
+        steps.push(make(), make());
+        receiver.close();
+        return [...steps, make()];
+    }), [...['This page has a VistelReceiver already; close() it first', true],
+         ...Array(2).fill('This page has a VistelReceiver already; close() it first')]);
+});
+
+for (const how of ['close()', 'its signal']) {
+    kitTest(`ends everything with ${how}`, async (page) => {
+        assert.deepEqual(await page.run(async (bySignal) => {
+            receiver.close();
+            const controller = new AbortController();
+            window.receiver = new kit.VistelReceiver({ signal: controller.signal });
+            for (const type of ['slots', 'diagnostics', 'usage', 'media-result']) {
+                receiver.addEventListener(type, ({ detail }) => received.push([type, detail]));
+            }
+            host.postBuffer(0);
+            host.postBuffer(1);
+            const pending = [receiver.connect(), receiver.takeSnapshot(), receiver.stopRecording()];
+            host.postBuffer(0);
+            receiver.setQuality('1080p');
+            if (bySignal) {
+                controller.abort();
+            } else {
+                receiver.close();
+            }
+            const outcomes = await Promise.all(pending.map(outcome));
+            outcomes.push(await outcome(receiver.connect()), await outcome(receiver.takeSnapshot()));
+            host.postBuffer(1);
+            host.postJson({ type: 'virtual-camera-usage', active: true });
+            host.postMediaResult('snapshot', true, 'a', 0);
+            return [outcomes, await receiver.postFrame(makeFrame('I420', 64, 32)), received, host.posted,
+                host.released.length];
+        }, how !== 'close()'), [
+            Array(5).fill(Closed), false, [['slots', null]], ['ready', 'media:snapshot'], 3,
+        ]);
+    });
+}
+
+kitTest('is not made with a signal that has ended', async (page) => {
+    assert.equal(await page.run(() => {
+        receiver.close();
+        return outcome((async () => new kit.VistelReceiver({ signal: AbortSignal.abort() }))());
+    }), 'DOMException: signal is aborted without reason');
+    assert.equal(await page.run(() => new kit.VistelReceiver() !== null), true);
 });
 
 // --- Frames ---
@@ -327,6 +443,7 @@ kitTest('posts commands', async (page) => {
         ['setQuality', '720p', 'quality:720p'],
         ['setQuality', '1080p', 'quality:1080p'],
         ['reportError', 'it is: broken', 'error:it is: broken'],
+        ['reportError', 'one\ntwo \r\n  three', 'error:one two three'],
     ]) {
         assert.deepEqual(await page.run((name, argument) => {
             receiver[name](argument);
@@ -386,11 +503,11 @@ for (const [method, text, action, path] of [
             const asked = [receiver[name]()];
             window.setTimeout = setTimeout;
             receiver.setQuality('720p');
-            asked.push(receiver.takeSnapshot());
+            asked.push(receiver.stopRecording());
             const failed = await outcome(asked[0]);
-            host.postMediaResult('snapshot', true, 'a', 0);
+            host.postMediaResult('recording-stopped', true, 'a', 0);
             return [failed, (await asked[1]).path, host.posted];
-        }, method), [`Error: ${text}: the receiver did not answer`, 'a', [text, 'quality:720p', 'media:snapshot']]);
+        }, method), [`Error: ${text}: ${NoAnswer}`, 'a', [text, 'quality:720p', 'media:record:stop']]);
     });
 }
 
@@ -417,6 +534,26 @@ kitTest('ignores results of other commands while it waits', async (page) => {
     assert.equal((await answer(page, ['reportError', 'x'])).state, 'resolved');
     await page.postJson(result('snapshot', true, Jpeg, 0));
     assert.equal((await received(page)).length, 3);
+});
+
+connectedTest('takes a snapshot of the first frame of a new size', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const post = () => receiver.postFrame(makeFrame('I420', 64, 32));
+        const commands = () => host.posted.splice(0).map((text) => text.replace(/^frame:.*/, 'frame'));
+        receiver.setQuality('1080p');
+        const asked = receiver.takeSnapshot();
+        receiver.setQuality('1080p');
+        const steps = [commands()];
+        await post();
+        steps.push(commands());
+        host.postMediaResult('snapshot', true, 'a', 0);
+        await asked;
+        steps.push(commands());
+        receiver.takeSnapshot(); // The quality is the same as before.
+        steps.push(commands());
+        host.postMediaResult('snapshot', true, 'b', 0);
+        return steps;
+    }), [['quality:1080p'], ['frame', 'media:snapshot'], ['quality:1080p'], ['media:snapshot']]);
 });
 
 kitTest('counts a stop while idle as a success', async (page) => {
