@@ -7,8 +7,8 @@
 namespace receiver {
 namespace {
 
-std::size_t RowsUsed(std::uint64_t sourceRows, std::uint32_t drawnRows) {
-    return static_cast<std::size_t>(std::min<std::uint64_t>(sourceRows, drawnRows));
+std::size_t RowsUsed(std::uint64_t sourceRows, std::uint32_t pictureRows) {
+    return static_cast<std::size_t>(std::min<std::uint64_t>(sourceRows, pictureRows));
 }
 
 } // namespace
@@ -20,8 +20,8 @@ FrameDescriptor FrameCase::Descriptor() const {
     frame.codedHeight = height;
     frame.rotation = rotation;
     frame.flipA = mirrored;
-    frame.displayWidth = IsSideways() ? height : width;
-    frame.displayHeight = IsSideways() ? width : height;
+    frame.displayWidth = IsTransposed() ? height : width;
+    frame.displayHeight = IsTransposed() ? width : height;
     const std::uint64_t luma = std::uint64_t{width} * height;
     if (format == L"NV12") {
         frame.AddPlane({0, width});
@@ -39,10 +39,10 @@ FrameDescriptor FrameCase::Descriptor() const {
 std::size_t FrameCase::SourceBytes() const {
     const FrameDescriptor frame = Descriptor();
     const PictureRectangle picture = FitPicture(frame.displayWidth, frame.displayHeight, canvasWidth, canvasHeight);
-    const std::uint32_t drawnLines = IsSideways() ? picture.width : picture.height;
+    const std::uint32_t pictureRows = IsTransposed() ? picture.width : picture.height;
     const std::size_t lumaRow = std::size_t{width} * (frame.planeCount == 1 ? 4 : 1);
     const std::size_t chromaRow = frame.planeCount == 1 ? 0 : width;
-    return RowsUsed(height, drawnLines) * lumaRow + RowsUsed(height / 2, drawnLines / 2) * chromaRow;
+    return RowsUsed(height, pictureRows) * lumaRow + RowsUsed(height / 2, pictureRows / 2) * chromaRow;
 }
 
 const std::vector<FrameCase>& FrameCases() {

@@ -22,7 +22,7 @@ struct FrameCase {
 
     [[nodiscard]] FrameDescriptor Descriptor() const;
     // The display size is that of the rotated frame.
-    [[nodiscard]] bool IsSideways() const noexcept { return rotation % 180 != 0; }
+    [[nodiscard]] bool IsTransposed() const noexcept { return rotation % 180 != 0; }
     [[nodiscard]] std::size_t CanvasBytes() const noexcept { return std::size_t{canvasWidth} * canvasHeight * 3 / 2; }
     // Bytes of the source rows that the conversion reads.
     [[nodiscard]] std::size_t SourceBytes() const;

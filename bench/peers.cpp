@@ -91,7 +91,7 @@ private:
         const int height = Int(case_.height);
         const std::uint8_t* pairs = slot + std::ptrdiff_t{width} * height;
         const int upsideDown = case_.rotation == 180 ? -height : height;
-        if (case_.IsSideways()) {
+        if (case_.IsTransposed()) {
             // Scaled first, so that less has to be rotated.
             const int unrotatedWidth = Int(picture_.height);
             const int unrotatedHeight = Int(picture_.width);

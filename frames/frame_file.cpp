@@ -17,7 +17,8 @@ bool IsHeaderValid(const FrameFileHeader& header) noexcept {
 void ResetFrameFile(FrameFileLayout& file) noexcept {
     constexpr std::size_t Kept = offsetof(FrameFileHeader, sequence);
     std::memset(reinterpret_cast<std::uint8_t*>(&file) + Kept, 0, sizeof(file) - Kept);
-    // Zeros are visible before the geometry makes the header valid: no reader finds an old frame described anew.
+    // Zeros are visible before the geometry makes the header valid: no reader can accept an old frame under the new
+    // header.
     std::atomic_thread_fence(std::memory_order_seq_cst);
     file.header.magic = FrameFileMagic;
     file.header.version = FrameFileVersion;

@@ -58,7 +58,7 @@ void Outcome::Log(const std::wstring& text, HRESULT code) {
 class Model {
 public:
     Outcome OnText(const std::wstring& text);
-    Outcome OnTimer(bool signalled, std::uint64_t nowMs);
+    Outcome OnTimer(bool signaled, std::uint64_t nowMs);
     static Outcome OnNavigation(bool success, int status);
     [[nodiscard]] std::uint64_t FramesPublished() const noexcept { return framesPublished_; }
 
@@ -122,10 +122,10 @@ Outcome Model::OnText(const std::wstring& text) {
     return outcome;
 }
 
-Outcome Model::OnTimer(bool signalled, std::uint64_t nowMs) {
+Outcome Model::OnTimer(bool signaled, std::uint64_t nowMs) {
     Outcome outcome;
     const bool wasInUse = cameraInUse_;
-    if (signalled) {
+    if (signaled) {
         lastSignalMs_ = nowMs;
         cameraInUse_ = true;
     } else if (nowMs >= lastSignalMs_ + 4000) {
@@ -275,7 +275,7 @@ private:
     bool Next(MSG& message);
     void Apply(std::string_view line);
     void Post(const std::optional<std::wstring>& text, bool asNull = false);
-    void Tick(bool signalled);
+    void Tick(bool signaled);
     void Navigate(bool success, int status);
     void RequestPermission(int kind);
     void Check(HRESULT result, const Outcome& expected) const;
@@ -352,10 +352,10 @@ void Session::Post(const std::optional<std::wstring>& text, bool asNull) {
     }
 }
 
-void Session::Tick(bool signalled) {
-    windows_.eventSignalled = signalled;
+void Session::Tick(bool signaled) {
+    windows_.eventSignaled = signaled;
     (void)windows_.windowProcedure(windows_.Window(), WM_TIMER, UsageTimer, 0);
-    Check(S_OK, model_.OnTimer(signalled, windows_.nowMs));
+    Check(S_OK, model_.OnTimer(signaled, windows_.nowMs));
 }
 
 // After a failure the handlers of these events may be missing.

@@ -210,7 +210,7 @@ void GetLocalTime(SYSTEMTIME* time) noexcept { *time = {2026, 1, 5, 2, 3, 4, 5, 
 ULONGLONG GetTickCount64() noexcept { return current->nowMs; }
 HANDLE CreateEventW(SECURITY_ATTRIBUTES*, BOOL, BOOL, LPCWSTR) noexcept { return NewHandle(nullptr); }
 DWORD WaitForSingleObject(HANDLE, DWORD) noexcept {
-    return std::exchange(current->eventSignalled, false) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    return std::exchange(current->eventSignaled, false) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(LPCWSTR, DWORD, PSECURITY_DESCRIPTOR* descriptor,
                                                           ULONG*) noexcept {

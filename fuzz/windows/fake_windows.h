@@ -35,7 +35,7 @@ public:
     std::wstring knownFolder = L"C:\\Users\\\"a\"";
     std::uint64_t nowMs = 1;
     std::uint64_t frameFileSize = 0; // bytes
-    bool eventSignalled = false;
+    bool eventSignaled = false;
     bool maximized = false;
     bool minimized = false;
     unsigned callsUntilFailure = 0; // 0: no call fails

@@ -170,7 +170,7 @@ DWORD GetFileAttributesW(LPCWSTR path);
 DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD size);
 void GetLocalTime(SYSTEMTIME* time) noexcept;
 ULONGLONG GetTickCount64() noexcept;
-HANDLE CreateEventW(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL signalled, LPCWSTR name) noexcept;
+HANDLE CreateEventW(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL signaled, LPCWSTR name) noexcept;
 DWORD WaitForSingleObject(HANDLE handle, DWORD timeoutMs) noexcept;
 BOOL ConvertStringSecurityDescriptorToSecurityDescriptorW(LPCWSTR text, DWORD revision,
                                                           PSECURITY_DESCRIPTOR* descriptor, ULONG* size) noexcept;

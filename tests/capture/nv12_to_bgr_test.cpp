@@ -21,7 +21,7 @@ Bytes Convert(const Bytes& frame, std::uint32_t width, std::uint32_t height) {
     return pixels;
 }
 
-// A frame of one colour.
+// A frame of one color.
 Bytes Uniform(std::uint32_t width, std::uint32_t height, std::uint8_t y, std::uint8_t u, std::uint8_t v) {
     Bytes frame(width * height, y);
     for (std::uint32_t pair = 0; pair < width * height / 4; ++pair) {
@@ -30,27 +30,27 @@ Bytes Uniform(std::uint32_t width, std::uint32_t height, std::uint8_t y, std::ui
     return frame;
 }
 
-Bytes ColourOf(std::uint8_t y, std::uint8_t u, std::uint8_t v) {
+Bytes ColorOf(std::uint8_t y, std::uint8_t u, std::uint8_t v) {
     const Bytes pixels = Convert(Uniform(2, 2, y, u, v), 2, 2);
     EXPECT_TRUE(std::equal(pixels.begin(), pixels.end() - 3, pixels.begin() + 3));
     return {pixels.begin(), pixels.begin() + 3};
 }
 
 TEST(Nv12ToBgrTest, GraysAreExact) {
-    EXPECT_EQ(ColourOf(16, 128, 128), (Bytes{0, 0, 0}));
-    EXPECT_EQ(ColourOf(235, 128, 128), (Bytes{255, 255, 255}));
-    EXPECT_EQ(ColourOf(255, 128, 128), (Bytes{255, 255, 255}));
-    EXPECT_EQ(ColourOf(0, 128, 128), (Bytes{0, 0, 0}));
-    EXPECT_EQ(ColourOf(126, 128, 128), (Bytes{128, 128, 128}));
+    EXPECT_EQ(ColorOf(16, 128, 128), (Bytes{0, 0, 0}));
+    EXPECT_EQ(ColorOf(235, 128, 128), (Bytes{255, 255, 255}));
+    EXPECT_EQ(ColorOf(255, 128, 128), (Bytes{255, 255, 255}));
+    EXPECT_EQ(ColorOf(0, 128, 128), (Bytes{0, 0, 0}));
+    EXPECT_EQ(ColorOf(126, 128, 128), (Bytes{128, 128, 128}));
 }
 
-TEST(Nv12ToBgrTest, ColoursAreInTheOrderBlueGreenRed) {
-    EXPECT_EQ(ColourOf(41, 240, 110), (Bytes{255, 0, 0}));
-    EXPECT_EQ(ColourOf(145, 54, 34), (Bytes{1, 255, 0}));
-    EXPECT_EQ(ColourOf(81, 90, 240), (Bytes{0, 0, 255}));
+TEST(Nv12ToBgrTest, ColorsAreInTheOrderBlueGreenRed) {
+    EXPECT_EQ(ColorOf(41, 240, 110), (Bytes{255, 0, 0}));
+    EXPECT_EQ(ColorOf(145, 54, 34), (Bytes{1, 255, 0}));
+    EXPECT_EQ(ColorOf(81, 90, 240), (Bytes{0, 0, 255}));
 }
 
-// The tests of the kernels try every colour.
+// The tests of the kernels try every color.
 TEST(Nv12ToBgrTest, EveryPixelFollowsTheFormula) {
     std::minstd_rand random(1);
     for (const auto& [width, height] : {std::array{2U, 2U}, {2U, 40U}, {62U, 6U}, {66U, 34U}, {1280U, 720U}}) {
@@ -61,15 +61,15 @@ TEST(Nv12ToBgrTest, EveryPixelFollowsTheFormula) {
     }
 }
 
-TEST(Nv12ToBgrTest, APairOfChromaColoursFourPixels) {
+TEST(Nv12ToBgrTest, APairOfChromaColorsFourPixels) {
     const Bytes frame{16,  16,  16,  16, 16, 16, 16, 16, // luma, 4 x 2
                       240, 128, 128, 240}; // blue on the left, red on the right
     const Bytes pixels = Convert(frame, 4, 2);
     const Bytes blue{226, 0, 0};
     const Bytes red{0, 0, 179};
     Bytes row;
-    for (const Bytes& colour : {blue, blue, red, red}) {
-        row.insert(row.end(), colour.begin(), colour.end());
+    for (const Bytes& color : {blue, blue, red, red}) {
+        row.insert(row.end(), color.begin(), color.end());
     }
     Bytes expected = row;
     expected.insert(expected.end(), row.begin(), row.end());

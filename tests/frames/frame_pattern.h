@@ -1,5 +1,5 @@
 // Frames of which every eight bytes tell which frame they belong to and where they stand in it, so that a frame put
-// together from two, or shifted, is recognised.
+// together from two, or shifted, is recognized.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ struct PatternSize {
     [[nodiscard]] std::uint32_t Bytes() const noexcept { return width * height * 3 / 2; }
 };
 
-// The two sizes take turns, so that a picture under the header of its neighbour is recognised too.
+// The two sizes take turns, so that a picture under the header of its neighbor is recognized too.
 [[nodiscard]] inline PatternSize SizeOfPattern(std::uint32_t number) noexcept {
     return number % 2 == 0 ? PatternSize{1280, 720} : PatternSize{1920, 1080};
 }

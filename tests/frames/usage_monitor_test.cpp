@@ -136,17 +136,17 @@ TEST_F(UsageMonitorTest, CreatesTheCamerasEvent) {
     unsigned made = 0;
     const ImportPatch events(
         "kernel32.dll", "CreateEventW", &CreateEventW,
-        [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signalled, LPCWSTR name) {
+        [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) {
             if (name != nullptr) {
                 ++made;
                 EXPECT_STREQ(name, L"Global\\VistelVirtualCameraSample-v1");
                 EXPECT_EQ(manualReset, FALSE);
-                EXPECT_EQ(signalled, FALSE);
+                EXPECT_EQ(signaled, FALSE);
                 EXPECT_EQ(attributes->nLength, 24U);
                 EXPECT_NE(attributes->lpSecurityDescriptor, nullptr);
                 EXPECT_EQ(attributes->bInheritHandle, FALSE);
             }
-            return original(attributes, manualReset, signalled, name);
+            return original(attributes, manualReset, signaled, name);
         });
     EXPECT_EQ(MonitorLine(), Initialized);
     EXPECT_EQ(made, 1U);
@@ -196,12 +196,12 @@ TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasDefaultSecurity)
     unsigned made = 0;
     const ImportPatch events(
         "kernel32.dll", "CreateEventW", &CreateEventW,
-        [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signalled, LPCWSTR name) {
+        [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) {
             if (name != nullptr) {
                 ++made;
                 EXPECT_EQ(attributes, nullptr);
             }
-            return original(attributes, manualReset, signalled, name);
+            return original(attributes, manualReset, signaled, name);
         });
     EXPECT_EQ(MonitorLine(), Initialized);
     EXPECT_EQ(made, 1U);
@@ -211,9 +211,9 @@ TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasDefaultSecurity)
 TEST_F(UsageMonitorTest, AnEventThatCannotBeCreatedIsReportedAndNotPolled) {
     const ImportPatch events(
         "kernel32.dll", "CreateEventW", &CreateEventW,
-        [](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signalled, LPCWSTR name) -> HANDLE {
+        [](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) -> HANDLE {
             if (name == nullptr) {
-                return original(attributes, manualReset, signalled, name);
+                return original(attributes, manualReset, signaled, name);
             }
             SetLastError(ERROR_NO_SYSTEM_RESOURCES);
             return nullptr;

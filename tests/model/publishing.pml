@@ -1,6 +1,6 @@
 /* How frames are published in the shared frame file, as a model for Spin, which tries every order of events.
 
-   What is modelled
+   What is modeled
    - The writer of frames/frame_file.cpp and frames/shared_frame_file.cpp, store by store, under the same names. It may
      be killed before any of its steps, up to KILLS times, and is then started again. Altogether it completes FRAMES
      frames, each of either size.

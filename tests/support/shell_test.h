@@ -46,8 +46,8 @@ struct PrivateEventName {
     static std::wstring Name() { return L"VistelTestEvent-" + std::to_wstring(GetCurrentProcessId()); }
 
     HANDLE operator()(decltype(&CreateEventW) original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset,
-                      BOOL signalled, LPCWSTR name) const {
-        return original(attributes, manualReset, signalled, name != nullptr ? Name().c_str() : nullptr);
+                      BOOL signaled, LPCWSTR name) const {
+        return original(attributes, manualReset, signaled, name != nullptr ? Name().c_str() : nullptr);
     }
 };
 

@@ -1,4 +1,4 @@
-// Plain conversion, see the header. Deliberate: every coordinate is divided anew for every pixel of every loop.
+// Plain conversion, see the header. Deliberate: every coordinate is computed again for every pixel of every loop.
 #include "reference_converter.h"
 
 #include <algorithm>
@@ -41,9 +41,9 @@ Picture Fit(const FrameDescriptor& frame, std::uint64_t canvasWidth, std::uint64
 
 // The source of canvas pixel (x, y), which lies inside the picture.
 SourcePixel Sample(const FrameDescriptor& frame, const Picture& picture, std::uint64_t x, std::uint64_t y) {
-    const bool sideways = frame.rotation == 90 || frame.rotation == 270;
-    const std::uint64_t rotatedWidth = sideways ? frame.codedHeight : frame.codedWidth;
-    const std::uint64_t rotatedHeight = sideways ? frame.codedWidth : frame.codedHeight;
+    const bool transposed = frame.rotation == 90 || frame.rotation == 270;
+    const std::uint64_t rotatedWidth = transposed ? frame.codedHeight : frame.codedWidth;
+    const std::uint64_t rotatedHeight = transposed ? frame.codedWidth : frame.codedHeight;
     std::uint64_t sx = (x - picture.x) * rotatedWidth / picture.width;
     const std::uint64_t sy = (y - picture.y) * rotatedHeight / picture.height;
     if (frame.flipA != frame.flipB) {

@@ -58,7 +58,7 @@ struct PlaneSize {
                                                          const FrameDescriptor& frame, std::uint32_t canvasWidth,
                                                          std::uint32_t canvasHeight);
 
-// The pixels of a snapshot of an NV12 frame, rows of blue, green and red bytes. Throws likewise.
+// The pixels of a snapshot of an NV12 frame, rows of blue, green and red bytes. Throws std::out_of_range, too.
 [[nodiscard]] std::vector<std::uint8_t> ReferenceSnapshot(std::span<const std::uint8_t> frame, std::uint32_t width,
                                                           std::uint32_t height);
 

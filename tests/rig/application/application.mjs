@@ -95,7 +95,7 @@ class Application {
             });
             this.#child.exited.then((code) => reject(new Error(`the camera application ended with ${code}`)));
         });
-        this.recording.catch(() => {}); // Whoever waits for it is told.
+        this.recording.catch(() => {}); // Callers that await it receive the error.
     }
 
     // Ends the recording as a person at the keyboard would, copies it to `recording`, writes a picture of its middle

@@ -10,7 +10,7 @@ function tally(...numbers) {
     return counts.report();
 }
 
-test('frames are told apart by their numbers', () => {
+test('frames are distinguished by their numbers', () => {
     assert.deepEqual(tally(), { framesRecorded: 0, framesMissing: 0, framesRepeated: 0 });
     assert.deepEqual(tally(7, 8, 9), { framesRecorded: 3, framesMissing: 0, framesRepeated: 0 });
     assert.deepEqual(tally(7, 8, 8, 11), { framesRecorded: 4, framesMissing: 2, framesRepeated: 1 });

@@ -49,26 +49,26 @@ test('the sample page shows a camera that comes and goes', async (t) => {
 test('a page is notified of a camera in use when it is ready, and again after a reload', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run } = slotPage;
-    const typesHeard = async () => (await slotPage.takeHeard()).map((text) => JSON.parse(text).type);
-    const usageHeard = async () => (await slotPage.takeHeard()).filter((text) => text.includes('usage'));
+    const typesReceived = async () => (await slotPage.takeReceived()).map((text) => JSON.parse(text).type);
+    const usageReceived = async () => (await slotPage.takeReceived()).filter((text) => text.includes('usage'));
     const camera = run.camera();
     await run.waitForLog(Started, UsageLimitMs);
     await slotPage.post('not ready yet');
-    assert.deepEqual(await typesHeard(), []);
+    assert.deepEqual(await typesReceived(), []);
 
     await slotPage.connect();
-    assert.deepEqual(await usageHeard(), [UsageOn]);
+    assert.deepEqual(await usageReceived(), [UsageOn]);
     await slotPage.reload();
     await slotPage.connect();
-    assert.deepEqual(await usageHeard(), [UsageOn]);
+    assert.deepEqual(await usageReceived(), [UsageOn]);
 
     await camera.finish();
     await run.waitForLog(Stopped, UsageLimitMs);
     await slotPage.post();
-    assert.deepEqual(await usageHeard(), [UsageOff]);
+    assert.deepEqual(await usageReceived(), [UsageOff]);
     await slotPage.reload();
     await slotPage.connect();
-    assert.deepEqual(await typesHeard(), ['diagnostics']);
+    assert.deepEqual(await typesReceived(), ['diagnostics']);
     assert.deepEqual(await usageTexts(run), [Initialized, Started, Stopped]);
     assert.equal(await run.closeWindow(), 0);
 });

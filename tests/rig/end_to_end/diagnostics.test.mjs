@@ -33,7 +33,7 @@ test('the page receives whether the camera is registered for 64-bit programs, de
     const osSupported = Number(version.split('.')[2]) >= 22000;
     const checkReport = async (virtualCameraRegistered) => {
         await slotPage.connect();
-        assert.deepEqual(await slotPage.takeHeard(), [diagnostics(version, { osSupported, virtualCameraRegistered })]);
+        assert.deepEqual(await slotPage.takeReceived(), [diagnostics(version, { osSupported, virtualCameraRegistered })]);
     };
     const register = async (key, view) => {
         assert.ok(await editRegistry(run, 'add', key, '/ve /d C:\\nowhere\\camera.dll /f', view));
@@ -65,7 +65,7 @@ for (const [name, major] of [['win7', 6], ['win10', 10]]) {
         const version = await systemVersion(run);
         assert.equal(Number(version.split('.')[0]), major);
         await slotPage.connect();
-        assert.deepEqual(await slotPage.takeHeard(), [
+        assert.deepEqual(await slotPage.takeReceived(), [
             diagnostics(version, { osSupported: false, virtualCameraRegistered: false }),
         ]);
         assert.equal(await run.closeWindow(), 0);

@@ -157,10 +157,10 @@ test('a page that says everything at once', async (t) => {
             [goodMessage(1), Ok], ['media:snapshot', Ok],
         ];
         await assertHoldsNoMore(run, 3, SlackKb, async () => {
-            await slotPage.takeHeard();
+            await slotPage.takeReceived();
             assert.deepEqual(await post(cycle.map(([message]) => message)), tally(cycle));
-            const heard = (await slotPage.takeHeard()).map((text) => JSON.parse(text));
-            const resultsOf = (action) => heard.filter((each) => each.action === action);
+            const received = (await slotPage.takeReceived()).map((text) => JSON.parse(text));
+            const resultsOf = (action) => received.filter((each) => each.action === action);
             const [first, second, idle, empty, last] = resultsOf('recording-stopped');
             assert.deepEqual([idle.success, idle.path, empty.success], [true, '', false]);
             await assertPlayable(run, first.path, 1);

@@ -133,7 +133,7 @@ test('each failure of a recording is reported, and the camera goes on', async (t
     const { sequence } = slotPage.frameFile.header();
     assert.deepEqual(await slotPage.post(goodMessage()), { C00D1005: 1 });
     assert.equal(slotPage.frameFile.header().sequence, sequence + 2);
-    assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)), [
+    assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text)), [
         mediaResult('recording-failed', failing, 0xc00d1005),
     ]);
     await publish(slotPage, 1);
@@ -162,7 +162,7 @@ test('a full disk ends the recording, not the picture', async (t) => {
         answers = await slotPage.post(goodMessage());
     }
     assert.deepEqual(answers, { [DiskFull.toString(16).toUpperCase()]: 1 });
-    assert.deepEqual((await slotPage.takeHeard()).map((text) => JSON.parse(text)).at(-1),
+    assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text)).at(-1),
                      mediaResult('recording-failed', path, DiskFull));
     assert.ok(existsSync(captureFile(slotPage.run, 'Videos', path)));
     await publish(slotPage, 2);

@@ -9,15 +9,15 @@ export function convertFrame(slot, frame, canvasWidth, canvasHeight) {
 
     const area = fitPicture(frame, canvasWidth, canvasHeight);
     const read = pixelReader(slot, frame);
-    const sideways = frame.rotation === 90 || frame.rotation === 270;
-    const turnedWidth = sideways ? frame.codedHeight : frame.codedWidth;
-    const turnedHeight = sideways ? frame.codedWidth : frame.codedHeight;
+    const transposed = frame.rotation === 90 || frame.rotation === 270;
+    const rotatedWidth = transposed ? frame.codedHeight : frame.codedWidth;
+    const rotatedHeight = transposed ? frame.codedWidth : frame.codedHeight;
     const mirrored = frame.flipA !== frame.flipB;
     for (let y = 0; y < area.height; ++y) {
-        const down = Math.floor(y * turnedHeight / area.height);
+        const down = Math.floor(y * rotatedHeight / area.height);
         for (let x = 0; x < area.width; ++x) {
-            const unmirrored = Math.floor(x * turnedWidth / area.width);
-            const right = mirrored ? turnedWidth - 1 - unmirrored : unmirrored;
+            const unmirrored = Math.floor(x * rotatedWidth / area.width);
+            const right = mirrored ? rotatedWidth - 1 - unmirrored : unmirrored;
             const [column, row] = turnBack(frame, right, down);
             const canvasX = area.left + x;
             const canvasY = area.top + y;

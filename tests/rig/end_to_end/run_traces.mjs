@@ -4,7 +4,7 @@ import { existsSync } from 'node:fs';
 import { join, relative } from 'node:path';
 
 // Files and folders of the machine, outside the sandbox directory, that are newer than the receiver's own program.
-export async function filesOutsideWorld(run) {
+export async function filesOutsideSandbox(run) {
     const program = run.prefix.unixPath('C:\\Program Files\\Vistel\\vistel-receiver.exe');
     const startMs = (await lstat(program)).mtimeMs;
     const found = [];

@@ -10,7 +10,7 @@ import { startReceiver } from '../receiver_run.mjs';
 import { serveFolder } from '../static_server.mjs';
 import { FrameFile } from './frame_file.mjs';
 import { assertInOrder, logTexts } from './receiver_texts.mjs';
-import { filesOutsideWorld, watchForLeftovers } from './run_traces.mjs';
+import { filesOutsideSandbox, watchForLeftovers } from './run_traces.mjs';
 import { frameNumber, hasColorBars } from './test_card.mjs';
 
 const FrameLimitMs = 60000;
@@ -94,7 +94,7 @@ test('decoded video reaches the camera', async (t) => {
         assert.equal(texts.filter((line) => line.startsWith(text)).length, 1, text);
     }
 
-    assert.deepEqual(await filesOutsideWorld(run), []);
+    assert.deepEqual(await filesOutsideSandbox(run), []);
     await run.stop();
     assert.deepEqual(await leftovers(), []);
 });

@@ -62,10 +62,10 @@ export class SlotPage {
         return this.page.evaluate('slotPage.slotSizes()');
     }
 
-    // The host's messages that the page has heard since the last time. What the host posted in answer to a message of
+    // The host's messages that the page has received since the last time. What the host posted in answer to a message of
     // the page is there when post() has resolved.
-    takeHeard() {
-        return this.page.evaluate('slotPage.takeHeard()');
+    takeReceived() {
+        return this.page.evaluate('slotPage.takeReceived()');
     }
 
     // Fills a slot with the noise of a seed.
@@ -118,9 +118,9 @@ export class SlotPage {
 
     // Posts one command about a snapshot or recording and returns the receiver's answers to it.
     async mediaCommand(text) {
-        await this.takeHeard();
+        await this.takeReceived();
         await this.post(text);
-        return (await this.takeHeard()).map((message) => JSON.parse(message))
+        return (await this.takeReceived()).map((message) => JSON.parse(message))
             .filter(({ type }) => type === 'media-result');
     }
 

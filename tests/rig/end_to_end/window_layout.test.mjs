@@ -104,7 +104,7 @@ test('a window that the user has moved and sized keeps its center and stays on t
     assert.equal(await run.closeWindow(), 0);
 });
 
-test('a minimised window forgets what the page asks for', async (t) => {
+test('a minimized window forgets what the page asks for', async (t) => {
     const layout = await startLayoutRun(t);
     const { run } = layout;
     const before = await run.mainWindow();
@@ -122,7 +122,7 @@ test('a minimised window forgets what the page asks for', async (t) => {
     assert.equal(await run.closeWindow(), 0);
 });
 
-test('a maximised window stays as it is and remembers what the page asks for', async (t) => {
+test('a maximized window stays as it is and remembers what the page asks for', async (t) => {
     const layout = await startLayoutRun(t);
     const { run } = layout;
     const before = await run.mainWindow();

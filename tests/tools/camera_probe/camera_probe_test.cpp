@@ -112,7 +112,7 @@ TEST_F(CameraProbe, WithoutAFrameThePictureIsBlackAndTheReportEmpty) {
 // An event of the camera's kind, for this test alone.
 std::wstring PrivateEventName() { return L"Local\\camera-probe-test-" + std::to_wstring(GetCurrentProcessId()); }
 
-// Left half: red above, blue below; right half: white above, grey below.
+// Left half: red above, blue below; right half: white above, gray below.
 std::vector<std::uint8_t> FourColors() {
     std::vector<std::uint8_t> frame(1382400);
     for (std::size_t y = 0; y < 720; ++y) {

@@ -3,19 +3,19 @@ import { fillGradient } from './gradient.mjs';
 import { fillNoise } from './noise.mjs';
 
 const slots = [];
-const heard = [];
+const received = [];
 
 chrome.webview.addEventListener('sharedbufferreceived', (event) => {
     slots[event.additionalData.slot] = event.getBuffer();
 });
 
 chrome.webview.addEventListener('message', (event) => {
-    heard.push(JSON.stringify(event.data));
+    received.push(JSON.stringify(event.data));
 });
 
 globalThis.slotPage = {
     // The messages that have arrived since the last time, as texts.
-    takeHeard: () => heard.splice(0),
+    takeReceived: () => received.splice(0),
 
     // Byte sizes of the slots that have arrived.
     slotSizes: () => slots.map((slot) => slot.byteLength),
