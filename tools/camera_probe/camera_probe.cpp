@@ -4,6 +4,7 @@
 #include "examples/camera/frame_reader.h"
 #include "platform/handles.h"
 #include "tools/camera_probe/frame_picture.h"
+#include "tools/camera_probe/judge_commands.h"
 #include "tools/camera_probe/live_figures.h"
 #include "tools/camera_probe/live_view.h"
 #include "tools/camera_probe/probe_report.h"
@@ -32,6 +33,8 @@ using Clock = ProbeReport::Clock;
 constexpr char Usage[] =
     "usage: camera_probe [--watch] [--file PATH] [--seconds N] [--signal EVENT] [--report FILE.json]\n"
     "                    [--picture FILE.png]\n"
+    "       camera_probe --check FILE [--seconds N]\n"
+    "       camera_probe --play FILE [SCENARIO]\n"
     "Reads frames from the shared frame file until standard input ends.\n"
     "  --seconds N         reads for N whole seconds; 0 reads the newest frame only\n"
     "  --file PATH         reads this file instead of the receiver's\n"
@@ -39,7 +42,10 @@ constexpr char Usage[] =
     "  --watch             shows the frames in a window until it is closed, and signals the\n"
     "                      receiver's event unless --signal names another one\n"
     "  --report FILE.json  writes counts, frame rate and ages of the frames\n"
-    "  --picture FILE.png  writes the newest frame, with --watch the content of the window\n";
+    "  --picture FILE.png  writes the newest frame, with --watch the content of the window\n"
+    "--check holds the writer of the file against the rules of docs/frame-file.md.\n"
+    "--play writes the file in the receiver's place, also as it is after mishaps, and prints what\n"
+    "a right reader does with it.\n";
 
 // How often the figures are updated while no frame arrives.
 constexpr std::chrono::milliseconds FiguresPeriod{500};
@@ -214,6 +220,36 @@ bool WriteText(const std::wstring& path, std::string_view text) {
            written == text.size();
 }
 
+// An event that is signaled at the end of standard input. Never closed: the input thread may still wait when the
+// program ends.
+HANDLE InputEndEvent() {
+    const HANDLE ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::thread(WaitForInputEnd, ended).detach();
+    return ended;
+}
+
+// The exit code of --check and --play; empty for other arguments.
+std::optional<int> RunJudge(int count, wchar_t** arguments) {
+    if (count < 3) {
+        return std::nullopt;
+    }
+    const std::wstring_view command = arguments[1];
+    if (command == L"--play" && count <= 4) {
+        return PlayFrames(arguments[2], count == 4 ? arguments[3] : L"", InputEndEvent());
+    }
+    if (command != L"--check") {
+        return std::nullopt;
+    }
+    std::optional<std::chrono::seconds> duration;
+    if (count == 5 && std::wstring_view(arguments[3]) == L"--seconds") {
+        duration = ParseSeconds(arguments[4]);
+    }
+    if (count != 3 && !duration) {
+        return std::nullopt;
+    }
+    return CheckWriter(arguments[2], duration, InputEndEvent());
+}
+
 // False when the named event can be neither opened nor created.
 bool Run(Probe& probe, const Options& options) {
     if (options.duration == std::chrono::seconds(0)) {
@@ -224,11 +260,7 @@ bool Run(Probe& probe, const Options& options) {
     if (!options.usageEvent.empty() && !usage.emplace(options.usageEvent.c_str()).IsOpen()) {
         return false;
     }
-    // Never closed: the input thread may still wait when the program ends.
-    const HANDLE ended = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (!options.duration) {
-        std::thread(WaitForInputEnd, ended).detach();
-    }
+    const HANDLE ended = options.duration ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : InputEndEvent();
     timeBeginPeriod(1);
     probe.Watch(ended, options.duration, usage ? &*usage : nullptr);
     timeEndPeriod(1);
@@ -236,6 +268,9 @@ bool Run(Probe& probe, const Options& options) {
 }
 
 int Main(int count, wchar_t** arguments) {
+    if (const std::optional<int> judged = RunJudge(count, arguments)) {
+        return *judged;
+    }
     const std::optional<Options> options = ParseOptions(count, arguments);
     if (!options) {
         std::fputs(Usage, stderr);
