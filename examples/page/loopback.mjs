@@ -37,22 +37,3 @@ function forwardCandidates(from, to) {
         }
     });
 }
-
-/**
- * Calls take for each decoded frame of a track, one at a time, until the track ends. take must close the frame.
- * @param {MediaStreamTrack} track
- * @param {(frame: VideoFrame) => Promise<unknown>} take
- */
-export async function readFrames(track, take) {
-    if (!("MediaStreamTrackProcessor" in globalThis)) {
-        throw new Error("MediaStreamTrackProcessor is unavailable");
-    }
-    const reader = new MediaStreamTrackProcessor({ track }).readable.getReader();
-    for (;;) {
-        const { done, value: frame } = await reader.read();
-        if (done) {
-            return;
-        }
-        await take(frame);
-    }
-}

@@ -2,7 +2,7 @@
 // Query: size=720p|1080p, fps=1..60, pattern=card|bars, colors=fast|exact. For runs without a user, in seconds after
 // the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS makes a recording of that length.
 
-import { openLoopback, readFrames } from "./loopback.mjs";
+import { openLoopback } from "./loopback.mjs";
 import { PatternNames } from "./test_card.mjs";
 import { TestCardTrack } from "./test_card_track.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
@@ -99,7 +99,8 @@ class SamplePage {
     #receiver = new VistelReceiver();
     #card;
     #options;
-    #mirror = false;
+    #feedOptions;
+    #capturesFromQuery = true;
     #failed = false;
     /** Path and start time of the running recording. */
     #recording = null;
@@ -108,6 +109,7 @@ class SamplePage {
 
     constructor(options) {
         this.#options = options;
+        this.#feedOptions = { mirror: false, exactColors: options.exactColors };
         this.#card = new TestCardTrack(options.pattern, options.fps, (error) => this.#fail(error));
         this.#listenToReceiver();
         this.#listenToButtons();
@@ -128,21 +130,12 @@ class SamplePage {
         source.contentHint = "detail";
         const track = await openLoopback(source, (state) => this.#onConnection(state));
         element("video").srcObject = new MediaStream([track]);
-        await readFrames(track, (frame) => this.#postFrame(frame));
+        await this.#receiver.feed(track, this.#feedOptions);
         throw new Error("The video track has ended");
     }
 
     fail(reason) {
         this.#fail(reason);
-    }
-
-    async #postFrame(frame) {
-        const isFirst = this.#receiver.framesPosted === 0;
-        const { exactColors } = this.#options;
-        const posted = await this.#receiver.postFrame(frame, { mirror: this.#mirror, exactColors });
-        if (posted && isFirst) {
-            this.#captureFromQuery();
-        }
     }
 
     #captureFromQuery() {
@@ -186,6 +179,12 @@ class SamplePage {
 
     #listenToReceiver() {
         const receiver = this.#receiver;
+        receiver.addEventListener("frame-error", ({ detail: error }) => {
+            if (receiver.drops.failed === 1) { // The others usually have the same reason.
+                addEvent(error.message, "bad");
+                receiver.reportError(error.message);
+            }
+        });
         receiver.addEventListener("slots", () => addEvent("Both frame slots arrived"));
         receiver.addEventListener("diagnostics", ({ detail }) => {
             setText(element("app-version"), detail.appVersion);
@@ -249,9 +248,10 @@ class SamplePage {
         }
         pressOnly(element("orientation"), "setup");
         element("mirror").addEventListener("click", () => {
-            this.#mirror = !this.#mirror;
-            element("mirror").setAttribute("aria-pressed", String(this.#mirror));
-            element("picture").classList.toggle("mirrored", this.#mirror);
+            const mirror = !this.#feedOptions.mirror;
+            this.#feedOptions.mirror = mirror;
+            element("mirror").setAttribute("aria-pressed", String(mirror));
+            element("picture").classList.toggle("mirrored", mirror);
         });
         this.#onClick(element("snapshot"), () => this.#capture(this.#receiver.takeSnapshot()));
         this.#onClick(element("record"), () => this.#capture(this.#receiver.recording
@@ -305,6 +305,10 @@ class SamplePage {
         }
         const [then, count] = this.#counts[0];
         const rate = now > then ? (receiver.framesPosted - count) * 1000 / (now - then) : 0;
+        if (receiver.framesPosted > 0 && this.#capturesFromQuery) {
+            this.#capturesFromQuery = false;
+            this.#captureFromQuery();
+        }
         setText(element("posted"), String(receiver.framesPosted));
         setText(element("rate"), rate.toFixed(1));
         setText(element("dropped"), String(receiver.framesDropped));

@@ -51,6 +51,9 @@ const HostFormats = new Set(["NV12", "I420", "I420A", "RGBA", "RGBX", "BGRA", "B
 const MaxCodedWidth = 4096;
 const MaxCodedHeight = 2160;
 const MaxDisplaySize = 4096;
+/** The camera's largest picture, wide or tall: a frame that does not fit in a slot is scaled down to it. */
+const MaxScaledLength = 1920;
+const MaxScaledBreadth = 1080;
 
 /** Long enough for the receiver to complete the file of a long recording. */
 const AnswerTimeoutMs = 60000;
@@ -151,6 +154,7 @@ const webviewsInUse = new WeakSet();
  * - "slots": null; both slots have arrived and frames can be posted.
  * - "diagnostics": Diagnostics, after every connect().
  * - "usage": boolean, whether a camera application is using the camera. Assume false before the first event.
+ * - "frame-error": Error, a frame of feed() that could not be posted.
  * - "media-result": MediaResult, also those that answer no command: a change of quality ends a recording, and a
  *   recording can fail.
  *
@@ -177,6 +181,8 @@ export class VistelReceiver extends EventTarget {
     #awaitsNewSize = false;
     /** The snapshot that waits for that frame. @type {(() => void) | null} */
     #postSnapshot = null;
+    /** For scaling. */
+    #canvas = new OffscreenCanvas(2, 2);
     /** @type {((result: MediaResult) => void) | null} Set while a command is pending. */
     #takeResult = null;
     /** @type {(() => void)[]} What to post after that answer. */
@@ -188,8 +194,8 @@ export class VistelReceiver extends EventTarget {
     #endedAt = 0;
 
     framesPosted = 0;
-    /** Frames dropped because another copy was not finished or the slots were missing or replaced. */
-    framesDropped = 0;
+    /** Frames dropped because another copy was not finished, the slots were missing or replaced, or the copy failed. */
+    drops = { busy: 0, noSlot: 0, failed: 0 };
     /** Whether a recording is running; one that was started before a reload is not known. */
     recording = false;
     /** Whether a camera application is using the camera. */
@@ -235,6 +241,10 @@ export class VistelReceiver extends EventTarget {
         }
     }
 
+    get framesDropped() {
+        return this.drops.busy + this.drops.noSlot + this.drops.failed;
+    }
+
     get connected() {
         return this.#slots.every((slot) => slot !== null);
     }
@@ -272,7 +282,7 @@ export class VistelReceiver extends EventTarget {
     /**
      * Copies a frame to the next slot and posts its frame message. Always closes the frame. The receiver does not
      * acknowledge frames. The two slots are used alternately; a frame that comes while another one is being copied is
-     * dropped.
+     * dropped. A frame in another format than the receiver's is converted, and one that is too large scaled down.
      *
      * exactColors copies a frame as RGB if the receiver would show wrong colors for its YUV (a canvas captured by
      * WebRTC is BT.709 full range). That takes more than twice the bytes.
@@ -285,15 +295,26 @@ export class VistelReceiver extends EventTarget {
         const bytes = this.#slots[slot];
         if (this.#copyTarget || !bytes || !this.connected) {
             frame.close();
-            ++this.framesDropped;
+            ++this.drops[this.#copyTarget ? "busy" : "noSlot"];
             return false;
         }
         this.#copyTarget = bytes;
         try {
-            const { format, options } = this.#planCopy(frame, bytes.byteLength, exactColors);
+            let plan = this.#planCopy(frame, bytes.byteLength, exactColors);
+            if (!plan) {
+                const scaled = this.#scaleDown(frame);
+                frame.close();
+                frame = scaled;
+                plan = this.#planCopy(frame, bytes.byteLength, exactColors);
+            }
+            if (!plan) {
+                throw new RangeError(`A slot of ${bytes.byteLength} bytes has no room for ${frame.displayWidth} x ` +
+                    `${frame.displayHeight} pixels`);
+            }
+            const { format, options } = plan;
             const planes = await frame.copyTo(bytes, options);
             if (this.#slots[slot] !== bytes) {
-                ++this.framesDropped;
+                ++this.drops.noSlot;
                 return false;
             }
             this.lastPicture = {
@@ -316,6 +337,9 @@ export class VistelReceiver extends EventTarget {
             this.#postSnapshot?.();
             this.#postSnapshot = null;
             return true;
+        } catch (error) {
+            ++this.drops.failed;
+            throw error;
         } finally {
             this.#copyTarget = null;
             if (this.#slots[slot] !== bytes) {
@@ -323,6 +347,52 @@ export class VistelReceiver extends EventTarget {
             }
             frame.close();
         }
+    }
+
+    /**
+     * Posts the frames of a video track until it ends, or until close() or the signal ends it. While a frame is being
+     * copied the newest other one waits; older ones are dropped. A frame that cannot be posted is dropped with the
+     * event "frame-error". The options are those of postFrame(); they are read for each frame, so that the page may
+     * change them.
+     * @param {MediaStreamTrack} track
+     * @param {{mirror?: boolean, exactColors?: boolean, signal?: AbortSignal}} options
+     */
+    async feed(track, options = {}) {
+        if (!("MediaStreamTrackProcessor" in globalThis)) {
+            throw new Error("MediaStreamTrackProcessor is unavailable");
+        }
+        const reader = new MediaStreamTrackProcessor({ track }).readable.getReader();
+        const stop = () => reader.cancel();
+        const signals = options.signal ? [this.#open.signal, options.signal] : [this.#open.signal];
+        signals.forEach((signal) => signal.addEventListener("abort", stop));
+        if (signals.some((signal) => signal.aborted)) {
+            stop();
+        }
+        /** @type {VideoFrame | null} */
+        let waiting = null;
+        /** @type {Promise<void> | null} */
+        let posting = null;
+        const postAll = async (/** @type {VideoFrame | null} */ frame) => {
+            while (frame) {
+                await this.postFrame(frame, options).catch((error) => this.#notify("frame-error", error));
+                frame = waiting;
+                waiting = null;
+            }
+            posting = null;
+        };
+        for (let next = await reader.read(); !next.done; next = await reader.read()) {
+            if (!posting) {
+                posting = postAll(next.value);
+                continue;
+            }
+            if (waiting) {
+                waiting.close();
+                ++this.drops.busy;
+            }
+            waiting = next.value;
+        }
+        await posting;
+        signals.forEach((signal) => signal.removeEventListener("abort", stop));
     }
 
     /** @param {Orientation} orientation */
@@ -466,6 +536,7 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
+     * Null if the receiver has no room for the frame.
      * @param {VideoFrame} frame
      * @param {number} slotSize
      * @param {boolean} exactColors
@@ -477,11 +548,24 @@ export class VistelReceiver extends EventTarget {
         const fits = rect.width >= 2 && rect.width <= MaxCodedWidth && rect.height >= 2 &&
             rect.height <= MaxCodedHeight && frame.displayWidth <= MaxDisplaySize &&
             frame.displayHeight <= MaxDisplaySize && frame.allocationSize(options) <= slotSize;
-        if (!fits) {
-            throw new RangeError(`The receiver has no room for a ${frame.format} frame of ` +
-                `${rect.width} x ${rect.height}`);
-        }
-        return { format: unchanged ? frame.format : "RGBX", options };
+        return fits ? { format: unchanged ? frame.format : "RGBX", options } : null;
+    }
+
+    /**
+     * The upright picture of a frame in the largest size that the camera can show.
+     * @param {VideoFrame} frame
+     */
+    #scaleDown(frame) {
+        const { displayWidth, displayHeight, timestamp } = frame;
+        const isWide = displayWidth >= displayHeight;
+        const scale = Math.min(1, (isWide ? MaxScaledLength : MaxScaledBreadth) / displayWidth,
+            (isWide ? MaxScaledBreadth : MaxScaledLength) / displayHeight);
+        const even = (/** @type {number} */ length) => Math.max(2, 2 * Math.round(length * scale / 2));
+        this.#canvas.width = even(displayWidth);
+        this.#canvas.height = even(displayHeight);
+        this.#canvas.getContext("2d", { alpha: false })
+            ?.drawImage(frame, 0, 0, this.#canvas.width, this.#canvas.height);
+        return new VideoFrame(this.#canvas, { timestamp });
     }
 
     /** @param {{additionalData?: {slot?: unknown}, getBuffer: () => ArrayBuffer}} event */

@@ -397,26 +397,132 @@ connectedTest('drops a frame whose slot is replaced during the copy', async (pag
     assert.equal(await postSmallFrame(page), true);
 });
 
-connectedTest('refuses frames that the receiver would reject', async (page) => {
+connectedTest('scales frames down that the receiver has no room for', async (page) => {
     for (const [frame, size] of [
-        [['RGBA', 1922, 1080], '1922 x 1080'], // two pixels per row more than fit into the slot
-        [['I420', 4098, 64], '4098 x 64'],
-        [['I420', 64, 2162], '64 x 2162'],
-        [['I420', 64, 32, { displayWidth: 4097, displayHeight: 32 }], '64 x 32'],
-        [['I420', 64, 32, { displayWidth: 64, displayHeight: 4097 }], '64 x 32'],
-        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 1, height: 32 } }], '0 x 32'],
-        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 64, height: 1 } }], '64 x 0'],
+        [['I420', 3840, 2160], '1920:1080'],
+        [['RGBA', 2560, 1440], '1920:1080'],
+        [['RGBA', 1922, 1080], '1920:1078'], // two pixels per row more than fit into the slot
+        [['RGBA', 2560, 1440, { rotation: 90 }], '1080:1920'],
+        [['I420', 4098, 64], '1920:30'],
+        [['I420', 64, 2162], '56:1920'],
+        [['I420', 64, 32, { displayWidth: 4097, displayHeight: 32 }], '1920:14'],
+        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 1, height: 32 } }], '2:32'],
+        [['I420', 64, 32, { visibleRect: { x: 0, y: 0, width: 64, height: 1 } }], '64:2'],
     ]) {
-        const framesBefore = await page.run(() => receiver.framesPosted);
-        assert.deepEqual(await page.run(async (values) => {
+        const [isPosted, width, text] = await page.run(async (values) => {
             const videoFrame = makeFrame(...values);
-            const { format } = videoFrame;
-            const refused = await outcome(receiver.postFrame(videoFrame));
-            return [refused.replace(format, 'FORMAT'), videoFrame.codedWidth, receiver.framesPosted];
-        }, frame), [`RangeError: The receiver has no room for a FORMAT frame of ${size}`, 0, framesBefore]);
-        assert.equal((await posted(page)).length, framesBefore);
-        assert.equal(await page.run(() => receiver.postFrame(makeFrame('I420', 4096, 64))), true);
+            return [await receiver.postFrame(videoFrame), videoFrame.codedWidth, host.posted.at(-1)];
+        }, frame);
+        assert.deepEqual([isPosted, width], [true, 0]);
+        assert.match(text, new RegExp(`^frame:[01]:(RGBA|RGBX|BGRA|BGRX):${size}:0:0:0:${size}:0,\\d+$`));
     }
+});
+
+connectedTest('rotates and mirrors a frame that it scales down', async (page) => {
+    // White on the left. Rotated, that is on top.
+    assert.deepEqual(await page.run(async () => {
+        const [width, height] = [2560, 1440];
+        const pixels = new Uint32Array(width * height).fill(0xFF000000);
+        for (let row = 0; row < height; ++row) {
+            pixels.fill(0xFFFFFFFF, row * width, row * width + width / 2);
+        }
+        await receiver.postFrame(new VideoFrame(pixels, {
+            format: 'RGBA', codedWidth: width, codedHeight: height, timestamp: 0, rotation: 90,
+        }), { mirror: true });
+        const { planes: [{ offset, stride }], mirror } = receiver.lastPicture;
+        const bytes = new Uint8Array(host.buffers[0], offset);
+        return [mirror, [[100, 100], [980, 100], [100, 1800], [980, 1800]].map(([x, y]) => bytes[y * stride + x * 4])];
+    }), [true, [255, 255, 0, 0]]);
+});
+
+kitTest('refuses a frame that a small slot has no room for', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        host.postBuffer(0, 1000);
+        host.postBuffer(1, 1000);
+        const frame = makeFrame('I420', 64, 32);
+        return [await outcome(receiver.postFrame(frame)), frame.codedWidth, host.posted, receiver.drops];
+    }), ['RangeError: A slot of 1000 bytes has no room for 64 x 32 pixels', 0, [],
+         { busy: 0, noSlot: 0, failed: 1 }]);
+});
+
+// --- Feeding ---
+
+// A track whose frames the test writes, and the state of the call that feeds it. Copies wait until they are let go.
+const startFeeding = (page) => page.run(() => {
+    window.generator = new MediaStreamTrackGenerator({ kind: 'video' });
+    window.writer = generator.writable.getWriter();
+    window.stopper = new AbortController();
+    window.errors = [];
+    receiver.addEventListener('frame-error', ({ detail }) => errors.push(detail.message));
+    window.feedOptions = { signal: stopper.signal };
+    window.copies = [];
+    const { copyTo } = VideoFrame.prototype;
+    VideoFrame.prototype.copyTo = async function (...values) {
+        await new Promise((resolve, reject) => copies.push({ width: this.codedWidth, resolve, reject }));
+        return copyTo.apply(this, values);
+    };
+    window.feeding = receiver.feed(generator, feedOptions).then(() => 'ended', (error) => error.message);
+});
+const writeFrame = (page, width) => page.run((codedWidth) => {
+    writer.write(makeFrame('I420', codedWidth, 32, { timestamp: codedWidth }));
+}, width);
+const waitForCopies = (page, count) => page.waitFor((wanted) => copies.length === wanted, count);
+const widths = (page) => page.run(() => host.frames.map((text) => Number(text.split(':')[3])));
+
+connectedTest('feeds the newest frame of a track and drops those between', async (page) => {
+    await startFeeding(page);
+    await writeFrame(page, 64);
+    await waitForCopies(page, 1);
+    for (const width of [66, 68, 70]) {
+        await writeFrame(page, width);
+    }
+    await page.waitFor(() => receiver.drops.busy === 2);
+    assert.deepEqual(await widths(page), []);
+    await page.run(() => copies[0].resolve());
+    await waitForCopies(page, 2);
+    await page.run(() => {
+        feedOptions.mirror = true;
+        copies[1].resolve();
+    });
+    await page.waitFor(() => host.frames.length === 2);
+    await writeFrame(page, 72);
+    await waitForCopies(page, 3);
+    await page.run(() => copies[2].resolve());
+    await page.waitFor(() => host.frames.length === 3);
+    assert.deepEqual(await widths(page), [64, 70, 72]);
+    assert.ok((await posted(page)).at(-1).includes(':72:32:0:0:1:'));
+    assert.deepEqual(await page.run(() => receiver.drops), { busy: 2, noSlot: 0, failed: 0 });
+});
+
+connectedTest('goes on feeding after a frame that fails', async (page) => {
+    await startFeeding(page);
+    await writeFrame(page, 64);
+    await waitForCopies(page, 1);
+    await page.run(() => copies[0].reject(new Error('no copy')));
+    await page.waitFor(() => errors.length === 1);
+    await writeFrame(page, 66);
+    await waitForCopies(page, 2);
+    await page.run(() => copies[1].resolve());
+    await page.waitFor(() => host.frames.length === 1);
+    assert.deepEqual(await page.run(() => [errors, receiver.drops.failed]), [['no copy'], 1]);
+});
+
+for (const [how, end] of [
+    ['its track', () => generator.stop()], ['its signal', () => stopper.abort()], ['close()', () => receiver.close()],
+]) {
+    connectedTest(`ends feeding with ${how}`, async (page) => {
+        await startFeeding(page);
+        await writeFrame(page, 64);
+        await waitForCopies(page, 1);
+        await page.run(() => copies[0].resolve());
+        await page.run(end);
+        assert.equal(await page.run(() => feeding), 'ended');
+    });
+}
+
+connectedTest('does not feed with a signal that has ended', async (page) => {
+    assert.equal(await page.run(() => outcome(receiver.feed(new MediaStreamTrackGenerator({ kind: 'video' }),
+                                                            { signal: AbortSignal.abort() }))), undefined);
 });
 
 connectedTest('reports a failing copy and goes on', async (page) => {

@@ -508,11 +508,16 @@ hostedTest('shows and reports a worker that fails', async (page) => {
     }
 };`);
 
-hostedTest('shows and reports a frame that cannot be copied', async (page) => {
+hostedTest('reports once that frames cannot be posted, and goes on when they can', async (page) => {
     await openPage(page);
     await page.giveSlots(1000);
-    await assertFailed(page, 'The receiver has no room for a I420 frame of 1280 x 720');
+    const message = 'A slot of 1000 bytes has no room for 1280 x 720 pixels';
+    await waitForEvent(page, message, 'bad');
+    await page.waitFor(() => Number(document.getElementById('dropped').textContent) > 3);
+    assert.equal((await texts(page)).filter((text) => text === `error:${message}`).length, 1);
     assert.equal(await frameCount(page), 0);
+    await page.giveSlots();
+    await waitForFrames(page, 3);
 });
 
 hostedTest('shows and reports a connection that fails', async (page) => {
