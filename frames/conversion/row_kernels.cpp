@@ -22,7 +22,7 @@ bool Avx2Usable() noexcept {
     __cpuidex(registers, 7, 0);
     return (registers[1] & Avx2) != 0;
 #else
-    return __builtin_cpu_supports("avx2") != 0;
+    return static_cast<bool>(__builtin_cpu_supports("avx2"));
 #endif
 }
 

@@ -51,7 +51,7 @@ void RowMap::MakeShuffles(std::uint32_t sourceBytes) {
         std::uint32_t& laneOffset = laneOffsetStorage_[lane];
         laneOffset = std::min(laneOffset, sourceBytes - windows * LaneBytes);
         std::uint8_t* const laneControls =
-            controlStorage_.data() + std::size_t{lane / 2} * windows * GroupBytes + lane % 2 * LaneBytes;
+            controlStorage_.data() + std::size_t{lane / 2} * windows * GroupBytes + std::size_t{lane % 2} * LaneBytes;
         std::uint32_t to = 0;
         for (const std::uint32_t sampleOffset : samplesOf(lane)) {
             for (std::uint32_t byte = 0; byte < sampleBytes; ++byte, ++to) {
@@ -71,9 +71,9 @@ void RowMap::FindPeriod() noexcept {
     const std::size_t controlBytes = std::size_t{windowCount} * GroupBytes;
     const std::uint32_t fullGroups = byteCount / GroupBytes;
     for (std::uint32_t tried = 1; tried <= MaxPeriod && 3 * tried <= fullGroups; ++tried) {
-        const std::uint32_t step = laneOffsets[2 * tried] - laneOffsets[0]; // may be negative, modulo 2^32
+        const std::uint32_t step = laneOffsets[2 * std::size_t{tried}] - laneOffsets[0]; // may be negative, modulo 2^32
         const auto repeats = [&](std::uint32_t group) {
-            const std::uint32_t* const lanes = laneOffsets + 2 * group;
+            const std::uint32_t* const lanes = laneOffsets + 2 * std::size_t{group};
             const std::uint8_t* const groupControls = controls + group * controlBytes;
             return lanes[0] - lanes[-2 * std::ptrdiff_t{tried}] == step &&
                    lanes[1] - lanes[1 - 2 * std::ptrdiff_t{tried}] == step &&
