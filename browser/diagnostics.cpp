@@ -12,7 +12,7 @@
 namespace receiver {
 namespace {
 
-// The actual version, whatever the manifest says; zeros when it cannot be read.
+// The actual version, also without a manifest that names it; zeros when it cannot be read.
 OsVersion ReadOsVersion() noexcept {
     using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
     RTL_OSVERSIONINFOW version{};

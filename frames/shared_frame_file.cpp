@@ -13,7 +13,7 @@
 namespace receiver {
 namespace {
 
-// Of a call that has failed, whatever the last error is.
+// The result of a failed call; E_FAIL when the system set no error.
 HRESULT FailureResult() noexcept {
     const HRESULT result = LastErrorResult();
     return FAILED(result) ? result : E_FAIL;

@@ -118,7 +118,7 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
     constexpr int ReaderCount = 2;
     constexpr int WantedOfEachSize = 50;
     constexpr int WantedRejections = 50;
-    constexpr std::chrono::seconds Limit{120};
+    constexpr std::chrono::seconds Limit{240};
 
     struct Progress {
         std::atomic<std::uint64_t> sequence = 0; // of the newest frame that was accepted
@@ -197,7 +197,7 @@ TEST(FrameFileConcurrency, ReadersOfABusyFileAcceptOnlyWholeFrames) {
 // Reads only the header, so often that a field stored too early or too late is found.
 TEST(FrameFileConcurrency, AReaderNeverAcceptsTheHeaderOfAnotherFrame) {
     constexpr int WantedHeaders = 200000;
-    constexpr std::chrono::seconds Limit{120};
+    constexpr std::chrono::seconds Limit{240};
 
     const auto file = MakeFile();
     std::atomic<bool> stop = false;

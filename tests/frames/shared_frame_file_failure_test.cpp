@@ -116,7 +116,7 @@ TEST_F(SharedFrameFileTest, AReadOnlyFileFails) {
     EXPECT_EQ(file.OpenSharedFrameFile(), S_OK);
 }
 
-// A failing call that leaves no error code behind is a failure nevertheless.
+// A failed call that sets no error code is still reported as a failure.
 TEST_F(SharedFrameFileTest, AFailureWithoutAnErrorCodeDoesNotCountAsOpened) {
     const auto expectFailure = [this] {
         EXPECT_EQ(file.OpenSharedFrameFile(), E_FAIL);
