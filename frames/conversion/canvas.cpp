@@ -30,18 +30,18 @@ void FillAround(std::uint8_t* plane, std::size_t planeBytes, std::size_t stride,
 
 } // namespace
 
-void FrameCanvas::Prepare(std::uint32_t width, std::uint32_t height, const PictureRectangle& picture) {
-    const std::size_t stride = width;
-    const std::size_t yBytes = stride * height;
-    if (width_ == width && height_ == height && Covers(picture, picture_)) {
-        picture_ = picture;
+void FrameCanvas::Prepare(std::uint32_t newWidth, std::uint32_t newHeight, const PictureRectangle& newPicture) {
+    if (width == newWidth && height == newHeight && Covers(newPicture, picture)) {
+        picture = newPicture;
         return;
     }
-    width_ = 0; // stays 0 if resize throws
-    bytes_.resize(yBytes / 2 * 3);
-    width_ = width;
-    height_ = height;
-    picture_ = picture;
+    width = 0; // stays 0 if resize throws
+    bytes.resize(Nv12Size(newWidth, newHeight));
+    width = newWidth;
+    height = newHeight;
+    picture = newPicture;
+    const std::size_t stride = width;
+    const std::size_t yBytes = stride * height;
     FillAround(Y(), yBytes, stride, picture.y * stride + picture.x, picture.height, picture.width, BlackY);
     FillAround(UV(), yBytes / 2, stride, picture.y / 2 * stride + picture.x, picture.height / 2, picture.width,
                BlackUV);

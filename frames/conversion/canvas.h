@@ -35,21 +35,21 @@ using CacheLineAlignedBytes = std::vector<std::uint8_t, CacheLineAllocator<std::
 class FrameCanvas {
 public:
     // width * height bytes of Y, then U,V pairs: BT.601, limited range. Empty before the first frame.
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return bytes_; }
-    [[nodiscard]] Nv12Frame Frame() const noexcept { return {bytes_, width_, height_}; }
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return bytes; }
+    [[nodiscard]] Nv12Frame Frame() const noexcept { return {bytes, width, height}; }
 
-    // Sets the size and makes everything outside `picture` black. The bytes inside are undefined. Callers write only
-    // inside `picture`: later calls do not clear the rest again.
-    void Prepare(std::uint32_t width, std::uint32_t height, const PictureRectangle& picture);
+    // Sets the size and makes everything outside `newPicture` black. The bytes inside are undefined. Callers write only
+    // inside it: later calls do not clear the rest again.
+    void Prepare(std::uint32_t newWidth, std::uint32_t newHeight, const PictureRectangle& newPicture);
 
-    [[nodiscard]] std::uint8_t* Y() noexcept { return bytes_.data(); }
-    [[nodiscard]] std::uint8_t* UV() noexcept { return bytes_.data() + std::size_t{width_} * height_; }
+    [[nodiscard]] std::uint8_t* Y() noexcept { return bytes.data(); }
+    [[nodiscard]] std::uint8_t* UV() noexcept { return bytes.data() + std::size_t{width} * height; }
 
 private:
-    CacheLineAlignedBytes bytes_;
-    std::uint32_t width_ = 0; // 0: nothing is known about the bytes
-    std::uint32_t height_ = 0;
-    PictureRectangle picture_; // The canvas is black outside it.
+    CacheLineAlignedBytes bytes;
+    std::uint32_t width = 0; // 0: nothing is known about the bytes
+    std::uint32_t height = 0;
+    PictureRectangle picture; // The canvas is black outside it.
 };
 
 } // namespace receiver

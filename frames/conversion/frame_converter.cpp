@@ -113,21 +113,21 @@ HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameD
     if (!FitsSlot(frame, *format, slot.size())) {
         return E_INVALIDARG;
     }
-    if (!plan_ || !plan_->IsFor(frame, canvasWidth, canvasHeight)) {
-        plan_ = FramePlan(frame, *format, canvasWidth, canvasHeight);
+    if (!plan || !plan->IsFor(frame, canvasWidth, canvasHeight)) {
+        plan = FramePlan(frame, *format, canvasWidth, canvasHeight);
     }
-    const std::size_t bufferBytes = RowBufferBytes(*plan_) * (plan_->transposed ? StripRows : 1);
-    if (rowBuffer_.size() < bufferBytes) {
-        rowBuffer_.resize(bufferBytes);
+    const std::size_t bufferBytes = RowBufferBytes(*plan) * (plan->transposed ? StripRows : 1);
+    if (rowBuffer.size() < bufferBytes) {
+        rowBuffer.resize(bufferBytes);
     }
-    canvas.Prepare(canvasWidth, canvasHeight, plan_->picture);
+    canvas.Prepare(canvasWidth, canvasHeight, plan->picture);
 
-    const PictureRectangle& picture = plan_->picture;
+    const PictureRectangle& picture = plan->picture;
     const std::size_t stride = canvasWidth;
     const Destination y{canvas.Y() + picture.y * stride + picture.x, stride};
     const Destination uv{canvas.UV() + picture.y / 2 * stride + picture.x, stride};
-    const SourceFrame source{slot.data(), plan_->frame, plan_->uvPixels, *kernels_};
-    (plan_->transposed ? ConvertTransposed : ConvertUpright)(source, *plan_, rowBuffer_.data(), y, uv);
+    const SourceFrame source{slot.data(), plan->frame, plan->uvPixels, *kernels};
+    (plan->transposed ? ConvertTransposed : ConvertUpright)(source, *plan, rowBuffer.data(), y, uv);
     return S_OK;
 }
 

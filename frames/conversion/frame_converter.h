@@ -16,7 +16,7 @@ namespace receiver {
 
 class FrameConverter {
 public:
-    explicit FrameConverter(const RowKernels& kernels = BestKernels()) noexcept : kernels_(&kernels) {}
+    explicit FrameConverter(const RowKernels& rowKernels = BestKernels()) noexcept : kernels(&rowKernels) {}
 
     // Makes `canvas` an NV12 frame (BT.601, limited range) of the given size, even and at most 4096, with the picture
     // of `slot` on it. `frame` is within the limits that ParseFrameDescriptor checks. The page may write to the slot in
@@ -27,9 +27,9 @@ public:
                                   std::uint32_t canvasWidth, std::uint32_t canvasHeight, FrameCanvas& canvas);
 
 private:
-    const RowKernels* kernels_;
-    std::optional<FramePlan> plan_; // of the last frame; most frames repeat its geometry
-    CacheLineAlignedBytes rowBuffer_; // loaded rows before they are scaled or transposed
+    const RowKernels* kernels;
+    std::optional<FramePlan> plan; // of the last frame; most frames repeat its geometry
+    CacheLineAlignedBytes rowBuffer; // loaded rows before they are scaled or transposed
 };
 
 } // namespace receiver

@@ -16,12 +16,12 @@ constexpr std::uint8_t NoByte = 0x80; // a control that gives 0
 RowMap::RowMap(std::span<const std::uint32_t> positions, std::uint32_t bytesPerSample, std::uint32_t sourceSamples)
     : sampleBytes(bytesPerSample), byteCount(static_cast<std::uint32_t>(positions.size()) * bytesPerSample),
       identity(positions.size() == sourceSamples) {
-    sampleOffsetStorage_.reserve(positions.size());
+    sampleOffsetStorage.reserve(positions.size());
     for (const std::uint32_t position : positions) {
-        identity = identity && position == sampleOffsetStorage_.size();
-        sampleOffsetStorage_.push_back(position * sampleBytes);
+        identity = identity && position == sampleOffsetStorage.size();
+        sampleOffsetStorage.push_back(position * sampleBytes);
     }
-    sampleOffsets = sampleOffsetStorage_.data();
+    sampleOffsets = sampleOffsetStorage.data();
     if (byteCount >= GroupBytes) {
         MakeShuffles(sourceSamples * sampleBytes);
     }
@@ -34,11 +34,11 @@ void RowMap::MakeShuffles(std::uint32_t sourceBytes) {
         return std::span(sampleOffsets + start / sampleBytes, LaneBytes / sampleBytes);
     };
     std::uint32_t windows = 1;
-    laneOffsetStorage_.resize(laneCount);
+    laneOffsetStorage.resize(laneCount);
     for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
         // The positions only rise or only fall: the first and the last sample have a lane's lowest and highest offset.
         const auto [low, high] = std::minmax(samplesOf(lane).front(), samplesOf(lane).back());
-        laneOffsetStorage_[lane] = low;
+        laneOffsetStorage[lane] = low;
         windows = std::max(windows, (high - low + sampleBytes - 1) / LaneBytes + 1);
     }
     windows = windows == 3 ? 4 : windows; // Kernels exist for 1, 2 and 4.
@@ -46,12 +46,12 @@ void RowMap::MakeShuffles(std::uint32_t sourceBytes) {
         return;
     }
     windowCount = windows;
-    controlStorage_.resize(std::size_t{laneCount} * windows * LaneBytes, NoByte);
+    controlStorage.resize(std::size_t{laneCount} * windows * LaneBytes, NoByte);
     for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
-        std::uint32_t& laneOffset = laneOffsetStorage_[lane];
+        std::uint32_t& laneOffset = laneOffsetStorage[lane];
         laneOffset = std::min(laneOffset, sourceBytes - windows * LaneBytes);
         std::uint8_t* const laneControls =
-            controlStorage_.data() + std::size_t{lane / 2} * windows * GroupBytes + std::size_t{lane % 2} * LaneBytes;
+            controlStorage.data() + std::size_t{lane / 2} * windows * GroupBytes + std::size_t{lane % 2} * LaneBytes;
         std::uint32_t to = 0;
         for (const std::uint32_t sampleOffset : samplesOf(lane)) {
             for (std::uint32_t byte = 0; byte < sampleBytes; ++byte, ++to) {
@@ -60,8 +60,8 @@ void RowMap::MakeShuffles(std::uint32_t sourceBytes) {
             }
         }
     }
-    laneOffsets = laneOffsetStorage_.data();
-    controls = controlStorage_.data();
+    laneOffsets = laneOffsetStorage.data();
+    controls = controlStorage.data();
     FindPeriod();
 }
 

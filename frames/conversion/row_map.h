@@ -45,9 +45,9 @@ private:
     void MakeShuffles(std::uint32_t sourceBytes);
     void FindPeriod() noexcept;
 
-    std::vector<std::uint32_t> sampleOffsetStorage_;
-    std::vector<std::uint32_t> laneOffsetStorage_;
-    std::vector<std::uint8_t> controlStorage_;
+    std::vector<std::uint32_t> sampleOffsetStorage;
+    std::vector<std::uint32_t> laneOffsetStorage;
+    std::vector<std::uint8_t> controlStorage;
 };
 
 } // namespace receiver
