@@ -368,7 +368,8 @@ void Nv12ToBgr24Rows(const std::uint8_t* srcY, const std::uint8_t* srcUV, std::u
     const __m256i offset = _mm256_set1_epi16(149 * (128 - 16) - 4096); // The weight is applied to Y - 128.
     ForBlocks(width, [=](std::size_t start) {
         const UVTerms terms(Load32(srcUV + start));
-        for (std::size_t at = start; at < 2 * std::size_t{width}; at += width) { // both rows
+        for (std::size_t row = 0; row < 2; ++row) {
+            const std::size_t at = start + row * width;
             const __m256i centered = _mm256_xor_si256(Load32(srcY + at), _mm256_set1_epi8(-128));
             // Each Y byte twice in a word; the weight of the upper one is 0.
             const __m256i low =
