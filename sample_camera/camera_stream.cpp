@@ -110,7 +110,16 @@ void CameraStream::Stop() noexcept {
     }
     SetEvent(stop_.Get());
     (void)target_.allocator->Decommit(); // ends a wait for a free buffer
+    // Ends a wait in Receive: a renderer that is paused keeps its sample. Graphs stop renderers first, applications that
+    // stop filters themselves may not.
+    ComPtr<IPin> peer;
+    if (SUCCEEDED(target_.input.As(IID_IPin, peer))) {
+        (void)peer->BeginFlush();
+    }
     WaitForSingleObject(thread_.Get(), INFINITE);
+    if (peer) {
+        (void)peer->EndFlush();
+    }
     thread_.Reset();
     stop_.Reset();
     target_ = {};
@@ -133,9 +142,12 @@ void CameraStream::Deliver() noexcept {
     vistel::FrameReader reader;
     FrameChoice choice(target_.format.interval100ns);
     ComPtr<IMediaSample> sample;
+    REFERENCE_TIME lastTime = -1;
     while (timer.WaitUnless(stop_.Get())) {
         const std::optional<REFERENCE_TIME> time = StreamTime();
-        if (!time || !choice.IsTimeToLook(Now100ns())) {
+        // Graphs let the stream's time begin some time after Run, after a pause as well. Until it has come again to
+        // where it was, nothing is delivered: times must rise, and a renderer holds a sample back whose time is to come.
+        if (!time || *time <= lastTime || !choice.IsTimeToLook(Now100ns())) {
             continue;
         }
         if (!sample && target_.allocator->GetBuffer(sample.Put(), nullptr, nullptr, 0) != S_OK) {
@@ -154,6 +166,7 @@ void CameraStream::Deliver() noexcept {
             return; // downstream wants nothing more until the next start
         }
         sample.Reset();
+        lastTime = *time;
     }
 }
 
@@ -191,10 +204,8 @@ bool CameraStream::Fill(vistel::FrameReader& reader, FrameChoice& choice, std::u
 }
 
 HRESULT CameraStream::Send(IMediaSample& sample, REFERENCE_TIME time) noexcept {
-    REFERENCE_TIME start = time > lastTime_ ? time : lastTime_ + 1;
-    REFERENCE_TIME end = start + target_.format.interval100ns;
-    lastTime_ = start;
-    RETURN_IF_FAILED(sample.SetTime(&start, &end));
+    REFERENCE_TIME end = time + target_.format.interval100ns;
+    RETURN_IF_FAILED(sample.SetTime(&time, &end));
     RETURN_IF_FAILED(sample.SetActualDataLength(static_cast<LONG>(ImageBytes(target_.format.video))));
     RETURN_IF_FAILED(sample.SetSyncPoint(TRUE));
     return target_.input->Receive(&sample);
@@ -215,7 +226,7 @@ std::optional<REFERENCE_TIME> CameraStream::StreamTime() noexcept {
     if (clock && FAILED(clock->GetTime(&now))) {
         return std::nullopt;
     }
-    return now >= start ? std::optional(now - start) : std::nullopt;
+    return now - start;
 }
 
 } // namespace sample_camera

@@ -36,7 +36,8 @@ public:
     // Delivers from the moment at which `clock` shows `startTime`; without a clock, from now on.
     void Run(ComPtr<IReferenceClock> clock, REFERENCE_TIME startTime) noexcept;
     void Pause() noexcept;
-    // Ends the thread, even while it waits for a free buffer. The caller holds no lock that downstream could need.
+    // Ends the thread, even while it waits for a free buffer or in a filter downstream. The caller holds no lock that
+    // downstream could need.
     void Stop() noexcept;
 
 private:
@@ -45,7 +46,7 @@ private:
     // True when a sample is ready to be sent.
     [[nodiscard]] bool Fill(vistel::FrameReader& reader, FrameChoice& choice, std::uint8_t* dst) noexcept;
     [[nodiscard]] HRESULT Send(IMediaSample& sample, REFERENCE_TIME time) noexcept;
-    // Time of the stream; empty while paused and before its start.
+    // Time of the stream, negative before its start; empty while paused.
     [[nodiscard]] std::optional<REFERENCE_TIME> StreamTime() noexcept;
 
     StreamTarget target_{};
@@ -53,7 +54,6 @@ private:
     std::unique_ptr<std::uint8_t[]> scaled_; // the same in the application's size, or the card
     receiver::UniqueHandle stop_;
     receiver::UniqueHandle thread_;
-    REFERENCE_TIME lastTime_ = 0; // of the last sample; kept from one run to the next, for times must rise
 
     std::mutex lock_; // guards what follows; held for moments only
     bool running_ = false;

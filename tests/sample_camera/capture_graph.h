@@ -45,6 +45,7 @@ public:
     ~CaptureGraph();
 
     [[nodiscard]] ComPtr<IBaseFilter> Camera() const { return camera_; }
+    [[nodiscard]] ComPtr<IBaseFilter> Renderer() const { return renderer_; }
     [[nodiscard]] HRESULT SetFormat(const StreamFormat& format);
     // Connects all, as a stream of this category; null: of any.
     [[nodiscard]] HRESULT Render(const GUID* category);
