@@ -1,14 +1,6 @@
 // Implements the receiver's page protocol for a page: frame slots, frame messages, commands and their answers.
 // The page supplies the frames and shows what the receiver reports.
 
-/**
- * The part of chrome.webview that is used here.
- * @typedef {object} WebView
- * @property {(text: string) => void} postMessage
- * @property {(type: string, listener: (event: any) => void, options: {signal: AbortSignal}) => void} addEventListener
- * @property {(buffer: ArrayBuffer) => void} [releaseBuffer]
- */
-
 /** @typedef {"landscape" | "portrait" | "setup"} Orientation */
 /** @typedef {"720p" | "1080p"} Quality */
 
@@ -29,6 +21,45 @@
  * @property {boolean} webView2Ready
  * @property {boolean} virtualCameraRegistered
  * @property {string} appVersion
+ */
+
+/**
+ * What the receiver posts. A newer receiver may post more.
+ * @typedef {{type: "diagnostics", diagnostics: Diagnostics} | {type: "virtual-camera-usage", active: boolean} |
+ *     {type: "media-result"} & MediaResult} HostMessage
+ */
+
+/**
+ * The part of chrome.webview that a page of the receiver needs.
+ * @typedef {object} WebView
+ * @property {(text: string) => void} postMessage
+ * @property {<Type extends keyof WebViewEvents>(type: Type, listener: (event: WebViewEvents[Type]) => void,
+ *     options?: {once?: boolean, signal?: AbortSignal}) => void} addEventListener
+ * @property {(buffer: ArrayBuffer) => void} [releaseBuffer]
+ */
+
+/**
+ * @typedef {object} WebViewEvents
+ * @property {MessageEvent<HostMessage>} message
+ * @property {Event & {additionalData: {slot: 0 | 1}, getBuffer: () => ArrayBuffer}} sharedbufferreceived
+ */
+
+/**
+ * The events of a VistelReceiver.
+ * @typedef {{
+ *     "slots": CustomEvent<null>,
+ *     "diagnostics": CustomEvent<Diagnostics>,
+ *     "usage": CustomEvent<boolean>,
+ *     "frame-error": CustomEvent<Error>,
+ *     "media-result": CustomEvent<MediaResult>,
+ * }} VistelReceiverEvents
+ */
+
+/**
+ * @typedef {object} FrameOptions
+ * @property {boolean} [mirror]       Mirror the picture, left to right.
+ * @property {boolean} [exactColors]  Copy a frame as RGB if the receiver would show wrong colors for its YUV; see
+ *     hasHostColors(). The frame then has more than twice the bytes.
  */
 
 /**
@@ -135,17 +166,42 @@ export function copyRectangle(visible) {
  * Whether the receiver shows a frame's colors as the browser does: it takes all YUV bytes for BT.601 limited range, and
  * converts RGB to that.
  * @param {VideoFrame} frame
+ * @returns {boolean}
  */
-function hasHostColors(frame) {
+export function hasHostColors(frame) {
     const { matrix, fullRange } = frame.colorSpace;
     return matrix === "rgb" || (!fullRange && (matrix === null || matrix === "smpte170m" || matrix === "bt470bg"));
 }
 
 /**
- * The hosts that an open VistelReceiver uses. Two of them would write into the same slots.
+ * The hosts that an open VistelReceiver uses: two of them would write into the same slots. All copies of this module in
+ * a page share it.
  * @type {WeakSet<WebView>}
  */
-const webviewsInUse = new WeakSet();
+const webviewsInUse = (/** @type {any} */ (globalThis)[Symbol.for("VistelReceiver.webviewsInUse")] ??= new WeakSet());
+
+/**
+ * @template {keyof VistelReceiverEvents} Type
+ * @typedef {((event: VistelReceiverEvents[Type]) => void) |
+ *     {handleEvent: (event: VistelReceiverEvents[Type]) => void} | null} VistelReceiverListener
+ */
+
+/**
+ * EventTarget, which knows the types of the events.
+ * @type {new () => {
+ *     addEventListener<Type extends keyof VistelReceiverEvents>(type: Type, listener: VistelReceiverListener<Type>,
+ *         options?: boolean | AddEventListenerOptions): void,
+ *     removeEventListener<Type extends keyof VistelReceiverEvents>(type: Type, listener: VistelReceiverListener<Type>,
+ *         options?: boolean | EventListenerOptions): void,
+ *     dispatchEvent(event: Event): boolean,
+ * }}
+ */
+const TypedEventTarget = /** @type {any} */ (EventTarget);
+
+/** @returns {WebView | undefined} */
+function findWebview() {
+    return /** @type {any} */ (globalThis).chrome?.webview;
+}
 
 /**
  * One page's connection to the receiver. There is one at a time; after close() the page may make another one.
@@ -162,24 +218,24 @@ const webviewsInUse = new WeakSet();
  * names only its action; with one pending command at a time, a result that answers no command is not mistaken for the
  * answer to another one.
  */
-export class VistelReceiver extends EventTarget {
+export class VistelReceiver extends TypedEventTarget {
     /** @type {WebView} */
     #webview;
-    /** @type {(Uint8Array | null)[]} */
+    /** @type {(Uint8Array<ArrayBuffer> | null)[]} */
     #slots = [null, null];
     /** @type {0 | 1} */
     #nextSlot = 0;
-    /** The slot that a frame is being copied to. @type {Uint8Array | null} */
+    /** @type {Uint8Array<ArrayBuffer> | null} The slot that a frame is being copied to. */
     #copyTarget = null;
     /** Removes the listeners. */
     #open = new AbortController();
-    /** Set while connect() waits. @type {Promise<void> | null} */
+    /** @type {Promise<void> | null} Set while connect() waits. */
     #connecting = null;
-    /** The quality that was posted last. @type {Quality | null} */
+    /** @type {Quality | null} The quality that was posted last. */
     #quality = null;
     /** Whether no frame has been posted since the quality changed. */
     #awaitsNewSize = false;
-    /** The snapshot that waits for that frame. @type {(() => void) | null} */
+    /** @type {(() => void) | null} Posts the snapshot that waits for that frame. */
     #postSnapshot = null;
     /** For scaling. */
     #canvas = new OffscreenCanvas(2, 2);
@@ -207,11 +263,11 @@ export class VistelReceiver extends EventTarget {
 
     /** Whether this page is shown by the receiver (or by another program that hosts WebView2). */
     static get available() {
-        return Boolean(globalThis.chrome?.webview);
+        return Boolean(findWebview());
     }
 
     /** @param {{webview?: WebView, signal?: AbortSignal}} options  The signal closes the connection. */
-    constructor({ webview = globalThis.chrome?.webview, signal } = {}) {
+    constructor({ webview = findWebview(), signal } = {}) {
         super();
         if (!webview) {
             throw new Error("The page is not shown by the receiver");
@@ -269,9 +325,9 @@ export class VistelReceiver extends EventTarget {
      * @returns {Promise<void>}
      */
     connect({ timeoutMs = ReadyTimeoutMs } = {}) {
-        this.#connecting ??= this.#limited(timeoutMs, "ready", (succeed) => {
+        this.#connecting ??= this.#limited(timeoutMs, "ready", (/** @type {(value: void) => void} */ succeed) => {
             this.#dropSlots();
-            this.addEventListener("slots", () => succeed(), { once: true });
+            this.addEventListener("slots", () => succeed(), { once: true, signal: this.#open.signal });
             this.#webview.postMessage("ready");
         }).finally(() => {
             this.#connecting = null;
@@ -283,11 +339,8 @@ export class VistelReceiver extends EventTarget {
      * Copies a frame to the next slot and posts its frame message. Always closes the frame. The receiver does not
      * acknowledge frames. The two slots are used alternately; a frame that comes while another one is being copied is
      * dropped. A frame in another format than the receiver's is converted, and one that is too large scaled down.
-     *
-     * exactColors copies a frame as RGB if the receiver would show wrong colors for its YUV (a canvas captured by
-     * WebRTC is BT.709 full range). That takes more than twice the bytes.
      * @param {VideoFrame} frame
-     * @param {{mirror?: boolean, exactColors?: boolean}} options
+     * @param {FrameOptions} options
      * @returns {Promise<boolean>} Whether the frame was posted.
      */
     async postFrame(frame, { mirror = false, exactColors = false } = {}) {
@@ -313,6 +366,9 @@ export class VistelReceiver extends EventTarget {
             }
             const { format, options } = plan;
             const planes = await frame.copyTo(bytes, options);
+            // Older runtimes have neither attribute and deliver upright frames.
+            const { flip = false, rotation = 0 } =
+                /** @type {VideoFrame & {flip?: boolean, rotation?: SlotPicture["rotation"]}} */ (frame);
             if (this.#slots[slot] !== bytes) {
                 ++this.drops.noSlot;
                 return false;
@@ -322,9 +378,8 @@ export class VistelReceiver extends EventTarget {
                 format,
                 width: options.rect.width,
                 height: options.rect.height,
-                // Older runtimes have neither attribute and deliver upright frames.
-                flip: frame.flip ?? false,
-                rotation: frame.rotation ?? 0,
+                flip,
+                rotation,
                 mirror,
                 displayWidth: frame.displayWidth,
                 displayHeight: frame.displayHeight,
@@ -355,17 +410,25 @@ export class VistelReceiver extends EventTarget {
      * event "frame-error". The options are those of postFrame(); they are read for each frame, so that the page may
      * change them.
      * @param {MediaStreamTrack} track
-     * @param {{mirror?: boolean, exactColors?: boolean, signal?: AbortSignal}} options
+     * @param {FrameOptions & {signal?: AbortSignal}} options
+     * @returns {Promise<void>}
      */
     async feed(track, options = {}) {
-        if (!("MediaStreamTrackProcessor" in globalThis)) {
+        /** @type {{MediaStreamTrackProcessor?: new (init: {track: MediaStreamTrack}) => {readable: ReadableStream}}} */
+        const { MediaStreamTrackProcessor } = /** @type {any} */ (globalThis);
+        if (!MediaStreamTrackProcessor) {
             throw new Error("MediaStreamTrackProcessor is unavailable");
         }
+        if (track.kind !== "video") {
+            throw new TypeError("This is no video track");
+        }
+        /** @type {ReadableStreamDefaultReader<VideoFrame>} */
         const reader = new MediaStreamTrackProcessor({ track }).readable.getReader();
         const stop = () => reader.cancel();
         const signals = options.signal ? [this.#open.signal, options.signal] : [this.#open.signal];
         signals.forEach((signal) => signal.addEventListener("abort", stop));
-        if (signals.some((signal) => signal.aborted)) {
+        const isStopped = () => signals.some((signal) => signal.aborted);
+        if (isStopped()) {
             stop();
         }
         /** @type {VideoFrame | null} */
@@ -380,19 +443,29 @@ export class VistelReceiver extends EventTarget {
             }
             posting = null;
         };
-        for (let next = await reader.read(); !next.done; next = await reader.read()) {
-            if (!posting) {
-                posting = postAll(next.value);
-                continue;
-            }
+        const dropWaiting = () => {
             if (waiting) {
                 waiting.close();
+                waiting = null;
                 ++this.drops.busy;
             }
-            waiting = next.value;
+        };
+        try {
+            for (let next = await reader.read(); !next.done; next = await reader.read()) {
+                if (posting) {
+                    dropWaiting();
+                    waiting = next.value;
+                } else {
+                    posting = postAll(next.value);
+                }
+            }
+            if (isStopped()) {
+                dropWaiting();
+            }
+            await posting;
+        } finally {
+            signals.forEach((signal) => signal.removeEventListener("abort", stop));
         }
-        await posting;
-        signals.forEach((signal) => signal.removeEventListener("abort", stop));
     }
 
     /** @param {Orientation} orientation */
@@ -417,17 +490,25 @@ export class VistelReceiver extends EventTarget {
     /**
      * Resolves to the result with the picture's path; rejects with a MediaError. After a change of quality the snapshot
      * is taken of the first frame of the new size.
+     * @returns {Promise<MediaResult>}
      */
     takeSnapshot() {
         return this.#ask("media:snapshot", "snapshot");
     }
 
-    /** Resolves to the result with the path of the file being written; rejects with a MediaError. */
+    /**
+     * Resolves to the result with the path of the file being written; rejects with a MediaError.
+     * @returns {Promise<MediaResult>}
+     */
     startRecording() {
         return this.#ask("media:record:start", "recording-started");
     }
 
-    /** Resolves to the result with the path of the complete file, empty when no recording was running. */
+    /**
+     * Resolves to the result with the path of the complete file, empty when no recording was running; rejects with a
+     * MediaError.
+     * @returns {Promise<MediaResult>}
+     */
     stopRecording() {
         return this.#ask("media:record:stop", "recording-stopped");
     }
@@ -542,13 +623,18 @@ export class VistelReceiver extends EventTarget {
      * @param {boolean} exactColors
      */
     #planCopy(frame, slotSize, exactColors) {
-        const rect = copyRectangle(frame.visibleRect);
-        const unchanged = HostFormats.has(frame.format) && (!exactColors || hasHostColors(frame));
+        const { visibleRect, format } = frame;
+        if (!visibleRect) {
+            throw new TypeError("The frame is closed");
+        }
+        const rect = copyRectangle(visibleRect);
+        const unchanged = format !== null && HostFormats.has(format) && (!exactColors || hasHostColors(frame));
+        /** @type {VideoFrameCopyToOptions & {rect: typeof rect}} */
         const options = unchanged ? { rect } : { rect, format: "RGBX" };
         const fits = rect.width >= 2 && rect.width <= MaxCodedWidth && rect.height >= 2 &&
             rect.height <= MaxCodedHeight && frame.displayWidth <= MaxDisplaySize &&
             frame.displayHeight <= MaxDisplaySize && frame.allocationSize(options) <= slotSize;
-        return fits ? { format: unchanged ? frame.format : "RGBX", options } : null;
+        return fits ? { format: unchanged ? format : "RGBX", options } : null;
     }
 
     /**
@@ -568,7 +654,7 @@ export class VistelReceiver extends EventTarget {
         return new VideoFrame(this.#canvas, { timestamp });
     }
 
-    /** @param {{additionalData?: {slot?: unknown}, getBuffer: () => ArrayBuffer}} event */
+    /** @param {WebViewEvents["sharedbufferreceived"]} event */
     #onSlot(event) {
         const slot = event.additionalData?.slot;
         if (slot !== 0 && slot !== 1) {
@@ -595,12 +681,12 @@ export class VistelReceiver extends EventTarget {
         }
     }
 
-    /** @param {Uint8Array} bytes */
+    /** @param {Uint8Array<ArrayBuffer>} bytes */
     #release(bytes) {
         this.#webview.releaseBuffer?.(bytes.buffer);
     }
 
-    /** @param {any} message */
+    /** @param {HostMessage} message */
     #onMessage(message) {
         switch (message?.type) {
         case "diagnostics":
@@ -636,8 +722,9 @@ export class VistelReceiver extends EventTarget {
     }
 
     /**
-     * @param {string} type
-     * @param {unknown} detail
+     * @template {keyof VistelReceiverEvents} Type
+     * @param {Type} type
+     * @param {VistelReceiverEvents[Type]["detail"]} detail
      */
     #notify(type, detail) {
         this.dispatchEvent(new CustomEvent(type, { detail }));

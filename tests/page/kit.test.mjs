@@ -21,7 +21,7 @@ async function prepare() {
     }
     // A frame whose every byte differs from its neighbors.
     window.makeFrame = (format, codedWidth, codedHeight, more = {}) => {
-        const bytes = new Uint8Array(codedWidth * codedHeight * 4);
+        const bytes = new Uint8Array(codedWidth * codedHeight * (format.includes('P1') ? 6 : 4));
         bytes.forEach((_, index) => {
             bytes[index] = index * 7;
         });
@@ -203,21 +203,22 @@ connectedTest('works without the means to give slots back', async (page) => {
 });
 
 kitTest('is the only one of its page until it is closed', async (page) => {
-    assert.deepEqual(await page.run(() => {
-        const make = () => {
+    assert.deepEqual(await page.run(async () => {
+        const copy = await import('/examples/page/vistel_receiver.mjs?copy');
+        const make = ({ VistelReceiver }) => {
             try {
-                return new kit.VistelReceiver() instanceof EventTarget;
+                return new VistelReceiver() instanceof EventTarget;
             } catch (error) {
                 return error.message;
             }
         };
-        const steps = [make()];
+        const steps = [copy !== kit, make(kit), make(copy)];
         receiver.close();
-        steps.push(make(), make());
+        steps.push(make(copy), make(copy), make(kit));
         receiver.close();
-        return [...steps, make()];
-    }), [...['This page has a VistelReceiver already; close() it first', true],
-         ...Array(2).fill('This page has a VistelReceiver already; close() it first')]);
+        return [...steps, make(kit)];
+    }), [true, ...Array(2).fill('This page has a VistelReceiver already; close() it first'), true,
+         ...Array(3).fill('This page has a VistelReceiver already; close() it first')]);
 });
 
 for (const how of ['close()', 'its signal']) {
@@ -252,6 +253,44 @@ for (const how of ['close()', 'its signal']) {
     });
 }
 
+const listenerTypes = (page, ...expressions) => Promise.all(expressions.map((one) => page.listenerTypes(one)));
+
+for (const how of ['close()', 'its signal']) {
+    connectedTest(`removes its listeners with ${how}`, async (page) => {
+        await page.run(() => {
+            receiver.close();
+            window.stopper = new AbortController();
+            window.feedStopper = new AbortController();
+            window.receiver = new kit.VistelReceiver({ signal: stopper.signal });
+            window.feeding = receiver.feed(new MediaStreamTrackGenerator({ kind: 'video' }),
+                                           { signal: feedStopper.signal });
+            window.connecting = outcome(receiver.connect());
+        });
+        const all = () => listenerTypes(page, 'chrome.webview', 'stopper.signal', 'feedStopper.signal', 'receiver');
+        assert.deepEqual(await all(), [['message', 'sharedbufferreceived'], ['abort'], ['abort'], ['slots']]);
+        await page.run(async (bySignal) => {
+            if (bySignal) {
+                stopper.abort();
+            } else {
+                receiver.close();
+            }
+            await Promise.all([feeding, connecting]);
+        }, how !== 'close()');
+        assert.deepEqual(await all(), [[], [], [], []]);
+    });
+}
+
+connectedTest('leaves no listener of a track that has ended', async (page) => {
+    await page.run(async () => {
+        window.stopper = new AbortController();
+        const track = new MediaStreamTrackGenerator({ kind: 'video' });
+        const feeding = receiver.feed(track, { signal: stopper.signal });
+        track.stop();
+        await feeding;
+    });
+    assert.deepEqual(await listenerTypes(page, 'stopper.signal'), [[]]);
+});
+
 kitTest('is not made with a signal that has ended', async (page) => {
     assert.equal(await page.run(() => {
         receiver.close();
@@ -277,6 +316,9 @@ const Frames = [
     // Copied in a format that the receiver accepts.
     [['I422', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
     [['I444', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I422A', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I420P10', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
+    [['I444P12', 64, 32], {}, 'RGBX:64:32:0:0:0:64:32:0,256'],
     // The display size is that of the rotated picture.
     [['I420', 64, 32, { rotation: 90 }], {}, 'I420:64:32:0:90:0:32:64:0,64;2048,32;2560,32'],
     [['I420', 64, 32, { rotation: 180 }], {}, 'I420:64:32:0:180:0:64:32:0,64;2048,32;2560,32'],
@@ -445,6 +487,16 @@ kitTest('refuses a frame that a small slot has no room for', async (page) => {
          { busy: 0, noSlot: 0, failed: 1 }]);
 });
 
+kitTest('refuses a frame that is closed', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        host.postBuffer(0);
+        host.postBuffer(1);
+        const frame = makeFrame('I420', 64, 32);
+        frame.close();
+        return [await outcome(receiver.postFrame(frame)), host.posted, receiver.drops];
+    }), ['TypeError: The frame is closed', [], { busy: 0, noSlot: 0, failed: 1 }]);
+});
+
 // --- Feeding ---
 
 // A track whose frames the test writes, and the state of the call that feeds it. Copies wait until they are let go.
@@ -519,6 +571,64 @@ for (const [how, end] of [
         assert.equal(await page.run(() => feeding), 'ended');
     });
 }
+
+for (const [how, end, expected] of [
+    ['its signal', () => stopper.abort(), [64]], ['close()', () => receiver.close(), []],
+]) {
+    connectedTest(`posts no frame that waits when ${how} ends feeding`, async (page) => {
+        await startFeeding(page);
+        await writeFrame(page, 64);
+        await waitForCopies(page, 1);
+        await writeFrame(page, 66);
+        await writeFrame(page, 68);
+        await page.waitFor(() => receiver.drops.busy === 1);
+        await page.run(end);
+        await page.run(() => copies[0].resolve());
+        assert.equal(await page.run(() => feeding), 'ended');
+        assert.deepEqual(await widths(page), expected);
+        assert.equal(await page.run(() => copies.length), 1);
+    });
+}
+
+connectedTest('feeds the last frame of a track', async (page) => {
+    await startFeeding(page);
+    await writeFrame(page, 64);
+    await waitForCopies(page, 1);
+    await writeFrame(page, 66);
+    await writeFrame(page, 68);
+    await page.waitFor(() => receiver.drops.busy === 1);
+    await page.run(() => generator.stop());
+    await page.run(() => copies[0].resolve());
+    await waitForCopies(page, 2);
+    await page.run(() => copies[1].resolve());
+    assert.equal(await page.run(() => feeding), 'ended');
+    assert.deepEqual(await widths(page), [64, 68]);
+});
+
+connectedTest('feeds video only', async (page) => {
+    assert.equal(await page.run(() => outcome(receiver.feed(new MediaStreamTrackGenerator({ kind: 'audio' })))),
+                 'TypeError: This is no video track');
+});
+
+connectedTest('feeds large frames and frames in other formats', async (page) => {
+    await page.run(() => {
+        window.generator = new MediaStreamTrackGenerator({ kind: 'video' });
+        window.writer = generator.writable.getWriter();
+        window.feeding = receiver.feed(generator);
+    });
+    for (const [format, width, height, expected] of [
+        ['I420', 3840, 2160, /^frame:0:(RGB|BGR)[AX]:1920:1080:/], ['I444', 64, 32, /^frame:1:RGBX:64:32:/],
+        ['RGBA', 2560, 1440, /^frame:0:(RGB|BGR)[AX]:1920:1080:/], ['I420', 64, 32, /^frame:1:I420:64:32:/],
+    ]) {
+        const before = await page.run(() => host.frames.length);
+        await page.run((...values) => {
+            writer.write(makeFrame(...values));
+        }, format, width, height);
+        await page.waitFor((count) => host.frames.length === count, before + 1);
+        assert.match((await posted(page)).at(-1), expected);
+    }
+    assert.deepEqual(await page.run(() => receiver.drops), { busy: 0, noSlot: 0, failed: 0 });
+});
 
 connectedTest('does not feed with a signal that has ended', async (page) => {
     assert.equal(await page.run(() => outcome(receiver.feed(new MediaStreamTrackGenerator({ kind: 'video' }),

@@ -128,6 +128,13 @@ class Page {
         return result.value;
     }
 
+    // The types of the listeners that are registered with an object, which the expression gives.
+    async listenerTypes(expression) {
+        const { result } = await send('Runtime.evaluate', { expression });
+        const { listeners } = await send('DOMDebugger.getEventListeners', { objectId: result.objectId });
+        return listeners.map(({ type }) => type).sort();
+    }
+
     // Calls a function in the page until it returns something true.
     waitFor(pageFunction, ...values) {
         return until(LimitMs, `${pageFunction} of ${JSON.stringify(values)}`, () => this.run(pageFunction, ...values));
