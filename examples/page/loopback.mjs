@@ -14,6 +14,7 @@ export async function openLoopback(source, onState) {
     forwardCandidates(sender, receiver);
     forwardCandidates(receiver, sender);
     receiver.addEventListener("connectionstatechange", () => onState(receiver.connectionState));
+    /** @type {Promise<MediaStreamTrack>} */
     const received = new Promise((resolve) => {
         receiver.addEventListener("track", (event) => resolve(event.track), { once: true });
     });
@@ -24,12 +25,24 @@ export async function openLoopback(source, onState) {
     await rtpSender.setParameters(parameters);
 
     await sender.setLocalDescription(await sender.createOffer());
-    await receiver.setRemoteDescription(sender.localDescription);
+    await receiver.setRemoteDescription(descriptionOf(sender));
     await receiver.setLocalDescription(await receiver.createAnswer());
-    await sender.setRemoteDescription(receiver.localDescription);
+    await sender.setRemoteDescription(descriptionOf(receiver));
     return received;
 }
 
+/**
+ * What setLocalDescription() has set.
+ * @param {RTCPeerConnection} connection
+ */
+function descriptionOf({ localDescription }) {
+    return /** @type {RTCSessionDescription} */ (localDescription);
+}
+
+/**
+ * @param {RTCPeerConnection} from
+ * @param {RTCPeerConnection} to
+ */
 function forwardCandidates(from, to) {
     from.addEventListener("icecandidate", ({ candidate }) => {
         if (candidate) {

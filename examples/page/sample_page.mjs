@@ -7,6 +7,13 @@ import { PatternNames } from "./test_card.mjs";
 import { TestCardTrack } from "./test_card_track.mjs";
 import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
+/**
+ * @typedef {import("./vistel_receiver.mjs").MediaResult} MediaResult
+ * @typedef {import("./vistel_receiver.mjs").Orientation} Orientation
+ * @typedef {import("./vistel_receiver.mjs").Quality} Quality
+ * @typedef {"wait" | "good" | "bad" | ""} Mood
+ */
+
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
 /** The receiver appends the last two. */
 const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "installationId", "clientVersion"];
@@ -16,9 +23,19 @@ const RefreshMs = 250;
 const RateWindowMs = 2000;
 const MaxEvents = 50;
 
-const element = (id) => document.getElementById(id);
+/** An element of index.html. @param {string} id */
+const element = (id) => /** @type {HTMLElement} */ (document.getElementById(id));
+/** @param {string} id */
+const buttonElement = (id) => /** @type {HTMLButtonElement} */ (element(id));
+/** The buttons of a group. @param {string} id */
+const buttonElements = (id) => /** @type {HTMLButtonElement[]} */ ([...element(id).children]);
 
-/** Sets the text if it has changed, and its mood: "wait", "good", "bad" or none. */
+/**
+ * Sets the text, if it has changed, and its mood.
+ * @param {HTMLElement} target
+ * @param {string} text
+ * @param {Mood} mood
+ */
 function setText(target, text, mood = "") {
     if (target.textContent !== text) {
         target.textContent = text;
@@ -29,6 +46,10 @@ function setText(target, text, mood = "") {
     }
 }
 
+/**
+ * @param {string} text
+ * @param {Mood} mood
+ */
 function addEvent(text, mood = "") {
     const item = document.createElement("li");
     const time = document.createElement("time");
@@ -39,27 +60,43 @@ function addEvent(text, mood = "") {
     }
     element("event-list").prepend(item);
     while (element("event-list").children.length > MaxEvents) {
-        element("event-list").lastChild.remove();
+        element("event-list").lastChild?.remove();
     }
 }
 
-function pressOnly(group, value) {
-    for (const button of group.children) {
+/**
+ * @param {string} id  Of a group of buttons.
+ * @param {string} value
+ */
+function pressOnly(id, value) {
+    for (const button of buttonElements(id)) {
         button.setAttribute("aria-pressed", String(button.dataset.value === value));
     }
 }
 
-/** Reads a query parameter; adds an event if its value is not allowed. */
+/**
+ * Reads a query parameter; adds an event if its value is not allowed.
+ * @template {string} Value
+ * @param {URLSearchParams} query
+ * @param {string} name
+ * @param {Value[]} allowed
+ * @param {Value} fallback
+ */
 function choice(query, name, allowed, fallback) {
     const value = query.get(name) ?? fallback;
-    if (!allowed.includes(value)) {
+    const known = allowed.find((one) => one === value);
+    if (known === undefined) {
         addEvent(`${name}=${value} is none of ${allowed.join(", ")}`, "bad");
-        return fallback;
     }
-    return value;
+    return known ?? fallback;
 }
 
-/** Reads a query parameter of `count` numbers of seconds with colons between them; null when it is missing. */
+/**
+ * Reads a query parameter of `count` numbers of seconds with colons between them; null when it is missing.
+ * @param {URLSearchParams} query
+ * @param {string} name
+ * @param {number} count
+ */
 function seconds(query, name, count) {
     const value = query.get(name);
     if (value === null) {
@@ -73,11 +110,18 @@ function seconds(query, name, count) {
     return parts.map(Number);
 }
 
+/** @param {number} forSeconds */
 const delay = (forSeconds) => new Promise((resolve) => setTimeout(resolve, forSeconds * 1000));
 
+/** @param {number} ms */
 function minutesText(ms) {
-    const two = (value) => String(value).padStart(2, "0");
+    const two = (/** @type {number} */ value) => String(value).padStart(2, "0");
     return `${two(Math.floor(ms / 60000))}:${two(Math.floor(ms / 1000) % 60)}`;
+}
+
+/** @param {unknown} reason  What was thrown. */
+function messageOf(reason) {
+    return reason instanceof Error ? reason.message : String(reason);
 }
 
 function readOptions() {
@@ -86,7 +130,7 @@ function readOptions() {
         .forEach((name) => addEvent(`${name} is none of ${QueryNames.join(", ")}`, "bad"));
     const rates = Array.from({ length: 60 }, (_, index) => String(index + 1));
     return {
-        size: choice(query, "size", Object.keys(Sizes), "720p"),
+        size: choice(query, "size", /** @type {Quality[]} */ (Object.keys(Sizes)), "720p"),
         exactColors: choice(query, "colors", ["fast", "exact"], "fast") === "exact",
         pattern: choice(query, "pattern", PatternNames, "card"),
         fps: Number(choice(query, "fps", rates, "30")),
@@ -102,11 +146,12 @@ class SamplePage {
     #feedOptions;
     #capturesFromQuery = true;
     #failed = false;
-    /** Path and start time of the running recording. */
+    /** @type {{path: string, startMs: number} | null} The running recording. */
     #recording = null;
-    /** Times and counts of the last refreshes, for the frame rate. */
+    /** @type {[number, number][]} Times and counts of the last refreshes, for the frame rate. */
     #counts = [];
 
+    /** @param {ReturnType<typeof readOptions>} options */
     constructor(options) {
         this.#options = options;
         this.#feedOptions = { mirror: false, exactColors: options.exactColors };
@@ -129,11 +174,12 @@ class SamplePage {
         // Makes the encoder reduce the quality before the resolution.
         source.contentHint = "detail";
         const track = await openLoopback(source, (state) => this.#onConnection(state));
-        element("video").srcObject = new MediaStream([track]);
+        /** @type {HTMLVideoElement} */ (element("video")).srcObject = new MediaStream([track]);
         await this.#receiver.feed(track, this.#feedOptions);
         throw new Error("The video track has ended");
     }
 
+    /** @param {unknown} reason */
     fail(reason) {
         this.#fail(reason);
     }
@@ -141,18 +187,23 @@ class SamplePage {
     #captureFromQuery() {
         const { snapshot, record } = this.#options;
         if (snapshot) {
-            this.#capture(this.#snapshotAfter(...snapshot));
+            this.#capture(this.#snapshotAfter(snapshot[0]));
         }
         if (record) {
-            this.#capture(this.#recordAfter(...record));
+            this.#capture(this.#recordAfter(record[0], record[1]));
         }
     }
 
+    /** @param {number} waitSeconds */
     async #snapshotAfter(waitSeconds) {
         await delay(waitSeconds);
         await this.#receiver.takeSnapshot();
     }
 
+    /**
+     * @param {number} waitSeconds
+     * @param {number} lengthSeconds
+     */
     async #recordAfter(waitSeconds, lengthSeconds) {
         await delay(waitSeconds);
         await this.#receiver.startRecording();
@@ -160,13 +211,16 @@ class SamplePage {
         await this.#receiver.stopRecording();
     }
 
+    /** @param {Quality} size */
     #setSize(size) {
         this.#receiver.setQuality(size);
-        this.#card.resize(...Sizes[size]);
-        pressOnly(element("quality"), size);
+        const [width, height] = Sizes[size];
+        this.#card.resize(width, height);
+        pressOnly("quality", size);
         addEvent(`Asked for ${size}`);
     }
 
+    /** @param {RTCPeerConnectionState} state */
     #onConnection(state) {
         addEvent(`WebRTC ${state}`);
         if (!this.#failed && state === "connected") {
@@ -211,6 +265,7 @@ class SamplePage {
         });
     }
 
+    /** @param {MediaResult} result */
     #outcome({ success, error, path }) {
         if (success) {
             return path || "nothing was being recorded";
@@ -218,8 +273,12 @@ class SamplePage {
         return errorText(error) + (path ? `, ${path}` : "");
     }
 
+    /**
+     * @param {MediaResult} result
+     * @param {string} outcome  Its text.
+     */
     #followRecording({ action, success, path }, outcome) {
-        const progress = this.#recording ? `${this.#recordingProgress()}, ` : "";
+        const progress = this.#recording ? `${this.#recordingProgress(this.#recording)}, ` : "";
         if (action !== "recording-started") {
             this.#recording = null;
         } else if (success) {
@@ -231,39 +290,45 @@ class SamplePage {
         this.#showRecording();
     }
 
-    #recordingProgress() {
-        const length = minutesText(performance.now() - this.#recording.startMs);
+    /** @param {{startMs: number}} recording */
+    #recordingProgress({ startMs }) {
+        const length = minutesText(performance.now() - startMs);
         return `${length}, ${this.#receiver.framesRecorded} frames`;
     }
 
     #listenToButtons() {
-        for (const button of element("quality").children) {
-            button.addEventListener("click", () => this.#setSize(button.dataset.value));
+        for (const button of buttonElements("quality")) {
+            button.addEventListener("click", () => this.#setSize(/** @type {Quality} */ (button.dataset.value)));
         }
-        for (const button of element("orientation").children) {
+        for (const button of buttonElements("orientation")) {
             button.addEventListener("click", () => {
-                this.#receiver.setOrientation(button.dataset.value);
-                pressOnly(element("orientation"), button.dataset.value);
+                const orientation = /** @type {Orientation} */ (button.dataset.value);
+                this.#receiver.setOrientation(orientation);
+                pressOnly("orientation", orientation);
             });
         }
-        pressOnly(element("orientation"), "setup");
+        pressOnly("orientation", "setup");
         element("mirror").addEventListener("click", () => {
             const mirror = !this.#feedOptions.mirror;
             this.#feedOptions.mirror = mirror;
             element("mirror").setAttribute("aria-pressed", String(mirror));
             element("picture").classList.toggle("mirrored", mirror);
         });
-        this.#onClick(element("snapshot"), () => this.#capture(this.#receiver.takeSnapshot()));
-        this.#onClick(element("record"), () => this.#capture(this.#receiver.recording
+        this.#onClick(buttonElement("snapshot"), () => this.#capture(this.#receiver.takeSnapshot()));
+        this.#onClick(buttonElement("record"), () => this.#capture(this.#receiver.recording
             ? this.#receiver.stopRecording() : this.#receiver.startRecording()));
-        this.#onClick(element("reconnect"), () => this.#receiver.connect());
-        this.#onClick(element("log"), () => {
+        this.#onClick(buttonElement("reconnect"), () => this.#receiver.connect());
+        this.#onClick(buttonElement("log"), () => {
             this.#receiver.reportError("A line that the sample page was asked for");
             addEvent("Asked for a line in the receiver's log");
         });
     }
 
-    /** Disables the button until its work is done. */
+    /**
+     * Disables the button until its work is done.
+     * @param {HTMLButtonElement} button
+     * @param {() => unknown} work
+     */
     #onClick(button, work) {
         button.addEventListener("click", async () => {
             button.disabled = true;
@@ -275,24 +340,28 @@ class SamplePage {
         });
     }
 
-    /** A failed capture does not stop the page. */
+    /**
+     * A failed capture does not stop the page.
+     * @param {Promise<unknown>} work
+     */
     async #capture(work) {
         try {
             await work;
         } catch (error) {
             if (!(error instanceof MediaError)) { // Its result is already shown.
-                addEvent(error.message, "bad");
+                addEvent(messageOf(error), "bad");
             }
         }
     }
 
     #showRecording() {
         const running = this.#receiver.recording;
+        const recording = this.#recording;
         element("record").textContent = running ? "Stop" : "Record";
         element("record").classList.toggle("running", running);
         element("recording-label").classList.toggle("running", running);
-        if (this.#recording) {
-            setText(element("recording-result"), `${this.#recordingProgress()}, ${this.#recording.path}`);
+        if (recording) {
+            setText(element("recording-result"), `${this.#recordingProgress(recording)}, ${recording.path}`);
         }
     }
 
@@ -324,10 +393,15 @@ class SamplePage {
             const tile = element(`slot-${slot}`);
             tile.classList.toggle("filled", size > 0);
             const use = last?.slot === slot ? "newest" : `${(size / 1e6).toFixed(1)} MB`;
-            setText(tile.querySelector("b"), size ? use : "waiting");
+            setText(/** @type {HTMLElement} */ (tile.lastElementChild), size ? use : "waiting");
         });
     }
 
+    /**
+     * @param {string} title
+     * @param {string} text
+     * @param {Mood} mood
+     */
     #notice(title, text, mood = "") {
         setText(element("notice-title"), title);
         setText(element("notice-text"), text);
@@ -335,8 +409,9 @@ class SamplePage {
         element("notice").hidden = false;
     }
 
+    /** @param {unknown} reason */
     #fail(reason) {
-        const message = reason?.message ?? String(reason);
+        const message = messageOf(reason);
         this.#failed = true;
         setText(element("state"), "Error", "bad");
         this.#notice("The page has failed", message, "bad");

@@ -13,11 +13,13 @@ const Patterns = {
     card: { still: drawCard, moving: drawCardMotion },
     bars: { still: drawBars, moving: drawBarsMotion },
 };
-export const PatternNames = Object.keys(Patterns);
+/** @typedef {keyof typeof Patterns} PatternName */
+export const PatternNames = /** @type {PatternName[]} */ (Object.keys(Patterns));
+/** @typedef {OffscreenCanvasRenderingContext2D} Context */
 
 export class TestCard {
     canvas = new OffscreenCanvas(LayoutWidth, LayoutHeight);
-    #context = this.canvas.getContext("2d", { alpha: false });
+    #context = opaqueContext(this.canvas);
     #still = new OffscreenCanvas(LayoutWidth, LayoutHeight);
     #pattern;
     #fps;
@@ -25,7 +27,7 @@ export class TestCard {
     #caption = "";
 
     /**
-     * @param {string} patternName  One of PatternNames.
+     * @param {PatternName} patternName
      * @param {number} fps
      */
     constructor(patternName, fps) {
@@ -33,13 +35,17 @@ export class TestCard {
         this.#fps = fps;
     }
 
-    /** Sets the size of the picture, before the first draw() or at any later time. */
+    /**
+     * Sets the size of the picture, before the first draw() or at any later time.
+     * @param {number} width
+     * @param {number} height
+     */
     resize(width, height) {
         for (const canvas of [this.canvas, this.#still]) {
             canvas.width = width;
             canvas.height = height;
         }
-        const context = this.#still.getContext("2d", { alpha: false });
+        const context = opaqueContext(this.#still);
         context.scale(width / LayoutWidth, height / LayoutHeight);
         this.#pattern.still(context);
         this.#context.setTransform(width / LayoutWidth, 0, 0, height / LayoutHeight, 0, 0);
@@ -54,6 +60,12 @@ export class TestCard {
     }
 }
 
+/** @param {OffscreenCanvas} canvas */
+function opaqueContext(canvas) {
+    return /** @type {Context} */ (canvas.getContext("2d", { alpha: false }));
+}
+
+/** @param {Context} context */
 function drawCard(context) {
     const background = context.createLinearGradient(0, 0, LayoutWidth, LayoutHeight);
     background.addColorStop(0, "#0e2346");
@@ -88,7 +100,14 @@ function drawCard(context) {
     drawCorner(context, 1, 1, "BR", "#40d17d");
 }
 
-/** An angle bracket and its name; right and bottom are 0 or 1. */
+/**
+ * An angle bracket and its name.
+ * @param {Context} context
+ * @param {0 | 1} right
+ * @param {0 | 1} bottom
+ * @param {string} name
+ * @param {string} color
+ */
 function drawCorner(context, right, bottom, name, color) {
     const inset = 28;
     const size = 96;
@@ -110,6 +129,11 @@ function drawCorner(context, right, bottom, name, color) {
     context.fillText(name, x + dx * 58, y + dy * 52);
 }
 
+/**
+ * @param {Context} context
+ * @param {number} frameNumber
+ * @param {string} caption
+ */
 function drawCardMotion(context, frameNumber, caption) {
     // A bar of full height that moves with every frame: a torn picture shows as a break in it.
     const barWidth = 40;
@@ -141,6 +165,7 @@ function drawCardMotion(context, frameNumber, caption) {
     drawCounter(context, frameNumber, LayoutWidth / 2 - CounterBits * 12, 590);
 }
 
+/** @param {Context} context */
 function drawColors(context) {
     const left = 340;
     const width = 600;
@@ -155,13 +180,20 @@ function drawColors(context) {
     }
 }
 
+/** @param {Date} time */
 function clockText(time) {
-    const two = (value) => String(value).padStart(2, "0");
+    const two = (/** @type {number} */ value) => String(value).padStart(2, "0");
     return `${two(time.getHours())}:${two(time.getMinutes())}:${two(time.getSeconds())}.` +
         String(time.getMilliseconds()).padStart(3, "0");
 }
 
-/** The frame number for programs: squares of 24 pixels, the highest bit on the left, white is 1. */
+/**
+ * The frame number for programs: squares of 24 pixels, the highest bit on the left, white is 1.
+ * @param {Context} context
+ * @param {number} frameNumber
+ * @param {number} left
+ * @param {number} top
+ */
 function drawCounter(context, frameNumber, left, top) {
     context.fillStyle = "#101319";
     context.fillRect(left - 4, top - 4, CounterBits * 24 + 8, 32);
@@ -173,6 +205,7 @@ function drawCounter(context, frameNumber, left, top) {
     }
 }
 
+/** @param {Context} context */
 function drawBars(context) {
     const width = LayoutWidth / BarColors.length;
     BarColors.forEach((color, index) => {
@@ -181,6 +214,10 @@ function drawBars(context) {
     });
 }
 
+/**
+ * @param {Context} context
+ * @param {number} frameNumber
+ */
 function drawBarsMotion(context, frameNumber) {
     const size = 120;
     context.fillStyle = "#808080";

@@ -1,15 +1,17 @@
 // The test card as a video track, drawn by a worker (test_card_worker.mjs), so that it also moves while the page is
 // hidden.
 
+/** @typedef {MediaStreamTrack & {writable: WritableStream<VideoFrame>}} GeneratedTrack */
+
 export class TestCardTrack {
     #start;
-    #size;
+    #size = { width: 1280, height: 720 };
     /** @type {Worker | null} */
     #worker = null;
     #onError;
 
     /**
-     * @param {string} patternName  One of PatternNames.
+     * @param {import("./test_card.mjs").PatternName} patternName
      * @param {number} fps
      * @param {(error: Error) => void} onError  Receives a failure of the worker.
      */
@@ -18,7 +20,11 @@ export class TestCardTrack {
         this.#onError = onError;
     }
 
-    /** Sets the size of the picture, before start() or at any later time. */
+    /**
+     * Sets the size of the picture, before start() or at any later time.
+     * @param {number} width
+     * @param {number} height
+     */
     resize(width, height) {
         this.#size = { width, height };
         this.#worker?.postMessage(this.#size);
@@ -26,7 +32,9 @@ export class TestCardTrack {
 
     /** @returns {MediaStreamTrack} */
     start() {
-        if (!("MediaStreamTrackGenerator" in globalThis)) {
+        /** @type {{MediaStreamTrackGenerator?: new (init: {kind: "video"}) => GeneratedTrack}} */
+        const { MediaStreamTrackGenerator } = /** @type {any} */ (globalThis);
+        if (!MediaStreamTrackGenerator) {
             throw new Error("MediaStreamTrackGenerator is unavailable");
         }
         this.#worker = startWorker();

@@ -5,6 +5,7 @@ import * as fs from 'node:fs/promises';
 import { dirname, join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { installNpmPackages } from '../npm_packages.mjs';
 import { SourceFolder } from '../prefix.mjs';
 import { end, run, start, until, within } from '../processes.mjs';
 import { BuildFolder } from '../receiver_run.mjs';
@@ -15,7 +16,6 @@ const PackageFolder = join(SourceFolder, 'build/application');
 const Package = '@ffmpeg-installer/win32-x64';
 const Program = join(PackageFolder, 'node_modules', Package, 'ffmpeg.exe');
 
-const FetchLimitMs = 600000;
 const StartLimitMs = 120000;
 const EndLimitMs = 60000;
 const DecodeLimitMs = 600000;
@@ -32,15 +32,9 @@ export async function fetchApplication() {
     if (existsSync(Program)) {
         return;
     }
-    await fs.mkdir(PackageFolder, { recursive: true });
-    for (const file of ['package.json', 'package-lock.json']) {
-        await fs.copyFile(join(ManifestFolder, file), join(PackageFolder, file));
-    }
     try {
-        // The lock file names no registry. --force: the package is for another system than this one.
-        await run('npm', ['ci', '--omit-lockfile-registry-resolved', '--force', '--no-audit', '--no-fund'], {
-            cwd: PackageFolder, limitMs: FetchLimitMs,
-        });
+        // --force: the package is for another system than this one.
+        await installNpmPackages(ManifestFolder, PackageFolder, ['--force']);
     } catch (error) {
         throw new Error(`the npm package ${Package}, whose ffmpeg.exe is the camera application, cannot be had: ` +
             error.message);
