@@ -110,8 +110,8 @@ void CameraStream::Stop() noexcept {
     }
     SetEvent(stop_.Get());
     (void)target_.allocator->Decommit(); // ends a wait for a free buffer
-    // Ends a wait in Receive: a renderer that is paused keeps its sample. Graphs stop renderers first, applications that
-    // stop filters themselves may not.
+    // Ends a wait in Receive: a renderer that is paused keeps its sample. Graphs stop renderers first, applications
+    // that stop filters themselves may not.
     ComPtr<IPin> peer;
     if (SUCCEEDED(target_.input.As(IID_IPin, peer))) {
         (void)peer->BeginFlush();
@@ -146,7 +146,8 @@ void CameraStream::Deliver() noexcept {
     while (timer.WaitUnless(stop_.Get())) {
         const std::optional<REFERENCE_TIME> time = StreamTime();
         // Graphs let the stream's time begin some time after Run, after a pause as well. Until it has come again to
-        // where it was, nothing is delivered: times must rise, and a renderer holds a sample back whose time is to come.
+        // where it was, nothing is delivered: times must rise, and a renderer holds a sample back whose time is to
+        // come.
         if (!time || *time <= lastTime || !choice.IsTimeToLook(Now100ns())) {
             continue;
         }
