@@ -1,4 +1,4 @@
-// The body of `./dev soak`: soak_command.mjs MINUTES. The report stands on the terminal and in build/soak/soak.json.
+// The body of `./dev soak`: soak_command.mjs MINUTES [--hidden]. The report stands on the terminal and in build/soak/soak.json.
 import { mkdir, writeFile } from 'node:fs/promises';
 import { join } from 'node:path';
 
@@ -40,7 +40,8 @@ const interrupted = new Promise((resolve, reject) => {
 });
 interrupted.catch(() => {}); // Reported among the problems.
 
-const report = await soak({ minutes: Number(process.argv[2]), out, interrupted });
+const [, , minutes, option] = process.argv;
+const report = await soak({ minutes: Number(minutes), hidden: option === '--hidden', out, interrupted });
 await writeFile(join(out, 'soak.json'), `${JSON.stringify(report, null, 2)}\n`);
 process.stdout.write(`${describe(report)}\n`);
 report.problems.forEach((problem) => process.stderr.write(`./dev soak: ${problem}\n`));
