@@ -577,7 +577,9 @@ export class VistelReceiver extends TypedEventTarget {
             };
             const fail = settle(reject);
             const onClose = () => fail(signal.reason);
-            const timer = setTimeout(() => fail(noAnswer(command)), timeoutMs);
+            const timer = setTimeout(() => fail(command === "media:snapshot" && this.#postSnapshot
+                ? new Error(`${command}: no frame was posted after the change of quality`) : noAnswer(command)),
+            timeoutMs);
             signal.addEventListener("abort", onClose);
             begin(settle(resolve), fail);
         });

@@ -772,6 +772,14 @@ connectedTest('takes a snapshot of the first frame of a new size', async (page) 
     }), [['quality:1080p'], ['frame', 'media:snapshot'], ['quality:1080p'], ['media:snapshot']]);
 });
 
+connectedTest('gives up a snapshot when no frame of the new size is posted', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        receiver.setQuality('1080p');
+        endLongWaits();
+        return [await outcome(receiver.takeSnapshot()), host.posted];
+    }), ['Error: media:snapshot: no frame was posted after the change of quality', ['quality:1080p']]);
+});
+
 kitTest('counts a stop while idle as a success', async (page) => {
     const stopped = result('recording-stopped', true, '', 1);
     assert.deepEqual(await answer(page, ['stopRecording'], stopped), { state: 'resolved', value: stopped });
