@@ -5,11 +5,11 @@ import { fileURLToPath } from 'node:url';
 import { SourceFolder } from './prefix.mjs';
 
 const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--application]' +
-    ' [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
+    ' [--hidden] [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
 const MaxSeconds = (2 ** 31 - 1) / 1000; // what a timer takes
 
-// { out, seconds, camera, application, show, pageQuery, receiverArguments }; all but out and show are undefined when
-// not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
+// { out, seconds, camera, application, hidden, show, pageQuery, receiverArguments }; all but out and show are undefined
+// when not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
 export function parseOptions(words) {
     const options = { out: join(SourceFolder, 'build/run'), show: false };
     const rest = [...words];
@@ -40,6 +40,8 @@ export function parseOptions(words) {
             options.pageQuery = value().replace(/^\?/, '');
         } else if (word === '--application' && attached === undefined) {
             options.application = true;
+        } else if (word === '--hidden' && attached === undefined) {
+            options.hidden = true;
         } else if (word === '--show' && attached === undefined) {
             options.show = true;
         } else if (['--embedded', '--url'].includes(word)) {
