@@ -1,6 +1,11 @@
-// The page author's kit, examples/page/vistel_receiver.mjs: what it posts, receives and promises.
+// The page author's kit, examples/page/vistel_receiver.mjs: what it posts, receives and promises. And the pages in the
+// protocol's document, as they stand there.
 import assert from 'node:assert/strict';
+import { copyFile, mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { join, relative } from 'node:path';
 
+import { SourceFolder } from '../rig/prefix.mjs';
+import { codeBlocks } from './code_blocks.mjs';
 import { FakeHost, pageTest } from './page_test.mjs';
 
 const SlotBytes = 8294400;
@@ -993,3 +998,45 @@ kitTest('ignores what it does not know', async (page) => {
     assert.equal(await page.run(() => receiver.recording), true);
     assert.deepEqual((await received(page)).map(([type]) => type), ['media-result', 'media-result']);
 });
+
+// --- The pages in the document ---
+
+const Protocol = 'docs/page-protocol.md';
+for (const [how, isPage] of [
+    ['with', /vistel_receiver\.mjs.*drawing\.mjs/s], ['without', /postMessage\("ready"\).*drawing\.mjs/s],
+]) {
+    pageTest(`the document's first page ${how} the module sends its picture`, [FakeHost], async (page) => {
+        const [html] = await codeBlocks(Protocol, 'html');
+        const scripts = await codeBlocks(Protocol, 'js');
+        const files = {
+            'index.html': html,
+            'page.mjs': scripts.find((script) => isPage.test(script)),
+            'drawing.mjs': scripts.find((script) => script.startsWith('// drawing.mjs')),
+        };
+        const build = join(SourceFolder, 'build'); // The server knows no other place for files that are made.
+        await mkdir(build, { recursive: true });
+        const folder = await mkdtemp(join(build, 'first-page-'));
+        try {
+            for (const [name, text] of Object.entries(files)) {
+                await writeFile(join(folder, name), text);
+            }
+            await copyFile(join(SourceFolder, 'examples/page/vistel_receiver.mjs'),
+                           join(folder, 'vistel_receiver.mjs'));
+            await page.open(`${relative(SourceFolder, folder)}/index.html`);
+            await page.waitForText('ready');
+            await page.giveSlots();
+            await page.waitFor(() => host.frames.length >= 5);
+            await page.postJson({ type: 'virtual-camera-usage', active: true });
+            assert.equal(await page.run(() => document.body.textContent), 'The camera is in use');
+            assert.deepEqual(await page.run(() => host.texts), ['ready', 'quality:1080p']);
+            const frames = await page.run(() => host.frames);
+            frames.forEach((text, index) => assert.match(
+                text, new RegExp(`^frame:${index % 2}:(RGBA|RGBX|BGRA|BGRX):1280:720:0:0:0:1280:720:0,5120$`)));
+            // The bar.
+            assert.ok(await page.run(() => new Uint32Array(host.buffers[0], 0, 1280)
+                .some((pixel) => (pixel & 0xFFFFFF) !== 0)));
+        } finally {
+            await rm(folder, { recursive: true });
+        }
+    });
+}

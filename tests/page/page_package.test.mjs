@@ -10,6 +10,7 @@ import { compileTypes, makePagePackage } from '../../packaging/page_package.mjs'
 import { Quiet } from '../rig/npm_packages.mjs';
 import { SourceFolder } from '../rig/prefix.mjs';
 import { run } from '../rig/processes.mjs';
+import { codeBlocks } from './code_blocks.mjs';
 
 const PageFolder = join(SourceFolder, 'examples/page');
 const Protocol = 'docs/page-protocol.md';
@@ -25,13 +26,6 @@ before(async () => {
 });
 
 after(() => fs.rm(folder, { recursive: true, force: true }));
-
-// The text of each code block of a language in a document.
-async function codeBlocks(document, language) {
-    const text = await fs.readFile(join(SourceFolder, document), 'utf8');
-    return [...text.matchAll(/^```(\w+)\n(.*?)^```$/gms)].filter(([, name]) => name === language)
-        .map(([, , code]) => code);
-}
 
 // Everything that a page can use. A line with "@ts-expect-error" before it must not compile, every other one must.
 const Uses = `
