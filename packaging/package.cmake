@@ -12,7 +12,7 @@ find_program(ESBUILD esbuild)
 if(NODE AND ESBUILD)
     set(test_picture ${PROJECT_BINARY_DIR}/test-picture.html)
     set(page_builder ${CMAKE_CURRENT_LIST_DIR}/single_page.mjs)
-    file(GLOB page_sources CONFIGURE_DEPENDS examples/page/*)
+    file(GLOB_RECURSE page_sources CONFIGURE_DEPENDS examples/page/*)
     add_custom_command(OUTPUT ${test_picture} COMMAND ${NODE} ${page_builder} ${ESBUILD} ${test_picture}
         DEPENDS ${page_builder} ${page_sources} VERBATIM)
     add_custom_target(test_picture ALL DEPENDS ${test_picture})

@@ -1,4 +1,4 @@
-// Makes the npm package of the page kit: its module, the types in it as a .d.mts file, and the protocol's document.
+// Makes the npm package of the page kit: its modules, the types in them as .d.mts files, and the protocol's document.
 //   node page_package.mjs FOLDER    writes vistel-receiver-page-VERSION.tgz to FOLDER
 import * as fs from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -26,8 +26,9 @@ export async function makePagePackage(folder) {
     try {
         await compileTypes('--project', PageFolder, '--noEmit', 'false', '--declaration', '--emitDeclarationOnly',
                            '--outDir', staging);
-        for (const file of ['package.json', 'README.md', 'vistel_receiver.mjs']) {
-            await fs.copyFile(join(PageFolder, file), join(staging, file));
+        const sources = ['package.json', 'README.md', 'vistel_receiver.mjs', 'receiver_simulator.mjs', 'simulator'];
+        for (const name of sources) {
+            await fs.cp(join(PageFolder, name), join(staging, name), { recursive: true });
         }
         await fs.copyFile(join(SourceFolder, 'docs/page-protocol.md'), join(staging, 'page-protocol.md'));
         await fs.mkdir(folder, { recursive: true });

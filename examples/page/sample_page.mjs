@@ -1,6 +1,7 @@
 // The sample page: sends a test picture through WebRTC to the receiver, and shows every message from the receiver.
 // Query: size=720p|1080p, fps=1..60, pattern=card|bars, colors=fast|exact. For runs without a user, in seconds after
-// the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS makes a recording of that length.
+// the first frame: snapshot=AFTER takes a snapshot, record=AFTER:SECONDS makes a recording of that length. simulator
+// starts the receiver simulator, for a browser without a receiver.
 
 import { openLoopback } from "./loopback.mjs";
 import { PatternNames } from "./test_card.mjs";
@@ -16,7 +17,9 @@ import { errorText, MediaError, VistelReceiver } from "./vistel_receiver.mjs";
 
 const Sizes = { "720p": [1280, 720], "1080p": [1920, 1080] };
 /** The receiver appends the last two. */
-const QueryNames = ["size", "fps", "pattern", "colors", "snapshot", "record", "installationId", "clientVersion"];
+const QueryNames = [
+    "size", "fps", "pattern", "colors", "snapshot", "record", "simulator", "installationId", "clientVersion",
+];
 /** The receiver may be busy while it starts. */
 const ConnectTimeoutMs = 60000;
 const RefreshMs = 250;
@@ -420,12 +423,20 @@ class SamplePage {
     }
 }
 
-if (VistelReceiver.available) {
-    const page = new SamplePage(readOptions());
-    page.run().catch((error) => page.fail(error));
-} else {
+function start() {
+    if (VistelReceiver.available) {
+        const page = new SamplePage(readOptions());
+        page.run().catch((error) => page.fail(error));
+        return;
+    }
     setText(element("command"), `vistel-receiver.exe --url=${location.href}`);
     for (const button of document.querySelectorAll("button")) {
         button.disabled = true;
     }
+}
+
+if (new URLSearchParams(location.search).has("simulator")) {
+    import("./receiver_simulator.mjs").then(start);
+} else {
+    start();
 }

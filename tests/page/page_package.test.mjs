@@ -31,6 +31,7 @@ after(() => fs.rm(folder, { recursive: true, force: true }));
 const Uses = `
 import { copyRectangle, errorText, frameMessage, hasHostColors, MediaError, VistelReceiver } from "vistel-receiver-page";
 import type { Diagnostics, MediaResult, SlotPicture, WebView } from "vistel-receiver-page";
+import { simulator } from "vistel-receiver-page/simulator";
 
 const controller = new AbortController();
 const receiver = new VistelReceiver({ signal: controller.signal });
@@ -103,6 +104,14 @@ chrome.webview.addEventListener("message", ({ data }) => {
 // @ts-expect-error
 chrome.webview.postMessage({ type: "ready" });
 receiver.close();
+
+// @ts-expect-error
+simulator.counts;
+const races: number | undefined = simulator?.counts.races;
+const reason: string | undefined = simulator?.refusals[0]?.reason;
+const pictureBytes: Uint8Array | undefined = simulator?.picture?.bytes;
+// @ts-expect-error
+simulator?.setCameraInUse("yes");
 `;
 
 test('the package has the module, its types and its documents, and always the same bytes', async () => {
@@ -113,11 +122,17 @@ test('the package has the module, its types and its documents, and always the sa
     const unpacked = join(folder, 'unpacked');
     await fs.mkdir(unpacked);
     await run('tar', ['xf', tarball], { cwd: unpacked });
-    assert.deepEqual((await fs.readdir(join(unpacked, 'package'))).sort(), [
-        'README.md', 'package.json', 'page-protocol.md', 'vistel_receiver.d.mts', 'vistel_receiver.mjs',
-    ]);
-    assert.deepEqual(await fs.readFile(join(unpacked, 'package/vistel_receiver.mjs')),
-                     await fs.readFile(join(PageFolder, 'vistel_receiver.mjs')));
+    const modules = ['vistel_receiver', 'receiver_simulator', 'simulator/frame_conversion', 'simulator/message_rules',
+                     'simulator/panel', 'simulator/receiver_model', 'simulator/slot_watch'];
+    const packed = await fs.readdir(join(unpacked, 'package'), { recursive: true });
+    assert.deepEqual(packed.sort(), [
+        'README.md', 'package.json', 'page-protocol.md', 'simulator',
+        ...modules.flatMap((module) => [`${module}.d.mts`, `${module}.mjs`]),
+    ].sort());
+    for (const module of modules) {
+        assert.deepEqual(await fs.readFile(join(unpacked, `package/${module}.mjs`)),
+                         await fs.readFile(join(PageFolder, `${module}.mjs`)), module);
+    }
 });
 
 test('the lock file names no registry', async () => {
@@ -140,9 +155,9 @@ test('the examples in the documents compile against the package, and wrong uses 
     await fs.writeFile(join(project, 'uses.mts'), Uses);
 
     // Some import the module as a copy beside the page.
-    for (const file of ['vistel_receiver.mjs', 'vistel_receiver.d.mts']) {
-        await fs.copyFile(join(project, 'node_modules/vistel-receiver-page', file), join(project, file));
-    }
+    await fs.cp(join(project, 'node_modules/vistel-receiver-page'), project, {
+        recursive: true, filter: (path) => !path.endsWith('.json'),
+    });
     for (const document of Documents) {
         const scripts = await codeBlocks(document, 'js');
         assert.ok(scripts.length > 0, document);
