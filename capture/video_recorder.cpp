@@ -70,11 +70,14 @@ HRESULT VideoRecorder::Start(std::uint32_t frameWidth, std::uint32_t frameHeight
         return HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS);
     }
     RETURN_IF_FAILED(MakeCaptureFilePath(FOLDERID_Videos, L"mp4", &path));
-    ComPtr<IMFSinkWriter> newWriter;
+    RETURN_IF_FAILED(MFStartup(MF_VERSION, MFSTARTUP_FULL));
+    MediaFoundationStart newStart(true);
+    ComPtr<IMFSinkWriter> newWriter; // Released before Media Foundation.
     RETURN_IF_FAILED(OpenWriter(path, frameWidth, frameHeight, newWriter, streamIndex));
     if (outPath != nullptr) {
         *outPath = path;
     }
+    mediaFoundation = std::move(newStart);
     writer = std::move(newWriter);
     width = frameWidth;
     height = frameHeight;
@@ -115,6 +118,7 @@ HRESULT VideoRecorder::Stop(std::wstring* outPath) noexcept {
     }
     const HRESULT result = writer->Finalize();
     writer.Reset();
+    mediaFoundation.Reset();
     if (outPath != nullptr) {
         *outPath = std::move(path);
     }

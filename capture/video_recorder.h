@@ -1,10 +1,10 @@
 // Writes the published frames into an H.264 MP4 file in the user's Videos folder, through a Media Foundation sink
-// writer. Recording means that a writer exists. UI thread only. Media Foundation and COM must be initialized before
-// Start.
+// writer. Recording means that a writer exists. UI thread only. COM must be initialized before Start.
 #pragma once
 
 #include "capture/sample_clock.h"
 #include "platform/com_ptr.h"
+#include "platform/media_foundation.h"
 
 #include <windows.h>
 
@@ -36,6 +36,9 @@ public:
     [[nodiscard]] HRESULT Stop(std::wstring* outPath) noexcept;
 
 private:
+    // While recording. The application object is destroyed after the entry point's MFShutdown, and the writer needs
+    // Media Foundation until it is released: destroyed after the writer.
+    MediaFoundationStart mediaFoundation;
     ComPtr<IMFSinkWriter> writer;
     DWORD streamIndex = 0;
     std::uint32_t width = 0;

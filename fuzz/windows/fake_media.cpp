@@ -194,6 +194,10 @@ HRESULT MFShutdown() noexcept {
     --receiver::FakeWindows::Current().mediaStarts;
     return S_OK;
 }
+HRESULT MFAllocateWorkQueue(DWORD*) noexcept {
+    return receiver::FakeWindows::Current().mediaStarts > 0 ? S_OK : MF_E_SHUTDOWN;
+}
+HRESULT MFUnlockWorkQueue(DWORD) noexcept { return S_OK; }
 HRESULT MFCreateMediaType(IMFMediaType** type) { return receiver::HandOut<receiver::MediaType>(type); }
 HRESULT MFCreateMemoryBuffer(DWORD size, IMFMediaBuffer** buffer) {
     return receiver::HandOut<receiver::MediaBuffer>(buffer, size);

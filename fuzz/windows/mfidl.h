@@ -17,6 +17,7 @@ inline constexpr GUID MFVideoFormat_NV12{4, 2, 0, {}};
 inline constexpr std::uint32_t MFVideoInterlace_Progressive = 2;
 inline constexpr ULONG MF_VERSION = 0x00020070;
 inline constexpr DWORD MFSTARTUP_FULL = 0;
+inline constexpr HRESULT MF_E_SHUTDOWN = static_cast<HRESULT>(0xC00D3E85);
 
 struct IMFAttributes;
 struct MF_SINK_WRITER_STATISTICS;
@@ -56,6 +57,8 @@ struct IMFSinkWriter : IUnknown {
 
 HRESULT MFStartup(ULONG version, DWORD flags) noexcept;
 HRESULT MFShutdown() noexcept;
+HRESULT MFAllocateWorkQueue(DWORD* queue) noexcept;
+HRESULT MFUnlockWorkQueue(DWORD queue) noexcept;
 HRESULT MFCreateMediaType(IMFMediaType** type);
 HRESULT MFCreateMemoryBuffer(DWORD size, IMFMediaBuffer** buffer);
 HRESULT MFCreateSample(IMFSample** sample);

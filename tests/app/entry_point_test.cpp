@@ -98,6 +98,7 @@ TEST_F(EntryPointTest, ShutsEverythingDownBeforeTheApplicationIsDestroyed) {
                             L"released WebView", L"released Controller", L"released Environment"));
 }
 
+// The recording has started Media Foundation once more, so that the writer still works after the first MFShutdown.
 TEST_F(EntryPointTest, FinalizesARecordingWhenTheApplicationIsDestroyed) {
     const CaptureFolders folders;
     SinkWriterFakes writers;
@@ -109,8 +110,9 @@ TEST_F(EntryPointTest, FinalizesARecordingWhenTheApplicationIsDestroyed) {
                        writers.onCall = [&](const std::string& call) { browser.Note({call.begin(), call.end()}); };
                    }),
               0);
-    EXPECT_THAT(browser.TakeCalls(), ElementsAre(L"MFShutdown", L"CoUninitialize", L"Finalize", L"released",
-                                                 L"released WebView", L"released Controller", L"released Environment"));
+    EXPECT_THAT(browser.TakeCalls(),
+                ElementsAre(L"MFShutdown", L"CoUninitialize", L"Finalize", L"released", L"MFShutdown",
+                            L"released WebView", L"released Controller", L"released Environment"));
 }
 
 TEST_F(EntryPointTest, StartsComAsASingleThreadedApartmentAndMediaFoundationInFull) {

@@ -40,7 +40,8 @@ public:
     void Fail(const std::string& name, HRESULT code) { failures_[name] = code; }
     void FailNothing() { failures_.clear(); }
     [[nodiscard]] std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
-    // Used in place of MFCreateSinkWriterFromURL.
+    // Used in place of MFCreateSinkWriterFromURL. While Media Foundation is shut down, this and the writer's methods
+    // return MF_E_SHUTDOWN and are recorded as "NAME after MFShutdown".
     HRESULT Create(LPCWSTR newUrl, const void* stream, const IMFAttributes* attributes, IMFSinkWriter** writer);
 
     std::vector<std::string> calls; // "Create", the names of methods, and "released" when a writer is destroyed
@@ -55,15 +56,25 @@ public:
 private:
     class Writer;
 
+    // MF_E_SHUTDOWN while Media Foundation is shut down.
+    static HRESULT PlatformResult() {
+        const AllocationPause pause;
+        DWORD queue = 0;
+        const HRESULT result = MFAllocateWorkQueue(&queue);
+        return SUCCEEDED(result) ? MFUnlockWorkQueue(queue) : result;
+    }
     void Note(const std::string& name) {
         const AllocationPause pause;
-        calls.push_back(name);
+        calls.push_back(SUCCEEDED(PlatformResult()) ? name : name + " after MFShutdown");
         if (onCall) {
-            onCall(name);
+            onCall(calls.back());
         }
     }
     HRESULT Result(const std::string& name) {
         Note(name);
+        if (const HRESULT platform = PlatformResult(); FAILED(platform)) {
+            return platform;
+        }
         const auto failure = failures_.find(name);
         if (failure != failures_.end()) {
             return failure->second;
@@ -77,11 +88,11 @@ private:
     struct Creation {
         SinkWriterFakes& fakes;
 
-        HRESULT operator()(decltype(&MFCreateSinkWriterFromURL), LPCWSTR url, IMFByteStream* stream,
+        HRESULT operator()(decltype(&MFCreateSinkWriterFromURL), LPCWSTR address, IMFByteStream* stream,
                            IMFAttributes* attributes, IMFSinkWriter** writer) const {
-            const HRESULT result = fakes.Create(url, stream, attributes, writer);
+            const HRESULT result = fakes.Create(address, stream, attributes, writer);
             if (SUCCEEDED(result)) {
-                WriteBytes(url, ""); // Windows creates the file at once.
+                WriteBytes(address, ""); // Windows creates the file at once.
             }
             return result;
         }

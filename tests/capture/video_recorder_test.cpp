@@ -32,6 +32,11 @@ constexpr HRESULT AlreadyExists = static_cast<HRESULT>(0x800700B7);
 
 std::uint64_t Ratio(std::uint32_t upper, std::uint32_t lower) { return std::uint64_t{upper} << 32 | lower; }
 
+bool MediaFoundationIsUp() {
+    DWORD queue = 0;
+    return SUCCEEDED(MFAllocateWorkQueue(&queue)) && SUCCEEDED(MFUnlockWorkQueue(queue));
+}
+
 // The number of references held in addition to this one.
 template <typename T>
 ULONG OtherReferences(const ComPtr<T>& object) {
@@ -168,6 +173,7 @@ TEST_P(FailedStartTest, ReleasesEverythingAndStaysIdle) {
     EXPECT_EQ(recorder->Start(640, 360, &path), Failure);
     EXPECT_EQ(path, L"untouched");
     EXPECT_FALSE(recorder->Recording());
+    EXPECT_FALSE(MediaFoundationIsUp());
     EXPECT_THAT(fakes.TakeCalls(), testing::ElementsAreArray(calls));
     for (const ComPtr<IMFMediaType>& type : {fakes.outputType, fakes.inputType}) {
         EXPECT_TRUE(!type || OtherReferences(type) == 1) << "besides the copy of the list";
@@ -394,6 +400,35 @@ TEST_F(FrameObjectsTest, ResultsOfCallsThatCannotFailAreIgnored) {
     fakes.Fail("WriteSample", E_PENDING); // before the fake reads the sample with these methods
     EXPECT_EQ(Write(), E_PENDING);
     EXPECT_EQ(refused, 4);
+}
+
+TEST_F(VideoRecorderTest, KeepsMediaFoundationUpForItsWriter) {
+    EXPECT_FALSE(MediaFoundationIsUp());
+    Start();
+    EXPECT_TRUE(MediaFoundationIsUp());
+    EXPECT_EQ(recorder->Stop(nullptr), S_OK);
+    EXPECT_FALSE(MediaFoundationIsUp());
+    Start();
+    EXPECT_EQ(recorder->Start(640, 360, nullptr), AlreadyExists);
+    EXPECT_TRUE(MediaFoundationIsUp());
+    fakes.Fail("Finalize", Failure);
+    EXPECT_EQ(recorder->Stop(nullptr), Failure);
+    EXPECT_FALSE(MediaFoundationIsUp());
+    Start();
+    recorder.reset();
+    EXPECT_FALSE(MediaFoundationIsUp());
+}
+
+TEST_F(VideoRecorderTest, DoesNotStartWithoutMediaFoundation) {
+    const ImportPatch startup("mfplat.dll", "MFStartup", &MFStartup, [](auto*, ULONG version, DWORD flags) {
+        EXPECT_EQ(version, 0x00020070U);
+        EXPECT_EQ(flags, 0U);
+        return Failure;
+    });
+    EXPECT_EQ(recorder->Start(640, 360, &path), Failure);
+    EXPECT_EQ(path, L"untouched");
+    EXPECT_FALSE(recorder->Recording());
+    EXPECT_THAT(fakes.calls, IsEmpty());
 }
 
 TEST_F(VideoRecorderTest, StopFinalizesTheFile) {

@@ -71,12 +71,12 @@ TEST(FaultsOf, RecordingStart) {
         .name = "record-start",
         .prepare = MakeReady,
         .run = StartRecording,
-        .good = {"call CreateDirectoryW", "call MFCreateSinkWriterFromURL", "log Recording started",
+        .good = {"call CreateDirectoryW", "call MFStartup", "call MFCreateSinkWriterFromURL", "log Recording started",
                  MediaResult("recording-started", Video, "0"), "result 0x00000000", "recording"},
         .unnoticed = "GetTempPathW PostWebMessageAsJson IMFMediaType::SetGUID IMFMediaType::SetUINT32 "
                      "IMFMediaType::SetUINT64",
         .outcomes = {{"TryGetWebMessageAsString", {"result $", "idle"}},
-                     {"SHGetKnownFolderPath CreateDirectoryW GetFileAttributesW MFCreateSinkWriterFromURL "
+                     {"SHGetKnownFolderPath CreateDirectoryW GetFileAttributesW MFStartup MFCreateSinkWriterFromURL "
                       "MFCreateMediaType IMFSinkWriter::AddStream IMFSinkWriter::SetInputMediaType "
                       "IMFSinkWriter::BeginWriting",
                       {"log Recording started (HRESULT $)", MediaResult("recording-started", "", "%"), "result $",
@@ -119,9 +119,9 @@ TEST(FaultsOf, RecordingStop) {
         .name = "record-stop",
         .prepare = Record,
         .run = [](FaultFixture& fixture) { fixture.Post(L"media:record:stop"); },
-        .good = {"call IMFSinkWriter::Finalize", "log Recording stopped", MediaResult("recording-stopped", Video, "0"),
-                 "result 0x00000000"},
-        .unnoticed = "GetTempPathW PostWebMessageAsJson",
+        .good = {"call IMFSinkWriter::Finalize", "call MFShutdown", "log Recording stopped",
+                 MediaResult("recording-stopped", Video, "0"), "result 0x00000000"},
+        .unnoticed = "GetTempPathW PostWebMessageAsJson MFShutdown",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"IMFSinkWriter::Finalize",
                       {"log Recording stopped (HRESULT $)", MediaResult("recording-stopped", Video, "%"), "result $"}}},
@@ -140,8 +140,8 @@ TEST(FaultsOf, EndWhileRecording) {
         .name = "end-while-recording",
         .prepare = Record,
         .run = EndWhileRecording,
-        .good = {"call IMFSinkWriter::Finalize", "result 0x00000000", "released"},
-        .unnoticed = "IMFSinkWriter::Finalize UnmapViewOfFile CloseHandle",
+        .good = {"call IMFSinkWriter::Finalize", "call MFShutdown", "result 0x00000000", "released"},
+        .unnoticed = "IMFSinkWriter::Finalize MFShutdown UnmapViewOfFile CloseHandle",
         .again =
             [](FaultFixture& fixture) {
                 fixture.app.emplace();
@@ -157,9 +157,9 @@ TEST(FaultsOf, QualityWhileRecording) {
         .name = "quality-while-recording",
         .prepare = Record,
         .run = [](FaultFixture& fixture) { fixture.Post(L"quality:1080p"); },
-        .good = {"call IMFSinkWriter::Finalize", MediaResult("recording-stopped", Video, "0"), "call CreateDirectoryW",
-                 "log Video quality selected: 1080p", "result 0x00000000"},
-        .unnoticed = "GetTempPathW PostWebMessageAsJson",
+        .good = {"call IMFSinkWriter::Finalize", "call MFShutdown", MediaResult("recording-stopped", Video, "0"),
+                 "call CreateDirectoryW", "log Video quality selected: 1080p", "result 0x00000000"},
+        .unnoticed = "GetTempPathW PostWebMessageAsJson MFShutdown",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"IMFSinkWriter::Finalize",
                       {MediaResult("recording-stopped", Video, "%"), "log Video quality selected: 1080p",

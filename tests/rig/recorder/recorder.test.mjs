@@ -26,6 +26,7 @@ const InvalidTimestamp = 'c00d36c0';
 const NoSampleTimestamp = 'c00d36c8';
 const NotFound = 'c00d36d5';
 const AttributeNotFound = 'c00d36e6';
+const Shutdown = 'c00d3e85';
 const NoSamplesProcessed = 'c00d4a44';
 
 const LimitMs = 60000;
@@ -205,6 +206,23 @@ test('calls in the wrong order are refused and change nothing', async (t) => {
     await write(host, 8, { expected: InvalidRequest });
     await call(host, 'finalize', InvalidRequest);
     assert.deepEqual(await frameTimes(file), [7]);
+});
+
+test('nothing is written while Media Foundation is shut down', async (t) => {
+    const { server, host, file } = await start(t);
+    await call(host, 'shutdown');
+    await call(host, `create ${windowsPath(file)}`, Shutdown);
+    await call(host, 'startup');
+    await begin({ host, file });
+    await write(host, 0);
+    await call(host, 'startup');
+    await call(host, 'shutdown');
+    await write(host, Frame100ns); // It was started twice.
+    await call(host, 'shutdown');
+    await write(host, 2 * Frame100ns, { expected: Shutdown });
+    await call(host, 'finalize', Shutdown);
+    await call(host, 'release');
+    await until(LimitMs, 'end of the recording', async () => server.recordings[0].state === 'abandoned');
 });
 
 test('samples need the size of a frame and a later time than the one before', async (t) => {

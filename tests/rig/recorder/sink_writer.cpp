@@ -28,6 +28,14 @@ std::string UnixPath(LPCWSTR path) {
     return result;
 }
 
+// Fails with MF_E_SHUTDOWN while Media Foundation is shut down: the writer of Windows needs its work queues.
+HRESULT BeginCall(std::string_view name) {
+    DWORD queue = 0;
+    RETURN_IF_FAILED(MFAllocateWorkQueue(&queue));
+    RETURN_IF_FAILED(MFUnlockWorkQueue(queue));
+    return FaultFor(name);
+}
+
 } // namespace
 
 HRESULT SinkWriter::Create(LPCWSTR path, IMFSinkWriter** writer) {
@@ -43,7 +51,7 @@ HRESULT SinkWriter::Create(LPCWSTR path, IMFSinkWriter** writer) {
 }
 
 HRESULT SinkWriter::AddStream(IMFMediaType* type, DWORD* index) noexcept {
-    RETURN_IF_FAILED(FaultFor(__func__));
+    RETURN_IF_FAILED(BeginCall(__func__));
     if (type == nullptr || index == nullptr) {
         return E_INVALIDARG;
     }
@@ -60,7 +68,7 @@ HRESULT SinkWriter::AddStream(IMFMediaType* type, DWORD* index) noexcept {
 }
 
 HRESULT SinkWriter::SetInputMediaType(DWORD index, IMFMediaType* type, IMFAttributes* parameters) noexcept {
-    RETURN_IF_FAILED(FaultFor(__func__));
+    RETURN_IF_FAILED(BeginCall(__func__));
     if (type == nullptr) {
         return E_INVALIDARG;
     }
@@ -79,7 +87,7 @@ HRESULT SinkWriter::SetInputMediaType(DWORD index, IMFMediaType* type, IMFAttrib
 }
 
 HRESULT SinkWriter::BeginWriting() noexcept {
-    RETURN_IF_FAILED(FaultFor(__func__));
+    RETURN_IF_FAILED(BeginCall(__func__));
     if (state_ != State::Preparing || !inputType_) {
         return MF_E_INVALIDREQUEST;
     }
@@ -93,7 +101,7 @@ HRESULT SinkWriter::BeginWriting() noexcept {
 }
 
 HRESULT SinkWriter::WriteSample(DWORD index, IMFSample* sample) noexcept {
-    RETURN_IF_FAILED(FaultFor(__func__));
+    RETURN_IF_FAILED(BeginCall(__func__));
     if (sample == nullptr) {
         return E_INVALIDARG;
     }
@@ -137,7 +145,7 @@ HRESULT SinkWriter::SendSample(std::int64_t time, std::int64_t duration, IMFMedi
 }
 
 HRESULT SinkWriter::Finalize() noexcept {
-    RETURN_IF_FAILED(FaultFor(__func__));
+    RETURN_IF_FAILED(BeginCall(__func__));
     if (state_ != State::Writing) {
         return MF_E_INVALIDREQUEST;
     }
@@ -155,7 +163,7 @@ HRESULT SinkWriter::Finalize() noexcept {
 STDAPI MFCreateSinkWriterFromURL(LPCWSTR url, IMFByteStream* byteStream, IMFAttributes* attributes,
                                  IMFSinkWriter** writer) {
     using namespace std::literals;
-    RETURN_IF_FAILED(rig::FaultFor(__func__));
+    RETURN_IF_FAILED(rig::BeginCall(__func__));
     if (url == nullptr || writer == nullptr) {
         return E_INVALIDARG;
     }

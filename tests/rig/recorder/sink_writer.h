@@ -1,5 +1,6 @@
 // The sink writer: one stream of NV12 frames that the encoder server makes an H.264 stream in an MP4 file of. It checks
-// what it is given as strictly as Windows, in places more so. For one thread.
+// what it is given as strictly as Windows, in places more so, and refuses every call while Media Foundation is shut
+// down. For one thread.
 //
 // With the server it speaks as follows; each step is answered with an HRESULT, four bytes, little-endian.
 //   the line     record TAB path of the file under Linux TAB output type TAB input type (DescribeType)

@@ -8,6 +8,7 @@
 //   write TIME DURATION BYTES LUMA      one gray frame; TIME and DURATION may be "none"
 //   finalize, stream-tick, release
 //   open-for-writing PATH               whether another process could write to the file
+//   shutdown, startup                   of Media Foundation, which is up at first
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/hresult.h"
@@ -109,6 +110,9 @@ public:
                                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
                                                         nullptr));
             return file ? S_OK : receiver::LastErrorResult();
+        }
+        if (name == "shutdown" || name == "startup") {
+            return name == "shutdown" ? MFShutdown() : MFStartup(MF_VERSION, MFSTARTUP_FULL);
         }
         if (name == "release") {
             writer_.Reset();
