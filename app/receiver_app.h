@@ -13,7 +13,7 @@
 
 #include <windows.h>
 
-#include <WebView2.h>
+#include <WebView2.h> // The vendor's needs <objbase.h> first, which handles.h includes.
 
 #include <array>
 #include <cstdint>

@@ -154,7 +154,7 @@ __m256i RepeatBytes(int first, int second, int third, int fourth) {
 // 8 pixels. Those with blue first are loaded one byte earlier, so that green and red form one pair of bytes. The first
 // pixel of a row has no byte before it.
 template <RgbOrder Order>
-__m256i LoadPairing(const std::uint8_t* src, bool rowBegins) {
+__m256i LoadPairing(const std::uint8_t* src, [[maybe_unused]] bool rowBegins) {
     if constexpr (Order == RgbOrder::RedFirst) {
         return Load32(src);
     } else {

@@ -3,6 +3,7 @@
 // kills.
 #include "examples/camera/frame_reader.h"
 #include "frames/shared_frame_file.h"
+#include "platform/environment_variable.h"
 #include "tests/frames/frame_copy.h"
 #include "tests/frames/frame_file_process.h"
 #include "tests/frames/frame_pattern.h"
@@ -16,9 +17,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -31,9 +32,9 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds Limit = 100s;
 
 // The environment variable's number, or `usual` when it is not set.
-std::uint32_t Amount(const char* variable, std::uint32_t usual) {
-    const char* const value = std::getenv(variable);
-    return value != nullptr ? static_cast<std::uint32_t>(std::strtoul(value, nullptr, 10)) : usual;
+std::uint32_t Amount(const wchar_t* variable, std::uint32_t usual) {
+    const std::optional<std::wstring> value = ReadEnvironmentVariable(variable);
+    return value ? static_cast<std::uint32_t>(std::stoul(*value)) : usual;
 }
 
 class FrameFileProcesses : public testing::Test {
@@ -108,7 +109,7 @@ private:
 TEST_F(FrameFileProcesses, ReadersOfABusyWriterAcceptOnlyWholeFrames) {
     std::vector<ChildProcess> readers = StartReaders(L"30 20");
     ChildProcess writer = Start(L"writer 1");
-    EXPECT_TRUE(WaitForSequence(writer, std::uint64_t{2} * Amount("VISTEL_STRESS_FRAMES", 5000))) << writer.Output();
+    EXPECT_TRUE(WaitForSequence(writer, std::uint64_t{2} * Amount(L"VISTEL_STRESS_FRAMES", 5000))) << writer.Output();
     Stop(readers);
     std::for_each(readers.begin(), readers.end(), ExpectDone);
     writer.Stop();
@@ -159,8 +160,8 @@ TEST_F(FrameFileProcesses, ReadersOfWritersThatEndInsideFramesAcceptOnlyWholeFra
 }
 
 TEST_F(FrameFileProcesses, AfterAWriterKilledAtAnyMomentTheNextOneRecovers) {
-    const std::uint32_t wantedKills = Amount("VISTEL_STRESS_KILLS", 30);
-    const std::uint32_t seed = Amount("VISTEL_STRESS_SEED", std::random_device{}());
+    const std::uint32_t wantedKills = Amount(L"VISTEL_STRESS_KILLS", 30);
+    const std::uint32_t seed = Amount(L"VISTEL_STRESS_SEED", std::random_device{}());
     std::printf("seed %u\n", seed);
     std::mt19937 random(seed);
     std::uniform_int_distribution delayUs(0, 2000); // from the start of its first frame to within its first pause

@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-#include <WebView2.h>
+#include <WebView2.h> // The vendor's needs <unknwn.h> first, which com_callback.h includes.
 
 #include <new>
 #include <stdexcept>

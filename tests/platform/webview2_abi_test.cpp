@@ -5,8 +5,9 @@
 
 #include <windows.h>
 
+#include <objbase.h> // The vendor's WebView2.h needs its macros.
+
 #include <WebView2.h>
-#include <objbase.h>
 
 #include <cstddef>
 #include <iterator>

@@ -11,8 +11,9 @@
 
 #include <windows.h>
 
+#include <objbase.h> // The vendor's WebView2.h needs its macros.
+
 #include <WebView2.h>
-#include <objbase.h>
 
 #include <array>
 #include <cstddef>
