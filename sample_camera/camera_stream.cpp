@@ -204,7 +204,7 @@ bool CameraStream::Fill(vistel::FrameReader& reader, FrameChoice& choice, std::u
     return true;
 }
 
-HRESULT CameraStream::Send(IMediaSample& sample, REFERENCE_TIME time) noexcept {
+HRESULT CameraStream::Send(IMediaSample& sample, REFERENCE_TIME time) const noexcept {
     REFERENCE_TIME end = time + target_.format.interval100ns;
     RETURN_IF_FAILED(sample.SetTime(&time, &end));
     RETURN_IF_FAILED(sample.SetActualDataLength(static_cast<LONG>(ImageBytes(target_.format.video))));

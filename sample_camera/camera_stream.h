@@ -45,7 +45,7 @@ private:
     void Deliver() noexcept;
     // True when a sample is ready to be sent.
     [[nodiscard]] bool Fill(vistel::FrameReader& reader, FrameChoice& choice, std::uint8_t* dst) noexcept;
-    [[nodiscard]] HRESULT Send(IMediaSample& sample, REFERENCE_TIME time) noexcept;
+    [[nodiscard]] HRESULT Send(IMediaSample& sample, REFERENCE_TIME time) const noexcept;
     // Time of the stream, negative before its start; empty while paused.
     [[nodiscard]] std::optional<REFERENCE_TIME> StreamTime() noexcept;
 
