@@ -4,7 +4,7 @@ install(TARGETS vistel-receiver camera_probe sample_camera RUNTIME DESTINATION .
 install(FILES packaging/README.txt packaging/test-picture.cmd packaging/watch-camera.cmd CHANGELOG.md DESTINATION .)
 install(FILES docs/page-protocol.md docs/frame-file.md DESTINATION docs)
 # The npm package, which stands beside the ZIP, has types, unlike the sources.
-install(DIRECTORY examples DESTINATION . PATTERN "*.json" EXCLUDE)
+install(DIRECTORY examples DESTINATION . PATTERN "*.json" EXCLUDE PATTERN __pycache__ EXCLUDE)
 
 # The sample page in one file.
 find_program(NODE node)

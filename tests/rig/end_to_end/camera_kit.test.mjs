@@ -1,28 +1,38 @@
-// The example for authors of cameras beside the receiver: it sees the frames, when they stop, and it is noticed.
+// The examples for authors of cameras beside the receiver: they see the frames and when they stop, and the one that can
+// signal is noticed.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
-import { end, until } from '../processes.mjs';
+import { SourceFolder } from '../prefix.mjs';
+import { end, start, until } from '../processes.mjs';
 import { BuildFolder } from '../receiver_run.mjs';
 import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const LimitMs = 60000;
+const Python = '/usr/bin/python3'; // Debian's, which has Debian's numpy
 
-test('the example of a camera follows the receiver', async (t) => {
+test('the examples of a camera follow the receiver', async (t) => {
     const slotPage = await startOnSlotPage(t);
     const { run } = slotPage;
     await slotPage.connect();
     const program = await run.prefix.addFile(join(BuildFolder, 'tests/print_frames.exe'), 'C:\\rig\\print_frames.exe');
     const camera = run.prefix.start(program, [], run.display.name);
-    t.after(() => end(camera));
-    const lines = [];
-    createInterface({ input: camera.stdout }).on('line', (line) => lines.push(line));
-    const waitFor = (wanted) => until(LimitMs, () => `${wanted} among ${lines.join('; ')}`, async () => {
-        const at = lines.findIndex((line) => wanted.test(line));
-        return at >= 0 && lines.splice(0, at + 1);
+    const pythonCamera = start(Python, [
+        '-B', join(SourceFolder, 'examples/camera/frame_reader.py'), slotPage.frameFile.path,
+    ], { stdio: ['ignore', 'pipe', 'inherit'] });
+    const cameras = [camera, pythonCamera].map((program) => {
+        t.after(() => end(program));
+        const lines = [];
+        createInterface({ input: program.stdout }).on('line', (line) => lines.push(line));
+        return lines;
     });
+    const waitFor = (wanted) => Promise.all(cameras.map((lines) =>
+        until(LimitMs, () => `${wanted} among ${lines.join('; ')}`, async () => {
+            const at = lines.findIndex((line) => wanted.test(line));
+            return at >= 0 && lines.splice(0, at + 1);
+        })));
 
     await waitFor(/^the receiver has not written a frame yet /);
     await run.waitForLog('Virtual camera consumer started requesting frames');
