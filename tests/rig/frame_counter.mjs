@@ -8,6 +8,7 @@ export class FrameCounter {
     #path;
     #timer;
     held; // the count in the file at the last look
+    total = 0; // new frames seen since the start
     #first; // the first new frame and the last one: { frames, atMs }
     #last;
 
@@ -32,6 +33,7 @@ export class FrameCounter {
         }
         // What the file held before is no new frame. A count that was reset starts again.
         if (frames > this.held) {
+            this.total += frames - this.held;
             this.#last = { frames, atMs: performance.now() };
             this.#first ??= this.#last;
         } else {

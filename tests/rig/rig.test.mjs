@@ -42,6 +42,11 @@ test('run starts and stops the camera at the given times', () => {
     assert.deepEqual(camera('--camera', '--', 'x'), { startSeconds: 0 });
 });
 
+test('run minimizes the window for the given time', () => {
+    assert.deepEqual(parseOptions(['--minimize', '5:6']).minimize, { startSeconds: 5, seconds: 6 });
+    assert.deepEqual(parseOptions(['--minimize=0:0.5', '--show']).minimize, { startSeconds: 0, seconds: 0.5 });
+});
+
 test('run passes the query to the sample page', () => {
     assert.equal(parseOptions(['--page', 'snapshot=5&record=2:10', '--show']).pageQuery, 'snapshot=5&record=2:10');
     assert.equal(parseOptions(['--page=?size=1080p']).pageQuery, 'size=1080p');
@@ -52,7 +57,8 @@ for (const words of [['--bogus'], ['x'], ['--out'], ['--out='], ['--seconds'], [
                      ['--seconds', '1e9'], ['--seconds', '9999999'], ['--seconds', 'x'], ['--show=1'], ['--application=1'], ['--camera=1'],
                      ['--camera='], ['--camera', 'x'], ['--camera', '5'], ['--camera', '5:'], ['--camera', ':6'],
                      ['--camera', '5:0'], ['--camera', '-1:6'], ['--camera', '5:6:7'], ['--camera', '5:9999999'],
-                     ['--camera', '1e1:6'], ['--page'], ['--page=']]) {
+                     ['--camera', '1e1:6'], ['--minimize'], ['--minimize', '--show'], ['--minimize', '5'],
+                     ['--minimize', '5:0'], ['--page'], ['--page=']]) {
     test(`run refuses ${words.join(' ')}`, () => {
         const option = words[0].replace(/=.*/, '');
         assert.throws(() => parseOptions(words), ({ message }) => message.includes(option));
@@ -139,21 +145,26 @@ test('the frame counter counts new frames, and starts again when the file is res
         header.writeBigUInt64LE(BigInt(sequence), 24);
         writeFileSync(path, header);
     };
+    let total; // of the last count
     const count = async (...sequences) => {
         const counter = new FrameCounter(path);
         for (const sequence of sequences) {
             publish(sequence);
             await until(LimitMs, 'a look at the file', () => counter.held === Math.floor(sequence / 2));
         }
+        total = counter.total;
         return counter.stop();
     };
     publish(100);
     assert.deepEqual(await count(), { frames: 0, framesPerSecond: 0 });
     assert.deepEqual(await count(102), { frames: 0, framesPerSecond: 0 });
+    assert.equal(total, 1);
     const counted = await count(104, 107, 110);
     assert.equal(counted.frames, 3);
+    assert.equal(total, 4);
     assert.ok(counted.framesPerSecond > 0);
     assert.equal((await count(0, 2, 6)).frames, 2);
+    assert.equal(total, 3);
     rmSync(path);
     assert.equal((await count(2, 8)).frames, 3);
 });

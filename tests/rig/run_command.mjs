@@ -106,6 +106,27 @@ async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
     return camera.finish();
 }
 
+// Minimizes the window for its time, at the latest until `ended` is aborted, and restores it. The frames per second of
+// that time; undefined when the run has ended before it came.
+async function minimizeWindow(run, { startSeconds, seconds }, counter, ended) {
+    const pause = (forSeconds) => delay(forSeconds * 1000, undefined, { signal: ended }).catch(() => {});
+    await pause(startSeconds);
+    if (ended.aborted) {
+        say('The run ended before the window was minimized');
+        return undefined;
+    }
+    await run.systemCommand('minimize');
+    say('Minimized the window');
+    const [framesBefore, beforeMs] = [counter.total, performance.now()];
+    await pause(seconds);
+    const framesPerSecond = 1000 * (counter.total - framesBefore) / (performance.now() - beforeMs);
+    if (run.exitCode === undefined) {
+        await run.systemCommand('restore');
+        say(`Restored the window: ${framesPerSecond.toFixed(1)} frames per second while it was minimized`);
+    }
+    return framesPerSecond;
+}
+
 // What a frame costs the receiver, from the page's message to the end of its work on it: the change of the frame file
 // and, while a recording runs, what the recording takes. In whole microseconds; undefined when there was no frame.
 async function frameCost(run) {
@@ -126,7 +147,9 @@ async function watch(run, options, stopRequested) {
     const cameraPicture = join(options.out, 'camera.png');
     const timer = new AbortController();
     const visit = options.camera ? letCameraVisit(run, options.camera, cameraPicture, timer.signal) : undefined;
-    visit?.catch(() => {}); // Reported below.
+    visit?.catch(() => {}); // Reported below, like the next one.
+    const minimized = options.minimize ? minimizeWindow(run, options.minimize, counter, timer.signal) : undefined;
+    minimized?.catch(() => {});
 
     if (options.hidden) {
         hidePage(run).catch((error) => say(`The page was not hidden: ${error.message}`));
@@ -142,6 +165,7 @@ async function watch(run, options, stopRequested) {
     ]).finally(() => timer.abort());
 
     const endedByItself = run.exitCode !== undefined;
+    const framesPerSecondMinimized = await minimized;
     const counted = counter.stop();
     const windowPicture = join(options.out, 'window.png');
     const windowSeen = !endedByItself && await run.windowPicture(windowPicture).catch((error) => {
@@ -150,11 +174,12 @@ async function watch(run, options, stopRequested) {
     });
     const cost = endedByItself ? undefined : await frameCost(run);
     const report = await visit;
-    if (report) {
-        report.frameCostUs = cost;
-        await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(report, null, 2)}\n`);
-    } else {
+    if (!report) {
         await run.camera({ seconds: 0, picture: cameraPicture, watch: true }).finish();
+    }
+    if (report || framesPerSecondMinimized !== undefined) {
+        const facts = { ...report, frameCostUs: cost, framesPerSecondMinimized };
+        await fs.writeFile(join(options.out, 'camera.json'), `${JSON.stringify(facts, null, 2)}\n`);
     }
 
     const recording = join(options.out, 'application.mkv');

@@ -4,12 +4,13 @@ import { fileURLToPath } from 'node:url';
 
 import { SourceFolder } from './prefix.mjs';
 
-const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--application]' +
-    ' [--hidden] [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
+const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--minimize START:SECONDS]' +
+    ' [--application] [--hidden] [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
 const MaxSeconds = (2 ** 31 - 1) / 1000; // what a timer takes
 
-// { out, seconds, camera, application, hidden, show, pageQuery, receiverArguments }; all but out and show are undefined
-// when not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
+// { out, seconds, camera, minimize, application, hidden, show, pageQuery, receiverArguments }; all but out and show are
+// undefined when not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
+// `minimize` is the same, always with seconds.
 export function parseOptions(words) {
     const options = { out: join(SourceFolder, 'build/run'), show: false };
     const rest = [...words];
@@ -35,7 +36,9 @@ export function parseOptions(words) {
             }
         } else if (word === '--camera') {
             const isBare = attached === undefined && (rest[0] ?? '--').startsWith('--');
-            options.camera = isBare ? { startSeconds: 0 } : parseVisit(value());
+            options.camera = isBare ? { startSeconds: 0 } : parsePeriod(word, value());
+        } else if (word === '--minimize') {
+            options.minimize = parsePeriod(word, value());
         } else if (word === '--page') {
             options.pageQuery = value().replace(/^\?/, '');
         } else if (word === '--application' && attached === undefined) {
@@ -62,10 +65,10 @@ function parseSeconds(text) {
     return seconds <= MaxSeconds ? seconds : undefined;
 }
 
-function parseVisit(text) {
+function parsePeriod(option, text) {
     const [startSeconds, seconds, ...more] = text.split(':').map(parseSeconds);
     if (startSeconds === undefined || !(seconds > 0) || more.length > 0) {
-        throw new Error(`--camera takes START:SECONDS, two numbers, the second above 0, not "${text}"`);
+        throw new Error(`${option} takes START:SECONDS, two numbers, the second above 0, not "${text}"`);
     }
     return { startSeconds, seconds };
 }

@@ -318,6 +318,52 @@ test('the page takes the size of its bounds and is painted into the window', asy
     assert.ok(existsSync(file));
 });
 
+// Counts in the page: animation frames, the page's timers, and the timers of a worker.
+const countingPage = `<body style="margin:0; background:rgb(200,40,80)"> <script>
+    const counts = { frames: 0, timers: 0, workerTimers: 0 };
+    requestAnimationFrame(function next() {
+        ++counts.frames;
+        requestAnimationFrame(next);
+    });
+    setInterval(() => ++counts.timers, 10);
+    const worker = new Worker(URL.createObjectURL(new Blob(['setInterval(() => postMessage(0), 10)'])));
+    worker.onmessage = () => ++counts.workerTimers;
+</script>`.replaceAll('\n', ' ');
+
+test('a page without an area is hidden and throttled until it has one again', async (t) => {
+    const { server, host } = await start(t, { screencast: true });
+    await host.show(`html ${countingPage}`);
+    const page = await server.page();
+    const deadline = Date.now() + 60_000;
+    const waitFor = async (condition) => {
+        while (!await page.evaluate(condition)) {
+            assert.ok(Date.now() < deadline, condition);
+        }
+    };
+    await waitFor('counts.frames > 2 && counts.timers > 2 && counts.workerTimers > 2');
+    assert.equal(await host.call('bounds 0 0'), Ok);
+    await waitFor('document.visibilityState === "hidden"');
+    // Timers of the page run once a second from some moment on, those of the worker go on.
+    await waitFor('Object.assign(counts, { hiddenFrames: counts.frames, lastTimers: counts.timers, begin: 0 })');
+    await waitFor(`(() => {
+        if (counts.timers > counts.lastTimers) {
+            Object.assign(counts, { lastTimers: counts.timers, begin: counts.workerTimers });
+        }
+        return counts.workerTimers >= counts.begin + 50;
+    })()`);
+    assert.equal(await page.evaluate('counts.frames - counts.hiddenFrames'), 0);
+
+    await page.evaluate('void (document.body.style.background = "rgb(20,140,180)")');
+    assert.equal(await host.call('bounds 450 300'), Ok);
+    await waitFor('document.visibilityState === "visible"');
+    await waitFor('counts.frames > counts.hiddenFrames + 2');
+    assert.equal(await page.evaluate('innerWidth + "x" + innerHeight'), '450x300');
+    const isShown = (value) => Math.abs(Number(value.split(' ')[0]) - 20) <= 4; // JPEG
+    while (!isShown(await host.value('pixel 200 200'))) {
+        assert.ok(Date.now() < deadline, 'the page is painted again');
+    }
+});
+
 test('no callback runs inside another', async (t) => {
     const { server, host } = await start(t);
     await host.show('html <p>here</p>');

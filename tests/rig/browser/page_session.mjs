@@ -25,6 +25,8 @@ export class PageSession {
     #chromium;
     #session;
     #targetId;
+    #windowId;
+    #isHidden = false;
     #toHost;
     #events;
     #screencast;
@@ -61,6 +63,7 @@ export class PageSession {
         const { targetId } = await chromium.send('Target.createTarget', { url: 'about:blank' });
         page.#targetId = targetId;
         page.#session = (await chromium.send('Target.attachToTarget', { targetId, flatten: true })).sessionId;
+        page.#windowId = (await chromium.send('Browser.getWindowForTarget', { targetId })).windowId;
         onOpening(page);
         const source = `(${shim})(${JSON.stringify(`${socketUrl}/${page.token}`)})`;
         await Promise.all([
@@ -104,10 +107,9 @@ export class PageSession {
         this.#post('Page.reload');
     }
 
-    // What a person does who minimizes the window.
+    // What a person does who minimizes a window that its program does not watch.
     async hide() {
-        const { windowId } = await this.#chromium.send('Browser.getWindowForTarget', { targetId: this.#targetId });
-        await this.#chromium.send('Browser.setWindowBounds', { windowId, bounds: { windowState: 'minimized' } });
+        await this.#setWindowState('minimized');
     }
 
     async screenshot(file) {
@@ -117,9 +119,15 @@ export class PageSession {
 
     // --- From the host ---
 
+    // Bounds without an area are those of a minimized window: the page is hidden until it has an area again.
     setBounds(width, height) {
-        if (width < 1 || height < 1) {
-            return; // Zero would mean the browser's own size.
+        const isHidden = width < 1 || height < 1;
+        if (isHidden !== this.#isHidden) {
+            this.#isHidden = isHidden;
+            this.#setWindowState(isHidden ? 'minimized' : 'normal').catch(() => {}); // The browser has ended.
+        }
+        if (isHidden) {
+            return; // To the browser, a size of zero means its own.
         }
         this.#post('Emulation.setDeviceMetricsOverride', { width, height, deviceScaleFactor: 1, mobile: false });
         if (this.#screencast && !this.#castStarted) {
@@ -370,6 +378,10 @@ export class PageSession {
                 this.#startScreencast();
             }, QuietMs).unref();
         }
+    }
+
+    #setWindowState(windowState) {
+        return this.#chromium.send('Browser.setWindowBounds', { windowId: this.#windowId, bounds: { windowState } });
     }
 
     #startScreencast() {

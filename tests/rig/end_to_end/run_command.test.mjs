@@ -15,8 +15,8 @@ const LimitMs = 90000;
 test('a run with a camera and a hidden page reports the cost of a frame and the captures of the page', async (t) => {
     const out = await mkdtemp(join(tmpdir(), 'run-test-'));
     const run = start(process.execPath, [
-        join(SourceFolder, 'tests/rig/run_command.mjs'), '--camera', '--hidden', '--page', 'snapshot=1&record=1:2',
-        '--out', out,
+        join(SourceFolder, 'tests/rig/run_command.mjs'), '--camera', '--hidden', '--minimize', '0:1', '--page',
+        'snapshot=1&record=1:2', '--out', out,
     ], { stdio: ['ignore', 'pipe', 'inherit'] });
     t.after(async () => {
         await end(run);
@@ -28,7 +28,7 @@ test('a run with a camera and a hidden page reports the cost of a frame and the 
     });
     await until(LimitMs, 'snapshot and recording', async () => {
         const log = await readFile(join(out, 'Temp/vistel-receiver.log'), 'latin1').catch(() => '');
-        return log.includes('Snapshot requested') && log.includes('Recording stopped');
+        return log.includes('Snapshot requested') && log.includes('Recording stopped') && said.includes('Restored the window');
     });
     run.kill('SIGINT');
     const [code] = await within(LimitMs, 'end of the run', Promise.all([run.exited, once(run.stdout, 'end')]));
@@ -39,7 +39,9 @@ test('a run with a camera and a hidden page reports the cost of a frame and the 
         assert.equal(files.length, 1, said);
         assert.ok(existsSync(resolve(files[0])), files[0]);
     }
-    const { framesRead, frameCostUs: { median, p99 } } = JSON.parse(await readFile(join(out, 'camera.json'), 'utf8'));
+    const facts = JSON.parse(await readFile(join(out, 'camera.json'), 'utf8'));
+    const { framesRead, frameCostUs: { median, p99 }, framesPerSecondMinimized } = facts;
+    assert.ok(framesPerSecondMinimized >= 0, `${framesPerSecondMinimized} frames per second`);
     assert.ok(framesRead > 0);
     assert.ok(median > 0 && median <= p99, `${median} us, ${p99} us`);
 });

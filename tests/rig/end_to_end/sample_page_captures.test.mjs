@@ -32,7 +32,7 @@ for (const [size, width, height, visibility] of [
         });
         const page = await run.browser.page();
         if (visibility === 'hidden') {
-            await page.hide();
+            await run.systemCommand('minimize');
         }
         const text = (id) => page.evaluate(`document.getElementById('${id}')?.textContent ?? ''`);
         const waitForText = (id, wanted) => until(CaptureLimitMs, `${id}: ${wanted}`,

@@ -37,6 +37,11 @@ class LayoutRun {
         });
     }
 
+    async waitForVisibility(wanted) {
+        await until(LayoutLimitMs, `${wanted} page`, async () =>
+            await this.slotPage.page.evaluate('document.visibilityState') === wanted);
+    }
+
     async layoutTexts() {
         return (await logTexts(this.run)).filter((text) => text.startsWith('Receiver window layout'));
     }
@@ -110,7 +115,10 @@ test('a minimized window forgets what the page asks for', async (t) => {
     const before = await run.mainWindow();
     await run.systemCommand('minimize');
     assert.ok((await layout.ask('portrait')).minimized);
+    await layout.waitForVisibility('hidden');
     await run.systemCommand('restore');
+    await layout.waitForVisibility('visible');
+    await layout.waitForPage();
     const restored = await run.mainWindow();
     assert.ok(!restored.minimized);
     assert.deepEqual(restored.outer, before.outer);
