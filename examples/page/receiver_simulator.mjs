@@ -50,7 +50,7 @@ export class ReceiverSimulator {
             this.#dispatch(new MessageEvent("message", { data: JSON.parse(json) }), {})),
         log: (line) => keep(this.log, line),
     });
-    #watches = /** @type {const} */ ([0, 1]).map((slot) => new SlotWatch(() => this.#onRace(slot)));
+    #watches = [0, 1].map(() => new SlotWatch(() => this.#onRace()));
 
     constructor() {
         this.#channel.port1.onmessage = () => this.#tasks.shift()?.();
@@ -121,11 +121,10 @@ export class ReceiverSimulator {
         this.#show();
     }
 
-    /** @param {0 | 1} slot */
-    #onRace(slot) {
+    #onRace() {
         ++this.counts.races;
-        this.#report(`Slot ${slot} changed within ${ReadMs} ms after its frame message: the camera may show parts of ` +
-            "two pictures. Await copyTo() before the message, and use the slots alternately");
+        this.#report(`A slot changed within ${ReadMs} ms after its frame message: the camera may show parts of two ` +
+            "pictures. Await copyTo() before the message, use the slots alternately, post at the rate of the video");
         this.#show();
     }
 
@@ -140,8 +139,8 @@ export class ReceiverSimulator {
     }
 
     #show() {
-        const { size, layout, recording, picture } = this.#model;
-        this.#panel.show({ counts: this.counts, size, layout, recording, picture });
+        const { size, layout, recording } = this.#model;
+        this.#panel.show({ counts: this.counts, size, layout, recording, takePicture: () => this.picture });
     }
 
     /**

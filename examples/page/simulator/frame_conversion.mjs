@@ -17,7 +17,7 @@ const BlackUV = 128;
  * @param {number} height
  * @returns {Picture}
  */
-export function blackPicture(width, height) {
+function blackPicture(width, height) {
     const bytes = new Uint8Array(width * height * 3 / 2).fill(BlackUV).fill(BlackY, 0, width * height);
     return { bytes, width, height };
 }

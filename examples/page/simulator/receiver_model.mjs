@@ -1,8 +1,8 @@
 // What the receiver does with each message of a page: its state, its answers, its log. Pure: the browser's part is in
 // receiver_simulator.mjs.
 
-import { blackPicture, convertFrame } from "./frame_conversion.mjs";
-import { Code, readFrame, recognizeCommand, SlotBytes, takeSlot } from "./message_rules.mjs";
+import { convertFrame } from "./frame_conversion.mjs";
+import { Code, planeExtents, readFrame, recognizeCommand, SlotBytes, takeSlot } from "./message_rules.mjs";
 
 /** @typedef {import("./message_rules.mjs").Frame} Frame */
 /** @typedef {import("./message_rules.mjs").Verdict} Verdict */
@@ -16,7 +16,9 @@ import { Code, readFrame, recognizeCommand, SlotBytes, takeSlot } from "./messag
  * @property {(line: string) => void} log  A line of the receiver's log, without its time.
  */
 
-/** @type {Map<string, {width: number, height: number}>} */
+/** @typedef {{width: number, height: number}} Size */
+
+/** @type {Map<string, Size>} */
 const Qualities = new Map([["720p", { width: 1280, height: 720 }], ["1080p", { width: 1920, height: 1080 }]]);
 const Layouts = ["landscape", "portrait", "setup"];
 const UserFolder = "C:\\Users\\simulator";
@@ -48,9 +50,15 @@ export class ReceiverModel {
     #recording = null;
     /** @type {(Uint8Array | null)[]} */
     #slots = [null, null];
+    /** Size of the picture that a snapshot is made of. @type {Size | null} */
+    #snapshotSize = null;
+    /** The bytes of the newest frame, at their places in its slot. */
+    #frameBytes = new Uint8Array(SlotBytes);
+    /** The newest frame, until its picture is asked for. @type {{frame: Frame, size: Size} | null} */
+    #unconverted = null;
+    /** @type {Picture | null} */
+    #picture = null;
 
-    /** The newest picture, which snapshots are made of; null before the first frame. @type {Picture | null} */
-    picture = null;
     framesPublished = 0;
     /** Whether the files of snapshots and recordings cannot be written. */
     diskFull = false;
@@ -58,6 +66,19 @@ export class ReceiverModel {
     /** @param {Output} output */
     constructor(output) {
         this.#output = output;
+    }
+
+    /**
+     * The camera's picture; null before the first frame. It is converted only here, because a conversion takes several
+     * milliseconds of the page's thread, and not every frame is looked at.
+     */
+    get picture() {
+        if (this.#unconverted) {
+            const { frame, size } = this.#unconverted;
+            this.#picture = convertFrame(this.#frameBytes, frame, size.width, size.height);
+            this.#unconverted = null;
+        }
+        return this.#picture;
     }
 
     get size() {
@@ -176,16 +197,16 @@ export class ReceiverModel {
     }
 
     #handleSnapshot() {
-        const { width, height } = this.#size;
+        const size = this.#snapshotSize;
         let verdict = Done;
-        if (!this.picture) {
+        if (!size) {
             verdict = { code: Code.NotAvailable, reason: "There is no picture yet: post a frame first" };
-        } else if (this.picture.width * this.picture.height < width * height) {
+        } else if (size.width < this.#size.width) {
             verdict = refused("The newest picture has the size before the change of quality: post a frame first");
         } else if (this.diskFull) {
             verdict = { code: Code.DiskFull, reason: "The disk is full" };
         }
-        const path = this.picture ? capturePath("Pictures", "jpg") : "";
+        const path = size ? capturePath("Pictures", "jpg") : "";
         this.#log("Snapshot requested", verdict.code);
         this.#postMediaResult("snapshot", verdict.code, path);
         return verdict;
@@ -245,8 +266,8 @@ export class ReceiverModel {
 
     /** @param {Verdict} refusal */
     #refuseFrame(refusal) {
-        if (refusal.code === Code.InvalidMediaType) { // Then the receiver's newest picture is black, unpublished.
-            this.picture = blackPicture(this.#size.width, this.#size.height);
+        if (refusal.code === Code.InvalidMediaType) { // The receiver makes snapshots of a black picture then.
+            this.#snapshotSize = this.#size;
         }
         return refusal;
     }
@@ -256,7 +277,11 @@ export class ReceiverModel {
      * @param {Frame} frame
      */
     #publish(bytes, frame) {
-        this.picture = convertFrame(bytes, frame, this.#size.width, this.#size.height);
+        for (const { start, end } of planeExtents(frame)) {
+            this.#frameBytes.set(bytes.subarray(start, end), start);
+        }
+        this.#unconverted = { frame, size: this.#size };
+        this.#snapshotSize = this.#size;
         ++this.framesPublished;
         if (this.#recording && this.diskFull) {
             const { path } = this.#recording;
