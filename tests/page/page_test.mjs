@@ -88,8 +88,8 @@ class Page {
     }
 
     // from the disk,
-    openFile(path) {
-        return this.#navigate(pathToFileURL(resolve(SourceFolder, path)).href);
+    openFile(path, query = '') {
+        return this.#navigate(pathToFileURL(resolve(SourceFolder, path)).href + query);
     }
 
     // or as a host does that hands the browser a text instead of an address.
