@@ -1,7 +1,7 @@
 // The page author's kit, examples/page/vistel_receiver.mjs: what it posts, receives and promises. And the pages in the
 // protocol's document, as they stand there.
 import assert from 'node:assert/strict';
-import { copyFile, mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
+import { cp, mkdir, mkdtemp, rm, writeFile } from 'node:fs/promises';
 import { join, relative } from 'node:path';
 
 import { SourceFolder } from '../rig/prefix.mjs';
@@ -1002,41 +1002,68 @@ kitTest('ignores what it does not know', async (page) => {
 // --- The pages in the document ---
 
 const Protocol = 'docs/page-protocol.md';
-for (const [how, isPage] of [
-    ['with', /vistel_receiver\.mjs.*drawing\.mjs/s], ['without', /postMessage\("ready"\).*drawing\.mjs/s],
-]) {
-    pageTest(`the document's first page ${how} the module sends its picture`, [FakeHost], async (page) => {
-        const [html] = await codeBlocks(Protocol, 'html');
-        const scripts = await codeBlocks(Protocol, 'js');
-        const files = {
-            'index.html': html,
-            'page.mjs': scripts.find((script) => isPage.test(script)),
-            'drawing.mjs': scripts.find((script) => script.startsWith('// drawing.mjs')),
-        };
-        const build = join(SourceFolder, 'build'); // The server knows no other place for files that are made.
+const PageFiles = ['vistel_receiver.mjs', 'receiver_simulator.mjs', 'simulator'];
+
+// Opens the document's first page, with the script that has all of `parts`.
+async function openFirstPage(page, folder, parts, isSimulated) {
+    const [html, simulatedScripts] = await codeBlocks(Protocol, 'html');
+    const scripts = await codeBlocks(Protocol, 'js');
+    const files = {
+        'index.html': isSimulated ? html.replace(/<script.*\n/, simulatedScripts) : html,
+        'page.mjs': scripts.find((script) => parts.every((part) => script.includes(part))),
+        'drawing.mjs': scripts.find((script) => script.startsWith('// drawing.mjs')),
+    };
+    for (const [name, text] of Object.entries(files)) {
+        await writeFile(join(folder, name), text);
+    }
+    for (const name of PageFiles) {
+        await cp(join(SourceFolder, 'examples/page', name), join(folder, name), { recursive: true });
+    }
+    await page.open(`${relative(SourceFolder, folder)}/index.html`);
+}
+
+// The test's body gets a folder that the server knows and that is removed at the end.
+function firstPageTest(name, scripts, body) {
+    pageTest(name, scripts, async (page) => {
+        const build = join(SourceFolder, 'build');
         await mkdir(build, { recursive: true });
         const folder = await mkdtemp(join(build, 'first-page-'));
         try {
-            for (const [name, text] of Object.entries(files)) {
-                await writeFile(join(folder, name), text);
-            }
-            await copyFile(join(SourceFolder, 'examples/page/vistel_receiver.mjs'),
-                           join(folder, 'vistel_receiver.mjs'));
-            await page.open(`${relative(SourceFolder, folder)}/index.html`);
-            await page.waitForText('ready');
-            await page.giveSlots();
-            await page.waitFor(() => host.frames.length >= 5);
-            await page.postJson({ type: 'virtual-camera-usage', active: true });
-            assert.equal(await page.run(() => document.body.textContent), 'The camera is in use');
-            assert.deepEqual(await page.run(() => host.texts), ['ready', 'quality:1080p']);
-            const frames = await page.run(() => host.frames);
-            frames.forEach((text, index) => assert.match(
-                text, new RegExp(`^frame:${index % 2}:(RGBA|RGBX|BGRA|BGRX):1280:720:0:0:0:1280:720:0,5120$`)));
-            // The bar.
-            assert.ok(await page.run(() => new Uint32Array(host.buffers[0], 0, 1280)
-                .some((pixel) => (pixel & 0xFFFFFF) !== 0)));
+            await body(page, folder);
         } finally {
             await rm(folder, { recursive: true });
         }
+    });
+}
+
+for (const [how, parts] of [
+    ['with', ['vistel_receiver.mjs', 'drawing.mjs']], ['without', ['postMessage("ready")', 'drawing.mjs']],
+]) {
+    firstPageTest(`the document's first page ${how} the module sends its picture`, [FakeHost], async (page, folder) => {
+        await openFirstPage(page, folder, parts, false);
+        await page.waitForText('ready');
+        await page.giveSlots();
+        await page.waitFor(() => host.frames.length >= 5);
+        await page.postJson({ type: 'virtual-camera-usage', active: true });
+        assert.equal(await page.run(() => document.body.textContent), 'The camera is in use');
+        assert.deepEqual(await page.run(() => host.texts), ['ready', 'quality:1080p']);
+        const frames = await page.run(() => host.frames);
+        frames.forEach((text, index) => assert.match(
+            text, new RegExp(`^frame:${index % 2}:(RGBA|RGBX|BGRA|BGRX):1280:720:0:0:0:1280:720:0,5120$`)));
+        // The bar.
+        assert.ok(await page.run(() => new Uint32Array(host.buffers[0], 0, 1280)
+            .some((pixel) => (pixel & 0xFFFFFF) !== 0)));
+    });
+
+    firstPageTest(`the document's first page ${how} the module runs in the simulator`, [], async (page, folder) => {
+        await openFirstPage(page, folder, parts, true);
+        await page.waitFor(async () => {
+            const { simulator } = await import('./receiver_simulator.mjs');
+            return simulator.counts.frames >= 5;
+        });
+        assert.deepEqual(await page.run(async () => {
+            const { simulator: { refusals, picture: { width, height } } } = await import('./receiver_simulator.mjs');
+            return { refusals, width, height };
+        }), { refusals: [], width: 1920, height: 1080 });
     });
 }
