@@ -3,12 +3,13 @@
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { test } from 'node:test';
+import { isDeepStrictEqual } from 'node:util';
 
 import { hexadecimal, ReceiverModel } from '../../../examples/page/simulator/receiver_model.mjs';
 import { receiverMessages } from '../../page/receiver_messages.mjs';
 import { fillNoise } from './pages/noise.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { startOnSlotPage } from './slot_page_run.mjs';
+import { Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const SlotSeeds = [1, 2];
 
@@ -23,22 +24,52 @@ function describePicture({ bytes, width, height }) {
     return `${width} x ${height}, SHA-256 ${createHash('sha256').update(bytes).digest('hex')}`;
 }
 
+const isReady = (message) => typeof message === 'string' && message.split('\0')[0] === 'ready';
+const publishes = ({ message, code }) => code === Ok && String(message).startsWith('frame:');
+
+// The table in steps: messages of a group that publish nothing go together, because the way through the rig takes long.
+function* steps() {
+    let together = [];
+    for (const entry of receiverMessages) {
+        const isAlone = publishes(entry) || isReady(entry.message);
+        if (together.length > 0 && (isAlone || entry.what !== together[0].what)) {
+            yield together;
+            together = [];
+        }
+        if (isAlone) {
+            yield [entry];
+        } else {
+            together.push(entry);
+        }
+    }
+    yield together;
+}
+
+// { code: how often }
+function tally(codes) {
+    const counts = {};
+    for (const code of codes) {
+        counts[code] = (counts[code] ?? 0) + 1;
+    }
+    return counts;
+}
+
 class Simulator {
-    answers = [];
     log = [];
+    #answers = [];
     #model = new ReceiverModel({
         postSlot: (slot, buffer) => fillNoise(new Uint32Array(buffer), SlotSeeds[slot]),
-        postJson: (json) => this.answers.push(json),
+        postJson: (json) => this.#answers.push(json),
         log: (line) => this.log.push(line),
     });
 
-    handle(message) {
+    handle(messages) {
         const before = this.#model.framesPublished;
-        const { code } = this.#model.handle(message);
+        const codes = messages.map((message) => hexadecimal(this.#model.handle(message).code).slice(2));
         return {
-            code: hexadecimal(code),
+            codes,
             picture: this.#model.framesPublished > before ? describePicture(this.#model.picture) : 'none',
-            answers: this.answers.splice(0).map(comparable),
+            answers: this.#answers.splice(0).map(comparable),
         };
     }
 }
@@ -53,17 +84,13 @@ class Receiver {
         slotPage.run.browser.events.on('json', (json) => this.#answers.push(json));
     }
 
-    async handle(message) {
-        const codes = Object.keys(await this.#slotPage.post(message));
-        if (typeof message === 'string' && message.split('\0')[0] === 'ready') {
+    async handle(messages) {
+        const codes = await this.#slotPage.post(...messages);
+        if (messages.some(isReady)) {
             await this.#slotPage.fill(0, SlotSeeds[0]);
             await this.#slotPage.fill(1, SlotSeeds[1]);
         }
-        return {
-            code: codes.map((code) => `0x${code}`).join(),
-            picture: await this.#takePicture(),
-            answers: this.#answers.splice(0).map(comparable),
-        };
+        return { codes, picture: await this.#takePicture(), answers: this.#answers.splice(0).map(comparable) };
     }
 
     async #takePicture() {
@@ -84,11 +111,14 @@ test('the simulator judges and draws as the receiver does', async (t) => {
     const receiver = new Receiver(slotPage);
     const simulator = new Simulator();
     const differences = [];
-    for (const { what, message, code } of receiverMessages) {
-        const wanted = await receiver.handle(message);
-        const found = simulator.handle(message);
-        if (wanted.code !== `0x${code}` || JSON.stringify(found) !== JSON.stringify(wanted)) {
-            differences.push({ what, message, code, receiver: wanted, simulator: found });
+    for (const entries of steps()) {
+        const messages = entries.map(({ message }) => message);
+        const codes = entries.map(({ code }) => code);
+        const wanted = await receiver.handle(messages);
+        const found = simulator.handle(messages);
+        // Of the receiver only the number of each code is known.
+        if (!isDeepStrictEqual(wanted, { ...found, codes: tally(codes) }) || !isDeepStrictEqual(found.codes, codes)) {
+            differences.push({ what: entries[0].what, messages, codes, receiver: wanted, simulator: found });
         }
     }
     assert.deepEqual(differences, []);
