@@ -10,6 +10,7 @@
 #include "frames/conversion/row_kernels.h"
 #include "frames/frame_file.h"
 #include "frames/frame_message.h"
+#include "sample_camera/picture.h"
 #include "tests/frames/conversion/reference_converter.h"
 
 #include <algorithm>
@@ -80,6 +81,10 @@ public:
         MeasureMessage();
         MeasureSnapshot("720p snapshot", 1280, 720);
         MeasureSnapshot("1080p snapshot", 1920, 1080);
+        for (const sample_camera::VideoFormat& format : sample_camera::VideoFormats) {
+            MeasureCamera(sample_camera::Size720p, format);
+            MeasureCamera(sample_camera::Size1080p, format);
+        }
     }
 
 private:
@@ -336,6 +341,52 @@ private:
             identical.push_back(std::equal(expected.begin(), expected.end(), peerPixels.Data()));
         }
         PrintAll(row, contenders, identical, CopyOf(frameBytes + pixelBytes));
+    }
+
+    // What the sample camera does with a frame of the file, from there to the application's sample.
+    void MeasureCamera(sample_camera::PictureSize frameSize, const sample_camera::VideoFormat& format) {
+        constexpr const char* Formats[] = {"NV12", "YUY2", "I420"};
+        const auto name = [](sample_camera::PictureSize size) { return std::to_string(size.height) + "p"; };
+        const std::string row = "camera: " + name(frameSize) + " frame as " + name(format.size) + " " +
+                                Formats[static_cast<std::size_t>(format.pixels)];
+        if (!IsWanted(row)) {
+            return;
+        }
+        const std::size_t frameBytes = Nv12Size(frameSize.width, frameSize.height);
+        ReadSourcesOf(frameBytes);
+        const bool asItIs = format == sample_camera::VideoFormat{sample_camera::PixelFormat::Nv12, frameSize};
+        const PagedBytes source(frameBytes);
+        const PagedBytes scaled(Nv12Size(format.size.width, format.size.height));
+        const PagedBytes picture(sample_camera::ImageBytes(format));
+        const PagedBytes peerPicture(picture.Size());
+        const PeerConversion libyuv = LibyuvCamera(frameSize, format);
+        const auto read = [&](std::size_t call) { std::memcpy(source.Data(), Slot(call), frameBytes); };
+        const std::vector<Contender> contenders{
+            {"receiver",
+             [&](std::size_t call) {
+                 if (asItIs) { // read straight into the sample
+                     std::memcpy(picture.Data(), Slot(call), frameBytes);
+                     KeepBytes(picture.Data());
+                     return;
+                 }
+                 read(call);
+                 sample_camera::ConvertFrame(source.Data(), frameSize, scaled.Data(), picture.Data(), format);
+             }},
+            {"libyuv",
+             [&](std::size_t call) {
+                 if (asItIs) {
+                     libyuv(Slot(call), peerPicture.Data());
+                     return;
+                 }
+                 read(call);
+                 libyuv(source.Data(), peerPicture.Data());
+             }},
+        };
+        for (const Contender& contender : contenders) {
+            contender.run(0);
+        }
+        const bool identical = std::equal(picture.Data(), picture.Data() + picture.Size(), peerPicture.Data());
+        PrintAll(row, contenders, {true, identical}, CopyOf(frameBytes + picture.Size()));
     }
 
     const PagedBytes slots_;

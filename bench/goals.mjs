@@ -39,4 +39,12 @@ export const Goals = {
     'message of a 720p NV12 frame, parsed': { baseline: 0.003, nanoseconds: 60 },
     'message of a 720p NV12 frame, dispatched and parsed': { baseline: 0.01 },
     '1080p snapshot': { baseline: 3.60, libyuv: 0.72 },
+    'camera: 720p frame as 720p NV12': { baseline: 1.10, libyuv: 1.10, nanoseconds: 700000 },
+    'camera: 720p frame as 720p YUY2': { baseline: 2.30, libyuv: 1.10 },
+    'camera: 720p frame as 720p I420': { baseline: 2.30, libyuv: 1.10 },
+    'camera: 1080p frame as 720p NV12': { baseline: 40, libyuv: 0.85 },
+    'camera: 1080p frame as 1080p NV12': { baseline: 1.10, libyuv: 1.10, nanoseconds: 1200000 },
+    'camera: 1080p frame as 1080p YUY2': { baseline: 2.70, libyuv: 1.15 },
+    'camera: 1080p frame as 1080p I420': { baseline: 2.70, libyuv: 1.15 },
+    'camera: 720p frame as 1080p NV12': { baseline: 45, libyuv: 0.90 },
 };

@@ -246,6 +246,47 @@ void LibyuvSnapshot(const std::uint8_t* frame, std::uint32_t width, std::uint32_
                               static_cast<int>(height)));
 }
 
+PeerConversion LibyuvCamera(sample_camera::PictureSize frameSize, const sample_camera::VideoFormat& format) {
+    const int width = static_cast<int>(format.size.width);
+    const int height = static_cast<int>(format.size.height);
+    const bool scales = frameSize != format.size;
+    const bool isNv12 = format.pixels == sample_camera::PixelFormat::Nv12;
+    const auto scaled =
+        std::make_shared<std::vector<std::uint8_t>>(std::size_t{3} * format.size.width * format.size.height / 2);
+    return [=](const std::uint8_t* frame, std::uint8_t* picture) {
+        const std::uint8_t* source = frame;
+        if (scales) {
+            std::uint8_t* const target = isNv12 ? picture : scaled->data();
+            const int srcWidth = static_cast<int>(frameSize.width);
+            const int srcHeight = static_cast<int>(frameSize.height);
+            Check(libyuv::NV12Scale(frame, srcWidth, frame + std::ptrdiff_t{srcWidth} * srcHeight, srcWidth, srcWidth,
+                                    srcHeight, target, width, target + std::ptrdiff_t{width} * height, width, width,
+                                    height, libyuv::kFilterBilinear));
+            source = target;
+        }
+        const std::uint8_t* const pairs = source + std::ptrdiff_t{width} * height;
+        switch (format.pixels) {
+        case sample_camera::PixelFormat::Nv12:
+            if (!scales) {
+                libyuv::CopyPlane(source, width, picture, width, width, height * 3 / 2);
+            }
+            break;
+        case sample_camera::PixelFormat::Yuy2: // two rows of Y share a row of pairs
+            for (std::ptrdiff_t y = 0; y < height; y += 2) {
+                libyuv::MergeUVPlane(source + y * width, width, pairs + y / 2 * width, 0, picture + y * width * 2,
+                                     width * 2, width, 2);
+            }
+            break;
+        case sample_camera::PixelFormat::I420: {
+            std::uint8_t* const u = picture + std::ptrdiff_t{width} * height;
+            Check(libyuv::NV12ToI420(source, width, pairs, width, picture, width, u, width / 2,
+                                     u + std::ptrdiff_t{width} * height / 4, width / 2, width, height));
+            break;
+        }
+        }
+    };
+}
+
 PeerConversion SwscaleSnapshot(std::uint32_t width, std::uint32_t height) {
     const std::shared_ptr<SwsContext> context =
         MakeSwsContext(width, height, AV_PIX_FMT_NV12, width, height, AV_PIX_FMT_BGR24);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bench/frame_cases.h"
+#include "sample_camera/video_format.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,5 +20,9 @@ using PeerConversion = std::function<void(const std::uint8_t* slot, std::uint8_t
 // NV12 to 3-byte pixels, blue first.
 void LibyuvSnapshot(const std::uint8_t* frame, std::uint32_t width, std::uint32_t height, std::uint8_t* pixels);
 [[nodiscard]] PeerConversion SwscaleSnapshot(std::uint32_t width, std::uint32_t height);
+
+// What the sample camera does with an NV12 frame that it has copied from the frame file.
+[[nodiscard]] PeerConversion LibyuvCamera(sample_camera::PictureSize frameSize,
+                                          const sample_camera::VideoFormat& format);
 
 } // namespace receiver

@@ -191,15 +191,8 @@ bool CameraStream::Fill(vistel::FrameReader& reader, FrameChoice& choice, std::u
         break;
     }
     const PictureSize frameSize{frame.width, frame.height};
-    if (frameSize == format.size) {
-        if (!isNv12) {
-            ConvertNv12(source_.get(), dst, format);
-        }
-    } else if (isNv12) {
-        ScaleNv12(source_.get(), frameSize, dst);
-    } else {
-        ScaleNv12(source_.get(), frameSize, scaled_.get());
-        ConvertNv12(scaled_.get(), dst, format);
+    if (!isNv12 || frameSize != format.size) {
+        ConvertFrame(source_.get(), frameSize, scaled_.get(), dst, format);
     }
     return true;
 }

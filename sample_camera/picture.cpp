@@ -135,4 +135,16 @@ void ScaleNv12(const std::uint8_t* src, PictureSize srcSize, std::uint8_t* dst) 
                   dst + std::size_t{dstSize.width} * dstSize.height, enlarge);
 }
 
+void ConvertFrame(const std::uint8_t* src, PictureSize srcSize, std::uint8_t* scaled, std::uint8_t* dst,
+                  const VideoFormat& format) noexcept {
+    if (srcSize == format.size) {
+        ConvertNv12(src, dst, format);
+    } else if (format.pixels == PixelFormat::Nv12) {
+        ScaleNv12(src, srcSize, dst);
+    } else {
+        ScaleNv12(src, srcSize, scaled);
+        ConvertNv12(scaled, dst, format);
+    }
+}
+
 } // namespace sample_camera

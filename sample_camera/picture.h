@@ -14,4 +14,8 @@ void ConvertNv12(const std::uint8_t* src, std::uint8_t* dst, const VideoFormat& 
 // Bilinear, from either size to the other.
 void ScaleNv12(const std::uint8_t* src, PictureSize srcSize, std::uint8_t* dst) noexcept;
 
+// Both, as far as they are necessary. `scaled` has room for an NV12 picture of the format's size.
+void ConvertFrame(const std::uint8_t* src, PictureSize srcSize, std::uint8_t* scaled, std::uint8_t* dst,
+                  const VideoFormat& format) noexcept;
+
 } // namespace sample_camera

@@ -75,5 +75,25 @@ TEST(ScaleNv12, KeepsAnEvenPictureAsItIs) {
     }
 }
 
+TEST(ConvertFrame, ScalesAndConvertsAsFarAsNecessary) {
+    for (const VideoFormat& format : VideoFormats) {
+        for (const PictureSize from : {Size720p, Size1080p}) {
+            const std::vector<std::uint8_t> source = Noise(from);
+            std::vector<std::uint8_t> nv12 = source;
+            if (from != format.size) {
+                nv12.resize(ImageBytes({PixelFormat::Nv12, format.size}));
+                ScaleNv12(source.data(), from, nv12.data());
+            }
+            std::vector<std::uint8_t> scaled(ImageBytes({PixelFormat::Nv12, format.size}) + GuardBytes, Untouched);
+            std::vector<std::uint8_t> picture(ImageBytes(format) + GuardBytes, Untouched);
+            ConvertFrame(source.data(), from, scaled.data(), picture.data(), format);
+            ExpectGuardUntouched(scaled);
+            ExpectGuardUntouched(picture);
+            picture.resize(ImageBytes(format));
+            EXPECT_EQ(picture, ReferenceConversion(nv12.data(), format)) << FourCc(format.pixels) << from.height;
+        }
+    }
+}
+
 } // namespace
 } // namespace sample_camera
