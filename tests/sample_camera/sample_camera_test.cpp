@@ -189,6 +189,14 @@ TEST_F(SampleCamera, ShowsACardThatSaysWhatIsMissing) {
     ASSERT_EQ(graph.Render(&PIN_CATEGORY_CAPTURE), S_OK);
     ASSERT_GE(graph.Run(), S_OK);
     EXPECT_TRUE(WaitFor(graph, CardOf(CardText(vistel::PictureState::Missing) + ", error 2", Default)));
+    std::filesystem::create_directory(path); // Opened as a file, a folder denies access.
+    EXPECT_TRUE(WaitFor(graph, CardOf(CardText(vistel::PictureState::Denied) + ", error 5", Default)));
+    std::filesystem::remove(path);
+    {
+        const receiver::UniqueFile locked(
+            CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        EXPECT_TRUE(WaitFor(graph, CardOf(CardText(vistel::PictureState::Failed) + ", error 32", Default)));
+    }
     receiver::WriteBytes(path, "short");
     EXPECT_TRUE(WaitFor(graph, CardOf(CardText(vistel::PictureState::WrongSize), Default)));
     ASSERT_EQ(file.OpenSharedFrameFile(), S_OK);
