@@ -29,7 +29,8 @@ after(() => fs.rm(folder, { recursive: true, force: true }));
 
 // Everything that a page can use. A line with "@ts-expect-error" before it must not compile, every other one must.
 const Uses = `
-import { copyRectangle, errorText, frameMessage, hasHostColors, MediaError, VistelReceiver } from "vistel-receiver-page";
+import { copyRectangle, errorText, frameMessage, hasHostColors } from "vistel-receiver-page";
+import { MediaError, VistelReceiver } from "vistel-receiver-page";
 import type { Diagnostics, MediaResult, SlotPicture, WebView } from "vistel-receiver-page";
 import { simulator } from "vistel-receiver-page/simulator";
 

@@ -31,7 +31,6 @@ test('run takes its options in any order and leaves the rest to the receiver', (
     assert.deepEqual(parseOptions([]), { out: join(SourceFolder, 'build/run'), show: false });
     assert.deepEqual(parseOptions(['--']).receiverArguments, []);
     assert.equal(parseOptions(['--application', '--seconds', '1']).application, true);
-    assert.equal(parseOptions(['--hidden', '--seconds', '1']).hidden, true);
 });
 
 test('run starts and stops the camera at the given times', () => {

@@ -133,12 +133,6 @@ async function frameCost(run) {
     return medianAndP99((await run.browser.callbackTimings()).map(Math.round));
 }
 
-async function hidePage(run) {
-    const page = await run.browser.page();
-    await page.hide();
-    say(`The page is ${await page.evaluate('document.visibilityState')}`);
-}
-
 async function watch(run, options, stopRequested) {
     const until = options.seconds ? `for ${options.seconds} s` : 'until Ctrl-C';
     say(`Running the receiver ${until}; its sandbox directory is ${shown(options.out)}`);
@@ -151,9 +145,6 @@ async function watch(run, options, stopRequested) {
     const minimized = options.minimize ? minimizeWindow(run, options.minimize, counter, timer.signal) : undefined;
     minimized?.catch(() => {});
 
-    if (options.hidden) {
-        hidePage(run).catch((error) => say(`The page was not hidden: ${error.message}`));
-    }
     const framesBefore = counter.held;
     const application = options.application
         ? await startApplication(run, () => counter.held > framesBefore) : undefined;

@@ -5,10 +5,10 @@ import { fileURLToPath } from 'node:url';
 import { SourceFolder } from './prefix.mjs';
 
 const Usage = 'usage: ./dev run [--out DIR] [--seconds N] [--camera [START:SECONDS]] [--minimize START:SECONDS]' +
-    ' [--application] [--hidden] [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
+    ' [--application] [--show] [--page QUERY | -- RECEIVER ARGUMENTS]';
 const MaxSeconds = (2 ** 31 - 1) / 1000; // what a timer takes
 
-// { out, seconds, camera, minimize, application, hidden, show, pageQuery, receiverArguments }; all but out and show are
+// { out, seconds, camera, minimize, application, show, pageQuery, receiverArguments }; all but out and show are
 // undefined when not given. The camera is { startSeconds, seconds }, its seconds undefined when it stays to the end.
 // `minimize` is the same, always with seconds.
 export function parseOptions(words) {
@@ -43,8 +43,6 @@ export function parseOptions(words) {
             options.pageQuery = value().replace(/^\?/, '');
         } else if (word === '--application' && attached === undefined) {
             options.application = true;
-        } else if (word === '--hidden' && attached === undefined) {
-            options.hidden = true;
         } else if (word === '--show' && attached === undefined) {
             options.show = true;
         } else if (['--embedded', '--url'].includes(word)) {

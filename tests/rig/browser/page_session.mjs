@@ -107,11 +107,6 @@ export class PageSession {
         this.#post('Page.reload');
     }
 
-    // What a person does who minimizes a window that its program does not watch.
-    async hide() {
-        await this.#setWindowState('minimized');
-    }
-
     async screenshot(file) {
         const { data } = await this.#send('Page.captureScreenshot', { format: 'png' });
         await writeFile(file, Buffer.from(data, 'base64'));

@@ -18,7 +18,7 @@ const LeastCycles = 6;
 const [Width, Height] = [1280, 720];
 const ClockSlackMs = 1000; // between two looks at a clock on a busy machine
 const EndOfVideo = 'error:The video track has ended';
-const LeastHiddenRate = 29; // of the page's 30 frames per second
+const LeastMinimizedRate = 29; // of the page's 30 frames per second
 const ForErrors = ['-f', 'null', '-']; // what is decoded goes nowhere
 
 // What the program may hold beyond what it held before: in memory less than it takes to leave a few hundred bytes with
@@ -26,8 +26,9 @@ const ForErrors = ['-f', 'null', '-']; // what is decoded goes nowhere
 const MemoryAllowanceKb = 512;
 const CountAllowance = LeastCycles / 2 - 1;
 
-// Soaks for a number of minutes, with a recording in each, in the sandbox directory `out` or a temporary one. `hidden`
-// hides the page, which must still send its frames at the full rate. `interrupted` is a promise that ends it early by rejecting. The report:
+// Soaks for a number of minutes, with a recording in each, in the sandbox directory `out` or a temporary one. With
+// `minimized` the window is minimized, and the page must still send its frames at the full rate. `interrupted` is a
+// promise that ends it early by rejecting. The report:
 //   problems      sentences; none when all is well
 //   frames        { posted, perSecond, published, dropped, refused, read, overtaken, torn }; dropped is what was
 //                 posted and not published, overtaken what was published and not read
@@ -39,7 +40,7 @@ const CountAllowance = LeastCycles / 2 - 1;
 //   recordings    { frames, seconds } of each that is whole
 //   snapshots     the number of those that are whole
 //   held          what the program held after each cycle
-export async function soak({ minutes, hidden = false, out, interrupted = new Promise(() => {}) }) {
+export async function soak({ minutes, minimized = false, out, interrupted = new Promise(() => {}) }) {
     const report = { minutes, problems: [], recordings: [], snapshots: 0, held: [] };
     const server = await serveFolder(join(SourceFolder, 'examples/page'));
     let run;
@@ -50,7 +51,7 @@ export async function soak({ minutes, hidden = false, out, interrupted = new Pro
         }
         run = await startReceiver({ out, args: [`--url=http://127.0.0.1:${server.port}/index.html?fps=30`] });
         const ended = run.exited.then((code) => Promise.reject(new Error(`the receiver ended with ${code}`)));
-        await Promise.race([new Soak(run, report, over.signal).watch(minutes, hidden), ended, interrupted]);
+        await Promise.race([new Soak(run, report, over.signal).watch(minutes, minimized), ended, interrupted]);
         const exitCode = await run.closeWindow();
         if (exitCode !== 0) {
             report.problems.push(`the receiver ended with ${exitCode}`);
@@ -84,12 +85,12 @@ class Soak {
     }
 
     // Resolves when the report has everything that can be measured while the receiver runs.
-    async watch(minutes, hidden) {
+    async watch(minutes, minimized) {
         const camera = this.#run.camera();
         this.#page = await this.#run.browser.page();
         await this.#frameFile.waitForFrames(1, LimitMs);
-        if (hidden) {
-            await this.#page.hide();
+        if (minimized) {
+            await this.#run.systemCommand('minimize');
         }
         const cycles = Math.max(LeastCycles, minutes);
         for (let cycle = 0; cycle < cycles; ++cycle) {
@@ -101,8 +102,8 @@ class Soak {
         await this.#page.evaluate(`document.getElementById('video').srcObject.getTracks()[0].stop()`);
         await this.#run.waitForLog(EndOfVideo, LimitMs);
         await this.#checkFrames(await camera.finish());
-        if (hidden) {
-            await this.#checkHidden();
+        if (minimized) {
+            await this.#checkMinimized();
         }
     }
 
@@ -220,13 +221,13 @@ class Soak {
         }
     }
 
-    async #checkHidden() {
+    async #checkMinimized() {
         const state = await this.#page.evaluate('document.visibilityState');
         if (state !== 'hidden') {
             this.#fail(`the page is ${state}`);
         }
         const { perSecond } = this.#report.frames;
-        if (perSecond < LeastHiddenRate) {
+        if (perSecond < LeastMinimizedRate) {
             this.#fail(`the hidden page posted ${perSecond.toFixed(2)} frames per second`);
         }
     }

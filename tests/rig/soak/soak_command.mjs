@@ -1,4 +1,5 @@
-// The body of `./dev soak`: soak_command.mjs MINUTES [--hidden]. The report stands on the terminal and in build/soak/soak.json.
+// The body of `./dev soak`: soak_command.mjs MINUTES [--minimized]. The report stands on the terminal and in
+// build/soak/soak.json.
 import { mkdir, writeFile } from 'node:fs/promises';
 import { join } from 'node:path';
 
@@ -41,7 +42,7 @@ const interrupted = new Promise((resolve, reject) => {
 interrupted.catch(() => {}); // Reported among the problems.
 
 const [, , minutes, option] = process.argv;
-const report = await soak({ minutes: Number(minutes), hidden: option === '--hidden', out, interrupted });
+const report = await soak({ minutes: Number(minutes), minimized: option === '--minimized', out, interrupted });
 await writeFile(join(out, 'soak.json'), `${JSON.stringify(report, null, 2)}\n`);
 process.stdout.write(`${describe(report)}\n`);
 report.problems.forEach((problem) => process.stderr.write(`./dev soak: ${problem}\n`));
