@@ -17,7 +17,7 @@
 namespace sample_camera {
 namespace {
 
-constexpr LONGLONG PollPeriod100ns = 20000;
+constexpr LONG PollPeriodMs = 2;
 
 std::int64_t Now100ns() noexcept {
     using Unit = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
@@ -34,6 +34,9 @@ public:
             timer_.Reset(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
             raised_ = timeBeginPeriod(1) == TIMERR_NOERROR;
         }
+        LARGE_INTEGER due;
+        due.QuadPart = 0; // at once, then periodically: one call of the system less for each wait
+        SetWaitableTimer(timer_.Get(), &due, PollPeriodMs, nullptr, nullptr, FALSE);
     }
     PollTimer(const PollTimer&) = delete;
     PollTimer& operator=(const PollTimer&) = delete;
@@ -45,9 +48,6 @@ public:
 
     // False once `stop` is signaled.
     [[nodiscard]] bool WaitUnless(HANDLE stop) const noexcept {
-        LARGE_INTEGER due;
-        due.QuadPart = -PollPeriod100ns;
-        SetWaitableTimer(timer_.Get(), &due, 0, nullptr, nullptr, FALSE);
         const std::array handles{stop, timer_.Get()};
         return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, INFINITE) ==
                WAIT_OBJECT_0 + 1;
