@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace sample_camera {
@@ -22,11 +23,26 @@ ComPtr<IBaseFilter> MakeFilter(const CLSID& id) {
     return filter;
 }
 
+// CPU time of this thread so far.
+double ThreadTimeUs() {
+    FILETIME created{};
+    FILETIME exited{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetThreadTimes(GetCurrentThread(), &created, &exited, &kernel, &user);
+    const auto us = [](const FILETIME& time) {
+        return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) / 10;
+    };
+    return us(kernel) + us(user);
+}
+
 } // namespace
 
-ComPtr<IBaseFilter> MakeCamera() {
+ComPtr<IBaseFilter> MakeCamera() { return MakeCamera(receiver::BuiltProgram(VISTEL_SAMPLE_CAMERA)); }
+
+ComPtr<IBaseFilter> MakeCamera(const std::wstring& dll) {
     // Never freed: from its first object on the DLL stays loaded anyway.
-    static const HMODULE module = LoadLibraryW(receiver::BuiltProgram(VISTEL_SAMPLE_CAMERA).c_str());
+    const HMODULE module = LoadLibraryW(dll.c_str());
     const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
         reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
     constexpr CLSID CameraClass{0xC132191D, 0x7DC1, 0x4EB6, {0x89, 0x14, 0xB9, 0x12, 0xB1, 0x5C, 0x22, 0xB0}};
@@ -78,10 +94,13 @@ public:
 
     STDMETHODIMP SampleCB(double /*time*/, IMediaSample* media) override {
         Sample sample;
+        sample.arrived = std::chrono::steady_clock::now();
+        sample.threadUs = ThreadTimeUs();
         sample.timed = media->GetTime(&sample.start, &sample.end) == S_OK;
         BYTE* bytes = nullptr;
         if (media->GetPointer(&bytes) == S_OK) {
-            sample.bytes.assign(bytes, bytes + media->GetActualDataLength());
+            sample.bytes.assign(bytes, bytes + std::min(static_cast<std::size_t>(media->GetActualDataLength()),
+                                                        graph_.keptBytes_.load()));
         }
         const std::lock_guard guard(graph_.lock_);
         if (graph_.holding_) {

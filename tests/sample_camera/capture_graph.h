@@ -5,12 +5,15 @@
 #include "platform/com_ptr.h"
 #include "sample_camera/media_type.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 struct ISampleGrabberCB;
@@ -27,10 +30,13 @@ struct Sample {
     REFERENCE_TIME end = 0;
     bool timed = false;
     std::vector<std::uint8_t> bytes;
+    std::chrono::steady_clock::time_point arrived;
+    double threadUs = 0; // CPU time so far of the thread that has delivered it, in microseconds
 };
 
-// A camera of the built DLL, made without any registration. Null when that fails.
+// A camera of the built DLL, or of another one, made without any registration. Null when that fails.
 [[nodiscard]] ComPtr<IBaseFilter> MakeCamera();
+[[nodiscard]] ComPtr<IBaseFilter> MakeCamera(const std::wstring& dll);
 // The camera's only pin.
 [[nodiscard]] ComPtr<IPin> CapturePin(const ComPtr<IBaseFilter>& camera);
 // The system's filter that hands samples to its client, and its input.
@@ -58,6 +64,8 @@ public:
     // The oldest sample not taken yet; empty when none comes within `limit`.
     [[nodiscard]] std::optional<Sample> Next(std::chrono::milliseconds limit = Limit);
     void ForgetSamples();
+    // From now on only so many bytes of each sample are kept.
+    void KeepBytes(std::size_t count) { keptBytes_ = count; }
     // From now on samples are kept and never given back to the camera, until the end of the graph.
     void HoldSamples();
     // Waits until so many samples are held.
@@ -78,6 +86,7 @@ private:
     std::deque<Sample> samples_;
     std::vector<ComPtr<IMediaSample>> held_;
     bool holding_ = false;
+    std::atomic<std::size_t> keptBytes_ = SIZE_MAX;
     ComPtr<ISampleGrabberCB> grabber_;
 };
 

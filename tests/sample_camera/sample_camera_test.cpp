@@ -5,8 +5,8 @@
 #include "platform/hresult.h"
 #include "sample_camera/card.h"
 #include "sample_camera/picture.h"
-#include "tests/rig/driver/handle_count.h"
 #include "tests/sample_camera/capture_graph.h"
+#include "tests/sample_camera/held.h"
 #include "tests/sample_camera/picture_reference.h"
 #include "tests/support/test_files.h"
 
@@ -348,26 +348,6 @@ TEST_F(SampleCamera, SurvivesEveryOrderOfTakingItDown) {
     ASSERT_GE(graph.Run(), S_OK);
     ExpectDelivered(graph, Size720p, 1, Default);
 }
-
-// What this process holds: bytes of memory of its own, and handles.
-struct Held {
-    std::size_t bytes = 0;
-    std::int64_t handles = 0;
-
-    // Region by region: Wine's GetProcessMemoryInfo tells nothing.
-    static Held Now() {
-        Held held;
-        MEMORY_BASIC_INFORMATION region{};
-        const std::uint8_t* address = nullptr;
-        while (VirtualQuery(address, &region, sizeof(region)) != 0) {
-            held.bytes += region.State == MEM_COMMIT && region.Type == MEM_PRIVATE ? region.RegionSize : 0;
-            address = static_cast<const std::uint8_t*>(region.BaseAddress) + region.RegionSize;
-        }
-        held.handles = rig::CountHandles(GetCurrentProcessId()).value_or(0);
-        EXPECT_GT(held.handles, 0);
-        return held;
-    }
-};
 
 // Without a graph: each of Wine's loses a handle of its own.
 TEST_F(SampleCamera, FiveHundredRunsLeaveNothingBehind) {

@@ -17,7 +17,7 @@ const Package = '@ffmpeg-installer/win32-x64';
 const Program = join(PackageFolder, 'node_modules', Package, 'ffmpeg.exe');
 
 const StartLimitMs = 120000;
-const EndLimitMs = 60000;
+const EndLimitMs = 300000; // on a busy machine it first encodes what it has queued
 const DecodeLimitMs = 600000;
 
 const CameraName = 'Vistel Sample Camera';
