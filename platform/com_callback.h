@@ -2,11 +2,9 @@
 // WebView2's completion and event handlers are such interfaces.
 #pragma once
 
+#include "platform/com_object.h"
 #include "platform/com_ptr.h"
 
-#include <unknwn.h>
-
-#include <atomic>
 #include <new>
 
 namespace receiver {
@@ -19,32 +17,10 @@ class ComCallback;
 
 template <typename Target, typename Interface, const IID& InterfaceId, auto Operation, typename... Arguments>
 class ComCallback<Target, Interface, InterfaceId, Operation, HRESULT (STDMETHODCALLTYPE Interface::*)(Arguments...)>
-    final : public Interface {
+    final : public ComObject<Interface, InterfaceId> {
 public:
     explicit ComCallback(Target& invokedTarget) noexcept : target(invokedTarget) {}
-    ComCallback(const ComCallback&) = delete;
-    ComCallback& operator=(const ComCallback&) = delete;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override {
-        if (object == nullptr) {
-            return E_POINTER;
-        }
-        if (id != IID_IUnknown && id != InterfaceId) {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        *object = static_cast<Interface*>(this);
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override {
-        const ULONG left = --references;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
     HRESULT STDMETHODCALLTYPE Invoke(Arguments... arguments) noexcept override {
         try {
             return (target.*Operation)(arguments...);
@@ -56,10 +32,7 @@ public:
     }
 
 private:
-    ~ComCallback() = default;
-
     Target& target;
-    std::atomic<ULONG> references = 1; // the creator's
 };
 
 // A new callback; empty when there is no memory for it.

@@ -1,10 +1,10 @@
 // DirectShow's enumerators of pins and media types, which differ only in what they list.
 #pragma once
 
+#include "platform/com_object.h"
 #include "sample_camera/direct_show.h"
 
 #include <algorithm>
-#include <atomic>
 #include <new>
 #include <utility>
 
@@ -12,7 +12,7 @@ namespace sample_camera {
 
 // `Source` is copied with the enumerator: `using Item`, `ULONG Count()` and `HRESULT Get(ULONG index, Item* item)`.
 template <typename Interface, const IID& Id, typename Source>
-class Enumerator final : public Interface {
+class Enumerator final : public receiver::ComObject<Interface, Id> {
 public:
     using Item = typename Source::Item;
 
@@ -22,27 +22,6 @@ public:
         }
         *enumerator = new (std::nothrow) Enumerator(std::move(source), next);
         return *enumerator != nullptr ? S_OK : E_OUTOFMEMORY;
-    }
-
-    STDMETHODIMP QueryInterface(REFIID id, void** object) noexcept override {
-        if (object == nullptr) {
-            return E_POINTER;
-        }
-        const bool known = id == IID_IUnknown || id == Id;
-        *object = known ? static_cast<Interface*>(this) : nullptr;
-        if (!known) {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
-    }
-    STDMETHODIMP_(ULONG) AddRef() noexcept override { return ++references_; }
-    STDMETHODIMP_(ULONG) Release() noexcept override {
-        const ULONG left = --references_;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
     }
 
     STDMETHODIMP Next(ULONG count, Item* items, ULONG* fetched) noexcept override {
@@ -76,9 +55,7 @@ public:
 
 private:
     Enumerator(Source source, ULONG next) noexcept : source_(std::move(source)), next_(next) {}
-    ~Enumerator() = default;
 
-    std::atomic<ULONG> references_ = 1;
     Source source_;
     ULONG next_;
 };

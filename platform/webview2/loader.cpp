@@ -14,6 +14,7 @@
 
 #include <WebView2.h>
 
+#include "platform/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/folder.h"
 #include "platform/handles.h"
@@ -21,7 +22,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bitset>
 #include <cstring>
 #include <cwchar>
@@ -257,40 +257,19 @@ HRESULT CreateEnvironmentWith(const Runtime& runtime, PCWSTR userDataFolder, IUn
 
 // One request of the program. It receives the runtime's answer to the first try. When that try fails, by the code of
 // the call or through the handler, it searches and calls once more, and the program receives the second outcome.
-class Request final : public CompletedHandler {
+class Request final
+    : public ComObject<CompletedHandler, IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> {
 public:
     Request(PCWSTR browserFolder, PCWSTR dataFolder, IUnknown* requestedOptions, CompletedHandler* caller)
         : callersFolder(browserFolder != nullptr ? browserFolder : L""),
           callersDataFolder(dataFolder != nullptr ? std::optional<std::wstring>(dataFolder) : std::nullopt),
           options(requestedOptions), callersHandler(caller) {}
-    Request(const Request&) = delete;
-    Request& operator=(const Request&) = delete;
 
     HRESULT Start() noexcept {
         const HRESULT result = Try(this);
         return FAILED(result) ? TryAgain(result) : result;
     }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override {
-        if (object == nullptr) {
-            return E_POINTER;
-        }
-        *object = nullptr;
-        if (id != IID_IUnknown && id != IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler) {
-            return E_NOINTERFACE;
-        }
-        *object = static_cast<CompletedHandler*>(this);
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++references; }
-    ULONG STDMETHODCALLTYPE Release() noexcept override {
-        const ULONG left = --references;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
     HRESULT STDMETHODCALLTYPE Invoke(HRESULT result, ICoreWebView2Environment* environment) noexcept override {
         if (SUCCEEDED(result) || triedAgain) {
             return callersHandler->Invoke(result, environment);
@@ -300,8 +279,6 @@ public:
     }
 
 private:
-    ~Request() = default;
-
     // `firstResult` when there has been a second try before.
     HRESULT TryAgain(HRESULT firstResult) noexcept {
         return std::exchange(triedAgain, true) ? firstResult : Try(callersHandler.Get());
@@ -324,7 +301,6 @@ private:
     ComPtr<IUnknown> options;
     ComPtr<CompletedHandler> callersHandler;
     bool triedAgain = false;
-    std::atomic<ULONG> references = 1; // The creator's.
 };
 
 } // namespace

@@ -10,8 +10,8 @@
 #pragma once
 
 #include "tests/rig/recorder/encoder_link.h"
-#include "tests/rig/runtime/com_object.h"
 
+#include "platform/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 
@@ -23,7 +23,7 @@
 
 namespace rig {
 
-class SinkWriter final : public ComObject<IMFSinkWriter, IID_IMFSinkWriter> {
+class SinkWriter final : public receiver::ComObject<IMFSinkWriter, IID_IMFSinkWriter> {
 public:
     // Makes the file, as Windows does: empty, and no other process can write to it before the writer is released.
     [[nodiscard]] static HRESULT Create(LPCWSTR path, IMFSinkWriter** writer);

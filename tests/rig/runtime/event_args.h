@@ -1,9 +1,10 @@
 // The argument objects of the three events. They belong to no thread and may outlive the callback.
 #pragma once
 
-#include "com_object.h"
+#include "com_results.h"
 #include "faults.h"
 
+#include "platform/com_object.h"
 #include "platform/hresult.h"
 
 #include <WebView2.h>
@@ -13,8 +14,8 @@
 
 namespace rig {
 
-class WebMessageReceivedArgs final
-    : public ComObject<ICoreWebView2WebMessageReceivedEventArgs, IID_ICoreWebView2WebMessageReceivedEventArgs> {
+class WebMessageReceivedArgs final : public receiver::ComObject<ICoreWebView2WebMessageReceivedEventArgs,
+                                                                IID_ICoreWebView2WebMessageReceivedEventArgs> {
 public:
     // `text` is the posted string itself, or else the JSON text of what was posted.
     WebMessageReceivedArgs(bool isString, std::wstring text, std::wstring source)
@@ -58,8 +59,8 @@ private:
     std::wstring source_;
 };
 
-class PermissionRequestedArgs final
-    : public ComObject<ICoreWebView2PermissionRequestedEventArgs, IID_ICoreWebView2PermissionRequestedEventArgs> {
+class PermissionRequestedArgs final : public receiver::ComObject<ICoreWebView2PermissionRequestedEventArgs,
+                                                                 IID_ICoreWebView2PermissionRequestedEventArgs> {
 public:
     PermissionRequestedArgs(COREWEBVIEW2_PERMISSION_KIND kind, std::wstring uri, bool userInitiated)
         : kind_(kind), uri_(std::move(uri)), userInitiated_(userInitiated ? TRUE : FALSE) {}
@@ -99,8 +100,8 @@ private:
     COREWEBVIEW2_PERMISSION_STATE state_ = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
 };
 
-class NavigationCompletedArgs final
-    : public ComObject<ICoreWebView2NavigationCompletedEventArgs, IID_ICoreWebView2NavigationCompletedEventArgs> {
+class NavigationCompletedArgs final : public receiver::ComObject<ICoreWebView2NavigationCompletedEventArgs,
+                                                                 IID_ICoreWebView2NavigationCompletedEventArgs> {
 public:
     NavigationCompletedArgs(bool isSuccess, COREWEBVIEW2_WEB_ERROR_STATUS status, UINT64 id)
         : isSuccess_(isSuccess ? TRUE : FALSE), status_(status), id_(id) {}

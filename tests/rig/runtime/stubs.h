@@ -1,8 +1,10 @@
 // The methods that nothing here needs: each reports itself to the browser server as "stub NAME" and answers E_NOTIMPL.
 #pragma once
 
-#include "com_object.h"
+#include "com_results.h"
 #include "session.h"
+
+#include "platform/com_object.h"
 
 #include <WebView2.h>
 
@@ -22,7 +24,7 @@ namespace rig {
 
 // An object of a session. Enter stands at the top of every method that is implemented.
 template <typename Interface, const IID&... Identifiers>
-class SessionObject : public ComObject<Interface, Identifiers...> {
+class SessionObject : public receiver::ComObject<Interface, Identifiers...> {
 public:
     explicit SessionObject(std::shared_ptr<Session> session) : session_(std::move(session)) {}
 

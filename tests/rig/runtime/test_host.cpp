@@ -3,8 +3,7 @@
 // line each. A message "frame:SLOT:NUMBER:WORDS" is checked against the slot's content and answered {"checked":NUMBER}:
 // word i is to be NUMBER * 2654435761 + i, modulo 2^32. A second argument "destroy-parent" destroys the window while
 // the controller is being made.
-#include "com_object.h"
-
+#include "platform/com_object.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
 #include "platform/hresult.h"
@@ -32,7 +31,7 @@ constexpr UINT CommandArrived = WM_APP;
 
 // A handler of any kind: forwards Invoke to a function.
 template <typename Interface, const IID& Id, typename... Arguments>
-class Handler final : public rig::ComObject<Interface, Id> {
+class Handler final : public receiver::ComObject<Interface, Id> {
 public:
     using Function = std::function<HRESULT(Arguments...)>;
     static ComPtr<Interface> Make(Function function) {
