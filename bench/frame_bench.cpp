@@ -166,8 +166,8 @@ private:
         };
         convert(converter, canvas, 0);
         convert(plainConverter, plainCanvas, 0);
-        RequireSame(canvas.Bytes(), expected);
-        RequireSame(plainCanvas.Bytes(), expected);
+        RequireSame(canvas.Frame().bytes, expected);
+        RequireSame(plainCanvas.Frame().bytes, expected);
         std::vector<bool> identical{true, true, true};
         const std::vector<std::uint8_t> black = BlackCanvas(frameCase.canvasWidth, frameCase.canvasHeight);
         const PagedBytes peerCanvas(frameCase.CanvasBytes());
@@ -216,7 +216,7 @@ private:
         const auto publish = [&](std::size_t call) {
             Require(converter.Convert(SlotSpan(call), frame, frameCase.canvasWidth, frameCase.canvasHeight, canvas));
             std::uint8_t* const buffer = BeginFrame(file, frameCase.canvasWidth, frameCase.canvasHeight);
-            std::memcpy(buffer, canvas.Bytes().data(), canvas.Bytes().size());
+            std::memcpy(buffer, canvas.Frame().bytes.data(), canvas.Frame().bytes.size());
             CompleteFrame(file, buffer, call);
         };
         const auto copy = std::make_shared<const PagedBytes>((frameCase.SourceBytes() + frameCase.CanvasBytes()) / 2);

@@ -187,11 +187,11 @@ void CheckDisturbed(const LivelySlot& slot, const std::vector<Input>& inputs) {
     std::vector<Painter> painters = MakePainters();
     for (const Input& input : inputs) {
         for (Painter& painter : painters) {
-            const std::size_t oldSize = painter.canvas.Bytes().size();
+            const std::size_t oldSize = painter.canvas.Frame().bytes.size();
             const std::size_t newSize = std::size_t{input.canvasWidth} * input.canvasHeight / 2 * 3;
             const HRESULT result = Draw(slot, input, painter);
             Require(result == ExpectedResult(input.frame), "the limits alone decide");
-            Require(painter.canvas.Bytes().size() == (result == E_INVALIDARG ? oldSize : newSize),
+            Require(painter.canvas.Frame().bytes.size() == (result == E_INVALIDARG ? oldSize : newSize),
                     "a canvas has its size");
         }
     }
@@ -199,7 +199,7 @@ void CheckDisturbed(const LivelySlot& slot, const std::vector<Input>& inputs) {
 
 void CheckAtRest(const LivelySlot& slot, const std::vector<Input>& inputs) {
     std::vector<Painter> painters = MakePainters();
-    const auto firstBytes = painters[0].canvas.Bytes();
+    const auto firstBytes = painters[0].canvas.Frame().bytes;
     std::vector<std::uint8_t> canvas(firstBytes.begin(), firstBytes.end()); // what all painters should have
     for (const Input& input : inputs) {
         const HRESULT expected = ExpectedResult(input.frame);
@@ -210,7 +210,7 @@ void CheckAtRest(const LivelySlot& slot, const std::vector<Input>& inputs) {
         }
         for (Painter& painter : painters) {
             Require(Draw(slot, input, painter) == expected, "the limits alone decide, at rest");
-            Require(std::ranges::equal(painter.canvas.Bytes(), canvas), "a frame is drawn as the formulas say");
+            Require(std::ranges::equal(painter.canvas.Frame().bytes, canvas), "a frame is drawn as the formulas say");
         }
     }
 }

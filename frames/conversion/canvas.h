@@ -12,30 +12,31 @@
 
 namespace receiver {
 
+constexpr std::size_t CacheLineBytes = 64;
+
 // Gives vectors memory that begins with a cache line: without it 720p NV12 takes 1.5 times as long (old against new in
 // one run).
 template <typename Value>
 struct CacheLineAllocator {
     using value_type = Value;
-    static constexpr std::align_val_t CacheLineBytes{64};
+    static constexpr std::align_val_t Alignment{CacheLineBytes};
 
     CacheLineAllocator() = default;
     template <typename Other>
     explicit CacheLineAllocator(const CacheLineAllocator<Other>&) noexcept {}
     // NOLINTNEXTLINE(readability-identifier-naming): the standard's name
     [[nodiscard]] Value* allocate(std::size_t count) {
-        return static_cast<Value*>(::operator new(count * sizeof(Value), CacheLineBytes));
+        return static_cast<Value*>(::operator new(count * sizeof(Value), Alignment));
     }
     // NOLINTNEXTLINE(readability-identifier-naming): the standard's name
-    void deallocate(Value* values, std::size_t) noexcept { ::operator delete(values, CacheLineBytes); }
+    void deallocate(Value* values, std::size_t) noexcept { ::operator delete(values, Alignment); }
     bool operator==(const CacheLineAllocator&) const = default;
 };
 using CacheLineAlignedBytes = std::vector<std::uint8_t, CacheLineAllocator<std::uint8_t>>;
 
 class FrameCanvas {
 public:
-    // width * height bytes of Y, then U,V pairs: BT.601, limited range. Empty before the first frame.
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return bytes; }
+    // BT.601, limited range. Empty before the first frame.
     [[nodiscard]] Nv12Frame Frame() const noexcept { return {bytes, width, height}; }
 
     // Sets the size and makes everything outside `newPicture` black. The bytes inside are undefined. Callers write only

@@ -13,7 +13,6 @@ static_assert(StripRows / 2 >= TileRows, "the last strip, moved back to have eno
 
 // Bytes of a row buffer: at most one pair (2 bytes) per pixel, in whole cache lines.
 std::size_t RowBufferBytes(const FramePlan& plan) noexcept {
-    constexpr std::size_t CacheLineBytes = 64;
     return (std::size_t{2} * plan.frame.codedWidth + CacheLineBytes - 1) / CacheLineBytes * CacheLineBytes;
 }
 

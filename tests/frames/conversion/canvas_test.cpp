@@ -32,7 +32,7 @@ std::size_t CountWrongBytes(FrameCanvas& canvas, std::uint32_t width, std::uint3
             byte = inside ? Picture : byte;
         }
     }
-    return wrong + (canvas.Bytes().size() == std::size_t{width} * height / 2 * 3 ? 0 : 1);
+    return wrong + (canvas.Frame().bytes.size() == std::size_t{width} * height / 2 * 3 ? 0 : 1);
 }
 
 TEST(FrameCanvas, IsBlackOutsideThePictureAfterAnyOther) {
@@ -53,7 +53,7 @@ TEST(FrameCanvas, IsBlackOutsideThePictureAfterAnyOther) {
 
 TEST(FrameCanvas, IsBlackAfterAChangeOfSize) {
     FrameCanvas canvas;
-    EXPECT_TRUE(canvas.Bytes().empty());
+    EXPECT_TRUE(canvas.Frame().bytes.empty());
     const PictureRectangle picture{2, 2, 4, 4};
     for (const std::uint32_t width : {16U, 8U, 12U, 16U}) {
         for (const std::uint32_t height : {8U, 12U}) {

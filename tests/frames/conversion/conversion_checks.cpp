@@ -148,7 +148,7 @@ std::string RandomGeometryDifference(const RowKernels& kernels, std::uint32_t fi
         const HRESULT result = converter.Convert(slot, frame, width, height, canvas);
         std::string difference = "result " + std::to_string(result);
         if (result == S_OK) {
-            difference = Difference(ReferenceConvert(slot, frame, width, height), canvas.Bytes());
+            difference = Difference(ReferenceConvert(slot, frame, width, height), canvas.Frame().bytes);
         }
         if (std::ranges::any_of(guard, [](std::uint8_t byte) { return byte != GuardByte; })) {
             difference += " written after the canvas";

@@ -36,12 +36,12 @@ TEST(FrameConverterMemory, TheSameGeometryNeedsNoMoreMemory) {
                 FrameCanvas canvas;
                 const FrameDescriptor frame = FrameOf(format, rotation);
                 ASSERT_EQ(converter.Convert(slot, frame, 1280, 720, canvas), S_OK);
-                const std::uint8_t* const bytes = canvas.Bytes().data();
+                const std::uint8_t* const bytes = canvas.Frame().bytes.data();
 
                 const AllocationFault fault(0);
                 EXPECT_EQ(converter.Convert(slot, frame, 1280, 720, canvas), S_OK);
                 EXPECT_FALSE(fault.Happened());
-                EXPECT_EQ(canvas.Bytes().data(), bytes);
+                EXPECT_EQ(canvas.Frame().bytes.data(), bytes);
             }
         }
     }
@@ -52,7 +52,7 @@ std::vector<std::uint8_t> FreshlyConverted(const std::vector<std::uint8_t>& slot
     FrameConverter converter;
     FrameCanvas canvas;
     EXPECT_EQ(converter.Convert(slot, frame, width, height, canvas), S_OK);
-    return {canvas.Bytes().begin(), canvas.Bytes().end()};
+    return {canvas.Frame().bytes.begin(), canvas.Frame().bytes.end()};
 }
 
 // After each failed allocation the converter serves the frame before as if nothing had happened.
@@ -80,10 +80,10 @@ TEST(FrameConverterMemory, AnotherGeometryFailsWithoutMemoryAndSucceedsWithIt) {
         }
         if (failed) {
             ASSERT_EQ(converter.Convert(slot, usual, 1280, 720, canvas), S_OK);
-            EXPECT_TRUE(std::ranges::equal(usualBytes, canvas.Bytes())) << "allocation " << allocation;
+            EXPECT_TRUE(std::ranges::equal(usualBytes, canvas.Frame().bytes)) << "allocation " << allocation;
         }
         ASSERT_EQ(converter.Convert(slot, other, 1920, 1080, canvas), S_OK);
-        EXPECT_TRUE(std::ranges::equal(otherBytes, canvas.Bytes())) << "allocation " << allocation;
+        EXPECT_TRUE(std::ranges::equal(otherBytes, canvas.Frame().bytes)) << "allocation " << allocation;
     }
     EXPECT_GT(allocation, 4U);
 }

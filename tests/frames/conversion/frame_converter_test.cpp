@@ -88,14 +88,14 @@ std::string Describe(const FrameDescriptor& frame, Size canvas) {
                                          << int{*difference.first};
 }
 
-Bytes BytesOf(const FrameCanvas& canvas) { return {canvas.Bytes().begin(), canvas.Bytes().end()}; }
+Bytes BytesOf(const FrameCanvas& canvas) { return {canvas.Frame().bytes.begin(), canvas.Frame().bytes.end()}; }
 
 // A canvas of which no part is known to be black; empty for a size of 0.
 FrameCanvas RandomCanvas(Size size, std::uint64_t seed) {
     FrameCanvas canvas;
     if (size.width > 0) {
         canvas.Prepare(size.width, size.height, {0, 0, size.width, size.height});
-        std::ranges::copy(RandomBytes(canvas.Bytes().size(), seed), canvas.Y());
+        std::ranges::copy(RandomBytes(canvas.Frame().bytes.size(), seed), canvas.Y());
     }
     return canvas;
 }
@@ -106,7 +106,8 @@ void ExpectReferenceCanvas(FrameConverter& converter, std::span<const std::uint8
     const HRESULT result = converter.Convert(slot, frame, canvas.width, canvas.height, canvasBytes);
     EXPECT_EQ(S_OK, result) << Describe(frame, canvas);
     if (result == S_OK) {
-        EXPECT_TRUE(SameCanvas(ReferenceConvert(slot, frame, canvas.width, canvas.height), canvasBytes.Bytes(), canvas))
+        EXPECT_TRUE(
+            SameCanvas(ReferenceConvert(slot, frame, canvas.width, canvas.height), canvasBytes.Frame().bytes, canvas))
             << Describe(frame, canvas);
     }
 }
@@ -194,7 +195,7 @@ TEST_P(FrameConverterFormat, EqualsTheReferenceInEveryRotationAndFlip) {
                 frame.flipA = !frame.flipA;
                 frame.flipB = frame.flipA != mirrored;
                 ASSERT_EQ(S_OK, converter.Convert(slot, frame, canvas.width, canvas.height, canvasBytes));
-                ASSERT_TRUE(SameCanvas(expected, canvasBytes.Bytes(), canvas)) << Describe(frame, canvas);
+                ASSERT_TRUE(SameCanvas(expected, canvasBytes.Frame().bytes, canvas)) << Describe(frame, canvas);
             }
         }
     }
@@ -437,7 +438,7 @@ TEST(FrameConverter, BlackensTheCanvasForAnUnsupportedFormat) {
             for (const Size& before : CanvasesBefore) {
                 FrameCanvas bytes = RandomCanvas(before, 1);
                 EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, frame, canvas.width, canvas.height, bytes));
-                EXPECT_TRUE(SameCanvas(BlackCanvas(canvas.width, canvas.height), bytes.Bytes(), canvas))
+                EXPECT_TRUE(SameCanvas(BlackCanvas(canvas.width, canvas.height), bytes.Frame().bytes, canvas))
                     << Describe(frame, canvas) << " from " << before.width << " x " << before.height;
             }
         }
@@ -490,10 +491,10 @@ TEST(FrameConverter, KeepsTheMemoryOfTheCanvas) {
     FrameConverter converter;
     FrameCanvas bytes;
     ExpectReferenceCanvas(converter, slot, frame, {1920, 1080}, bytes);
-    const std::uint8_t* memory = bytes.Bytes().data();
+    const std::uint8_t* memory = bytes.Frame().bytes.data();
     for (const Size& canvas : {Size{1280, 720}, Size{1920, 1080}, Size{1920, 1080}}) {
         ExpectReferenceCanvas(converter, slot, frame, canvas, bytes);
-        EXPECT_EQ(memory, bytes.Bytes().data());
+        EXPECT_EQ(memory, bytes.Frame().bytes.data());
     }
 }
 
@@ -714,13 +715,13 @@ TEST(FrameConverter, SurvivesASlotThatChangesWhileItIsRead) {
                 break;
             }
             Bytes expected = BlackCanvas(canvas.width, canvas.height);
-            bool valid = bytes.Bytes().size() == expected.size();
+            bool valid = bytes.Frame().bytes.size() == expected.size();
             for (std::size_t index = 0; valid && index < expected.size(); ++index) {
                 const std::size_t column = index % 1280;
                 const bool picture = column >= 160 && column < 1120;
                 const bool packed = frame.planeCount == 1;
                 const bool luma = index < std::size_t{1280} * 720;
-                const std::uint8_t byte = bytes.Bytes()[index];
+                const std::uint8_t byte = bytes.Frame().bytes[index];
                 if (!picture) {
                     valid = byte == expected[index];
                 } else if (!packed) {
