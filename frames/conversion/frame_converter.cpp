@@ -11,9 +11,10 @@ constexpr std::size_t StripRows = 32; // source rows that are transposed togethe
 constexpr std::size_t TileRows = 16; // With fewer rows of Y the AVX2 kernels call the scalar ones.
 static_assert(StripRows / 2 >= TileRows, "the last strip, moved back to have enough rows, must reach the end");
 
-// Bytes of a row buffer: at most one pair (2 bytes) per pixel, in whole cache lines.
+// Bytes of a loaded row of Y or of pairs, in whole cache lines.
 std::size_t RowBufferBytes(const FramePlan& plan) noexcept {
-    return (std::size_t{2} * plan.frame.codedWidth + CacheLineBytes - 1) / CacheLineBytes * CacheLineBytes;
+    const std::size_t rowBytes = std::max(plan.frame.codedWidth, plan.uv.map.byteCount);
+    return (rowBytes + CacheLineBytes - 1) / CacheLineBytes * CacheLineBytes;
 }
 
 // A plane of the picture on the canvas.
@@ -115,7 +116,8 @@ HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameD
     if (!plan || !plan->IsFor(frame, canvasWidth, canvasHeight)) {
         plan = FramePlan(frame, *format, canvasWidth, canvasHeight);
     }
-    const std::size_t bufferBytes = RowBufferBytes(*plan) * (plan->transposed ? StripRows : 1);
+    const std::size_t rowBytes = RowBufferBytes(*plan) * (plan->transposed ? StripRows : 1);
+    const std::size_t bufferBytes = rowBytes + plan->uvPixelMap.byteCount;
     if (rowBuffer.size() < bufferBytes) {
         rowBuffer.resize(bufferBytes);
     }
@@ -125,7 +127,12 @@ HRESULT FrameConverter::Convert(std::span<const std::uint8_t> slot, const FrameD
     const std::size_t stride = canvasWidth;
     const Destination y{canvas.Y() + picture.y * stride + picture.x, stride};
     const Destination uv{canvas.UV() + picture.y / 2 * stride + picture.x, stride};
-    const SourceFrame source{slot.data(), plan->frame, plan->uvPixels, *kernels};
+    const SourceFrame source{.slot = slot.data(),
+                             .frame = plan->frame,
+                             .uvPixels = plan->uvPixels,
+                             .uvPixelMap = plan->uvPixelMap,
+                             .pickedPixels = rowBuffer.data() + rowBytes,
+                             .kernels = *kernels};
     (plan->transposed ? ConvertTransposed : ConvertUpright)(source, *plan, rowBuffer.data(), y, uv);
     return S_OK;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 
 namespace receiver {
 namespace {
@@ -89,14 +90,20 @@ FramePlan::FramePlan(const FrameDescriptor& descriptor, const PixelFormat& pixel
     y = {.loader = format->y, .rows = rows, .map = RowMap(columns, 1, frame.codedWidth), .rowsAhead = rowsAhead};
     y.isCopy = isCopy(y);
 
-    std::uint32_t columnsPerPair = format->pixelsPerUV; // in the loaded row of pairs
-    if (columnsPerPair == 1) {
+    std::vector<std::uint32_t> pairs = UVPositions(columns, 2);
+    std::uint32_t loadedPairs = frame.codedWidth / 2;
+    if (format->pixelsPerUV == 1) {
         uvPixels = NeededPixels(columns);
-        columnsPerPair = uvPixels == UVPixels::Each ? 1 : 2;
+        if (uvPixels == UVPixels::Each) {
+            // Picking the pixels first takes less time than converting all: a tenth less for 1080p RGBA on 720p.
+            uvPixelMap = RowMap(UVPositions(columns, 1), format->planes[0].bytesPerSample, frame.codedWidth);
+            std::iota(pairs.begin(), pairs.end(), 0U);
+            loadedPairs = static_cast<std::uint32_t>(pairs.size());
+        }
     }
     uv = {.loader = format->uv,
           .rows = UVPositions(rows, format->pixelsPerUV),
-          .map = RowMap(UVPositions(columns, columnsPerPair), 2, frame.codedWidth / columnsPerPair),
+          .map = RowMap(pairs, 2, loadedPairs),
           .rowsAhead = rowsAhead};
     uv.isCopy = isCopy(uv);
 }

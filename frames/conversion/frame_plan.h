@@ -50,7 +50,8 @@ struct FramePlan {
     std::uint32_t canvasHeight;
     PictureRectangle picture;
     bool transposed; // rotated by 90 or 270 degrees: source rows become columns
-    UVPixels uvPixels = UVPixels::Each;
+    UVPixels uvPixels = UVPixels::Each; // see SourceFrame
+    RowMap uvPixelMap;
     PlanePlan y;
     PlanePlan uv;
 };

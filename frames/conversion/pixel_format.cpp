@@ -5,6 +5,11 @@
 namespace receiver {
 namespace {
 
+constexpr PlaneShape Samples{.pixelsPerSample = 1, .bytesPerSample = 1};
+constexpr PlaneShape SubsampledPairs{.pixelsPerSample = 2, .bytesPerSample = 2};
+constexpr PlaneShape SubsampledSamples{.pixelsPerSample = 2, .bytesPerSample = 1};
+constexpr PlaneShape Pixels{.pixelsPerSample = 1, .bytesPerSample = 4};
+
 void MergeUV(const SourceFrame& source, std::uint32_t y, std::uint32_t, std::uint8_t* buffer) {
     source.kernels.mergeUVRow(source.Row(1, y), source.Row(2, y), buffer, source.frame.codedWidth / 2);
 }
@@ -16,13 +21,15 @@ void RgbToY(const SourceFrame& source, std::uint32_t y, std::uint32_t ahead, std
 
 template <RgbOrder Order>
 void RgbToUV(const SourceFrame& source, std::uint32_t y, std::uint32_t, std::uint8_t* buffer) {
-    source.kernels.rgbToUVRow(source.Row(0, y), Order, source.uvPixels, buffer, source.frame.codedWidth);
+    const std::uint8_t* pixels = source.Row(0, y);
+    std::uint32_t count = source.frame.codedWidth;
+    if (source.uvPixels == UVPixels::Each) {
+        source.kernels.scaleRow(source.uvPixelMap, pixels, pixels, source.pickedPixels, nullptr);
+        pixels = source.pickedPixels;
+        count = source.uvPixelMap.byteCount / Pixels.bytesPerSample;
+    }
+    source.kernels.rgbToUVRow(pixels, Order, source.uvPixels, buffer, count);
 }
-
-constexpr PlaneShape Samples{.pixelsPerSample = 1, .bytesPerSample = 1};
-constexpr PlaneShape SubsampledPairs{.pixelsPerSample = 2, .bytesPerSample = 2};
-constexpr PlaneShape SubsampledSamples{.pixelsPerSample = 2, .bytesPerSample = 1};
-constexpr PlaneShape Pixels{.pixelsPerSample = 1, .bytesPerSample = 4};
 
 // Alpha and padding are never read.
 constexpr PixelFormat Formats[] = {

@@ -16,7 +16,10 @@ namespace receiver {
 struct SourceFrame {
     const std::uint8_t* slot;
     const FrameDescriptor& frame;
-    UVPixels uvPixels; // RGB formats only: the pixels of a row that become U,V pairs
+    // RGB formats only: the pixels of a row that become U,V pairs. Each: those that the map picks, and room for them.
+    UVPixels uvPixels;
+    const RowMap& uvPixelMap;
+    std::uint8_t* pickedPixels;
     const RowKernels& kernels;
 
     [[nodiscard]] const std::uint8_t* Row(std::size_t plane, std::uint32_t y) const noexcept {

@@ -18,7 +18,10 @@ void ScaleSamples(const RowMap& map, const std::uint8_t* src, std::uint8_t* dst)
 }
 
 void ScaleRow(const RowMap& map, const std::uint8_t* src, const std::uint8_t*, std::uint8_t* dst, std::uint8_t* dst2) {
-    (map.sampleBytes == 1 ? ScaleSamples<1> : ScaleSamples<2>)(map, src, dst);
+    const auto scale = map.sampleBytes == 1   ? ScaleSamples<1>
+                       : map.sampleBytes == 2 ? ScaleSamples<2>
+                                              : ScaleSamples<4>;
+    scale(map, src, dst);
     if (dst2 != nullptr) {
         std::memcpy(dst2, dst, map.byteCount);
     }

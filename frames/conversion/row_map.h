@@ -20,7 +20,7 @@ struct RowMap {
 
     RowMap() = default;
     // Sample i takes source sample positions[i]. The positions never fall or never rise and are below `sourceSamples`.
-    // A sample has 1 or 2 bytes.
+    // A sample has 1, 2 or 4 bytes.
     RowMap(std::span<const std::uint32_t> positions, std::uint32_t sampleBytes, std::uint32_t sourceSamples);
     RowMap(const RowMap&) = delete;
     RowMap& operator=(const RowMap&) = delete;

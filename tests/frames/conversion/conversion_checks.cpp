@@ -288,7 +288,7 @@ std::string RowDifference(const RowKernels& kernels, std::uint32_t sampleCount) 
             }
         }
         // Source rows of every ratio up to 9 : 2, forwards and backwards.
-        for (const std::uint32_t sampleBytes : {1U, 2U}) {
+        for (const std::uint32_t sampleBytes : {1U, 2U, 4U}) {
             for (std::uint32_t ratio = 1; ratio <= 9; ++ratio) {
                 const std::uint32_t sourceCount = (sampleCount * ratio + 1) / 2;
                 for (const bool backwards : {false, true}) {
@@ -307,7 +307,7 @@ std::string RowDifference(const RowKernels& kernels, std::uint32_t sampleCount) 
                                         table.scaleRow(map, src, src, dst, twoRows ? dst + map.byteCount : nullptr);
                                     });
                     }
-                    if (std::size_t{RowCount} * rowBytes > source.All().size()) {
+                    if (sampleBytes == 4 || std::size_t{RowCount} * rowBytes > source.All().size()) {
                         continue;
                     }
                     const std::uint8_t* const block = rows(source, std::size_t{7} * rowBytes);

@@ -125,6 +125,17 @@ TEST(FramePlan, TakesAnUnscaledPictureSampleBySample) {
     ExpectSources(plan.uv, 640, 360, Same, [](std::uint32_t j) { return 2 * j; });
 }
 
+TEST(FramePlan, PicksTheScaledPixelsOfAnRgbFrameBeforeTheyBecomePairs) {
+    const FramePlan plan = PlanOf(TightFrame(L"RGBA", 1920, 1080));
+    EXPECT_EQ(UVPixels::Each, plan.uvPixels);
+    ASSERT_EQ(640U * 4, plan.uvPixelMap.byteCount);
+    for (std::uint32_t i = 0; i < 640; ++i) {
+        ASSERT_EQ(3 * i * 4, plan.uvPixelMap.sampleOffsets[i]) << i;
+    }
+    ExpectSources(plan.uv, 640, 360, Same, [](std::uint32_t j) { return 3 * j; });
+    EXPECT_TRUE(plan.uv.map.identity);
+}
+
 TEST(FramePlan, TakesTheLeftmostColumnOfAQuarterTurnFromTheBottomRow) {
     FrameDescriptor frame = TightFrame(L"NV12", 1280, 720);
     frame.rotation = 90;

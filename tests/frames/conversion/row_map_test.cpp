@@ -46,7 +46,7 @@ std::vector<std::uint32_t> ShuffledBytes(const RowMap& map) {
 }
 
 TEST(RowMap, ShufflesTheSamplesThatItNames) {
-    for (const std::uint32_t sampleBytes : {1U, 2U}) {
+    for (const std::uint32_t sampleBytes : {1U, 2U, 4U}) {
         for (const std::uint32_t samples : {32U, 33U, 64U, 404U, 606U, 640U, 1280U, 1920U}) {
             for (const std::uint32_t ratio : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U}) { // quarters
                 for (const bool reversed : {false, true}) {
