@@ -14,8 +14,7 @@ public:
     explicit ComPtr(T* newObject) noexcept : object(newObject) { AddReference(); }
     ComPtr(const ComPtr& other) noexcept : ComPtr(other.object) {}
     ComPtr(ComPtr&& other) noexcept : object(std::exchange(other.object, nullptr)) {}
-    ComPtr& operator=(const ComPtr& other) noexcept { return *this = ComPtr(other.object); }
-    ComPtr& operator=(ComPtr&& other) noexcept {
+    ComPtr& operator=(ComPtr other) noexcept {
         std::swap(object, other.object);
         return *this;
     }
