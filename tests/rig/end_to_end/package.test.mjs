@@ -1,6 +1,7 @@
 // What people install: the installer puts the program there and runs it, a newer one takes its place, and the
 // uninstaller leaves nothing but what is the user's.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import { mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -8,7 +9,7 @@ import { join } from 'node:path';
 import { test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
-import { run as runProgram, until, within } from '../processes.mjs';
+import { end, run as runProgram, until, within } from '../processes.mjs';
 import { BuildFolder, startReceiver } from '../receiver_run.mjs';
 import { FrameFile } from './frame_file.mjs';
 import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
@@ -65,6 +66,11 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     await runProgram('cmake', ['-E', 'tar', 'xf', zip], { cwd: temporary });
     const unpacked = join(temporary, 'package');
     const packedFiles = await filesIn(unpacked);
+    // The header in it is a CMake package.
+    await runProgram('cmake', ['-S', join(SourceFolder, 'tests/examples/camera/consumer'), '-B', join(temporary, 'camera'),
+        '-G', 'Ninja', `-DCMAKE_TOOLCHAIN_FILE=${join(SourceFolder, 'cmake/mingw-w64-x86_64.cmake')}`,
+        `-DVistelFrameReader_DIR=${join(unpacked, 'examples/camera')}`], { limitMs: LimitMs });
+    await runProgram('cmake', ['--build', join(temporary, 'camera')], { limitMs: LimitMs });
 
     let folder;
     let links;
@@ -134,6 +140,23 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     assert.ok((await registeredCamera(run)).endsWith('\\Vistel Receiver\\sample_camera.dll'));
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
     assert.equal((await entry(run)).DisplayVersion, '9.8.7');
+
+    // While an application has the camera loaded, nothing is changed, and its name is written.
+    const application = run.prefix.start(
+        await run.prefix.addFile(join(BuildFolder, 'tests/camera_application.exe'), 'C:\\rig\\camera_application.exe'),
+        [await registeredCamera(run)], run.display.name);
+    t.after(() => end(application));
+    await within(LimitMs, 'camera application', once(application.stdout, 'data'));
+    const refused = run.prefix.start('C:\\Setup.exe', ['/S'], run.display.name);
+    let said = '';
+    refused.stdout.on('data', (chunk) => {
+        said += chunk;
+    });
+    assert.equal(await within(LimitMs, 'end of the installer', refused.exited), Refused);
+    assert.match(said, /use the sample camera: camera_application\.exe\s+Close/);
+    assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
+    application.stdin.end();
+    await within(LimitMs, 'end of the camera application', application.exited);
 
     // The shortcut to the test picture starts the program again.
     await run.driver.startProgram(StartCommand, `"${testPictureLink}"`);
