@@ -5,12 +5,14 @@ import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
-import { SourceFolder } from '../prefix.mjs';
-import { end, start, until } from '../processes.mjs';
+import { startDisplay } from '../display.mjs';
+import { createPrefix, SourceFolder } from '../prefix.mjs';
+import { end, start, until, within } from '../processes.mjs';
 import { BuildFolder } from '../receiver_run.mjs';
 import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const LimitMs = 60000;
+const PlayLimitMs = 300000;
 const Python = '/usr/bin/python3'; // Debian's, which has Debian's numpy
 
 test('the examples of a camera follow the receiver', async (t) => {
@@ -45,4 +47,32 @@ test('the examples of a camera follow the receiver', async (t) => {
     await end(camera);
     await run.waitForLog('Virtual camera consumer stopped requesting frames');
     assert.equal(await run.closeWindow(), 0);
+});
+
+test('the reader for Python passes what the camera probe plays', async (t) => {
+    const prefix = await createPrefix();
+    t.after(() => prefix.remove());
+    const display = await startDisplay();
+    t.after(() => display.stop());
+    const probe = await prefix.addFile(join(BuildFolder, 'tools/camera_probe/camera_probe.exe'), 'C:\\rig\\probe.exe');
+    const played = prefix.unixPath('C:\\rig\\played.bin');
+    const judge = start(Python, ['-B', join(SourceFolder, 'tests/examples/camera/judge_played_frames.py'), played], {
+        stdio: ['pipe', 'pipe', 'inherit'],
+    });
+    t.after(() => end(judge));
+    let seen = '';
+    judge.stdout.on('data', (text) => {
+        seen += text;
+    });
+    const player = prefix.start(probe, ['--play', 'C:\\rig\\played.bin'], display.name);
+    t.after(() => end(player));
+    player.stdout.resume();
+    assert.equal(await within(PlayLimitMs, 'end of the play', player.exited), 0);
+    judge.stdin.end();
+    await within(LimitMs, 'end of the reader', judge.exited);
+    const { whole, mixed, widths, stale } = JSON.parse(seen);
+    assert.ok(whole > 0);
+    assert.equal(mixed, 0);
+    assert.deepEqual(widths, [1280, 1920]);
+    assert.ok(stale, 'the scenarios have silences');
 });
