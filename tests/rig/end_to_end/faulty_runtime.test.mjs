@@ -1,5 +1,6 @@
 // A runtime in which something fails but the page is there: what goes on without it, and what does not.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { test } from 'node:test';
 
 import { assertInOrder, logTexts } from './receiver_texts.mjs';
@@ -63,4 +64,18 @@ test('slots that cannot be made are made when the page asks again', async (t) =>
     await checkReady(slotPage, Ok, [Ok, Ok]);
     assert.equal(slotPage.frameFile.header().sequence, 6);
     assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
+test('the program lives on when the browser is killed', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    const { run } = slotPage;
+    await slotPage.connect();
+    assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
+    const closed = once(run.browser.events, 'closed');
+    run.browser.killBrowser();
+    await closed; // The program has been notified.
+    await run.systemCommand('minimize');
+    await run.systemCommand('restore');
+    assert.equal(slotPage.frameFile.header().sequence, 2);
+    assert.equal(await run.closeWindow(), 0);
 });

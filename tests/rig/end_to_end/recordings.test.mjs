@@ -1,6 +1,7 @@
 // Recordings: what was published while one ran stands in its file, each frame at the time at which it came, and
 // no failure of a recording stops a frame on its way to the camera.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -10,6 +11,7 @@ import { test } from 'node:test';
 import { captureFile, captureNames, decodeVideo, recordingFile, similarity } from './capture_files.mjs';
 import { mediaResult } from './page_messages.mjs';
 import { fillGradient } from './pages/gradient.mjs';
+import { answeringDuring } from './receiver_health.mjs';
 import { logTexts } from './receiver_texts.mjs';
 import { goodMessage, InvalidArgument, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
@@ -150,6 +152,55 @@ test('each failure of a recording is reported, and the camera goes on', async (t
     assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', good)]);
     assert.equal(await slotPage.run.closeWindow(), 0);
 });
+
+test('a slow encoder delays everything and loses nothing', async (t) => {
+    const slotPage = await startOnSlotPage(t, { faults: 'WriteSample@40,Finalize@5000' });
+    const { run } = slotPage;
+    await slotPage.connect();
+    const path = await startRecording(slotPage);
+    await publish(slotPage, 20);
+    const camera = run.camera();
+    await run.waitForLog('Virtual camera consumer started requesting frames');
+    await slotPage.takeReceived();
+    const before = slotPage.frameFile.header().sequence;
+    // The window answers again as soon as a call has returned, and what was posted in the meantime comes in its order.
+    const results = await answeringDuring(run, () => slotPage.post(
+        ...Array(5).fill(goodMessage(1)), 'media:record:stop', goodMessage(0), 'media:snapshot', 'media:record:stop'));
+    assert.deepEqual(results, { [Ok]: 8, '00000001': 1 });
+    assert.equal(slotPage.frameFile.header().sequence, before + 12);
+    const received = (await slotPage.takeReceived()).map((text) => JSON.parse(text))
+        .filter(({ type }) => type === 'media-result');
+    assert.deepEqual(received, [
+        mediaResult('recording-stopped', path), mediaResult('snapshot', received[1]?.path),
+        mediaResult('recording-stopped', '', 1),
+    ]);
+    const [recording] = run.encoder.recordings;
+    assert.equal(recording.samples.length, 25);
+    assert.equal((await checkFile(slotPage, path, recording, 1280, 720)).length, 25);
+    const report = await camera.finish();
+    assert.ok(report.framesRead > 0);
+    assert.equal(report.tornReads, 0);
+    assert.equal(await run.closeWindow(), 0);
+});
+
+// The processes of the browser or of the page end during a recording, and nothing is published from then on.
+for (const [what, end] of Object.entries({
+    browser: (slotPage) => slotPage.run.browser.killBrowser(), page: (slotPage) => slotPage.page.crash(),
+})) {
+    test(`a recording holds what was published before the process of the ${what} was killed`, async (t) => {
+        const slotPage = await startOnSlotPage(t);
+        const { run } = slotPage;
+        await slotPage.connect();
+        const path = await startRecording(slotPage);
+        await publish(slotPage, 5);
+        const crashed = once(run.browser.events, 'crashed');
+        end(slotPage);
+        assert.deepEqual(await crashed, [{ what }]);
+        assert.ok(await run.mainWindow());
+        assert.equal(await run.closeWindow(), 0);
+        assert.equal((await checkFile(slotPage, path, run.encoder.recordings[0], 1280, 720)).length, 5);
+    });
+}
 
 test('a full disk ends the recording, not the picture', async (t) => {
     const slotPage = await startOnSlotPage(t, { fileLimitBytes: 300000 });

@@ -16,6 +16,7 @@ struct Fault {
     std::string name;
     std::optional<unsigned long> call;
     HRESULT result = E_FAIL;
+    DWORD delayMs = 0; // not 0: the call is delayed and does not fail
 };
 
 std::vector<Fault> ReadFaults() {
@@ -30,6 +31,10 @@ std::vector<Fault> ReadFaults() {
             fault.result = static_cast<HRESULT>(std::strtoul(item.c_str() + equals + 1, nullptr, 16));
             item.resize(equals);
         }
+        if (const std::size_t at = item.find('@'); at != std::string::npos) {
+            fault.delayMs = std::strtoul(item.c_str() + at + 1, nullptr, 10);
+            item.resize(at);
+        }
         if (const std::size_t colon = item.find(':'); colon != std::string::npos) {
             fault.call = std::strtoul(item.c_str() + colon + 1, nullptr, 10);
             item.resize(colon);
@@ -40,6 +45,14 @@ std::vector<Fault> ReadFaults() {
     return faults;
 }
 
+// How often it has been called before.
+unsigned long CountCall(std::string_view name) {
+    static std::mutex mutex;
+    static std::map<std::string, unsigned long, std::less<>> calls;
+    const std::lock_guard lock(mutex);
+    return calls.try_emplace(std::string(name), 0).first->second++;
+}
+
 } // namespace
 
 HRESULT FaultFor(std::string_view name) {
@@ -47,13 +60,13 @@ HRESULT FaultFor(std::string_view name) {
     if (faults.empty()) {
         return S_OK;
     }
-    static std::mutex mutex;
-    static std::map<std::string, unsigned long, std::less<>> calls;
-    const std::lock_guard lock(mutex);
-    const unsigned long call = calls.try_emplace(std::string(name), 0).first->second++;
+    const unsigned long call = CountCall(name);
     for (const Fault& fault : faults) {
         if (fault.name == name && (!fault.call || *fault.call == call)) {
-            return fault.result;
+            if (fault.delayMs == 0) {
+                return fault.result;
+            }
+            Sleep(fault.delayMs);
         }
     }
     return S_OK;
