@@ -66,3 +66,13 @@ foreach(folder IN LISTS tidy_folders)
     add_tidy_test(${folder} ${unit})
 endforeach()
 add_tidy_test(${avx2_source} ${PROJECT_SOURCE_DIR}/${avx2_source})
+
+# A second compiler, where it is installed, on the same units. ./dev lint installs it and has it read every file on its
+# own, the tests and tools, too, which takes minutes.
+find_program(SECOND_COMPILER clang++-22)
+if(SECOND_COMPILER)
+    cmake_path(RELATIVE_PATH CMAKE_CURRENT_BINARY_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE units)
+    add_test(NAME lint/second_compiler COMMAND ${NODE} ${PROJECT_SOURCE_DIR}/tools/second_compiler/second_compiler.mjs
+        ${PROJECT_BINARY_DIR}/compile_commands.json ${units}/tidy ${avx2_source} examples)
+    set_tests_properties(lint/second_compiler PROPERTIES TIMEOUT 600 COST 20)
+endif()

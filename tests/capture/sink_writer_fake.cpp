@@ -16,7 +16,7 @@ void Expect(bool condition, const wchar_t* what) {
 class SinkWriterFakes::Writer final : public IMFSinkWriter {
 public:
     explicit Writer(SinkWriterFakes& fakes) : fakes_(fakes) {}
-    virtual ~Writer() = default;
+    ~Writer() = default;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
         *object = nullptr;

@@ -443,7 +443,7 @@ TEST_F(UsageMonitorTest, AFailedPollCountsAsNotSignaled) {
 }
 
 TEST_F(UsageMonitorTest, TheTimeIsTakenBeforeThePoll) {
-    InLoop([this] {
+    InLoop([] {
         std::vector<std::string> calls;
         const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64, [&](auto* original) {
             calls.emplace_back("time");

@@ -23,8 +23,8 @@ struct Target {
         passedEnvironment = environment;
         return E_ABORT;
     }
-    HRESULT ThrowBadAlloc(HRESULT, ICoreWebView2Environment*) { throw std::bad_alloc(); }
-    HRESULT ThrowError(HRESULT, ICoreWebView2Environment*) { throw std::runtime_error("an error"); }
+    [[noreturn]] HRESULT ThrowBadAlloc(HRESULT, ICoreWebView2Environment*) { throw std::bad_alloc(); }
+    [[noreturn]] HRESULT ThrowError(HRESULT, ICoreWebView2Environment*) { throw std::runtime_error("an error"); }
 
     HRESULT passedResult = S_OK;
     ICoreWebView2Environment* passedEnvironment = nullptr;

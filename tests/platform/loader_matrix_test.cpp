@@ -293,9 +293,9 @@ private:
         for (const std::string& action : Split(actions, ", ")) {
             const auto words = Split(action, " ");
             const auto deliver = [handler = call.handler, code = CodeOf(words.size() > 1 ? words[1] : "0"),
-                                  environment = words.size() > 2 ? nullptr : &environment] {
-                (void)handler->Invoke(code, FAILED(code) ? nullptr
-                                                         : reinterpret_cast<ICoreWebView2Environment*>(environment));
+                                  object = words.size() > 2 ? nullptr : &environment] {
+                (void)handler->Invoke(code,
+                                      FAILED(code) ? nullptr : reinterpret_cast<ICoreWebView2Environment*>(object));
             };
             if (words[0] == "inside") {
                 deliver();

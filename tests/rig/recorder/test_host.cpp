@@ -167,8 +167,8 @@ int wmain(int argumentCount, wchar_t** arguments) {
         return 1;
     }
     const HMODULE library = LoadLibraryW(arguments[1]);
-    const auto create = reinterpret_cast<decltype(&MFCreateSinkWriterFromURL)>(reinterpret_cast<void (*)()>(
-        library != nullptr ? GetProcAddress(library, "MFCreateSinkWriterFromURL") : nullptr));
+    const auto create = reinterpret_cast<decltype(&MFCreateSinkWriterFromURL)>(
+        reinterpret_cast<void*>(library != nullptr ? GetProcAddress(library, "MFCreateSinkWriterFromURL") : nullptr));
     if (create == nullptr) {
         return 1;
     }

@@ -85,9 +85,21 @@ TEST(WriterCheck, FindsEachBrokenRuleAndNoOther) {
              Broken{WriterRule::Alternation, [](WriterObservation& seen) { seen.header.activeBuffer = 1; }},
              Broken{WriterRule::Clock, [](WriterObservation& seen) { seen.nowMs = seen.header.timestamp - 1; }},
              Broken{WriterRule::Clock, [](WriterObservation& seen) { seen.header.timestamp = 1000; }},
-             Broken{WriterRule::Order, [](WriterObservation& seen) { seen = Frame(1), seen.activeBufferHash = 9; }},
-             Broken{WriterRule::Order, [](WriterObservation& seen) { seen = Frame(1), seen.header.activeBuffer = 0; }},
-             Broken{WriterRule::Order, [&](WriterObservation& seen) { seen = Frame(one), --seen.header.timestamp; }},
+             Broken{WriterRule::Order,
+                    [](WriterObservation& seen) {
+                        seen = Frame(1);
+                        seen.activeBufferHash = 9;
+                    }},
+             Broken{WriterRule::Order,
+                    [](WriterObservation& seen) {
+                        seen = Frame(1);
+                        seen.header.activeBuffer = 0;
+                    }},
+             Broken{WriterRule::Order,
+                    [&](WriterObservation& seen) {
+                        seen = Frame(one);
+                        --seen.header.timestamp;
+                    }},
          }) {
         WriterCheck check;
         check.Look(Frame(1));
