@@ -20,6 +20,8 @@ if os.name == "nt":
     import msvcrt
     from ctypes import wintypes
 
+    _TICKS = ctypes.WINFUNCTYPE(ctypes.c_uint64)(("GetTickCount64", ctypes.windll.kernel32))
+
 MAX_FRAME_SIZE = 1920 * 1080 * 3 // 2
 HEADER_SIZE = 64
 FILE_SIZE = HEADER_SIZE + 2 * MAX_FRAME_SIZE
@@ -61,7 +63,7 @@ class PictureState(enum.Enum):
 def now_ms():
     """The clock of the frames' time stamps."""
     if os.name == "nt":
-        return ctypes.windll.kernel32.GetTickCount64()
+        return _TICKS()
     return time.clock_gettime_ns(time.CLOCK_MONOTONIC_RAW) // 1000000
 
 
@@ -298,11 +300,15 @@ class FrameReader:
             return False
         self._last_change_ms = at_ms
         try:
-            found = os.stat(self._path)
+            file = _open(self._path)
         except (FileNotFoundError, NotADirectoryError):
             return True
         except OSError:
             return False
+        try:
+            found = os.fstat(file)
+        finally:
+            os.close(file)
         return (found.st_dev, found.st_ino) != self._identity
 
 
