@@ -80,6 +80,7 @@ HRESULT CameraStream::Start(StreamTarget target) noexcept {
     }
     RETURN_IF_FAILED(target.allocator->Commit());
     target_ = std::move(target);
+    ownTime_ = {};
     thread_.Reset(CreateThread(nullptr, 0, ThreadMain, this, 0, nullptr));
     if (!thread_) {
         const HRESULT result = receiver::LastErrorResult();
@@ -91,14 +92,18 @@ HRESULT CameraStream::Start(StreamTarget target) noexcept {
 }
 
 void CameraStream::Run(ComPtr<IReferenceClock> clock, REFERENCE_TIME startTime) noexcept {
+    Pause(); // in case it runs already
     const std::lock_guard guard(lock_);
     running_ = true;
-    startTime_ = clock ? startTime : Now100ns();
+    startTime_ = clock ? startTime : ownTime_.Run(Now100ns());
     clock_ = std::move(clock);
 }
 
 void CameraStream::Pause() noexcept {
     const std::lock_guard guard(lock_);
+    if (running_ && !clock_) {
+        ownTime_.Pause(Now100ns());
+    }
     running_ = false;
     clock_.Reset();
 }

@@ -6,6 +6,7 @@
 #include "platform/handles.h"
 #include "sample_camera/frame_choice.h"
 #include "sample_camera/media_type.h"
+#include "sample_camera/own_time.h"
 
 #include <cstdint>
 #include <memory>
@@ -59,6 +60,7 @@ private:
     bool running_ = false;
     ComPtr<IReferenceClock> clock_;
     REFERENCE_TIME startTime_ = 0;
+    OwnTime ownTime_; // for a graph without a clock
 };
 
 } // namespace sample_camera

@@ -168,6 +168,12 @@ HRESULT CaptureGraph::Pause() { return control_->Pause(); }
 
 HRESULT CaptureGraph::Stop() { return control_->Stop(); }
 
+HRESULT CaptureGraph::RemoveClock() {
+    ComPtr<IMediaFilter> filter;
+    RETURN_IF_FAILED(graph_.As(IID_IMediaFilter, filter));
+    return filter->SetSyncSource(nullptr);
+}
+
 HRESULT CaptureGraph::RemoveCamera() { return graph_->RemoveFilter(camera_.Get()); }
 
 std::optional<Sample> CaptureGraph::Next(std::chrono::milliseconds limit) {

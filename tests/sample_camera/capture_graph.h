@@ -58,6 +58,8 @@ public:
     [[nodiscard]] HRESULT Run();
     [[nodiscard]] HRESULT Pause();
     [[nodiscard]] HRESULT Stop();
+    // Lets the graph run without a clock.
+    [[nodiscard]] HRESULT RemoveClock();
     // Takes the camera out of the graph, whatever it is doing.
     [[nodiscard]] HRESULT RemoveCamera();
 

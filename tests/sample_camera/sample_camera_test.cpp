@@ -281,6 +281,26 @@ TEST_F(SampleCamera, TimesRiseFromFrameToFrameAcrossAPauseAndBeginAgainAfterASto
     EXPECT_LE(sample->start, now - before);
 }
 
+TEST_F(SampleCamera, TimesRiseWithoutAClockToo) {
+    CaptureGraph graph;
+    ASSERT_EQ(graph.Render(&PIN_CATEGORY_CAPTURE), S_OK);
+    ASSERT_EQ(graph.RemoveClock(), S_OK);
+    REFERENCE_TIME last = -1;
+    for (int run = 0; run < 3; ++run) {
+        ASSERT_GE(graph.Run(), S_OK);
+        ComPtr<IReferenceClock> clock;
+        ASSERT_EQ(graph.Camera()->GetSyncSource(clock.Put()), S_OK);
+        ASSERT_FALSE(clock);
+        for (int i = 0; i < 3; ++i) {
+            const std::optional<Sample> sample = graph.Next();
+            ASSERT_TRUE(sample && sample->timed);
+            EXPECT_GT(sample->start, last);
+            last = sample->start;
+        }
+        ASSERT_GE(graph.Pause(), S_OK);
+    }
+}
+
 TEST_F(SampleCamera, ASlowerRateLeavesFramesOut) {
     constexpr std::int64_t FifthOfASecond100ns = 2000000;
     CaptureGraph graph;
