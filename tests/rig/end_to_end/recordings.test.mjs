@@ -8,6 +8,7 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
+import { until } from '../processes.mjs';
 import { captureFile, captureNames, decodeVideo, recordingFile, similarity } from './capture_files.mjs';
 import { mediaResult } from './page_messages.mjs';
 import { fillGradient } from './pages/gradient.mjs';
@@ -20,6 +21,8 @@ const NoDirectory = 0x8007010b;
 const DiskFull = 0x80070070;
 const Sizes = { '720p': [1280, 720], '1080p': [1920, 1080] };
 const BitsPerSecond = { '720p': 6000000, '1080p': 10000000 };
+const EndOfSession = 'C:\\windows\\system32\\wineboot.exe';
+const EndLimitMs = 60000;
 const LeastSimilarity = 33; // dB; two steps of the gradient reach 24
 
 // Starts a recording; the path that the page receives.
@@ -201,6 +204,21 @@ for (const [what, end] of Object.entries({
         assert.equal((await checkFile(slotPage, path, run.encoder.recordings[0], 1280, 720)).length, 5);
     });
 }
+
+test('the end of the session ends the program at once, and the recording with it', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    const { run } = slotPage;
+    await slotPage.connect();
+    const path = await startRecording(slotPage);
+    await publish(slotPage, 3);
+    const { sequence } = slotPage.frameFile.header();
+    const ending = run.prefix.start(EndOfSession, ['--end-session'], run.display.name);
+    ending.stdout.resume();
+    await run.waitForExit();
+    assert.equal(slotPage.frameFile.header().sequence, sequence);
+    assert.ok(existsSync(captureFile(run, 'Videos', path)));
+    await until(EndLimitMs, 'end of the recording', () => run.encoder.recordings[0].state === 'abandoned');
+});
 
 test('a full disk ends the recording, not the picture', async (t) => {
     const slotPage = await startOnSlotPage(t, { fileLimitBytes: 300000 });

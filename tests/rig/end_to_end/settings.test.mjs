@@ -5,9 +5,14 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
+import { SourceFolder } from '../prefix.mjs';
 import { startReceiver } from '../receiver_run.mjs';
+import { serveFolder } from '../static_server.mjs';
 import { InvalidArgument, Ok, serveSlotPage, startOnSlotPage } from './slot_page_run.mjs';
 
+const AccessDenied = '80070005';
+const Failed = '80004005';
+const PageModule = 'vistel_receiver.mjs'; // also a page, of text, without a script of its own
 const InstallationId = '01234567-89ab-CDEF-cdef-0123456789AB';
 
 // What a line of the file gives of an identifier.
@@ -51,5 +56,33 @@ test('the quality that was chosen last is saved', async (t) => {
     }
     assert.deepEqual(await slotPage.post('quality:4k'), { [InvalidArgument]: 1 });
     assert.equal(await saved(), '1080p');
+    assert.equal(await run.closeWindow(), 0);
+});
+
+// A folder in the place of a file is refused with the code for files of another account.
+test('files that may not be written are reported, and the rest goes on', async (t) => {
+    const out = await mkdtemp(join(tmpdir(), 'second-account-'));
+    t.after(() => rm(out, { recursive: true, force: true }));
+    for (const name of ['frame-buffer.bin', 'video-quality.txt']) {
+        await mkdir(join(out, 'ProgramData/Vistel', name), { recursive: true });
+    }
+    const slotPage = await startOnSlotPage(t, { out });
+    assert.deepEqual(await slotPage.post('ready'), { [AccessDenied]: 1 });
+    await slotPage.run.waitForLog(`Shared frame buffers posted to script (HRESULT 0x${AccessDenied})`);
+    assert.deepEqual(await slotPage.post('quality:1080p'), { [Failed]: 1 });
+    assert.deepEqual(await slotPage.post('media:snapshot'), { C00D36D6: 1 });
+    assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text).action), ['snapshot']);
+    assert.equal(await slotPage.run.closeWindow(), 0);
+    await slotPage.run.stop();
+
+    const server = await serveFolder(join(SourceFolder, 'examples/page'));
+    t.after(() => server.stop());
+    const run = await startReceiver({ out, args: [`--url=http://127.0.0.1:${server.port}/${PageModule}`] });
+    t.after(() => run.stop());
+    const page = await run.browser.page();
+    await run.waitForLog(/Navigation completed: success=1/);
+    assert.equal(await page.evaluate(`import('./${PageModule}').then(({ VistelReceiver }) =>
+        new VistelReceiver().connect().then(() => 'connected', (error) => error.message))`),
+                 'ready: the receiver did not answer; its log is %TEMP%\\vistel-receiver.log');
     assert.equal(await run.closeWindow(), 0);
 });
