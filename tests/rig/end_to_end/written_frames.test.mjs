@@ -1,12 +1,18 @@
 // Frames that a page writes by hand, in every format and position, and what the camera finds of them: byte for byte.
 import assert from 'node:assert/strict';
+import { join } from 'node:path';
 import { test } from 'node:test';
 
-import { FrameFileBytes } from './frame_file.mjs';
+import { SourceFolder } from '../prefix.mjs';
+import { until } from '../processes.mjs';
+import { startReceiver } from '../receiver_run.mjs';
+import { serveFolder } from '../static_server.mjs';
+import { FrameFile, FrameFileBytes } from './frame_file.mjs';
 import { fillNoise } from './pages/noise.mjs';
 import { convertFrame } from './reference_converter.mjs';
 import { frameMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
+const FrameLimitMs = 60000;
 const SlotBytes = 8294400;
 const Canvases = { '720p': [1280, 720], '1080p': [1920, 1080] };
 const Formats = ['NV12', 'I420', 'I420A', 'RGBA', 'RGBX', 'BGRA', 'BGRX'];
@@ -131,4 +137,76 @@ test('what a page writes is what the camera sees', async (t) => {
     await checkFrame(plainFrame('NV12', 1280, 720), Canvases['720p']);
     assert.equal(frameFile.size, FrameFileBytes);
     assert.equal(await slotPage.run.closeWindow(), 0);
+});
+
+// Frames as decoders of real machines give them, posted with the page module. Y of the visible part at x, y is
+// (x + 3 * y) % 199 + 20; samples around it are 0.
+const DecodedFrames = [
+    // 1088 rows for 1080, and rows that are longer than the picture.
+    { format: 'NV12', coded: [1920, 1088], stride: 2048, visible: [0, 0, 1920, 1080] },
+    // A visible part that does not begin at 0.
+    { format: 'NV12', coded: [2048, 1152], stride: 2048, visible: [64, 32, 1920, 1080] },
+    { format: 'I420', coded: [1984, 1088], stride: 1984, visible: [32, 8, 1920, 1080] },
+    // 10 bits, which the page converts to RGB; it comes back as it was, but for rounding.
+    { format: 'I420P10', coded: [1920, 1088], stride: 1920, visible: [0, 0, 1920, 1080], tolerance: 3 },
+];
+
+// Runs in the page.
+function postDecodedFrame(receiver, { format, coded, stride, visible: [x, y, width, height] }) {
+    const [codedWidth, codedHeight] = coded;
+    const isDeep = format.endsWith('P10');
+    const rows = codedHeight / 2;
+    const planeStrides = format === 'NV12' ? [stride, stride] : [stride, stride / 2, stride / 2];
+    const Samples = isDeep ? Uint16Array : Uint8Array;
+    const bytesEach = Samples.BYTES_PER_ELEMENT;
+    const samples = new Samples(stride * codedHeight * 3 / 2);
+    samples.fill(isDeep ? 512 : 128, stride * codedHeight); // gray
+    for (let row = 0; row < height; ++row) {
+        for (let column = 0; column < width; ++column) {
+            const luma = (column + 3 * row) % 199 + 20;
+            samples[(y + row) * stride + x + column] = isDeep ? 4 * luma : luma;
+        }
+    }
+    let offset = 0;
+    const layout = planeStrides.map((each, index) => {
+        const plane = { offset: offset * bytesEach, stride: each * bytesEach };
+        offset += each * (index === 0 ? codedHeight : rows);
+        return plane;
+    });
+    const whole = new VideoFrame(samples, {
+        format, codedWidth, codedHeight, timestamp: 0, layout,
+        colorSpace: { matrix: 'smpte170m', primaries: 'smpte170m', transfer: 'smpte170m', fullRange: false },
+    });
+    // A frame that is made of bytes keeps only its visible part, one that is made of a frame keeps all.
+    const frame = new VideoFrame(whole, { visibleRect: { x, y, width, height } });
+    whole.close();
+    const seen = [frame.codedWidth, frame.codedHeight, frame.visibleRect.x, frame.visibleRect.y];
+    return receiver.postFrame(frame).then((isPosted) => isPosted && seen);
+}
+
+test('frames with padding around their picture reach the camera without it', async (t) => {
+    const server = await serveFolder(join(SourceFolder, 'examples/page'));
+    t.after(() => server.stop());
+    // The module's text is also a page of its origin, without a script of its own.
+    const run = await startReceiver({ args: [`--url=http://127.0.0.1:${server.port}/vistel_receiver.mjs`] });
+    t.after(() => run.stop());
+    await run.waitForLog(/Navigation completed: success=1/);
+    const page = await run.browser.page();
+    await page.evaluate(`import('./vistel_receiver.mjs').then(({ VistelReceiver }) => {
+        window.receiver = new VistelReceiver();
+        return receiver.connect().then(() => receiver.setQuality('1080p'));
+    })`);
+    const frameFile = new FrameFile(run.out);
+    for (const [index, frame] of DecodedFrames.entries()) {
+        const what = JSON.stringify(frame);
+        const seen = await page.evaluate(`(${postDecodedFrame})(receiver, ${what})`);
+        assert.deepEqual(seen, [...frame.coded, ...frame.visible.slice(0, 2)], what);
+        await until(FrameLimitMs, what, () => frameFile.header().sequence === 2 * (index + 1));
+        const { picture, width, height } = await frameFile.newestFrame();
+        assert.deepEqual([width, height], [1920, 1080]);
+        const wrong = picture.subarray(0, width * height).findIndex((luma, at) =>
+            Math.abs(luma - ((at % width + 3 * Math.floor(at / width)) % 199 + 20)) > (frame.tolerance ?? 0));
+        assert.equal(wrong, -1, `${what}: Y at ${wrong % width}, ${Math.floor(wrong / width)} is ${picture[wrong]}`);
+    }
+    assert.equal(await run.closeWindow(), 0);
 });
