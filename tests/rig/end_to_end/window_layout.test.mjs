@@ -151,6 +151,24 @@ test('a maximized window stays as it is and remembers what the page asks for', a
     assert.equal(await run.closeWindow(), 0);
 });
 
+// The frame is larger at 150 %; the client area, in pixels, is not.
+test('at 150 % the window has the same client area', async (t) => {
+    const usual = await frameHeightAt(t, 96);
+    const large = await frameHeightAt(t, 144);
+    assert.ok(large > usual, `a frame of ${large} pixels, at 100 % of ${usual}`);
+});
+
+// What the window's frame adds to the height of its client area at a number of dots per inch, after checking that area.
+async function frameHeightAt(t, dotsPerInch) {
+    const layout = await startLayoutRun(t, { registry: { 'Control Panel\\Desktop': { LogPixels: dotsPerInch } } });
+    const { outer, client } = await layout.ask('portrait');
+    assert.deepEqual(sizeOf(client), ClientSizes.portrait);
+    await layout.waitForPage();
+    assert.equal(await layout.run.closeWindow(), 0);
+    await layout.run.stop();
+    return outer.height - client.height;
+}
+
 test('a window does not grow beyond a small display', async (t) => {
     const displaySize = { width: 1024, height: 700 };
     const layout = await startLayoutRun(t, { displaySize });
