@@ -22,6 +22,7 @@ const Excepted = [
     'ctad-maybe-unsupported', // deduced template arguments
     'non-virtual-dtor', // COM interfaces
     'weak-vtables', 'exit-time-destructors', 'global-constructors', // GoogleTest's tests
+    'dll-attribute-on-redeclaration', // DllCanUnloadNow of the rig's runtime, which the system's header declares
     'missing-prototypes', // wmain, which no header declares
     'used-but-marked-unused', // headers of the cross compiler
 ];

@@ -21,7 +21,7 @@ constexpr std::array<std::int64_t, 2> EndMark = {-1, 0};
 // Wine's own way from a path to the file under Linux; empty elsewhere.
 std::string UnixPath(LPCWSTR path) {
     const auto convert = reinterpret_cast<char*(__cdecl*)(LPCWSTR)>(
-        reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
     char* const text = convert != nullptr ? convert(path) : nullptr;
     std::string result = text != nullptr ? text : "";
     HeapFree(GetProcessHeap(), 0, text);
