@@ -13,17 +13,17 @@ class CameraFilter::Pins {
 public:
     using Item = IPin*;
 
-    Pins(CameraFilter& filter, IPin& pin) noexcept : filter_(&filter), pin_(pin) {}
+    Pins(CameraFilter& owner, IPin& onlyPin) noexcept : filter(&owner), pin(onlyPin) {}
     [[nodiscard]] static ULONG Count() noexcept { return 1; }
-    [[nodiscard]] HRESULT Get(ULONG /*index*/, IPin** pin) const noexcept {
-        pin_.AddRef();
-        *pin = &pin_;
+    [[nodiscard]] HRESULT Get(ULONG /*index*/, IPin** item) const noexcept {
+        pin.AddRef();
+        *item = &pin;
         return S_OK;
     }
 
 private:
-    ComPtr<IBaseFilter> filter_; // keeps the pin alive
-    IPin& pin_;
+    ComPtr<IBaseFilter> filter; // keeps the pin alive
+    IPin& pin;
 };
 
 HRESULT CameraFilter::QueryInterface(REFIID id, void** object) noexcept {
@@ -43,7 +43,7 @@ HRESULT CameraFilter::QueryInterface(REFIID id, void** object) noexcept {
 }
 
 ULONG CameraFilter::Release() noexcept {
-    const ULONG left = --references_;
+    const ULONG left = --references;
     if (left == 0) {
         delete this;
     }
@@ -60,87 +60,87 @@ HRESULT CameraFilter::GetClassID(CLSID* id) noexcept {
 
 // Starts the stream of a connected pin; an unconnected camera goes through the states without one.
 HRESULT CameraFilter::Activate() noexcept {
-    StreamTarget target = pin_.Target();
-    return target.input ? stream_.Start(std::move(target)) : S_FALSE;
+    StreamTarget target = pin.Target();
+    return target.input ? stream.Start(std::move(target)) : S_FALSE;
 }
 
 HRESULT CameraFilter::Stop() noexcept {
-    const std::lock_guard transition(transition_);
-    stream_.Stop();
-    state_ = State_Stopped;
+    const std::lock_guard change(transition);
+    stream.Stop();
+    state = State_Stopped;
     return S_OK;
 }
 
 HRESULT CameraFilter::Pause() noexcept {
-    const std::lock_guard transition(transition_);
-    if (state_ == State_Stopped) {
+    const std::lock_guard change(transition);
+    if (state == State_Stopped) {
         RETURN_IF_FAILED(Activate());
     }
-    stream_.Pause();
-    state_ = State_Paused;
+    stream.Pause();
+    state = State_Paused;
     return S_OK;
 }
 
 HRESULT CameraFilter::Run(REFERENCE_TIME start) noexcept {
-    const std::lock_guard transition(transition_);
-    if (state_ == State_Stopped) {
+    const std::lock_guard change(transition);
+    if (state == State_Stopped) {
         RETURN_IF_FAILED(Activate());
     }
-    ComPtr<IReferenceClock> clock;
+    ComPtr<IReferenceClock> currentClock;
     {
-        const std::lock_guard guard(lock_);
-        clock = clock_;
+        const std::lock_guard guard(lock);
+        currentClock = clock;
     }
-    stream_.Run(std::move(clock), start);
-    state_ = State_Running;
+    stream.Run(std::move(currentClock), start);
+    state = State_Running;
     return S_OK;
 }
 
 // A live source delivers nothing while it is paused, so that no filter downstream can be ready.
-HRESULT CameraFilter::GetState(DWORD /*timeoutMs*/, FILTER_STATE* state) noexcept {
-    if (state == nullptr) {
+HRESULT CameraFilter::GetState(DWORD /*timeoutMs*/, FILTER_STATE* current) noexcept {
+    if (current == nullptr) {
         return E_POINTER;
     }
-    *state = state_;
-    return *state == State_Paused ? VFW_S_CANT_CUE : S_OK;
+    *current = state;
+    return *current == State_Paused ? VFW_S_CANT_CUE : S_OK;
 }
 
-HRESULT CameraFilter::SetSyncSource(IReferenceClock* clock) noexcept {
-    ComPtr<IReferenceClock> other(clock); // the former one is released when no lock is held
-    const std::lock_guard guard(lock_);
-    std::swap(clock_, other);
+HRESULT CameraFilter::SetSyncSource(IReferenceClock* newClock) noexcept {
+    ComPtr<IReferenceClock> other(newClock); // the former one is released when no lock is held
+    const std::lock_guard guard(lock);
+    std::swap(clock, other);
     return S_OK;
 }
 
-HRESULT CameraFilter::GetSyncSource(IReferenceClock** clock) noexcept {
-    if (clock == nullptr) {
+HRESULT CameraFilter::GetSyncSource(IReferenceClock** current) noexcept {
+    if (current == nullptr) {
         return E_POINTER;
     }
-    const std::lock_guard guard(lock_);
-    *clock = clock_.Get();
-    if (clock_) {
-        clock_->AddRef();
+    const std::lock_guard guard(lock);
+    *current = clock.Get();
+    if (clock) {
+        clock->AddRef();
     }
     return S_OK;
 }
 
 HRESULT CameraFilter::EnumPins(IEnumPins** pins) noexcept {
-    return Enumerator<IEnumPins, IID_IEnumPins, Pins>::Make(Pins(*this, pin_), 0, pins);
+    return Enumerator<IEnumPins, IID_IEnumPins, Pins>::Make(Pins(*this, pin), 0, pins);
 }
 
-HRESULT CameraFilter::FindPin(LPCWSTR id, IPin** pin) noexcept {
-    if (id == nullptr || pin == nullptr) {
+HRESULT CameraFilter::FindPin(LPCWSTR id, IPin** found) noexcept {
+    if (id == nullptr || found == nullptr) {
         return E_POINTER;
     }
-    *pin = nullptr;
+    *found = nullptr;
     wchar_t* own = nullptr;
-    RETURN_IF_FAILED(pin_.QueryId(&own));
+    RETURN_IF_FAILED(pin.QueryId(&own));
     const receiver::CoTaskString owner(own);
     if (std::wstring_view(id) != own) {
         return VFW_E_NOT_FOUND;
     }
-    pin_.AddRef();
-    *pin = &pin_;
+    pin.AddRef();
+    *found = &pin;
     return S_OK;
 }
 
@@ -148,32 +148,32 @@ HRESULT CameraFilter::QueryFilterInfo(FILTER_INFO* info) noexcept {
     if (info == nullptr) {
         return E_POINTER;
     }
-    const std::lock_guard guard(lock_);
+    const std::lock_guard guard(lock);
     *info = {};
-    std::copy(name_.begin(), name_.end(), info->achName);
-    info->pGraph = graph_;
-    if (graph_ != nullptr) {
-        graph_->AddRef();
+    std::copy(name.begin(), name.end(), info->achName);
+    info->pGraph = graph;
+    if (graph != nullptr) {
+        graph->AddRef();
     }
     return S_OK;
 }
 
-HRESULT CameraFilter::JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) noexcept {
-    const std::lock_guard guard(lock_);
-    graph_ = graph;
-    const std::wstring_view text = name != nullptr ? std::wstring_view(name) : std::wstring_view();
-    name_ = {};
-    text.copy(name_.data(), name_.size() - 1);
+HRESULT CameraFilter::JoinFilterGraph(IFilterGraph* newGraph, LPCWSTR newName) noexcept {
+    const std::lock_guard guard(lock);
+    graph = newGraph;
+    const std::wstring_view text = newName != nullptr ? std::wstring_view(newName) : std::wstring_view();
+    name = {};
+    text.copy(name.data(), name.size() - 1);
     return S_OK;
 }
 
 HRESULT CameraFilter::Reconnect() noexcept {
-    ComPtr<IFilterGraph> graph;
+    ComPtr<IFilterGraph> joined;
     {
-        const std::lock_guard guard(lock_);
-        graph = ComPtr<IFilterGraph>(graph_);
+        const std::lock_guard guard(lock);
+        joined = ComPtr<IFilterGraph>(graph);
     }
-    return graph ? graph->Reconnect(&pin_) : VFW_E_NOT_IN_GRAPH;
+    return joined ? joined->Reconnect(&pin) : VFW_E_NOT_IN_GRAPH;
 }
 
 } // namespace sample_camera

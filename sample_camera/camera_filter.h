@@ -16,19 +16,19 @@ inline constexpr wchar_t CameraName[] = L"Vistel Sample Camera";
 
 class CameraFilter final : public IBaseFilter, public IAMFilterMiscFlags {
 public:
-    CameraFilter() noexcept : pin_(*this) {}
+    CameraFilter() noexcept : pin(*this) {}
     CameraFilter(const CameraFilter&) = delete;
     CameraFilter& operator=(const CameraFilter&) = delete;
 
     // Held while the state or the connection changes, never by the stream's thread. Recursive: a filter that is being
     // connected may call back.
-    [[nodiscard]] std::recursive_mutex& Transition() noexcept { return transition_; }
-    [[nodiscard]] bool IsActive() const noexcept { return state_ != State_Stopped; }
+    [[nodiscard]] std::recursive_mutex& Transition() noexcept { return transition; }
+    [[nodiscard]] bool IsActive() const noexcept { return state != State_Stopped; }
     // Has the graph connect the pin again, with its new format.
     [[nodiscard]] HRESULT Reconnect() noexcept;
 
     STDMETHODIMP QueryInterface(REFIID id, void** object) noexcept override;
-    STDMETHODIMP_(ULONG) AddRef() noexcept override { return ++references_; }
+    STDMETHODIMP_(ULONG) AddRef() noexcept override { return ++references; }
     STDMETHODIMP_(ULONG) Release() noexcept override;
 
     // IPersist
@@ -38,15 +38,15 @@ public:
     STDMETHODIMP Stop() noexcept override;
     STDMETHODIMP Pause() noexcept override;
     STDMETHODIMP Run(REFERENCE_TIME start) noexcept override;
-    STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* state) noexcept override;
-    STDMETHODIMP SetSyncSource(IReferenceClock* clock) noexcept override;
-    STDMETHODIMP GetSyncSource(IReferenceClock** clock) noexcept override;
+    STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* current) noexcept override;
+    STDMETHODIMP SetSyncSource(IReferenceClock* newClock) noexcept override;
+    STDMETHODIMP GetSyncSource(IReferenceClock** current) noexcept override;
 
     // IBaseFilter
     STDMETHODIMP EnumPins(IEnumPins** pins) noexcept override;
-    STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) noexcept override;
+    STDMETHODIMP FindPin(LPCWSTR id, IPin** found) noexcept override;
     STDMETHODIMP QueryFilterInfo(FILTER_INFO* info) noexcept override;
-    STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) noexcept override;
+    STDMETHODIMP JoinFilterGraph(IFilterGraph* newGraph, LPCWSTR newName) noexcept override;
     STDMETHODIMP QueryVendorInfo(LPWSTR*) noexcept override { return E_NOTIMPL; }
 
     // IAMFilterMiscFlags
@@ -57,17 +57,17 @@ private:
     ~CameraFilter() = default;
     [[nodiscard]] HRESULT Activate() noexcept;
 
-    std::atomic<ULONG> references_ = 1;
-    std::recursive_mutex transition_;
-    std::atomic<FILTER_STATE> state_ = State_Stopped;
+    std::atomic<ULONG> references = 1;
+    std::recursive_mutex transition;
+    std::atomic<FILTER_STATE> state = State_Stopped;
 
-    std::mutex lock_; // guards what follows; not held during calls to others
-    ComPtr<IReferenceClock> clock_;
-    IFilterGraph* graph_ = nullptr; // not counted: it owns this filter
-    std::array<wchar_t, 128> name_{};
+    std::mutex lock; // guards what follows; not held during calls to others
+    ComPtr<IReferenceClock> clock;
+    IFilterGraph* graph = nullptr; // not counted: it owns this filter
+    std::array<wchar_t, 128> name{};
 
-    CameraPin pin_;
-    CameraStream stream_; // destroyed first: its thread uses the connection
+    CameraPin pin;
+    CameraStream stream; // destroyed first: its thread uses the connection
 };
 
 } // namespace sample_camera

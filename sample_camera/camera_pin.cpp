@@ -28,34 +28,34 @@ class CameraPin::MediaTypes {
 public:
     using Item = AM_MEDIA_TYPE*;
 
-    explicit MediaTypes(const Offer& offer) noexcept : offer_(offer) {}
-    [[nodiscard]] ULONG Count() const noexcept { return offer_.count; }
+    explicit MediaTypes(const Offer& listed) noexcept : offer(listed) {}
+    [[nodiscard]] ULONG Count() const noexcept { return offer.count; }
     [[nodiscard]] HRESULT Get(ULONG index, AM_MEDIA_TYPE** type) const noexcept {
-        return NewMediaType(offer_.formats[index], type);
+        return NewMediaType(offer.formats[index], type);
     }
 
 private:
-    Offer offer_;
+    Offer offer;
 };
 
 StreamTarget CameraPin::Target() const noexcept {
-    const std::lock_guard guard(lock_);
-    return {input_, allocator_, format_};
+    const std::lock_guard guard(lock);
+    return {input, allocator, format};
 }
 
 ComPtr<IPin> CameraPin::Peer() const noexcept {
-    const std::lock_guard guard(lock_);
-    return peer_;
+    const std::lock_guard guard(lock);
+    return peer;
 }
 
 CameraPin::Offer CameraPin::Offered() const noexcept {
-    const std::lock_guard guard(lock_);
+    const std::lock_guard guard(lock);
     Offer offer{{}, 1};
-    offer.formats[0] = format_;
-    if (!chosen_) {
+    offer.formats[0] = format;
+    if (!chosen) {
         offer.count = 0;
-        for (const VideoFormat& format : VideoFormats) {
-            offer.formats[offer.count++] = {format, ShortestInterval100ns};
+        for (const VideoFormat& video : VideoFormats) {
+            offer.formats[offer.count++] = {video, ShortestInterval100ns};
         }
     }
     return offer;
@@ -81,16 +81,16 @@ HRESULT CameraPin::QueryInterface(REFIID id, void** object) noexcept {
     return S_OK;
 }
 
-ULONG CameraPin::AddRef() noexcept { return filter_.AddRef(); }
+ULONG CameraPin::AddRef() noexcept { return filter.AddRef(); }
 
-ULONG CameraPin::Release() noexcept { return filter_.Release(); }
+ULONG CameraPin::Release() noexcept { return filter.Release(); }
 
 HRESULT CameraPin::Connect(IPin* receivePin, const AM_MEDIA_TYPE* wanted) noexcept {
     if (receivePin == nullptr) {
         return E_POINTER;
     }
-    const std::lock_guard transition(filter_.Transition());
-    if (filter_.IsActive()) {
+    const std::lock_guard transition(filter.Transition());
+    if (filter.IsActive()) {
         return VFW_E_NOT_STOPPED;
     }
     if (Peer()) {
@@ -114,25 +114,25 @@ HRESULT CameraPin::Connect(IPin* receivePin, const AM_MEDIA_TYPE* wanted) noexce
     return result;
 }
 
-HRESULT CameraPin::TryConnect(IPin& receivePin, const StreamFormat& format) noexcept {
-    ComPtr<IMemInputPin> input;
-    RETURN_IF_FAILED(receivePin.QueryInterface(IID_IMemInputPin, input.PutVoid()));
+HRESULT CameraPin::TryConnect(IPin& receivePin, const StreamFormat& offered) noexcept {
+    ComPtr<IMemInputPin> memInput;
+    RETURN_IF_FAILED(receivePin.QueryInterface(IID_IMemInputPin, memInput.PutVoid()));
     AM_MEDIA_TYPE type;
-    RETURN_IF_FAILED(MakeMediaType(format, type));
+    RETURN_IF_FAILED(MakeMediaType(offered, type));
     HRESULT result = receivePin.ReceiveConnection(this, &type);
     FreeMediaType(type);
     RETURN_IF_FAILED(result);
-    ComPtr<IMemAllocator> allocator;
-    result = MakeAllocator(*input.Get(), format, allocator);
+    ComPtr<IMemAllocator> newAllocator;
+    result = MakeAllocator(*memInput.Get(), offered, newAllocator);
     if (FAILED(result)) {
         (void)receivePin.Disconnect(); // as if it had never accepted
         return result;
     }
-    const std::lock_guard guard(lock_);
-    peer_ = ComPtr<IPin>(&receivePin);
-    input_ = std::move(input);
-    allocator_ = std::move(allocator);
-    format_ = format;
+    const std::lock_guard guard(lock);
+    peer = ComPtr<IPin>(&receivePin);
+    input = std::move(memInput);
+    allocator = std::move(newAllocator);
+    format = offered;
     return S_OK;
 }
 
@@ -154,26 +154,26 @@ HRESULT CameraPin::MakeAllocator(IMemInputPin& input, const StreamFormat& format
 }
 
 HRESULT CameraPin::Disconnect() noexcept {
-    const std::lock_guard transition(filter_.Transition());
-    if (filter_.IsActive()) {
+    const std::lock_guard transition(filter.Transition());
+    if (filter.IsActive()) {
         return VFW_E_NOT_STOPPED;
     }
-    ComPtr<IPin> peer; // released below, when no lock is held
-    ComPtr<IMemInputPin> input;
-    ComPtr<IMemAllocator> allocator;
-    const std::lock_guard guard(lock_);
-    peer = std::move(peer_);
-    input = std::move(input_);
-    allocator = std::move(allocator_);
-    return peer ? S_OK : S_FALSE;
+    ComPtr<IPin> oldPeer; // released below, when no lock is held
+    ComPtr<IMemInputPin> oldInput;
+    ComPtr<IMemAllocator> oldAllocator;
+    const std::lock_guard guard(lock);
+    oldPeer = std::move(peer);
+    oldInput = std::move(input);
+    oldAllocator = std::move(allocator);
+    return oldPeer ? S_OK : S_FALSE;
 }
 
-HRESULT CameraPin::ConnectedTo(IPin** peer) noexcept {
-    if (peer == nullptr) {
+HRESULT CameraPin::ConnectedTo(IPin** connectedPin) noexcept {
+    if (connectedPin == nullptr) {
         return E_POINTER;
     }
     const ComPtr<IPin> connected = Peer();
-    *peer = connected.Get();
+    *connectedPin = connected.Get();
     if (!connected) {
         return VFW_E_NOT_CONNECTED;
     }
@@ -194,8 +194,8 @@ HRESULT CameraPin::QueryPinInfo(PIN_INFO* info) noexcept {
     if (info == nullptr) {
         return E_POINTER;
     }
-    *info = {&filter_, PINDIR_OUTPUT, {}};
-    filter_.AddRef();
+    *info = {&filter, PINDIR_OUTPUT, {}};
+    filter.AddRef();
     std::copy(std::begin(PinName), std::end(PinName), info->achName);
     return S_OK;
 }
@@ -232,27 +232,27 @@ HRESULT CameraPin::EnumMediaTypes(IEnumMediaTypes** types) noexcept {
 }
 
 HRESULT CameraPin::SetFormat(AM_MEDIA_TYPE* type) noexcept {
-    const std::lock_guard transition(filter_.Transition());
-    if (filter_.IsActive()) {
+    const std::lock_guard transition(filter.Transition());
+    if (filter.IsActive()) {
         return VFW_E_NOT_STOPPED;
     }
-    std::optional<StreamFormat> format;
+    std::optional<StreamFormat> wanted;
     if (type != nullptr) {
-        format = ParseMediaType(*type);
-        if (!format) {
+        wanted = ParseMediaType(*type);
+        if (!wanted) {
             return VFW_E_INVALIDMEDIATYPE;
         }
     }
-    const ComPtr<IPin> peer = Peer();
-    if (peer && type != nullptr && peer->QueryAccept(type) != S_OK) {
+    const ComPtr<IPin> connected = Peer();
+    if (connected && type != nullptr && connected->QueryAccept(type) != S_OK) {
         return VFW_E_INVALIDMEDIATYPE;
     }
     {
-        const std::lock_guard guard(lock_);
-        chosen_ = format.has_value(); // without a type every format is offered again
-        format_ = format.value_or(StreamFormat{VideoFormats[0], ShortestInterval100ns});
+        const std::lock_guard guard(lock);
+        chosen = wanted.has_value(); // without a type every format is offered again
+        format = wanted.value_or(StreamFormat{VideoFormats[0], ShortestInterval100ns});
     }
-    return peer ? filter_.Reconnect() : S_OK;
+    return connected ? filter.Reconnect() : S_OK;
 }
 
 HRESULT CameraPin::GetFormat(AM_MEDIA_TYPE** type) noexcept {
@@ -275,10 +275,10 @@ HRESULT CameraPin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* capabili
     if (index < 0 || index >= static_cast<int>(VideoFormats.size())) {
         return index < 0 ? E_INVALIDARG : S_FALSE;
     }
-    const VideoFormat& format = VideoFormats[static_cast<std::size_t>(index)];
-    const SIZE size{static_cast<LONG>(format.size.width), static_cast<LONG>(format.size.height)};
+    const VideoFormat& video = VideoFormats[static_cast<std::size_t>(index)];
+    const SIZE size{static_cast<LONG>(video.size.width), static_cast<LONG>(video.size.height)};
     const auto bitsPerSecond = [&](std::int64_t interval100ns) {
-        return static_cast<LONG>(std::int64_t{ImageBytes(format)} * 8 * 10000000 / interval100ns);
+        return static_cast<LONG>(std::int64_t{ImageBytes(video)} * 8 * 10000000 / interval100ns);
     };
     VIDEO_STREAM_CONFIG_CAPS caps{};
     caps.guid = FORMAT_VideoInfo;
@@ -297,7 +297,7 @@ HRESULT CameraPin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* capabili
     caps.MaxFrameInterval = LongestInterval100ns;
     caps.MinBitsPerSecond = bitsPerSecond(LongestInterval100ns);
     caps.MaxBitsPerSecond = bitsPerSecond(ShortestInterval100ns);
-    RETURN_IF_FAILED(NewMediaType({format, ShortestInterval100ns}, type));
+    RETURN_IF_FAILED(NewMediaType({video, ShortestInterval100ns}, type));
     std::memcpy(capabilities, &caps, sizeof(caps));
     return S_OK;
 }

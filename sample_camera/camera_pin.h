@@ -14,7 +14,7 @@ class CameraFilter;
 
 class CameraPin final : public IPin, public IAMStreamConfig, public IKsPropertySet, public IQualityControl {
 public:
-    explicit CameraPin(CameraFilter& filter) noexcept : filter_(filter) {}
+    explicit CameraPin(CameraFilter& owner) noexcept : filter(owner) {}
     CameraPin(const CameraPin&) = delete;
     CameraPin& operator=(const CameraPin&) = delete;
     ~CameraPin() = default;
@@ -70,14 +70,14 @@ private:
     // Null while not connected.
     [[nodiscard]] ComPtr<IPin> Peer() const noexcept;
 
-    CameraFilter& filter_;
+    CameraFilter& filter;
 
-    mutable std::mutex lock_; // guards what follows; not held during calls to others
-    StreamFormat format_{VideoFormats[0], ShortestInterval100ns}; // of the connection, or that of the next one
-    bool chosen_ = false; // by SetFormat: no other format is offered
-    ComPtr<IPin> peer_;
-    ComPtr<IMemInputPin> input_;
-    ComPtr<IMemAllocator> allocator_;
+    mutable std::mutex lock; // guards what follows; not held during calls to others
+    StreamFormat format{VideoFormats[0], ShortestInterval100ns}; // of the connection, or that of the next one
+    bool chosen = false; // by SetFormat: no other format is offered
+    ComPtr<IPin> peer;
+    ComPtr<IMemInputPin> input;
+    ComPtr<IMemAllocator> allocator;
 };
 
 } // namespace sample_camera

@@ -29,33 +29,33 @@ class PollTimer {
 public:
     PollTimer() noexcept {
         constexpr DWORD HighResolution = 0x2; // CREATE_WAITABLE_TIMER_HIGH_RESOLUTION, since Windows 10 1803
-        timer_.Reset(CreateWaitableTimerExW(nullptr, nullptr, HighResolution, TIMER_ALL_ACCESS));
-        if (!timer_) {
-            timer_.Reset(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
-            raised_ = timeBeginPeriod(1) == TIMERR_NOERROR;
+        timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, HighResolution, TIMER_ALL_ACCESS));
+        if (!timer) {
+            timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
+            raised = timeBeginPeriod(1) == TIMERR_NOERROR;
         }
         LARGE_INTEGER due;
         due.QuadPart = 0; // at once, then periodically: one call of the system less for each wait
-        SetWaitableTimer(timer_.Get(), &due, PollPeriodMs, nullptr, nullptr, FALSE);
+        SetWaitableTimer(timer.Get(), &due, PollPeriodMs, nullptr, nullptr, FALSE);
     }
     PollTimer(const PollTimer&) = delete;
     PollTimer& operator=(const PollTimer&) = delete;
     ~PollTimer() {
-        if (raised_) {
+        if (raised) {
             timeEndPeriod(1);
         }
     }
 
     // False once `stop` is signaled.
     [[nodiscard]] bool WaitUnless(HANDLE stop) const noexcept {
-        const std::array handles{stop, timer_.Get()};
+        const std::array handles{stop, timer.Get()};
         return WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, INFINITE) ==
                WAIT_OBJECT_0 + 1;
     }
 
 private:
-    receiver::UniqueHandle timer_;
-    bool raised_ = false;
+    receiver::UniqueHandle timer;
+    bool raised = false;
 };
 
 void DrawReason(const vistel::FrameReader& reader, std::uint8_t* nv12, PictureSize size) noexcept {
@@ -68,68 +68,68 @@ void DrawReason(const vistel::FrameReader& reader, std::uint8_t* nv12, PictureSi
 
 } // namespace
 
-HRESULT CameraStream::Start(StreamTarget target) noexcept {
-    if (thread_) {
+HRESULT CameraStream::Start(StreamTarget newTarget) noexcept {
+    if (thread) {
         return S_FALSE;
     }
-    source_.reset(new (std::nothrow) std::uint8_t[vistel::MaxFrameSize]);
-    scaled_.reset(new (std::nothrow) std::uint8_t[vistel::MaxFrameSize]);
-    stop_.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!source_ || !scaled_ || !stop_) {
+    source.reset(new (std::nothrow) std::uint8_t[vistel::MaxFrameSize]);
+    scaled.reset(new (std::nothrow) std::uint8_t[vistel::MaxFrameSize]);
+    stop.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!source || !scaled || !stop) {
         return E_OUTOFMEMORY;
     }
-    RETURN_IF_FAILED(target.allocator->Commit());
-    target_ = std::move(target);
-    ownTime_ = {};
-    thread_.Reset(CreateThread(nullptr, 0, ThreadMain, this, 0, nullptr));
-    if (!thread_) {
+    RETURN_IF_FAILED(newTarget.allocator->Commit());
+    target = std::move(newTarget);
+    ownTime = {};
+    thread.Reset(CreateThread(nullptr, 0, ThreadMain, this, 0, nullptr));
+    if (!thread) {
         const HRESULT result = receiver::LastErrorResult();
-        (void)target_.allocator->Decommit();
-        target_ = {};
+        (void)target.allocator->Decommit();
+        target = {};
         return result;
     }
     return S_OK;
 }
 
-void CameraStream::Run(ComPtr<IReferenceClock> clock, REFERENCE_TIME startTime) noexcept {
+void CameraStream::Run(ComPtr<IReferenceClock> newClock, REFERENCE_TIME newStartTime) noexcept {
     Pause(); // in case it runs already
-    const std::lock_guard guard(lock_);
-    running_ = true;
-    startTime_ = clock ? startTime : ownTime_.Run(Now100ns());
-    clock_ = std::move(clock);
+    const std::lock_guard guard(lock);
+    running = true;
+    startTime = newClock ? newStartTime : ownTime.Run(Now100ns());
+    clock = std::move(newClock);
 }
 
 void CameraStream::Pause() noexcept {
-    const std::lock_guard guard(lock_);
-    if (running_ && !clock_) {
-        ownTime_.Pause(Now100ns());
+    const std::lock_guard guard(lock);
+    if (running && !clock) {
+        ownTime.Pause(Now100ns());
     }
-    running_ = false;
-    clock_.Reset();
+    running = false;
+    clock.Reset();
 }
 
 void CameraStream::Stop() noexcept {
     Pause();
-    if (!thread_) {
+    if (!thread) {
         return;
     }
-    SetEvent(stop_.Get());
-    (void)target_.allocator->Decommit(); // ends a wait for a free buffer
+    SetEvent(stop.Get());
+    (void)target.allocator->Decommit(); // ends a wait for a free buffer
     // Ends a wait in Receive: a renderer that is paused keeps its sample. Graphs stop renderers first, applications
     // that stop filters themselves may not.
     ComPtr<IPin> peer;
-    if (SUCCEEDED(target_.input.As(IID_IPin, peer))) {
+    if (SUCCEEDED(target.input.As(IID_IPin, peer))) {
         (void)peer->BeginFlush();
     }
-    WaitForSingleObject(thread_.Get(), INFINITE);
+    WaitForSingleObject(thread.Get(), INFINITE);
     if (peer) {
         (void)peer->EndFlush();
     }
-    thread_.Reset();
-    stop_.Reset();
-    target_ = {};
-    source_.reset();
-    scaled_.reset();
+    thread.Reset();
+    stop.Reset();
+    target = {};
+    source.reset();
+    scaled.reset();
 }
 
 DWORD WINAPI CameraStream::ThreadMain(void* stream) noexcept {
@@ -145,10 +145,10 @@ void CameraStream::Deliver() noexcept {
     const PollTimer timer;
     const vistel::UsageSignal usage;
     vistel::FrameReader reader;
-    FrameChoice choice(target_.format.interval100ns);
+    FrameChoice choice(target.format.interval100ns);
     ComPtr<IMediaSample> sample;
     REFERENCE_TIME lastTime = -1;
-    while (timer.WaitUnless(stop_.Get())) {
+    while (timer.WaitUnless(stop.Get())) {
         const std::optional<REFERENCE_TIME> time = StreamTime();
         // Graphs let the stream's time begin some time after Run, after a pause as well. Until it has come again to
         // where it was, nothing is delivered: times must rise, and a renderer holds a sample back whose time is to
@@ -156,12 +156,12 @@ void CameraStream::Deliver() noexcept {
         if (!time || *time <= lastTime || !choice.IsTimeToLook(Now100ns())) {
             continue;
         }
-        if (!sample && target_.allocator->GetBuffer(sample.Put(), nullptr, nullptr, 0) != S_OK) {
+        if (!sample && target.allocator->GetBuffer(sample.Put(), nullptr, nullptr, 0) != S_OK) {
             return;
         }
         BYTE* dst = nullptr;
         if (sample->GetPointer(&dst) != S_OK ||
-            sample->GetSize() < static_cast<LONG>(ImageBytes(target_.format.video))) {
+            sample->GetSize() < static_cast<LONG>(ImageBytes(target.format.video))) {
             return;
         }
         if (!Fill(reader, choice, dst)) {
@@ -177,52 +177,52 @@ void CameraStream::Deliver() noexcept {
 }
 
 bool CameraStream::Fill(vistel::FrameReader& reader, FrameChoice& choice, std::uint8_t* dst) noexcept {
-    const VideoFormat& format = target_.format.video;
+    const VideoFormat& format = target.format.video;
     const bool isNv12 = format.pixels == PixelFormat::Nv12;
     vistel::FrameInfo frame;
     const vistel::ReadResult result = reader.Read(frame, [&](std::uint32_t width, std::uint32_t height) {
         const bool asItIs = isNv12 && PictureSize{width, height} == format.size;
-        return vistel::Destination{asItIs ? dst : source_.get(), width};
+        return vistel::Destination{asItIs ? dst : source.get(), width};
     });
     const bool live = reader.State() == vistel::PictureState::Live;
     switch (choice.Choose(result == vistel::ReadResult::NewFrame, live, Now100ns())) {
     case Delivery::Nothing:
         return false;
     case Delivery::Card:
-        DrawReason(reader, scaled_.get(), format.size);
-        ConvertNv12(scaled_.get(), dst, format);
+        DrawReason(reader, scaled.get(), format.size);
+        ConvertNv12(scaled.get(), dst, format);
         return true;
     case Delivery::Frame:
         break;
     }
     const PictureSize frameSize{frame.width, frame.height};
     if (!isNv12 || frameSize != format.size) {
-        ConvertFrame(source_.get(), frameSize, scaled_.get(), dst, format);
+        ConvertFrame(source.get(), frameSize, scaled.get(), dst, format);
     }
     return true;
 }
 
 HRESULT CameraStream::Send(IMediaSample& sample, REFERENCE_TIME time) const noexcept {
-    REFERENCE_TIME end = time + target_.format.interval100ns;
+    REFERENCE_TIME end = time + target.format.interval100ns;
     RETURN_IF_FAILED(sample.SetTime(&time, &end));
-    RETURN_IF_FAILED(sample.SetActualDataLength(static_cast<LONG>(ImageBytes(target_.format.video))));
+    RETURN_IF_FAILED(sample.SetActualDataLength(static_cast<LONG>(ImageBytes(target.format.video))));
     RETURN_IF_FAILED(sample.SetSyncPoint(TRUE));
-    return target_.input->Receive(&sample);
+    return target.input->Receive(&sample);
 }
 
 std::optional<REFERENCE_TIME> CameraStream::StreamTime() noexcept {
-    ComPtr<IReferenceClock> clock;
+    ComPtr<IReferenceClock> currentClock;
     REFERENCE_TIME start = 0;
     {
-        const std::lock_guard guard(lock_);
-        if (!running_) {
+        const std::lock_guard guard(lock);
+        if (!running) {
             return std::nullopt;
         }
-        clock = clock_;
-        start = startTime_;
+        currentClock = clock;
+        start = startTime;
     }
     REFERENCE_TIME now = Now100ns();
-    if (clock && FAILED(clock->GetTime(&now))) {
+    if (currentClock && FAILED(currentClock->GetTime(&now))) {
         return std::nullopt;
     }
     return now - start;

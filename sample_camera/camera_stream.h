@@ -33,9 +33,9 @@ public:
     ~CameraStream() { Stop(); }
 
     // Starts the thread, paused. S_FALSE when it runs already.
-    [[nodiscard]] HRESULT Start(StreamTarget target) noexcept;
-    // Delivers from the moment at which `clock` shows `startTime`; without a clock, from now on.
-    void Run(ComPtr<IReferenceClock> clock, REFERENCE_TIME startTime) noexcept;
+    [[nodiscard]] HRESULT Start(StreamTarget newTarget) noexcept;
+    // Delivers from the moment at which `newClock` shows `newStartTime`; without a clock, from now on.
+    void Run(ComPtr<IReferenceClock> newClock, REFERENCE_TIME newStartTime) noexcept;
     void Pause() noexcept;
     // Ends the thread, even while it waits for a free buffer or in a filter downstream. The caller holds no lock that
     // downstream could need.
@@ -50,17 +50,17 @@ private:
     // Time of the stream, negative before its start; empty while paused.
     [[nodiscard]] std::optional<REFERENCE_TIME> StreamTime() noexcept;
 
-    StreamTarget target_{};
-    std::unique_ptr<std::uint8_t[]> source_; // a frame as it was read
-    std::unique_ptr<std::uint8_t[]> scaled_; // the same in the application's size, or the card
-    receiver::UniqueHandle stop_;
-    receiver::UniqueHandle thread_;
+    StreamTarget target{};
+    std::unique_ptr<std::uint8_t[]> source; // a frame as it was read
+    std::unique_ptr<std::uint8_t[]> scaled; // the same in the application's size, or the card
+    receiver::UniqueHandle stop;
+    receiver::UniqueHandle thread;
 
-    std::mutex lock_; // guards what follows; held for moments only
-    bool running_ = false;
-    ComPtr<IReferenceClock> clock_;
-    REFERENCE_TIME startTime_ = 0;
-    OwnTime ownTime_; // for a graph without a clock
+    std::mutex lock; // guards what follows; held for moments only
+    bool running = false;
+    ComPtr<IReferenceClock> clock;
+    REFERENCE_TIME startTime = 0;
+    OwnTime ownTime; // for a graph without a clock
 };
 
 } // namespace sample_camera

@@ -16,11 +16,11 @@ class Enumerator final : public receiver::ComObject<Interface, Id> {
 public:
     using Item = typename Source::Item;
 
-    [[nodiscard]] static HRESULT Make(Source source, ULONG next, Interface** enumerator) noexcept {
+    [[nodiscard]] static HRESULT Make(Source listed, ULONG first, Interface** enumerator) noexcept {
         if (enumerator == nullptr) {
             return E_POINTER;
         }
-        *enumerator = new (std::nothrow) Enumerator(std::move(source), next);
+        *enumerator = new (std::nothrow) Enumerator(std::move(listed), first);
         return *enumerator != nullptr ? S_OK : E_OUTOFMEMORY;
     }
 
@@ -30,11 +30,11 @@ public:
         }
         ULONG got = 0;
         HRESULT result = S_OK;
-        while (got < count && next_ < source_.Count() && SUCCEEDED(result)) {
-            result = source_.Get(next_, &items[got]);
+        while (got < count && next < source.Count() && SUCCEEDED(result)) {
+            result = source.Get(next, &items[got]);
             if (SUCCEEDED(result)) {
                 ++got;
-                ++next_;
+                ++next;
             }
         }
         if (fetched != nullptr) {
@@ -43,21 +43,21 @@ public:
         return FAILED(result) && got == 0 ? result : got == count ? S_OK : S_FALSE;
     }
     STDMETHODIMP Skip(ULONG count) noexcept override {
-        const ULONG left = source_.Count() - next_;
-        next_ += std::min(count, left);
+        const ULONG left = source.Count() - next;
+        next += std::min(count, left);
         return count <= left ? S_OK : S_FALSE;
     }
     STDMETHODIMP Reset() noexcept override {
-        next_ = 0;
+        next = 0;
         return S_OK;
     }
-    STDMETHODIMP Clone(Interface** copy) noexcept override { return Make(source_, next_, copy); }
+    STDMETHODIMP Clone(Interface** copy) noexcept override { return Make(source, next, copy); }
 
 private:
-    Enumerator(Source source, ULONG next) noexcept : source_(std::move(source)), next_(next) {}
+    Enumerator(Source listed, ULONG first) noexcept : source(std::move(listed)), next(first) {}
 
-    Source source_;
-    ULONG next_;
+    Source source;
+    ULONG next;
 };
 
 } // namespace sample_camera

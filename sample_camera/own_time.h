@@ -9,12 +9,12 @@ namespace sample_camera {
 class OwnTime {
 public:
     // The moment of the stream's time 0, were there no pauses.
-    [[nodiscard]] std::int64_t Run(std::int64_t now100ns) noexcept { return start100ns_ = now100ns - elapsed100ns_; }
-    void Pause(std::int64_t now100ns) noexcept { elapsed100ns_ = now100ns - start100ns_; }
+    [[nodiscard]] std::int64_t Run(std::int64_t now100ns) noexcept { return start100ns = now100ns - elapsed100ns; }
+    void Pause(std::int64_t now100ns) noexcept { elapsed100ns = now100ns - start100ns; }
 
 private:
-    std::int64_t start100ns_ = 0;
-    std::int64_t elapsed100ns_ = 0;
+    std::int64_t start100ns = 0;
+    std::int64_t elapsed100ns = 0;
 };
 
 } // namespace sample_camera
