@@ -31,7 +31,7 @@ std::string UnixPath(LPCWSTR path) {
 // Fails with MF_E_SHUTDOWN while Media Foundation is shut down: the writer of Windows needs its work queues.
 HRESULT BeginCall(std::string_view name) {
     DWORD queue = 0;
-    RETURN_IF_FAILED(MFAllocateWorkQueue(&queue));
+    RETURN_IF_FAILED(MFAllocateSerialWorkQueue(MFASYNC_CALLBACK_QUEUE_STANDARD, &queue)); // has no threads of its own
     RETURN_IF_FAILED(MFUnlockWorkQueue(queue));
     return FaultFor(name);
 }
