@@ -1,4 +1,4 @@
-"""Reads the newest video frame from the shared frame file, as a virtual camera does, in one file for Python 3.9 or newer
+"""Reads the newest video frame from the shared frame file, as a virtual camera does. One file for Python 3.9 or newer
 with numpy, on 64-bit Windows and on Linux. docs/frame-file.md describes the file.
 
     python frame_reader.py [FILE]
