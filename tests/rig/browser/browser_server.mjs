@@ -33,6 +33,7 @@ function loadWebSockets() {
 //   userDataRoot        existing folder for the browsers' profiles
 //   log                 receives lines of text
 //   hostResolverRules   Chromium's --host-resolver-rules, such as "MAP receiver.example 127.0.0.1:8080"
+//   publicPorts         ports of this machine that the browser takes for the internet
 //   extraChromiumFlags  further command line flags
 //   screencast          whether the window shows the page
 //   driveC              the folder that file:///C:/ addresses mean
@@ -235,6 +236,7 @@ class BrowserServer {
     #stopped;
     #listener = createServer((socket) => this.#onConnection(socket));
     #webSockets;
+    #publicPorts; // The socket's port, so that pages of every origin reach it, and those of the options.
 
     constructor(options) {
         this.options = options;
@@ -262,7 +264,9 @@ class BrowserServer {
         });
         await Promise.all([once(this.#listener, 'listening'), once(this.#webSockets, 'listening')]);
         this.port = this.#listener.address().port;
-        this.socketUrl = `ws://127.0.0.1:${this.#webSockets.address().port}`;
+        const { port } = this.#webSockets.address();
+        this.socketUrl = `ws://127.0.0.1:${port}`;
+        this.#publicPorts = [port, ...this.options.publicPorts ?? []];
     }
 
     log(text) {
@@ -320,6 +324,7 @@ class BrowserServer {
             path: this.options.chromiumPath,
             profile: join(this.options.userDataRoot, name),
             hostResolverRules: this.options.hostResolverRules,
+            publicPorts: this.#publicPorts,
             extraFlags: this.options.extraChromiumFlags,
         });
     }

@@ -14,11 +14,13 @@ const Ok = '00000000';
 const InvalidArgument = '80070057';
 const BrowserClosed = '8007139f';
 
-// Answers with the page given here, until the test ends.
-async function serve(t, pages) {
+// Answers with the page given here, until the test ends; with a content security policy, where one is given.
+async function serve(t, pages, policy) {
     const server = createServer((request, response) => {
         const page = pages[request.url];
-        response.writeHead(page === undefined ? 404 : 200, { 'Content-Type': 'text/html' });
+        response.writeHead(page === undefined ? 404 : 200, {
+            'Content-Type': 'text/html', ...(policy && { 'Content-Security-Policy': policy }),
+        });
         response.end(page ?? '<title>nothing here</title>');
     });
     server.listen(0, '127.0.0.1');
@@ -249,6 +251,54 @@ test('navigation ends with its result, its status and its address', async (t) =>
     assert.equal(await host.line('navigation ', from), `navigation 1 0 ${address}/`);
 });
 
+// The first policy forbids the rig's worker, the second one the worker's socket, the third one its address.
+for (const policy of [
+    "default-src 'none'; script-src 'nonce-own'", "script-src 'nonce-own'; worker-src blob:; connect-src 'none'",
+    "script-src 'nonce-own'; require-trusted-types-for 'script'",
+]) {
+    test(`a page keeps to its policy, and its messages pass: ${policy}`, async (t) => {
+        const address = await serve(t, {
+            '/': '<script nonce="own">addEventListener("securitypolicyviolation", (event) =>' +
+                'chrome.webview.postMessage(`${event.effectiveDirective} ${event.blockedURI}`));</script>' +
+                `${patternPage.replace('<script>', '<script nonce="own">')}` +
+                '<script>chrome.webview.postMessage("not allowed")</script>' +
+                '<script nonce="own">chrome.webview.postMessage("allowed")</script>',
+        }, policy);
+        const { server, host } = await start(t);
+        assert.equal(await host.show(`navigate ${address}/`), `navigation 1 0 ${address}/`);
+        await host.line(`message ${Ok} ${address}/ "script-src-elem inline"`);
+        await host.call('slot 0 345600');
+        await host.call('slot 1 345600');
+        const page = await server.page();
+        await page.evaluate('post(6, 86400)');
+        assert.equal(await host.value('frames'), '6 0');
+        assert.deepEqual(new Set(host.lines.filter((line) => line.startsWith('message ') && !line.includes('frame:'))),
+                         new Set(['allowed', 'script-src-elem inline'].map((text) =>
+                             `message ${Ok} ${address}/ "${text}"`)));
+        assert.equal(await page.evaluate('"__rigSend" in window'), false);
+    });
+}
+
+test('a page from elsewhere does not reach this machine', async (t) => {
+    const inside = await serve(t, { '/': 'this machine' });
+    const outside = await serve(t, { '/': '<script>chrome.webview.postMessage("from outside")</script>' });
+    const outsidePort = Number(new URL(outside).port);
+    const { server, host } = await start(t, {
+        publicPorts: [outsidePort], hostResolverRules: `MAP page.example 127.0.0.1:${outsidePort}`,
+    });
+    const page = await server.page();
+    const fetched = (url) =>
+        page.evaluate(`fetch('${url}', { mode: 'no-cors' }).then(() => 'answered', () => 'refused')`);
+    assert.equal(await host.show('navigate http://page.example/'), 'navigation 1 0 http://page.example/');
+    await host.line(`message ${Ok} http://page.example/ "from outside"`);
+    assert.equal(await fetched('http://page.example/'), 'answered');
+    assert.equal(await fetched(inside), 'refused');
+    await host.show('html <p>here</p>');
+    assert.equal(await fetched(inside), 'refused');
+    await host.show(`navigate ${inside}/`);
+    assert.equal(await fetched(inside), 'answered');
+});
+
 test('a new document has to be given its buffers again', async (t) => {
     const { server, host } = await start(t);
     for (let round = 0; round < 3; ++round) {
@@ -272,12 +322,20 @@ test('permissions are asked for and answered', async (t) => {
         await page.evaluate('navigator.mediaDevices.getUserMedia({audio: true, video: true}).catch((e) => e.name)'),
         'NotAllowedError');
     await host.line(`permission 1 0 ${address}/`);
+    // What plays without play() does not ask.
+    assert.equal(await page.evaluate('new AudioContext().state'), 'suspended');
     const play = 'const a = document.querySelector("audio"); a.src = URL.createObjectURL(new Blob([wave]));' +
         'a.play().then(() => "plays", (e) => e.name)';
     // One second of sound: the header of a WAV file with 8000 samples of a byte.
     const rate = '\x40\x1f\0\0';
     const header = `RIFFd\x1f\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0${rate}${rate}\x01\0\x08\0data${rate}`;
     const wave = `const wave = new Uint8Array(8044); wave.set([${[...Buffer.from(header)]}]);`;
+    assert.equal(await page.evaluate(`{ ${wave} new Promise((resolve) => {
+        const audio = new Audio();
+        audio.autoplay = true;
+        audio.oncanplaythrough = () => resolve(audio.paused);
+        audio.src = URL.createObjectURL(new Blob([wave]));
+    }) }`), true);
     assert.equal(await page.evaluate(`{ ${wave} ${play} }`), 'NotAllowedError');
     await host.line(`permission 9 0 ${address}/`);
     assert.equal(await host.call('allow 9'), Ok);

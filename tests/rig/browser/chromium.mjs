@@ -4,16 +4,15 @@ import { EventEmitter } from 'node:events';
 import { accessSync, constants } from 'node:fs';
 import { mkdir, rm } from 'node:fs/promises';
 
-// Without the last one Chromium keeps pages of plain http and about:blank from opening sockets to this machine.
-const disabledFeatures = ['Translate', 'MediaRouter', 'OptimizationHints', 'LocalNetworkAccessChecks'];
+const disabledFeatures = ['Translate', 'MediaRouter', 'OptimizationHints'];
 
-function flags(profile, hostResolverRules, extraFlags) {
+function flags(profile, hostResolverRules, publicPorts, extraFlags) {
     const list = [
         '--headless=new', '--no-sandbox', '--remote-debugging-pipe', `--user-data-dir=${profile}`,
         '--no-startup-window', '--no-first-run', '--no-default-browser-check', '--disable-background-networking',
         '--disable-component-update', '--disable-sync', '--disable-extensions', '--disable-gpu', '--mute-audio',
-        '--disable-breakpad', '--password-store=basic', '--autoplay-policy=no-user-gesture-required',
-        `--disable-features=${disabledFeatures.join()}`,
+        '--disable-breakpad', '--password-store=basic', `--disable-features=${disabledFeatures.join()}`,
+        `--ip-address-space-overrides=${publicPorts.map((port) => `127.0.0.1:${port}=public`).join()}`,
     ];
     try {
         accessSync('/dev/shm', constants.W_OK);
@@ -36,12 +35,13 @@ export class Chromium extends EventEmitter {
     #exited;
     #lastErrors = '';
 
-    // `profile` is a folder of this browser's own: made here, removed by stop().
-    static async start({ path = 'chromium', profile, hostResolverRules, extraFlags = [] }) {
+    // `profile` is a folder of this browser's own: made here, removed by stop(). `publicPorts` of this machine count as
+    // the internet: every page may connect to them, and their pages may not connect to this machine's other ports.
+    static async start({ path = 'chromium', profile, hostResolverRules, publicPorts = [], extraFlags = [] }) {
         await mkdir(profile, { recursive: true });
         const chromium = new Chromium();
         chromium.#profile = profile;
-        chromium.#spawn(path, flags(profile, hostResolverRules, extraFlags));
+        chromium.#spawn(path, flags(profile, hostResolverRules, publicPorts, extraFlags));
         return chromium;
     }
 

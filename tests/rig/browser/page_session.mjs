@@ -7,6 +7,12 @@ import { pathToFileURL } from 'node:url';
 
 const shim = readFileSync(new URL('page_shim.js', import.meta.url), 'utf8').trim().replace(/^(\/\/.*\n)*/, '');
 
+// The function through which a page sends when its policy forbids the socket. The page does not see it.
+const BindingName = '__rigSend';
+
+const Allowed = 1; // COREWEBVIEW2_PERMISSION_STATE_ALLOW
+const Autoplay = 9; // COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY
+
 const QuietMs = 300;
 
 // COREWEBVIEW2_WEB_ERROR_STATUS; every other error is UNKNOWN, 0.
@@ -39,6 +45,7 @@ export class PageSession {
     #endings = 0;
     #loads = new Map(); // Loader id: { httpStatus, errorText }
     #source = 'about:blank';
+    #autoplayRequests = new Set(); // ids
     #buffers = new Map(); // Id: { name, file }
     #lastBuffer = 0;
     #castStarted = false;
@@ -65,13 +72,13 @@ export class PageSession {
         page.#session = (await chromium.send('Target.attachToTarget', { targetId, flatten: true })).sessionId;
         page.#windowId = (await chromium.send('Browser.getWindowForTarget', { targetId })).windowId;
         onOpening(page);
-        const source = `(${shim})(${JSON.stringify(`${socketUrl}/${page.token}`)})`;
+        const source = `(${shim})(${JSON.stringify(`${socketUrl}/${page.token}`)}, '${BindingName}')`;
         await Promise.all([
             page.#send('Page.enable'),
             page.#send('Runtime.enable'),
             page.#send('Network.enable'),
             page.#send('Inspector.enable'),
-            page.#send('Page.setBypassCSP', { enabled: true }),
+            page.#send('Runtime.addBinding', { name: BindingName }),
             page.#send('Page.addScriptToEvaluateOnNewDocument', { source: `${source};${pageScript ?? ''}` }),
         ]);
         return page;
@@ -182,8 +189,10 @@ export class PageSession {
         }
     }
 
+    // Chromium lets a page play once it has seen a user's action: there is no other way to allow one document to play.
     answerPermission(id, state) {
-        this.#call('permission', id, state);
+        const userGesture = this.#autoplayRequests.delete(id) && state === Allowed;
+        this.#post('Runtime.evaluate', { expression: `chrome.webview.__rig.permission(${id}, ${state})`, userGesture });
     }
 
     // The host has decoded the picture that it was sent.
@@ -220,6 +229,16 @@ export class PageSession {
         socket.on('error', () => {}); // The document went away in the middle of a message.
     }
 
+    #onBinding({ data, text }) {
+        if (data !== undefined) {
+            this.#store(Buffer.from(data, 'base64'));
+            this.#call('acknowledge');
+        }
+        if (text !== undefined) {
+            this.#onPageMessage(JSON.parse(text));
+        }
+    }
+
     #store(data) {
         const runs = data.readUInt32LE(0);
         let offset = 4 + runs * 12;
@@ -244,6 +263,9 @@ export class PageSession {
                 this.#reportEnding();
             }
         } else {
+            if (message.kind === Autoplay) {
+                this.#autoplayRequests.add(message.id);
+            }
             this.#toHost('permission', this.#name, message.id, message.kind, message.uri, message.userInitiated);
             this.#events.emit('permission', message);
         }
@@ -275,6 +297,9 @@ export class PageSession {
             break;
         case 'Page.loadEventFired':
             this.#onLoad();
+            break;
+        case 'Runtime.bindingCalled':
+            this.#onBinding(JSON.parse(params.payload));
             break;
         case 'Page.javascriptDialogOpening':
             this.#events.emit('dialog', { type: params.type, text: params.message });

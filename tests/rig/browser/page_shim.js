@@ -1,11 +1,15 @@
 // chrome.webview as a page of the real browser sees it. Runs in every new document before the page's own scripts.
-// Everything the page sends goes through one WebSocket, which a worker owns, so that a busy page cannot hold it up.
+// Everything the page sends goes through one WebSocket, which a worker owns, so that a busy page cannot hold it up; or,
+// when the policy of the page forbids the worker or its socket, through a function that the browser server has added.
+// That is slow, but no policy concerns it.
 //
 // The order that the real browser's shared memory gives is kept by sending: what the page wrote into a buffer before it
 // posts a message travels ahead of that message. Only blocks that differ from what was sent last travel. What a page's
 // own worker writes into a buffer that was transferred to it is not seen.
-(socketUrl) => {
+(socketUrl, bindingName) => {
     'use strict';
+    const sendByBinding = window[bindingName];
+    delete window[bindingName];
     if (window !== window.top || location.protocol === 'chrome-error:') {
         return;
     }
@@ -29,32 +33,80 @@
             }
         };
         socket.onopen = () => {
+            self.postMessage({ isOpen: true });
             waiting.forEach(send);
             waiting = undefined;
         };
+        socket.onerror = () => self.postMessage({ isRefused: true });
         socket.onmessage = () => self.postMessage({ acknowledged: true });
         self.onmessage = (event) => (waiting ? waiting.push(event.data) : send(event.data));
     };
-
-    const workerUrl = URL.createObjectURL(new Blob([`(${socketWorker})(${JSON.stringify(socketUrl)})`]));
-    const worker = new Worker(workerUrl);
 
     const buffers = new Set(); // { id, data, buffer, bytes, words, sentBytes, sentWords }
     const freeTransfers = [];
     const roomWaiters = [];
     let unacknowledged = 0;
 
-    worker.onmessage = ({ data: { data, acknowledged } }) => {
+    const onAcknowledged = () => {
+        --unacknowledged;
+        if (unacknowledged < MaxUnacknowledged) {
+            roomWaiters.splice(0).forEach((resolve) => resolve());
+        }
+    };
+
+    let worker;
+    let unconfirmed = []; // What the worker has been given, until its socket is open.
+    const give = (item) => {
+        if (worker) {
+            unconfirmed?.push(item);
+            worker.postMessage(item, item.data && !unconfirmed ? [item.data] : []);
+            return;
+        }
+        const { data, used, text } = item;
+        sendByBinding(JSON.stringify({ data: data && new Uint8Array(data, 0, used).toBase64(), text }));
         if (data) {
             freeTransfers.push(data);
         }
-        if (acknowledged) {
-            --unacknowledged;
-            if (unacknowledged < MaxUnacknowledged) {
-                roomWaiters.splice(0).forEach((resolve) => resolve());
-            }
+    };
+    const doWithoutWorker = () => {
+        if (unconfirmed) {
+            worker = undefined;
+            unconfirmed.forEach(give);
+            unconfirmed = undefined;
         }
     };
+    let ownViolation = 'blob'; // The real browser's chrome.webview violates no policy: the page does not hear of this.
+    window.addEventListener('securitypolicyviolation', (event) => {
+        if (event.blockedURI === ownViolation) {
+            ownViolation = undefined;
+            event.stopImmediatePropagation();
+        }
+    }, true);
+    try {
+        const code = new Blob([`(${socketWorker})(${JSON.stringify(socketUrl)})`]);
+        worker = new Worker(URL.createObjectURL(code));
+        worker.onerror = doWithoutWorker;
+        worker.onmessage = ({ data: { data, acknowledged, isOpen, isRefused } }) => {
+            if (data) {
+                freeTransfers.push(data);
+            }
+            if (acknowledged) {
+                onAcknowledged();
+            }
+            if (isOpen || isRefused) {
+                ownViolation = undefined;
+            }
+            if (isOpen) {
+                unconfirmed = undefined;
+            }
+            if (isRefused) {
+                doWithoutWorker();
+            }
+        };
+    } catch {
+        ownViolation = 'trusted-types-sink';
+        doWithoutWorker();
+    }
 
     const room = async () => {
         while (unacknowledged >= MaxUnacknowledged) {
@@ -130,7 +182,7 @@
         }
         const text = message === undefined ? undefined : JSON.stringify(message);
         if (data || text !== undefined) {
-            worker.postMessage({ data, used, text }, data ? [data] : []);
+            give({ data, used, text });
         }
     };
 
@@ -215,6 +267,7 @@
                     }
                 }
             },
+            acknowledge: onAcknowledged,
             flush(number) {
                 send([], { type: 'flushed', number });
                 return true;
