@@ -15,6 +15,7 @@ export class FrameCounter {
     constructor(path) {
         this.#path = path;
         this.#timer = setInterval(() => this.#look(), LookEveryMs);
+        this.#timer.unref(); // A run that fails does not wait for it.
         this.held = this.#readFrames() ?? 0;
     }
 

@@ -161,10 +161,10 @@ class Prefix {
         return environment;
     }
 
-    // Starts a Windows program; its stdin and stdout are pipes.
-    start(windowsPath, programArguments, displayName, environment = {}) {
+    // Starts a Windows program; its stdin and stdout are pipes, and so may be its stderr.
+    start(windowsPath, programArguments, displayName, { environment = {}, stderr = 'ignore' } = {}) {
         return start(wineLoader(), [windowsPath, ...programArguments], {
-            stdio: ['pipe', 'pipe', 'ignore'], cwd: this.runFolder,
+            stdio: ['pipe', 'pipe', stderr], cwd: this.runFolder,
             env: { ...this.environment(displayName), ...environment },
         });
     }

@@ -92,7 +92,9 @@ class ReceiverRun {
         this.display = options.show ? personsDisplay() : await startDisplay(options.displaySize);
         this.driver = new Driver(this.prefix.start(
             await this.prefix.addFile(programs.driver, 'C:\\rig\\rig_driver.exe'), [], this.display.name, {
-                ...this.browser.environment(), ...this.encoder.environment(), RIG_FAULTS: options.faults ?? '',
+                environment: {
+                    ...this.browser.environment(), ...this.encoder.environment(), RIG_FAULTS: options.faults ?? '',
+                },
             }));
         await this.prefix.addFile(programs.camera, CameraPath);
         await this.prefix.addFile(programs.receiver, ReceiverPath);

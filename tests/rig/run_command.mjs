@@ -152,6 +152,7 @@ async function watch(run, options, stopRequested) {
     await Promise.race([
         stopRequested,
         run.exited,
+        ...(application ? [application.failed] : []),
         ...(options.seconds ? [delay(options.seconds * 1000, undefined, { signal: timer.signal })] : []),
     ]).finally(() => timer.abort());
 

@@ -1,5 +1,6 @@
 // A camera application that is not ours: the Windows ffmpeg of an npm package, which records from the sample camera in
 // the Wine prefix of a run. The package is fetched on first use and is no part of the tests.
+import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import * as fs from 'node:fs/promises';
 import { dirname, join } from 'node:path';
@@ -17,8 +18,8 @@ const Package = '@ffmpeg-installer/win32-x64';
 const Program = join(PackageFolder, 'node_modules', Package, 'ffmpeg.exe');
 
 const StartLimitMs = 120000;
-const EndLimitMs = 300000; // on a busy machine it first encodes what it has queued
 const DecodeLimitMs = 600000;
+const ErrorLimit = 2000;
 
 const CameraName = 'Vistel Sample Camera';
 const CameraPath = 'C:\\rig\\sample_camera.dll';
@@ -70,33 +71,43 @@ export async function startApplication({ prefix, display }, framesFlow) {
 class Application {
     #prefix;
     #child;
+    #errors = '';
     recording; // resolves once a frame is recorded
+    failed; // rejects when the application ends by itself
 
     constructor(prefix, display) {
         this.#prefix = prefix;
         this.#child = prefix.start(ProgramPath, [
-            '-hide_banner', '-loglevel', 'error', '-progress', 'pipe:1', '-f', 'dshow', '-rtbufsize', '200M',
+            '-hide_banner', '-nostdin', '-loglevel', 'error', '-progress', 'pipe:1', '-f', 'dshow', '-rtbufsize', '200M',
             '-video_size', `${Size.width}x${Size.height}`, '-i', `video=${CameraName}`,
-            // Each frame as it comes, in pictures that do not depend on each other and cost little.
-            '-vsync', 'passthrough', '-c:v', 'mjpeg', '-q:v', '3', '-y', RecordingPath,
-        ], display.name);
+            // Each frame as it comes, in pictures that do not depend on each other and cost little. The time base is
+            // finer than a thirtieth of a second: there two frames could get one time, with which the encoder ends.
+            '-vsync', 'passthrough', '-enc_time_base', '1:1000', '-c:v', 'mjpeg', '-q:v', '3', '-y', RecordingPath,
+        ], display.name, { stderr: 'pipe' });
         this.#child.stdin.on('error', () => {});
-        this.recording = new Promise((resolve, reject) => {
+        this.#child.stderr.setEncoding('utf8').on('data', (text) => {
+            this.#errors = (this.#errors + text).slice(-ErrorLimit);
+        });
+        this.failed = Promise.all([this.#child.exited, once(this.#child, 'close')]).then(([code]) => {
+            throw new Error(`the camera application ended by itself with ${code}: ${this.#errors.trim()}`);
+        });
+        this.failed.catch(() => {}); // Callers that await it receive the error.
+        const firstFrame = new Promise((resolve) => {
             this.#child.stdout.setEncoding('utf8').on('data', (text) => {
                 if (/^frame=[1-9]/m.test(text)) {
                     resolve();
                 }
             });
-            this.#child.exited.then((code) => reject(new Error(`the camera application ended with ${code}`)));
         });
-        this.recording.catch(() => {}); // Callers that await it receive the error.
+        this.recording = Promise.race([firstFrame, this.failed]);
+        this.recording.catch(() => {});
     }
 
-    // Ends the recording as a person at the keyboard would, copies it to `recording`, writes a picture of its middle
-    // to `picture` and resolves to what it shows: see FrameTally.
+    // Kills the application, for it reads no key from a pipe under Wine: what it has written by then is its recording.
+    // Copies that to `recording`, writes a picture of its middle to `picture` and resolves to what it shows: see
+    // FrameTally.
     async finish(recording, picture) {
-        this.#child.stdin.write('q');
-        await within(EndLimitMs, 'end of the camera application', this.#child.exited);
+        await this.stop();
         await fs.copyFile(this.#prefix.unixPath(RecordingPath), recording);
         const { tally, frames } = await readFrames(recording);
         await run('ffmpeg', ['-v', 'error', '-i', recording, '-vf', `select=eq(n\\,${frames >> 1})`, '-frames:v', '1',
