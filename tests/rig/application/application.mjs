@@ -78,7 +78,7 @@ class Application {
     constructor(prefix, display) {
         this.#prefix = prefix;
         this.#child = prefix.start(ProgramPath, [
-            '-hide_banner', '-nostdin', '-loglevel', 'error', '-progress', 'pipe:1', '-f', 'dshow', '-rtbufsize', '200M',
+            '-hide_banner', '-loglevel', 'error', '-progress', 'pipe:1', '-f', 'dshow', '-rtbufsize', '200M',
             '-video_size', `${Size.width}x${Size.height}`, '-i', `video=${CameraName}`,
             // Each frame as it comes, in pictures that do not depend on each other and cost little. The time base is
             // finer than a thirtieth of a second: there two frames could get one time, with which the encoder ends.
