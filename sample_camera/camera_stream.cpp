@@ -17,14 +17,15 @@
 namespace sample_camera {
 namespace {
 
-constexpr LONG PollPeriodMs = 2;
+constexpr LONG PollPeriodMs = 1;
+constexpr std::int64_t Rest100ns = 160000; // less than the interval of 60 frames per second
 
 std::int64_t Now100ns() noexcept {
     using Unit = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
     return std::chrono::duration_cast<Unit>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-// Wakes the thread every two milliseconds. Windows' ordinary timers would make fifteen of them.
+// Wakes the thread once per poll period. Windows' ordinary timers would make fifteen milliseconds of it.
 class PollTimer {
 public:
     PollTimer() noexcept {
@@ -34,9 +35,7 @@ public:
             timer.Reset(CreateWaitableTimerExW(nullptr, nullptr, 0, TIMER_ALL_ACCESS));
             raised = timeBeginPeriod(1) == TIMERR_NOERROR;
         }
-        LARGE_INTEGER due;
-        due.QuadPart = 0; // at once, then periodically: one call of the system less for each wait
-        SetWaitableTimer(timer.Get(), &due, PollPeriodMs, nullptr, nullptr, FALSE);
+        Begin(0);
     }
     PollTimer(const PollTimer&) = delete;
     PollTimer& operator=(const PollTimer&) = delete;
@@ -53,7 +52,17 @@ public:
                WAIT_OBJECT_0 + 1;
     }
 
+    // Makes the next wait a long one: soon after a frame there is no other one, and each poll costs processor time.
+    void Rest() const noexcept { Begin(Rest100ns); }
+
 private:
+    // Wakes after a time, then periodically: one call of the system less for each wait.
+    void Begin(std::int64_t delay100ns) const noexcept {
+        LARGE_INTEGER due;
+        due.QuadPart = -delay100ns;
+        SetWaitableTimer(timer.Get(), &due, PollPeriodMs, nullptr, nullptr, FALSE);
+    }
+
     receiver::UniqueHandle timer;
     bool raised = false;
 };
@@ -150,10 +159,14 @@ void CameraStream::Deliver() noexcept {
     REFERENCE_TIME lastTime = -1;
     while (timer.WaitUnless(stop.Get())) {
         const std::optional<REFERENCE_TIME> time = StreamTime();
+        if (!time) {
+            timer.Rest();
+            continue;
+        }
         // Graphs let the stream's time begin some time after Run, after a pause as well. Until it has come again to
         // where it was, nothing is delivered: times must rise, and a renderer holds a sample back whose time is to
         // come.
-        if (!time || *time <= lastTime || !choice.IsTimeToLook(Now100ns())) {
+        if (*time <= lastTime || !choice.IsTimeToLook(Now100ns())) {
             continue;
         }
         if (!sample && target.allocator->GetBuffer(sample.Put(), nullptr, nullptr, 0) != S_OK) {
@@ -173,6 +186,7 @@ void CameraStream::Deliver() noexcept {
         }
         sample.Reset();
         lastTime = *time;
+        timer.Rest();
     }
 }
 
