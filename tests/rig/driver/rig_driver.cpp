@@ -6,6 +6,7 @@
 //   system WINDOW COMMAND           what the caption's buttons send: minimize, maximize, restore, close
 //   press WINDOW ID                 a button of a box, by its id
 //   place WINDOW X Y WIDTH HEIGHT   moves and sizes
+//   display WIDTH HEIGHT            changes the size of the display; only Wine's virtual desktop has several sizes
 //   send WINDOW MESSAGE WPARAM LPARAM   any message; answers its result
 //   handles PROCESS                 how many handles a process holds
 //   terminate PROGRAM CODE
@@ -126,6 +127,15 @@ private:
             return Done(SetWindowPos(Window(numbers[0]), nullptr, static_cast<int>(numbers[1]),
                                      static_cast<int>(numbers[2]), static_cast<int>(numbers[3]),
                                      static_cast<int>(numbers[4]), SWP_NOZORDER | SWP_NOACTIVATE));
+        }
+        if (verb == "display" && numbers.size() == 2) {
+            DEVMODEW mode{};
+            mode.dmSize = sizeof(mode);
+            mode.dmFields = DM_PELSWIDTH | DM_PELSHEIGHT;
+            mode.dmPelsWidth = static_cast<DWORD>(numbers[0]);
+            mode.dmPelsHeight = static_cast<DWORD>(numbers[1]);
+            return ChangeDisplaySettingsW(&mode, 0) == DISP_CHANGE_SUCCESSFUL ? Done(TRUE)
+                                                                              : Failure(L"no such size of the display");
         }
         if (verb == "send" && numbers.size() == 4) {
             DWORD_PTR result = 0;

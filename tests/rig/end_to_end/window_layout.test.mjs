@@ -4,7 +4,7 @@ import { test } from 'node:test';
 
 import { until } from '../processes.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { startOnSlotPage } from './slot_page_run.mjs';
+import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 
 const LayoutLimitMs = 60000;
 
@@ -168,6 +168,35 @@ async function frameHeightAt(t, dotsPerInch) {
     await layout.run.stop();
     return outer.height - client.height;
 }
+
+// Wine has one monitor here. Its virtual desktop becomes smaller and the window stays outside it, on no monitor at all;
+// Windows would move the window.
+test('a window whose monitor is unplugged comes back with the next layout', async (t) => {
+    const VirtualDesktop = 'Default';
+    const both = { width: 2560, height: 1600 };
+    const remaining = { width: 1280, height: 800 };
+    const layout = await startLayoutRun(t, {
+        registry: {
+            'Software\\Wine\\Explorer': { Desktop: VirtualDesktop },
+            'Software\\Wine\\Explorer\\Desktops': { [VirtualDesktop]: `${both.width}x${both.height}` },
+        },
+    });
+    const { run, slotPage } = layout;
+    await slotPage.connect();
+    await layout.ask('portrait');
+    await run.placeWindow({ left: 1500, top: 850, width: 700, height: 500 });
+    const before = await run.mainWindow();
+    await run.driver.ask('display', remaining.width, remaining.height);
+    assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
+    assert.deepEqual((await run.mainWindow()).outer, before.outer);
+    const { outer, client } = await layout.ask('landscape');
+    assert.deepEqual(sizeOf(client), ClientSizes.landscape);
+    assert.deepEqual(outer, placeAround(before.outer, sizeOf(outer), remaining));
+    await layout.waitForPage();
+    // Wine's server does not survive a window that is closed on the smaller desktop.
+    await run.driver.ask('display', both.width, both.height);
+    assert.equal(await run.closeWindow(), 0);
+});
 
 test('a window does not grow beyond a small display', async (t) => {
     const displaySize = { width: 1024, height: 700 };
