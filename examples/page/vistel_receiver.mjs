@@ -60,6 +60,7 @@
  * @property {boolean} [mirror]       Mirror the picture, left to right.
  * @property {boolean} [exactColors]  Copy a frame as RGB if the receiver would show wrong colors for its YUV; see
  *     hasHostColors(). The frame then has more than twice the bytes.
+ * @property {AbortSignal} [signal]   Ends feed(), and drops a frame that waits.
  */
 
 /**
@@ -89,6 +90,8 @@ const MaxScaledBreadth = 1080;
 /** Long enough for the receiver to complete the file of a long recording. */
 const AnswerTimeoutMs = 60000;
 const ReadyTimeoutMs = 5000;
+/** A slot is not written again for this time after its frame message, so that the receiver can read it. */
+const SlotReadMs = 16;
 
 const Orientations = ["landscape", "portrait", "setup"];
 const Qualities = ["720p", "1080p"];
@@ -227,6 +230,18 @@ export class VistelReceiver extends TypedEventTarget {
     #nextSlot = 0;
     /** @type {Uint8Array<ArrayBuffer> | null} The slot that a frame is being copied to. */
     #copyTarget = null;
+    /**
+     * The newest frame, until it is copied.
+     * @type {{frame: VideoFrame, options: FrameOptions, resolve: (isPosted: boolean) => void,
+     *     reject: (error: unknown) => void} | null}
+     */
+    #waitingFrame = null;
+    /** Whether #postWaitingFrames() runs. */
+    #isPosting = false;
+    /** Makes it look at the waiting frame again. */
+    #wake = () => {};
+    /** When the frame message of each slot was posted. */
+    #postedMs = [-Infinity, -Infinity];
     /** Removes the listeners. */
     #open = new AbortController();
     /** @type {Promise<void> | null} Set while connect() waits. */
@@ -250,7 +265,7 @@ export class VistelReceiver extends TypedEventTarget {
     #endedAt = 0;
 
     framesPosted = 0;
-    /** Frames dropped because another copy was not finished, the slots were missing or replaced, or the copy failed. */
+    /** Frames dropped: a newer one came before the copy, the slots were missing or replaced, the copy failed. */
     drops = { busy: 0, noSlot: 0, failed: 0 };
     /** Whether a recording is running; one that was started before a reload is not known. */
     recording = false;
@@ -293,6 +308,7 @@ export class VistelReceiver extends TypedEventTarget {
             this.#open.abort(new Error("The VistelReceiver is closed"));
             this.#endTurn();
             this.#dropSlots();
+            this.#wake();
             webviewsInUse.delete(this.#webview);
         }
     }
@@ -336,19 +352,66 @@ export class VistelReceiver extends TypedEventTarget {
     }
 
     /**
-     * Copies a frame to the next slot and posts its frame message. Always closes the frame. The receiver does not
-     * acknowledge frames. The two slots are used alternately; a frame that comes while another one is being copied is
-     * dropped. A frame in another format than the receiver's is converted, and one that is too large scaled down.
+     * Copies a frame to the next slot and posts its frame message. Always closes the frame. The two slots are used
+     * alternately. The receiver does not acknowledge frames, so that a frame waits while another one is being copied,
+     * and while the next slot may still be read, after a burst of frames. The newest frame waits; older ones are
+     * dropped. A frame in another format than the receiver's is converted, and one that is too large is scaled down.
      * @param {VideoFrame} frame
      * @param {FrameOptions} options
      * @returns {Promise<boolean>} Whether the frame was posted.
      */
-    async postFrame(frame, { mirror = false, exactColors = false } = {}) {
+    postFrame(frame, options = {}) {
+        this.#dropWaitingFrame();
+        return new Promise((resolve, reject) => {
+            this.#waitingFrame = { frame, options, resolve, reject };
+            if (this.#isPosting) {
+                this.#wake();
+            } else {
+                this.#postWaitingFrames();
+            }
+        });
+    }
+
+    async #postWaitingFrames() {
+        this.#isPosting = true;
+        while (this.#waitingFrame) {
+            const { frame, options, resolve, reject } = this.#waitingFrame;
+            const readMs = this.#postedMs[this.#nextSlot] + SlotReadMs - performance.now();
+            if (options.signal?.aborted) {
+                this.#dropWaitingFrame();
+            } else if (readMs > 0) {
+                // The timer may be late while the page is hidden; the next frame comes earlier then.
+                await new Promise((wake) => {
+                    this.#wake = () => wake(null);
+                    setTimeout(wake, readMs);
+                });
+            } else {
+                this.#waitingFrame = null;
+                await this.#copyAndPost(frame, options).then(resolve, reject);
+            }
+        }
+        this.#isPosting = false;
+    }
+
+    #dropWaitingFrame() {
+        if (this.#waitingFrame) {
+            this.#waitingFrame.frame.close();
+            this.#waitingFrame.resolve(false);
+            this.#waitingFrame = null;
+            ++this.drops.busy;
+        }
+    }
+
+    /**
+     * @param {VideoFrame} frame
+     * @param {FrameOptions} options
+     */
+    async #copyAndPost(frame, { mirror = false, exactColors = false }) {
         const slot = this.#nextSlot;
         const bytes = this.#slots[slot];
-        if (this.#copyTarget || !bytes || !this.connected) {
+        if (!bytes || !this.connected) {
             frame.close();
-            ++this.drops[this.#copyTarget ? "busy" : "noSlot"];
+            ++this.drops.noSlot;
             return false;
         }
         this.#copyTarget = bytes;
@@ -386,6 +449,7 @@ export class VistelReceiver extends TypedEventTarget {
                 planes,
             };
             this.#webview.postMessage(frameMessage(this.lastPicture));
+            this.#postedMs[slot] = performance.now();
             this.#nextSlot = slot === 0 ? 1 : 0;
             ++this.framesPosted;
             this.#awaitsNewSize = false;
@@ -405,12 +469,11 @@ export class VistelReceiver extends TypedEventTarget {
     }
 
     /**
-     * Posts the frames of a video track until it ends, or until close() or the signal ends it. While a frame is being
-     * copied the newest other one waits; older ones are dropped. A frame that cannot be posted is dropped with the
-     * event "frame-error". The options are those of postFrame(); they are read for each frame, so that the page may
-     * change them.
+     * Posts the frames of a video track, as postFrame() does, until the track ends, or close() or the signal ends it. A
+     * frame that cannot be posted is dropped with the event "frame-error". The options are read for each frame, so that
+     * the page may change them.
      * @param {MediaStreamTrack} track
-     * @param {FrameOptions & {signal?: AbortSignal}} options
+     * @param {FrameOptions} options
      * @returns {Promise<void>}
      */
     async feed(track, options = {}) {
@@ -424,43 +487,20 @@ export class VistelReceiver extends TypedEventTarget {
         }
         /** @type {ReadableStreamDefaultReader<VideoFrame>} */
         const reader = new MediaStreamTrackProcessor({ track }).readable.getReader();
-        const stop = () => reader.cancel();
+        const stop = () => {
+            reader.cancel();
+            this.#wake();
+        };
         const signals = options.signal ? [this.#open.signal, options.signal] : [this.#open.signal];
         signals.forEach((signal) => signal.addEventListener("abort", stop));
-        const isStopped = () => signals.some((signal) => signal.aborted);
-        if (isStopped()) {
+        if (signals.some((signal) => signal.aborted)) {
             stop();
         }
-        /** @type {VideoFrame | null} */
-        let waiting = null;
-        /** @type {Promise<void> | null} */
+        /** @type {Promise<unknown> | null} */
         let posting = null;
-        const postAll = async (/** @type {VideoFrame | null} */ frame) => {
-            while (frame) {
-                await this.postFrame(frame, options).catch((error) => this.#notify("frame-error", error));
-                frame = waiting;
-                waiting = null;
-            }
-            posting = null;
-        };
-        const dropWaiting = () => {
-            if (waiting) {
-                waiting.close();
-                waiting = null;
-                ++this.drops.busy;
-            }
-        };
         try {
             for (let next = await reader.read(); !next.done; next = await reader.read()) {
-                if (posting) {
-                    dropWaiting();
-                    waiting = next.value;
-                } else {
-                    posting = postAll(next.value);
-                }
-            }
-            if (isStopped()) {
-                dropWaiting();
+                posting = this.postFrame(next.value, options).catch((error) => this.#notify("frame-error", error));
             }
             await posting;
         } finally {
@@ -678,6 +718,7 @@ export class VistelReceiver extends TypedEventTarget {
     #dropSlot(slot) {
         const bytes = this.#slots[slot];
         this.#slots[slot] = null;
+        this.#postedMs[slot] = -Infinity;
         if (bytes && bytes !== this.#copyTarget) { // The end of the copy releases it.
             this.#release(bytes);
         }

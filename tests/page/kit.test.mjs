@@ -41,6 +41,15 @@ async function prepare() {
         return state;
     };
     window.outcome = (promise) => promise.catch((error) => `${error.constructor.name}: ${error.message}`);
+    // Copies wait from here on until they are let go.
+    window.copies = [];
+    window.holdCopies = () => {
+        const { copyTo } = VideoFrame.prototype;
+        VideoFrame.prototype.copyTo = async function (...values) {
+            await new Promise((resolve, reject) => copies.push({ width: this.codedWidth, resolve, reject }));
+            return copyTo.apply(this, values);
+        };
+    };
     // Long waits end at once from here on.
     window.endLongWaits = () => {
         const { setTimeout } = window;
@@ -179,12 +188,19 @@ kitTest('asks for slots once while it waits for them', async (page) => {
     }), [['ready'], true, 'pending', ['ready', 'ready']]);
 });
 
+const waitForCopies = (page, count) => page.waitFor((wanted) => copies.length === wanted, count);
+
 connectedTest('gives old slots back', async (page) => {
+    await page.run(() => {
+        holdCopies();
+        window.copying = receiver.postFrame(makeFrame('I420', 64, 32));
+    });
+    await waitForCopies(page, 1);
     assert.deepEqual(await page.run(async () => {
         const [first, second] = host.buffers;
-        const copying = receiver.postFrame(makeFrame('I420', 64, 32));
         const done = receiver.connect();
         const steps = [host.released.map((buffer) => buffer === second)]; // The copy needs the other one.
+        copies[0].resolve();
         await copying;
         steps.push(host.released.map((buffer) => buffer === first));
         host.postBuffer(0);
@@ -420,28 +436,128 @@ kitTest('drops frames while there are no slots', async (page) => {
 });
 
 const postSmallFrame = (page) => page.run(() => receiver.postFrame(makeFrame('I420', 64, 32)));
+const widths = (page) => page.run(() => host.frames.map((text) => Number(text.split(':')[3])));
 
-connectedTest('drops a frame that comes while another is copied', async (page) => {
+connectedTest('posts the newest of the frames that come while another is copied', async (page) => {
+    await page.run(() => {
+        holdCopies();
+        window.postWide = (width) => receiver.postFrame(makeFrame('I420', width, 32));
+        window.posting = [postWide(64)];
+    });
+    await waitForCopies(page, 1);
+    await page.run(() => {
+        posting.push(postWide(66), postWide(68));
+        copies[0].resolve();
+    });
+    await waitForCopies(page, 2);
+    assert.deepEqual(await page.run(() => {
+        copies[1].resolve();
+        return Promise.all(posting);
+    }), [true, false, true]);
+    assert.deepEqual(await widths(page), [64, 68]);
+    assert.deepEqual(await page.run(() => [copies.length, receiver.drops]), [2, { busy: 1, noSlot: 0, failed: 0 }]);
+});
+
+// Posts two frames of widths 64 and 66, one to each slot, then calls `body` with a clock and timers that the test moves.
+function burstTest(name, body) {
+    connectedTest(name, async (page) => {
+        await page.run(async () => {
+            window.nowMs = 5000;
+            performance.now = () => nowMs;
+            window.timers = [];
+            const { setTimeout } = window;
+            window.setTimeout = (callback, ms, ...rest) =>
+                (ms > 0 && ms < 1000 ? timers.push({ callback, ms }) : setTimeout(callback, ms, ...rest));
+            window.post = (width, options) => receiver.postFrame(makeFrame('I420', width, 32), options);
+            await post(64);
+            nowMs += 5;
+            await post(66);
+        });
+        await body(page);
+    });
+}
+
+burstTest('writes no slot again before it could be read', async (page) => {
     assert.deepEqual(await page.run(async () => {
-        const frames = [makeFrame('I420', 64, 32), makeFrame('I420', 64, 32)];
-        const results = await Promise.all(frames.map((frame) => receiver.postFrame(frame)));
-        const { framesPosted, framesDropped } = receiver;
-        return [results, frames.map((frame) => frame.codedWidth), framesPosted, framesDropped];
-    }), [[true, false], [0, 0], 1, 1]);
-    assert.equal(await postSmallFrame(page), true);
-    assert.deepEqual((await posted(page)).map((text) => text.slice(0, 8)), ['frame:0:', 'frame:1:']);
+        const posting = [post(68)];
+        nowMs += 10;
+        posting.push(post(70));
+        posting.push(post(72));
+        await settle(posting[2]);
+        const steps = [timers.map(({ ms }) => ms), host.frames.length];
+        nowMs += 1; // the 16th since the first frame
+        timers.at(-1).callback();
+        return [...steps, await Promise.all(posting)];
+    }), [[11, 1], 2, [false, false, true]]);
+    assert.deepEqual(await widths(page), [64, 66, 72]);
+});
+
+burstTest('waits for no timer when the next frame comes', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const waiting = post(68);
+        await settle(waiting);
+        nowMs += 11;
+        const results = [await post(70), await waiting, timers.length];
+        nowMs += 5;
+        return [...results, await post(72), timers.length, receiver.drops];
+    }), [true, false, 1, true, 1, { busy: 1, noSlot: 0, failed: 0 }]);
+    assert.deepEqual(await widths(page), [64, 66, 70, 72]);
+});
+
+burstTest('does not wait before it writes a new slot', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        host.postBuffer(0);
+        host.postBuffer(1);
+        return [await post(68), await post(70), timers.length];
+    }), [true, true, 0]);
+});
+
+burstTest('drops the frame that waits for a slot when it is closed', async (page) => {
+    assert.deepEqual(await page.run(async () => {
+        const waiting = post(68);
+        await settle(waiting);
+        receiver.close();
+        return [await waiting, receiver.drops];
+    }), [false, { busy: 0, noSlot: 1, failed: 0 }]);
+});
+
+burstTest('ends feeding while a frame waits for a slot', async (page) => {
+    await page.run(() => {
+        const generator = new MediaStreamTrackGenerator({ kind: 'video' });
+        window.stopper = new AbortController();
+        window.feeding = receiver.feed(generator, { signal: stopper.signal });
+        generator.writable.getWriter().write(makeFrame('I420', 68, 32));
+    });
+    await page.waitFor(() => timers.length === 1);
+    assert.deepEqual(await page.run(async () => {
+        stopper.abort();
+        await feeding;
+        return receiver.drops;
+    }), { busy: 1, noSlot: 0, failed: 0 });
 });
 
 connectedTest('drops a frame whose slot is replaced during the copy', async (page) => {
+    await page.run(() => {
+        holdCopies();
+        window.copying = receiver.postFrame(makeFrame('I420', 64, 32));
+    });
+    await waitForCopies(page, 1);
     assert.deepEqual(await page.run(async () => {
-        const copying = receiver.postFrame(makeFrame('I420', 1280, 720));
         const done = receiver.connect();
         host.postBuffer(0);
         host.postBuffer(1);
         await done;
-        return [await copying, host.posted, receiver.framesPosted, receiver.framesDropped];
-    }), [false, ['ready'], 0, 1]);
-    assert.equal(await postSmallFrame(page), true);
+        copies[0].resolve();
+        return [await copying, host.posted, receiver.framesPosted, receiver.drops];
+    }), [false, ['ready'], 0, { busy: 0, noSlot: 1, failed: 0 }]);
+    await page.run(() => {
+        window.copying = receiver.postFrame(makeFrame('I420', 64, 32));
+    });
+    await waitForCopies(page, 2);
+    assert.equal(await page.run(() => {
+        copies[1].resolve();
+        return copying;
+    }), true);
 });
 
 connectedTest('scales frames down that the receiver has no room for', async (page) => {
@@ -512,19 +628,21 @@ const startFeeding = (page) => page.run(() => {
     window.errors = [];
     receiver.addEventListener('frame-error', ({ detail }) => errors.push(detail.message));
     window.feedOptions = { signal: stopper.signal };
-    window.copies = [];
-    const { copyTo } = VideoFrame.prototype;
-    VideoFrame.prototype.copyTo = async function (...values) {
-        await new Promise((resolve, reject) => copies.push({ width: this.codedWidth, resolve, reject }));
-        return copyTo.apply(this, values);
-    };
+    holdCopies();
     window.feeding = receiver.feed(generator, feedOptions).then(() => 'ended', (error) => error.message);
 });
 const writeFrame = (page, width) => page.run((codedWidth) => {
     writer.write(makeFrame('I420', codedWidth, 32, { timestamp: codedWidth }));
 }, width);
-const waitForCopies = (page, count) => page.waitFor((wanted) => copies.length === wanted, count);
-const widths = (page) => page.run(() => host.frames.map((text) => Number(text.split(':')[3])));
+// While one frame is being copied, another one waits: the third.
+const feedThreeFrames = async (page) => {
+    await startFeeding(page);
+    await writeFrame(page, 64);
+    await waitForCopies(page, 1);
+    await writeFrame(page, 66);
+    await writeFrame(page, 68);
+    await page.waitFor(() => receiver.drops.busy === 1);
+};
 
 connectedTest('feeds the newest frame of a track and drops those between', async (page) => {
     await startFeeding(page);
@@ -581,12 +699,7 @@ for (const [how, end, expected] of [
     ['its signal', () => stopper.abort(), [64]], ['close()', () => receiver.close(), []],
 ]) {
     connectedTest(`posts no frame that waits when ${how} ends feeding`, async (page) => {
-        await startFeeding(page);
-        await writeFrame(page, 64);
-        await waitForCopies(page, 1);
-        await writeFrame(page, 66);
-        await writeFrame(page, 68);
-        await page.waitFor(() => receiver.drops.busy === 1);
+        await feedThreeFrames(page);
         await page.run(end);
         await page.run(() => copies[0].resolve());
         assert.equal(await page.run(() => feeding), 'ended');
@@ -596,12 +709,7 @@ for (const [how, end, expected] of [
 }
 
 connectedTest('feeds the last frame of a track', async (page) => {
-    await startFeeding(page);
-    await writeFrame(page, 64);
-    await waitForCopies(page, 1);
-    await writeFrame(page, 66);
-    await writeFrame(page, 68);
-    await page.waitFor(() => receiver.drops.busy === 1);
+    await feedThreeFrames(page);
     await page.run(() => generator.stop());
     await page.run(() => copies[0].resolve());
     await waitForCopies(page, 2);
