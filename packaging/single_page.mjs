@@ -12,7 +12,7 @@ function bundle(name) {
     const script = execFileSync(esbuild, [source(name), '--bundle', '--format=iife', '--charset=utf8'],
                                 { encoding: 'utf8' });
     if (/<\/script|<!--/i.test(script)) {
-        throw new Error(`${name} cannot stand in a page: it has the end of a script in it`);
+        throw new Error(`${name} contains a text that ends a script in an HTML file`);
     }
     return script;
 }

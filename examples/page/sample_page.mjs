@@ -158,11 +158,11 @@ class SamplePage {
     constructor(options) {
         this.#options = options;
         this.#feedOptions = { mirror: false, exactColors: options.exactColors };
-        this.#card = new TestCardTrack(options.pattern, options.fps, (error) => this.#fail(error));
+        this.#card = new TestCardTrack(options.pattern, options.fps, (error) => this.fail(error));
         this.#listenToReceiver();
         this.#listenToButtons();
-        addEventListener("error", (event) => this.#fail(event.error ?? event.message));
-        addEventListener("unhandledrejection", (event) => this.#fail(event.reason));
+        addEventListener("error", (event) => this.fail(event.error ?? event.message));
+        addEventListener("unhandledrejection", (event) => this.fail(event.reason));
         setInterval(() => this.#refresh(), RefreshMs);
     }
 
@@ -180,11 +180,6 @@ class SamplePage {
         /** @type {HTMLVideoElement} */ (element("video")).srcObject = new MediaStream([track]);
         await this.#receiver.feed(track, this.#feedOptions);
         throw new Error("The video track has ended");
-    }
-
-    /** @param {unknown} reason */
-    fail(reason) {
-        this.#fail(reason);
     }
 
     #captureFromQuery() {
@@ -230,7 +225,7 @@ class SamplePage {
             setText(element("state"), "WebRTC connected", "good");
             element("notice").hidden = true;
         } else if (state === "failed") {
-            this.#fail(new Error("The WebRTC connection failed"));
+            this.fail(new Error("The WebRTC connection failed"));
         }
     }
 
@@ -413,7 +408,7 @@ class SamplePage {
     }
 
     /** @param {unknown} reason */
-    #fail(reason) {
+    fail(reason) {
         const message = messageOf(reason);
         this.#failed = true;
         setText(element("state"), "Error", "bad");

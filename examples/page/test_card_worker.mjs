@@ -4,9 +4,9 @@
 
 import { TestCard } from "./test_card.mjs";
 
-/** Frames that are later than this are left out; the others are made up for. */
+/** After a late timer, the missed frames of this time are drawn at once; older ones are left out. */
 const MaxLateMs = 100;
-/** More frames than this do not wait for the stream. */
+/** The number of frames that may wait for the stream; while they do, no more are written. */
 const MaxWriting = 3;
 
 /** @type {TestCard} */
