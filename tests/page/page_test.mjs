@@ -9,7 +9,7 @@ import { pathToFileURL } from 'node:url';
 
 import { Chromium } from '../rig/browser/chromium.mjs';
 import { SourceFolder } from '../rig/prefix.mjs';
-import { until, within } from '../rig/processes.mjs';
+import { run, until, within } from '../rig/processes.mjs';
 import { serveFolder } from '../rig/static_server.mjs';
 
 const LimitMs = 120000;
@@ -90,6 +90,13 @@ class Page {
     // from the disk,
     openFile(path, query = '') {
         return this.#navigate(pathToFileURL(resolve(SourceFolder, path)).href + query);
+    }
+
+    // the sample page in one file, which is made here,
+    async openTestPicture(query) {
+        const file = join(folder, 'test-picture.html');
+        await run(process.execPath, [join(SourceFolder, 'packaging/single_page.mjs'), 'esbuild', file]);
+        await this.openFile(file, query);
     }
 
     // or as a host does that hands the browser a text instead of an address.

@@ -1,11 +1,7 @@
 // The sample page, examples/page/: it shows everything that it receives, and its buttons ask for everything.
 import assert from 'node:assert/strict';
-import { mkdtemp, rm } from 'node:fs/promises';
-import { tmpdir } from 'node:os';
-import { join } from 'node:path';
 
-import { SourceFolder } from '../rig/prefix.mjs';
-import { run, until } from '../rig/processes.mjs';
+import { until } from '../rig/processes.mjs';
 import { FakeHost, pageTest } from './page_test.mjs';
 
 const HiddenLimitMs = 240000;
@@ -124,21 +120,13 @@ runningTest('shows that frames flow', async (page) => {
 });
 
 hostedTest('sends frames as one file from the disk', async (page) => {
-    const folder = await mkdtemp(join(tmpdir(), 'test-picture-'));
-    try {
-        const file = join(folder, 'test-picture.html');
-        const builder = join(SourceFolder, 'packaging/single_page.mjs');
-        await run(process.execPath, [builder, 'esbuild', file]);
-        await page.openFile(file);
-        await page.waitForText('ready');
-        await page.giveSlots();
-        await waitForFrames(page, 3);
-        await waitForTextOf(page, 'state', 'WebRTC connected');
-        await page.waitFor(() => document.getElementById('notice').hidden);
-        assert.equal(await page.run(() => getComputedStyle(document.querySelector('#picture')).position), 'relative');
-    } finally {
-        await rm(folder, { recursive: true });
-    }
+    await page.openTestPicture();
+    await page.waitForText('ready');
+    await page.giveSlots();
+    await waitForFrames(page, 3);
+    await waitForTextOf(page, 'state', 'WebRTC connected');
+    await page.waitFor(() => document.getElementById('notice').hidden);
+    assert.equal(await page.run(() => getComputedStyle(document.querySelector('#picture')).position), 'relative');
 });
 
 // --- Hidden ---

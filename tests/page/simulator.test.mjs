@@ -1,13 +1,8 @@
 // The receiver simulator, examples/page/receiver_simulator.mjs, in the browser: its chrome.webview, its panel, its
 // counts. tests/rig/end_to_end/simulator.test.mjs holds its results and pictures against the receiver.
 import assert from 'node:assert/strict';
-import { mkdtemp, rm } from 'node:fs/promises';
-import { tmpdir } from 'node:os';
-import { join } from 'node:path';
 
 import { hexadecimal } from '../../examples/page/simulator/receiver_model.mjs';
-import { SourceFolder } from '../rig/prefix.mjs';
-import { run } from '../rig/processes.mjs';
 import { FakeHost, pageTest } from './page_test.mjs';
 import { receiverMessages } from './receiver_messages.mjs';
 
@@ -300,7 +295,6 @@ connectedTest('counts repeated lines in place of repeating them', async (page) =
     ]);
 });
 
-
 // --- With the sample page ---
 
 const SamplePage = 'examples/page/index.html';
@@ -322,18 +316,11 @@ pageTest('starts with the sample page', [], async (page) => {
 });
 
 pageTest('starts with the sample page in one file from the disk', [], async (page) => {
-    const folder = await mkdtemp(join(tmpdir(), 'test-picture-'));
-    try {
-        const file = join(folder, 'test-picture.html');
-        await run(process.execPath, [join(SourceFolder, 'packaging/single_page.mjs'), 'esbuild', file]);
-        await page.openFile(file, '?simulator');
-        await page.waitFor(() => {
-            const { shadowRoot } = document.querySelector('receiver-simulator') ?? {};
-            return /^Frames [1-9]/.test(shadowRoot?.getElementById('counts').textContent);
-        });
-    } finally {
-        await rm(folder, { recursive: true });
-    }
+    await page.openTestPicture('?simulator');
+    await page.waitFor(() => {
+        const { shadowRoot } = document.querySelector('receiver-simulator') ?? {};
+        return /^Frames [1-9]/.test(shadowRoot?.getElementById('counts').textContent);
+    });
 });
 
 pageTest('takes frames of the sample page while it is hidden', [], async (page) => {
