@@ -92,25 +92,28 @@ async function runOnce(options) {
     }
 }
 
-// The camera comes, stays for its time and leaves, at the latest when `ended` is aborted. Its report; undefined when
-// the run has ended before it came.
-async function letCameraVisit(run, { startSeconds, seconds }, picture, ended) {
-    const pause = (forSeconds) => delay(forSeconds * 1000, undefined, { signal: ended }).catch(() => {});
-    await pause(startSeconds);
+// Waits, at the latest until `ended` is aborted.
+function pause(seconds, ended) {
+    return delay(seconds * 1000, undefined, { signal: ended }).catch(() => {});
+}
+
+// Starts the camera after `startSeconds` and stops it `seconds` later, at the latest when `ended` is aborted. Its
+// report; undefined when the run has ended before the start.
+async function runCamera(run, { startSeconds, seconds }, picture, ended) {
+    await pause(startSeconds, ended);
     if (ended.aborted) {
-        say('The run ended before the camera came');
+        say('The run ended before the camera was started');
         return undefined;
     }
     const camera = run.camera({ picture, watch: true });
-    await (seconds === undefined ? once(ended, 'abort') : pause(seconds));
+    await (seconds === undefined ? once(ended, 'abort') : pause(seconds, ended));
     return camera.finish();
 }
 
-// Minimizes the window for its time, at the latest until `ended` is aborted, and restores it. The frames per second of
-// that time; undefined when the run has ended before it came.
+// Minimizes the window after `startSeconds` and restores it `seconds` later, at the latest when `ended` is aborted. The
+// frames per second of that time; undefined when the run has ended before the start.
 async function minimizeWindow(run, { startSeconds, seconds }, counter, ended) {
-    const pause = (forSeconds) => delay(forSeconds * 1000, undefined, { signal: ended }).catch(() => {});
-    await pause(startSeconds);
+    await pause(startSeconds, ended);
     if (ended.aborted) {
         say('The run ended before the window was minimized');
         return undefined;
@@ -118,7 +121,7 @@ async function minimizeWindow(run, { startSeconds, seconds }, counter, ended) {
     await run.systemCommand('minimize');
     say('Minimized the window');
     const [framesBefore, beforeMs] = [counter.total, performance.now()];
-    await pause(seconds);
+    await pause(seconds, ended);
     const framesPerSecond = 1000 * (counter.total - framesBefore) / (performance.now() - beforeMs);
     if (run.exitCode === undefined) {
         await run.systemCommand('restore');
@@ -140,7 +143,7 @@ async function watch(run, options, stopRequested) {
     const counter = new FrameCounter(join(options.out, 'ProgramData/Vistel/frame-buffer.bin'));
     const cameraPicture = join(options.out, 'camera.png');
     const timer = new AbortController();
-    const visit = options.camera ? letCameraVisit(run, options.camera, cameraPicture, timer.signal) : undefined;
+    const visit = options.camera ? runCamera(run, options.camera, cameraPicture, timer.signal) : undefined;
     visit?.catch(() => {}); // Reported below, like the next one.
     const minimized = options.minimize ? minimizeWindow(run, options.minimize, counter, timer.signal) : undefined;
     minimized?.catch(() => {});
