@@ -1,4 +1,4 @@
-// What the program expects of the WebView2 runtime, found by the loader as the program finds it.
+// What the program expects of the loader and of the WebView2 runtime, found as the program finds it.
 #include "platform/com_callback.h"
 #include "platform/com_ptr.h"
 #include "platform/handles.h"
@@ -25,6 +25,61 @@ namespace {
 
 constexpr ULONGLONG LimitMs = 60000;
 
+// Runs the message loop.
+bool Until(const std::function<bool()>& condition) {
+    const ULONGLONG end = GetTickCount64() + LimitMs;
+    while (!condition() && GetTickCount64() < end) {
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_ALLINPUT);
+        MSG message{};
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) {
+            TranslateMessage(&message);
+            DispatchMessageW(&message);
+        }
+    }
+    return condition();
+}
+
+// The search for a runtime, without starting one.
+class LoaderContract : public testing::Test {
+protected:
+    // What the caller learns, from the call itself or later from its handler.
+    HRESULT Search(const wchar_t* runtimeFolder) {
+        const auto created = MakeCallback<EnvironmentCreated>(*this);
+        outcome =
+            CreateCoreWebView2EnvironmentWithOptions(runtimeFolder, folder.Path().c_str(), nullptr, created.Get());
+        if (outcome == S_OK) {
+            EXPECT_TRUE(Until([this] { return outcome != S_OK; }));
+        }
+        return outcome;
+    }
+    HRESULT OnEnvironment(HRESULT result, ICoreWebView2Environment* environment) {
+        EXPECT_EQ(environment, nullptr);
+        outcome = result;
+        return S_OK;
+    }
+    using EnvironmentCreated =
+        ComCallback<LoaderContract, ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler,
+                    IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler, &LoaderContract::OnEnvironment>;
+
+    const Apartment apartment;
+    const PrivateFolder folder;
+    HRESULT outcome = S_OK;
+};
+
+constexpr HRESULT FileNotFound = static_cast<HRESULT>(0x80070002);
+
+TEST_F(LoaderContract, AFolderWithoutARuntimeIsNotFound) {
+    Source("WebView2 Win32 C++ Globals");
+    EXPECT_EQ(Search(folder.Path().c_str()), FileNotFound);
+    EXPECT_EQ(Search((folder.Path() / L"missing").c_str()), FileNotFound);
+}
+
+TEST_F(LoaderContract, TheVariableForTheFolderComesFirst) {
+    Source("WebView2 Win32 C++ Globals");
+    const VariableScope variable(L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", folder.Path().c_str());
+    EXPECT_EQ(Search(nullptr), FileNotFound);
+}
+
 // A window with a browser in it, which records what the runtime calls.
 class BrowserContract : public testing::Test {
 protected:
@@ -48,6 +103,7 @@ protected:
         EventRegistrationToken token{};
         ASSERT_EQ(webView->add_NavigationCompleted(MakeCallback<Navigated>(*this).Get(), &token), S_OK);
         ASSERT_EQ(webView->add_WebMessageReceived(MakeCallback<MessageReceived>(*this).Get(), &token), S_OK);
+        ASSERT_EQ(webView->add_PermissionRequested(MakeCallback<PermissionRequested>(*this).Get(), &token), S_OK);
         RECT client{};
         GetClientRect(window, &client);
         ASSERT_EQ(controller->put_Bounds(client), S_OK);
@@ -62,19 +118,6 @@ protected:
         DestroyWindow(window);
     }
 
-    // Runs the message loop.
-    static bool Until(const std::function<bool()>& condition) {
-        const ULONGLONG end = GetTickCount64() + LimitMs;
-        while (!condition() && GetTickCount64() < end) {
-            MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_ALLINPUT);
-            MSG message{};
-            while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != 0) {
-                TranslateMessage(&message);
-                DispatchMessageW(&message);
-            }
-        }
-        return condition();
-    }
     void Show(const wchar_t* html) {
         const std::size_t before = navigations.size();
         ASSERT_EQ(webView->NavigateToString(html), S_OK);
@@ -118,6 +161,13 @@ protected:
         messages.push_back(std::wstring(L"json: ") + text.Get());
         return S_OK;
     }
+    HRESULT OnPermission(ICoreWebView2*, ICoreWebView2PermissionRequestedEventArgs* args) {
+        NoteThread();
+        COREWEBVIEW2_PERMISSION_KIND kind = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
+        EXPECT_EQ(args->get_PermissionKind(&kind), S_OK);
+        permissions.push_back(kind);
+        return answer == COREWEBVIEW2_PERMISSION_STATE_DEFAULT ? S_OK : args->put_State(answer);
+    }
     void NoteThread() const { EXPECT_EQ(GetCurrentThreadId(), thread); }
 
     using EnvironmentCreated =
@@ -130,6 +180,9 @@ protected:
                                   IID_ICoreWebView2NavigationCompletedEventHandler, &BrowserContract::OnNavigation>;
     using MessageReceived = ComCallback<BrowserContract, ICoreWebView2WebMessageReceivedEventHandler,
                                         IID_ICoreWebView2WebMessageReceivedEventHandler, &BrowserContract::OnMessage>;
+    using PermissionRequested =
+        ComCallback<BrowserContract, ICoreWebView2PermissionRequestedEventHandler,
+                    IID_ICoreWebView2PermissionRequestedEventHandler, &BrowserContract::OnPermission>;
 
     const Apartment apartment;
     const PrivateFolder folder;
@@ -142,6 +195,8 @@ protected:
     bool controllerCalledInside = false;
     std::vector<BOOL> navigations; // the success of each
     std::vector<std::wstring> messages;
+    std::vector<COREWEBVIEW2_PERMISSION_KIND> permissions; // asked for
+    COREWEBVIEW2_PERMISSION_STATE answer = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
 };
 
 constexpr wchar_t EmptyPage[] = L"<p>a page</p>";
@@ -196,15 +251,59 @@ TEST_F(BrowserContract, ASharedBufferHoldsWhatThePageWroteBeforeItsMessageAndOut
     EXPECT_EQ(buffer->Close(), S_OK);
 }
 
-TEST_F(BrowserContract, APageInBoundsWithoutAnAreaIsHidden) {
+TEST_F(BrowserContract, SoundPlaysWithoutAUserOnlyIfTheProgramAllowsIt) {
+    Source("CoreWebView2PermissionKind Enum");
+    constexpr wchar_t Page[] = LR"(<script>
+            // A second of silence: 8000 samples of one byte after the header of a WAV file.
+            const file = new DataView(new ArrayBuffer(8044));
+            const text = (at, letters) => [...letters].forEach((c, i) => file.setUint8(at + i, c.charCodeAt(0)));
+            text(0, 'RIFF');
+            file.setUint32(4, 8036, true);
+            text(8, 'WAVEfmt ');
+            [[16, 16], [24, 8000], [28, 8000], [40, 8000]].forEach(([at, value]) => file.setUint32(at, value, true));
+            [[20, 1], [22, 1], [32, 1], [34, 8]].forEach(([at, value]) => file.setUint16(at, value, true));
+            text(36, 'data');
+            new Audio(URL.createObjectURL(new Blob([file]))).play().then(
+                () => chrome.webview.postMessage('plays'), (error) => chrome.webview.postMessage(error.name));
+        </script>)";
+    Show(Page);
+    EXPECT_TRUE(Received(L"NotAllowedError"));
+    answer = COREWEBVIEW2_PERMISSION_STATE_ALLOW;
+    Show(Page);
+    EXPECT_TRUE(Received(L"plays"));
+    ASSERT_FALSE(permissions.empty());
+    EXPECT_EQ(permissions.back(), COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY);
+}
+
+TEST_F(BrowserContract, APageIsVisibleUnlessItsBoundsHaveNoArea) {
     Source("ICoreWebView2Controller::put_IsVisible");
-    Show(L"<script>document.onvisibilitychange = () => chrome.webview.postMessage(document.visibilityState);</script>");
+    BOOL visible = FALSE;
+    EXPECT_EQ(controller->get_IsVisible(&visible), S_OK);
+    EXPECT_NE(visible, FALSE); // without having been asked
+    Show(L"<script>const tell = () => chrome.webview.postMessage(document.visibilityState);"
+         L"document.onvisibilitychange = tell; tell();</script>");
+    EXPECT_TRUE(Received(L"visible"));
+    messages.clear();
     ShowWindow(window, SW_MINIMIZE);
     EXPECT_EQ(controller->put_Bounds({}), S_OK);
     EXPECT_TRUE(Received(L"hidden"));
     ShowWindow(window, SW_RESTORE);
     EXPECT_EQ(controller->put_Bounds({0, 0, 320, 240}), S_OK);
     EXPECT_TRUE(Received(L"visible"));
+}
+
+TEST_F(BrowserContract, SurvivesThePagesProcessAndIsClosedByTheEndOfItsOwn) {
+    Source("CoreWebView2ProcessFailedKind Enum");
+    Show(EmptyPage);
+    EXPECT_EQ(webView->Navigate(L"edge://kill"), S_OK); // ends the page's process
+    EXPECT_EQ(webView->PostWebMessageAsJson(L"{}"), S_OK);
+    EXPECT_EQ(webView->NavigateToString(L"<script>chrome.webview.postMessage('again');</script>"), S_OK);
+    EXPECT_TRUE(Received(L"again"));
+
+    EXPECT_EQ(webView->Navigate(L"edge://inducebrowsercrashforrealz"), S_OK); // ends the browser's process
+    EXPECT_TRUE(Until([this] { return FAILED(webView->PostWebMessageAsJson(L"{}")); }));
+    EXPECT_TRUE(FAILED(controller->put_Bounds({})));
+    EXPECT_EQ(controller->Close(), S_OK);
 }
 
 TEST_F(BrowserContract, AClosedBrowserRefusesCalls) {

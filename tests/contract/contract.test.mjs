@@ -9,8 +9,10 @@ const LimitMs = 240000;
 const Report = 'C:\\rig\\contract.xml';
 
 test('the rig keeps the contract that the program has with Windows', async (t) => {
+    const crashed = [];
     const run = await startReceiver({
         receiverExe: process.env.VISTEL_CONTRACT_TESTS, args: [`--gtest_output=xml:${Report}`],
+        prepare: async ({ browser }) => void browser.events.on('crashed', ({ what }) => crashed.push(what)),
     });
     t.after(() => run.stop());
     const code = await run.waitForExit(LimitMs);
@@ -18,6 +20,7 @@ test('the rig keeps the contract that the program has with Windows', async (t) =
     assert.doesNotMatch(report, /<failure/, report);
     assert.equal(code, 0, report);
     assert.match(report, /tests="[1-9]/);
+    assert.deepEqual(crashed, ['page', 'browser']); // as their clauses demand
     // Every clause names its source.
     const clauses = report.split('<testcase ').slice(1);
     clauses.forEach((clause) => assert.match(clause, /name="source" value="[^"]+"/, clause));

@@ -126,6 +126,17 @@ TEST_F(SinkWriterContract, FinishesAfterAnMfShutdownThatIsNotTheLast) {
     EXPECT_TRUE(HoldsVideo());
 }
 
+TEST_F(SinkWriterContract, IsOfNoUseAfterTheLastMfShutdown) {
+    Source("MFShutdown function (mfapi.h)");
+    Begin();
+    ASSERT_EQ(Write(0), S_OK);
+    EXPECT_EQ(MFShutdown(), S_OK);
+    EXPECT_EQ(Write(FrameDuration100ns), MF_E_SHUTDOWN);
+    EXPECT_EQ(writer->Finalize(), MF_E_SHUTDOWN);
+    writer.Reset();
+    EXPECT_EQ(MFStartup(MF_VERSION, MFSTARTUP_FULL), S_OK); // for `start`
+}
+
 TEST_F(SinkWriterContract, ASecondWriterDoesNotGetTheSameFile) {
     Source("MFCreateSinkWriterFromURL function (mfreadwrite.h)");
     Begin();

@@ -123,7 +123,7 @@ class HostConnection {
             page?.setBounds(Number(values[0]), Number(values[1]));
             break;
         case 'navigate':
-            page?.navigate(values[0]);
+            this.#navigate(page, values[0]);
             break;
         case 'html':
             page?.navigateToString(values[0]);
@@ -168,6 +168,17 @@ class HostConnection {
             break;
         default:
             this.#server.log(`unknown line from the runtime: ${verb}`);
+        }
+    }
+
+    // Two addresses end a process, as they do in the real browser.
+    #navigate(page, address) {
+        if (address === 'edge://inducebrowsercrashforrealz') {
+            this.kill();
+        } else if (address === 'edge://kill') {
+            page?.crash();
+        } else {
+            page?.navigate(address);
         }
     }
 

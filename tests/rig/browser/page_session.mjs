@@ -1,5 +1,6 @@
 // One page of a browser: carries out what the host asks for and reports what the page does.
 import { randomBytes } from 'node:crypto';
+import { once } from 'node:events';
 import { closeSync, fstatSync, openSync, readFileSync, writeFileSync, writeSync } from 'node:fs';
 import { writeFile } from 'node:fs/promises';
 import { join } from 'node:path';
@@ -33,6 +34,7 @@ export class PageSession {
     #targetId;
     #windowId;
     #isHidden = false;
+    #crash; // What the last crash() waits for: a page that is ending loads nothing.
     #toHost;
     #events;
     #screencast;
@@ -106,6 +108,7 @@ export class PageSession {
 
     // Ends the page's process, as the worst of pages does by itself.
     crash() {
+        this.#crash = once(this.#events, 'crashed');
         this.#post('Page.crash');
     }
 
@@ -139,6 +142,7 @@ export class PageSession {
     }
 
     async navigate(url) {
+        await this.#crash;
         this.#pendingHtml = undefined;
         let result;
         try {
@@ -161,7 +165,8 @@ export class PageSession {
     }
 
     // A blank document first, so that the page's script finds chrome.webview; the text then replaces its content.
-    navigateToString(html) {
+    async navigateToString(html) {
+        await this.#crash;
         this.#pendingHtml = html;
         this.#post('Page.navigate', { url: 'about:blank' });
     }
