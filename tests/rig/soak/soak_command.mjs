@@ -7,6 +7,7 @@ import { SourceFolder } from '../prefix.mjs';
 import { lock } from '../processes.mjs';
 import { soak } from './soak.mjs';
 
+const LeastMinimizedRate = 29; // of the page's 30 frames per second
 const out = join(SourceFolder, 'build/soak');
 
 function describe({ frames, latencyMs, frameCostUs, recordings, snapshots, held, logLines }) {
@@ -42,7 +43,11 @@ const interrupted = new Promise((resolve, reject) => {
 interrupted.catch(() => {}); // Reported among the problems.
 
 const [, , minutes, option] = process.argv;
-const report = await soak({ minutes: Number(minutes), minimized: option === '--minimized', out, interrupted });
+const minimized = option === '--minimized';
+const report = await soak({ minutes: Number(minutes), minimized, out, interrupted });
+if (minimized && report.frames?.perSecond < LeastMinimizedRate) {
+    report.problems.push(`the hidden page posted ${report.frames.perSecond.toFixed(2)} frames per second`);
+}
 await writeFile(join(out, 'soak.json'), `${JSON.stringify(report, null, 2)}\n`);
 process.stdout.write(`${describe(report)}\n`);
 report.problems.forEach((problem) => process.stderr.write(`./dev soak: ${problem}\n`));
