@@ -11,6 +11,10 @@ import { end, lock, run, start } from './processes.mjs';
 export const SourceFolder = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
 const RigFolder = join(SourceFolder, 'build/rig');
 
+// Root may write everything.
+const RootsRights = '-dac_override,-dac_read_search';
+const WithoutRootsRights = ['setpriv', `--inh-caps=${RootsRights}`, `--bounding-set=${RootsRights}`];
+
 const BootLimitMs = 180000;
 const EndLimitMs = 20000;
 const SharedMemory = '/dev/shm';
@@ -161,9 +165,14 @@ class Prefix {
         return environment;
     }
 
-    // Starts a Windows program; its stdin and stdout are pipes, and so may be its stderr.
-    start(windowsPath, programArguments, displayName, { environment = {}, stderr = 'ignore' } = {}) {
-        return start(wineLoader(), [windowsPath, ...programArguments], {
+    // Starts a Windows program; its stdin and stdout are pipes, and so may be its stderr. `keepsToModes`: neither the
+    // program nor those that it starts can write what the mode of a file or folder forbids, even for root.
+    start(windowsPath, programArguments, displayName, {
+        environment = {}, stderr = 'ignore', keepsToModes = false,
+    } = {}) {
+        const dropsRights = keepsToModes && process.getuid() === 0;
+        const [program, ...rest] = [...(dropsRights ? WithoutRootsRights : []), wineLoader(), windowsPath];
+        return start(program, [...rest, ...programArguments], {
             stdio: ['pipe', 'pipe', stderr], cwd: this.runFolder,
             env: { ...this.environment(displayName), ...environment },
         });

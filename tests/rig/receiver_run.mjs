@@ -34,6 +34,7 @@ const ButtonOk = 1;
 //   pageScript        a script that every page runs before its own
 //   show              true: on this person's display instead of a hidden one
 //   displaySize       { width, height } of the hidden display
+//   keepsToModes      true: the receiver cannot write what the mode of a file or folder forbids, even for root
 //   environment       variables of the receiver: { name: text, or null for none }
 //   registry          values under HKEY_CURRENT_USER: { key: { name: text or number } }
 //   hostResolverRules, extraChromiumFlags   for the browser
@@ -92,6 +93,7 @@ class ReceiverRun {
         this.display = options.show ? personsDisplay() : await startDisplay(options.displaySize);
         this.driver = new Driver(this.prefix.start(
             await this.prefix.addFile(programs.driver, 'C:\\rig\\rig_driver.exe'), [], this.display.name, {
+                keepsToModes: options.keepsToModes,
                 environment: {
                     ...this.browser.environment(), ...this.encoder.environment(), RIG_FAULTS: options.faults ?? '',
                 },

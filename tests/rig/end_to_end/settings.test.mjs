@@ -1,6 +1,6 @@
 // What the receiver reads and leaves in the product's own folder: who is installed here, and which quality was chosen.
 import assert from 'node:assert/strict';
-import { mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
+import { chmod, mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
@@ -59,30 +59,49 @@ test('the quality that was chosen last is saved', async (t) => {
     assert.equal(await run.closeWindow(), 0);
 });
 
-// A folder in the place of a file is refused with the code for files of another account.
-test('files that may not be written are reported, and the rest goes on', async (t) => {
+// Files and folders of another account, which the receiver may read but not write.
+test('what may not be written is reported, and the rest goes on', async (t) => {
     const out = await mkdtemp(join(tmpdir(), 'second-account-'));
-    t.after(() => rm(out, { recursive: true, force: true }));
-    for (const name of ['frame-buffer.bin', 'video-quality.txt']) {
-        await mkdir(join(out, 'ProgramData/Vistel', name), { recursive: true });
-    }
-    const slotPage = await startOnSlotPage(t, { out });
+    const folder = join(out, 'ProgramData/Vistel');
+    const files = ['frame-buffer.bin', 'video-quality.txt'].map((name) => join(folder, name));
+    const videos = join(out, 'Videos');
+    t.after(async () => {
+        await Promise.all([folder, videos].map((path) => chmod(path, 0o755)));
+        await rm(out, { recursive: true, force: true });
+    });
+    await mkdir(folder, { recursive: true });
+    await mkdir(videos);
+    await chmod(videos, 0o555);
+    await Promise.all(files.map((file) => writeFile(file, '720p', { mode: 0o444 })));
+    const slotPage = await startOnSlotPage(t, { out, keepsToModes: true });
     assert.deepEqual(await slotPage.post('ready'), { [AccessDenied]: 1 });
     await slotPage.run.waitForLog(`Shared frame buffers posted to script (HRESULT 0x${AccessDenied})`);
     assert.deepEqual(await slotPage.post('quality:1080p'), { [Failed]: 1 });
+    assert.deepEqual(await slotPage.mediaCommand('media:record:start'), [{
+        type: 'media-result', action: 'recording-started', success: false, path: '', error: Number(`0x${AccessDenied}`),
+    }]);
     assert.deepEqual(await slotPage.post('media:snapshot'), { C00D36D6: 1 });
     assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text).action), ['snapshot']);
     assert.equal(await slotPage.run.closeWindow(), 0);
     await slotPage.run.stop();
+    assert.deepEqual(await Promise.all(files.map((file) => readFile(file, 'latin1'))), ['720p', '720p']);
 
+    await Promise.all(files.map((file) => rm(file)));
+    await chmod(folder, 0o555);
     const server = await serveFolder(join(SourceFolder, 'examples/page'));
     t.after(() => server.stop());
-    const run = await startReceiver({ out, args: [`--url=http://127.0.0.1:${server.port}/${PageModule}`] });
+    const run = await startReceiver({
+        out, keepsToModes: true, args: [`--url=http://127.0.0.1:${server.port}/${PageModule}`],
+    });
     t.after(() => run.stop());
+    const handled = [];
+    run.browser.events.on('handled', ({ text, result }) => handled.push([text, result]));
     const page = await run.browser.page();
     await run.waitForLog(/Navigation completed: success=1/);
     assert.equal(await page.evaluate(`import('./${PageModule}').then(({ VistelReceiver }) =>
         new VistelReceiver().connect().then(() => 'connected', (error) => error.message))`),
                  'ready: the receiver did not answer; its log is %TEMP%\\vistel-receiver.log');
+    assert.deepEqual(handled, [['ready', Number(`0x${AccessDenied}`)]]);
     assert.equal(await run.closeWindow(), 0);
+    assert.deepEqual(await readdir(folder), []);
 });
