@@ -18,18 +18,20 @@ const line = (row, contender, more = {}) => ({
     row, contender, ratios: Ratios, microseconds: 20, identical: true, ...more,
 });
 
-// Takes the place of the measuring program: process number n prints each line with the line's ratio number n.
-const Program = `#!${process.execPath}
-import { appendFileSync, readFileSync } from 'node:fs';
-const read = (name) => readFileSync(new URL(name, import.meta.url), 'utf8');
-appendFileSync(new URL('starts', import.meta.url), '.');
-const { head, lines } = JSON.parse(read('measured.json'));
-console.log(JSON.stringify(head));
-for (const { ratios, coldRatios = ratios, ...figures } of lines) {
-    const values = process.argv.includes('--cold') ? coldRatios : ratios;
-    console.log(JSON.stringify({ ...figures, ratio: values[read('starts').length % values.length] }));
-}
+// Takes the place of the measuring program: process number n prints the lines of file warm-n or cold-n. In another
+// language, since it is started hundreds of times.
+const Program = `#!/bin/sh
+cd "\${0%/*}"
+printf . >>starts
+number=$(($(wc -c <starts) % ${Ratios.length}))
+case "$*" in *--cold*) cat "cold-$number" ;; *) cat "warm-$number" ;; esac
 `;
+
+// What process number n prints: each line with the line's ratio number n.
+const printed = (head, lines, n, cold) => [head, ...lines.map(({ ratios, coldRatios = ratios, ...figures }) => {
+    const values = cold ? coldRatios : ratios;
+    return { ...figures, ratio: values[n % values.length] };
+})].map((each) => `${JSON.stringify(each)}\n`).join('');
 
 // Runs a copy of the benchmark on these lines, in a folder without recorded results other than the given files;
 // { status, stdout, stderr, folder }.
@@ -40,9 +42,12 @@ async function bench(t, { lines, head = Head, words = [], files = {} }) {
     for (const name of ['bench.mjs', 'goals.mjs']) {
         await fs.copyFile(new URL(name, import.meta.url), join(folder, name));
     }
-    const program = join(folder, 'program.mjs');
+    const program = join(folder, 'program');
     await fs.writeFile(program, Program, { mode: 0o755 });
-    await fs.writeFile(join(folder, 'measured.json'), JSON.stringify({ head, lines }));
+    await Promise.all(Ratios.flatMap((_, n) => [
+        fs.writeFile(join(folder, `warm-${n}`), printed(head, lines, n, false)),
+        fs.writeFile(join(folder, `cold-${n}`), printed(head, lines, n, true)),
+    ]));
     for (const [name, text] of Object.entries(files)) {
         await fs.writeFile(join(folder, name), text);
     }
