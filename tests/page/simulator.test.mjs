@@ -191,7 +191,7 @@ connectedTest('counts no race when the slots are used alternately', async (page)
     assert.equal((await counts(page)).races, 0);
 });
 
-// --- In plain words ---
+// --- Reasons ---
 
 const Reasons = [
     ['media:snapshot', 'There is no picture yet: post a frame first'],
@@ -216,7 +216,7 @@ const Reasons = [
      'display width, display height, planes'],
 ];
 
-connectedTest('says what is wrong with a message', async (page) => {
+connectedTest('gives the reason for a refused message', async (page) => {
     await page.run((messages) => post(...messages), Reasons.map(([message]) => message));
     await handled(page, Reasons.length);
     assert.deepEqual((await page.run(() => simulator.refusals)).map(({ message, reason }) => [message, reason]),
