@@ -353,9 +353,9 @@ export class VistelReceiver extends TypedEventTarget {
 
     /**
      * Copies a frame to the next slot and posts its frame message. Always closes the frame. The two slots are used
-     * alternately. The receiver does not acknowledge frames, so that a frame waits while another one is being copied,
-     * and while the next slot may still be read, after a burst of frames. The newest frame waits; older ones are
-     * dropped. A frame in another format than the receiver's is converted, and one that is too large is scaled down.
+     * alternately. A frame waits until the copy before it has ended and until the receiver, which does not acknowledge
+     * frames, had the time to read its slot. Only the newest frame waits; older ones are dropped. A frame in another
+     * format than the receiver's is converted, and one that is too large is scaled down.
      * @param {VideoFrame} frame
      * @param {FrameOptions} options
      * @returns {Promise<boolean>} Whether the frame was posted.
