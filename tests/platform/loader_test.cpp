@@ -12,6 +12,7 @@
 
 #include <WebView2.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,12 @@ public:
 
     ULONG references = 1;
 };
+
+std::filesystem::path BesideThisProgram(const wchar_t* name) {
+    wchar_t path[MAX_PATH] = L"";
+    GetModuleFileNameW(GetModuleHandleW(nullptr), path, MAX_PATH);
+    return std::filesystem::path(path).parent_path() / name;
+}
 
 class LoaderTest : public testing::Test {
 protected:
@@ -118,6 +125,24 @@ TEST_F(LoaderTest, KeepsTheRuntimeLoadedWhateverItReturned) {
     sandbox.answer = [](const ClientCall&) { return E_ACCESSDENIED; };
     EXPECT_EQ(sandbox.Request(), E_ACCESSDENIED);
     EXPECT_TRUE(LoaderSandbox::IsLoaded(runtime));
+}
+
+TEST_F(LoaderTest, FindsWhatTheLibraryNeedsInItsOwnFolderAndNotInTheProgramsOrTheCurrentOne) {
+    const std::wstring versionFolder = sandbox.Root() + L"\\rt\\150.0.1.2";
+    sandbox.Install(versionFolder, BesideThisProgram(L"dependent_client.dll"));
+    sandbox.Announce(HKEY_LOCAL_MACHINE, ChannelKeys[0], versionFolder);
+    const std::filesystem::path planted = BesideThisProgram(L"dependency.dll");
+    ASSERT_TRUE(exists(planted));
+    const std::filesystem::path oldFolder = std::filesystem::current_path();
+    current_path(planted.parent_path());
+    EXPECT_EQ(sandbox.Request(), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+    current_path(oldFolder);
+    EXPECT_THAT(sandbox.calls, IsEmpty());
+
+    const std::filesystem::path library = LoaderSandbox::LibraryIn(versionFolder);
+    copy_file(planted, library.parent_path() / L"dependency.dll");
+    EXPECT_EQ(sandbox.Request(), S_OK);
+    EXPECT_THAT(sandbox.calls, SizeIs(1));
 }
 
 TEST_F(LoaderTest, TakesAFolderOnAServerAsItIs) {

@@ -198,13 +198,3 @@ test('two files of the ZIP show the test picture and what the camera shows', asy
     await until(LimitMs, 'signal that the camera is in use', async () =>
         await page.evaluate("document.getElementById('usage').textContent") === 'Camera in use');
 });
-
-test('the programs contain neither time nor place of their build', async () => {
-    for (const name of [Program, `tools/camera_probe/${Probe}`, 'sample_camera/sample_camera.dll']) {
-        const bytes = await readFile(join(BuildFolder, name));
-        const headers = bytes.readUInt32LE(0x3c);
-        assert.equal(bytes.toString('latin1', headers, headers + 4), 'PE\0\0');
-        assert.equal(bytes.readUInt32LE(headers + 8), 0, `${name} has a time stamp`);
-        assert.ok(!bytes.includes(SourceFolder), `${name} names the folder it was built in`);
-    }
-});
