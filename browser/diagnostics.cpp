@@ -1,8 +1,8 @@
 // Posts the report on the system when the page is ready.
 
 #include "app/receiver_app.h"
+#include "app/virtual_camera.h"
 #include "browser/page_json.h"
-#include "platform/handles.h"
 #include "platform/hresult.h"
 
 #include <windows.h>
@@ -24,14 +24,6 @@ OsVersion ReadOsVersion() noexcept {
         return {};
     }
     return {version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber};
-}
-
-// Whether the camera's COM server is registered for 64-bit processes; whether its file exists is not checked.
-bool IsVirtualCameraRegistered() noexcept {
-    RegistryKey key;
-    return RegOpenKeyExW(HKEY_LOCAL_MACHINE,
-                         L"SOFTWARE\\Classes\\CLSID\\{A42D576C-2AD1-4D63-94B0-31E96BDCA54F}\\InprocServer32", 0,
-                         KEY_READ | KEY_WOW64_64KEY, key.Put()) == ERROR_SUCCESS;
 }
 
 } // namespace

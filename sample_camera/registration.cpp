@@ -11,7 +11,6 @@ namespace {
 // CameraClass, and its instance among the video capture devices.
 constexpr wchar_t ClassText[] = L"{C132191D-7DC1-4EB6-8914-B912B15C22B0}";
 constexpr wchar_t ClassKey[] = L"Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}";
-constexpr wchar_t ServerKey[] = L"Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32";
 constexpr wchar_t InstanceKey[] = L"Software\\Classes\\CLSID\\{860BB310-5D01-11D0-BD3B-00A0C911CE86}\\Instance\\"
                                   L"{C132191D-7DC1-4EB6-8914-B912B15C22B0}";
 

@@ -3,6 +3,7 @@
 // as a picture.
 #include "examples/camera/frame_reader.h"
 #include "platform/handles.h"
+#include "tools/camera_probe/doctor.h"
 #include "tools/camera_probe/frame_picture.h"
 #include "tools/camera_probe/judge_commands.h"
 #include "tools/camera_probe/live_figures.h"
@@ -35,6 +36,7 @@ constexpr char Usage[] =
     "                    [--picture FILE.png]\n"
     "       camera_probe --check FILE [--seconds N]\n"
     "       camera_probe --play FILE [SCENARIO]\n"
+    "       camera_probe --doctor [--json]\n"
     "Reads frames from the shared frame file until standard input ends.\n"
     "  --seconds N         reads for N whole seconds; 0 reads the newest frame only\n"
     "  --file PATH         reads this file instead of the receiver's\n"
@@ -45,7 +47,14 @@ constexpr char Usage[] =
     "  --picture FILE.png  writes the newest frame, with --watch the content of the window\n"
     "--check holds the writer of the file against the rules of docs/frame-file.md.\n"
     "--play writes the file in the receiver's place, also as it is after mishaps, and prints what\n"
-    "a right reader does with it.\n";
+    "a right reader does with it.\n"
+    "--doctor looks for what keeps the picture from applications, and says what to do. It changes\n"
+    "nothing. --json prints the same for programs. The exit code is 0, or the sum of:\n"
+    "  4 no frame file        8 frame file denied     16 its size is wrong   32 its version is wrong\n"
+    "  64 it is damaged       128 no current frame    256 another error of the frame file\n"
+    "  512 no camera is registered                    1024 the registered camera's file is missing\n"
+    "  2048 the usage event cannot be opened          4096 no WebView2 runtime\n"
+    "  8192 no log\n";
 
 // How often the figures are updated while no frame arrives.
 constexpr std::chrono::milliseconds FiguresPeriod{500};
@@ -228,12 +237,16 @@ HANDLE InputEndEvent() {
     return ended;
 }
 
-// The exit code of --check and --play; empty for other arguments.
-std::optional<int> RunJudge(int count, wchar_t** arguments) {
+// The exit code of --check, --play and --doctor; empty for other arguments.
+std::optional<int> RunCommand(int count, wchar_t** arguments) {
+    const std::wstring_view command = count > 1 ? arguments[1] : L"";
+    const bool asJson = count == 3 && std::wstring_view(arguments[2]) == L"--json";
+    if (command == L"--doctor" && (count == 2 || asJson)) {
+        return RunDoctor(asJson);
+    }
     if (count < 3) {
         return std::nullopt;
     }
-    const std::wstring_view command = arguments[1];
     if (command == L"--play" && count <= 4) {
         return PlayFrames(arguments[2], count == 4 ? arguments[3] : L"", InputEndEvent());
     }
@@ -268,8 +281,8 @@ bool Run(Probe& probe, const Options& options) {
 }
 
 int Main(int count, wchar_t** arguments) {
-    if (const std::optional<int> judged = RunJudge(count, arguments)) {
-        return *judged;
+    if (const std::optional<int> exitCode = RunCommand(count, arguments)) {
+        return *exitCode;
     }
     const std::optional<Options> options = ParseOptions(count, arguments);
     if (!options) {
