@@ -1,8 +1,8 @@
-# The packages: a ZIP, and an installer for one user. ./dev package makes them with CPack, and the npm package of the
-# page module with page_package.mjs.
+# The packages: a ZIP, and an installer for one user or for all. ./dev package makes them with CPack, and the npm package
+# of the page module with page_package.mjs.
 install(TARGETS vistel-receiver camera_probe sample_camera RUNTIME DESTINATION .)
 install(FILES packaging/README.txt packaging/test-picture.cmd packaging/watch-camera.cmd CHANGELOG.md DESTINATION .)
-install(FILES docs/page-protocol.md docs/frame-file.md DESTINATION docs)
+install(FILES docs/administration.md docs/compatibility.md docs/frame-file.md docs/page-protocol.md DESTINATION docs)
 # The npm package, which stands beside the ZIP, has types, unlike the sources.
 install(DIRECTORY examples DESTINATION . PATTERN "*.json" EXCLUDE PATTERN __pycache__ EXCLUDE)
 

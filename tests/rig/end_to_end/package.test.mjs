@@ -3,15 +3,16 @@
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { existsSync } from 'node:fs';
-import { mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
+import { lstat, mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { test } from 'node:test';
+import { after, before, test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
 import { end, run as runProgram, until, within } from '../processes.mjs';
 import { BuildFolder, startReceiver } from '../receiver_run.mjs';
 import { FrameFile } from './frame_file.mjs';
+import { Gui, PortableExecutable } from './portable_executable.mjs';
 import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
 import { frameNumber, hasColorBars } from './test_card.mjs';
 
@@ -19,10 +20,11 @@ const LimitMs = 120000;
 const Program = 'vistel-receiver.exe';
 const Probe = 'camera_probe.exe';
 const Refused = 3; // the installer's exit code
+const FrameFileSize = 6220864;
 const StartCommand = 'C:\\windows\\system32\\start.exe'; // what a double click does
 const Uninstaller = 'uninstall.exe';
-const CameraKey = 'HKCU\\Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32';
-const UninstallKey = 'HKCU\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
+const CameraKey = 'Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32';
+const UninstallKey = 'Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
 
 // Waits until the test card's frames reach the camera and move.
 async function waitForMovingCard(frameFile) {
@@ -54,14 +56,58 @@ async function filesIn(folder) {
         .map((entry) => join(entry.parentPath ?? entry.path, entry.name).slice(folder.length + 1)).sort();
 }
 
-test('installs, runs, is updated, and leaves nothing after uninstalling', async (t) => {
-    const temporary = await mkdtemp(join(tmpdir(), 'package-'));
-    t.after(() => rm(temporary, { recursive: true, force: true }));
+// The installers of two versions.
+let temporary;
+let older;
+let newer;
+before(async () => {
+    temporary = await mkdtemp(join(tmpdir(), 'package-'));
     const obsolete = join(temporary, 'obsolete');
     await mkdir(obsolete);
     await writeFile(join(obsolete, 'obsolete.txt'), 'of the older version');
-    const older = await pack(join(temporary, 'older'), 'NSIS', { CPACK_INSTALLED_DIRECTORIES: `${obsolete};.` });
-    const newer = await pack(join(temporary, 'newer'), 'NSIS', { CPACK_PACKAGE_VERSION: '9.8.7' });
+    older = await pack(join(temporary, 'older'), 'NSIS', { CPACK_INSTALLED_DIRECTORIES: `${obsolete};.` });
+    newer = await pack(join(temporary, 'newer'), 'NSIS', { CPACK_PACKAGE_VERSION: '9.8.7' });
+});
+after(() => rm(temporary, { recursive: true, force: true }));
+
+// Runs an installer silently to its end; its exit code.
+async function install(run, installer, options = '') {
+    const program = await run.prefix.addFile(installer, 'C:\\Setup.exe');
+    const { exited } = await run.driver.startProgram(program, `/S${options}`);
+    return within(LimitMs, 'end of the installer', exited);
+}
+
+async function query(run, key) {
+    const program = run.prefix.start('reg.exe', ['query', key], run.display.name);
+    let text = '';
+    program.stdout.on('data', (chunk) => {
+        text += chunk;
+    });
+    await within(LimitMs, 'end of the query', program.exited);
+    return text;
+}
+
+// The program's entry in the list of installed ones; empty when there is none.
+async function entryIn(run, root) {
+    const text = await query(run, `${root}\\${UninstallKey}`);
+    return Object.fromEntries([...text.matchAll(/^\s+(\w+)\s+REG_\w+\s+(.*?)\s*$/gm)].map(([, ...pair]) => pair));
+}
+
+async function registeredCameraIn(run, root) {
+    const text = await query(run, `${root}\\${CameraKey}`);
+    return /REG_SZ\s+(.*?)\s*$/m.exec(text.replace(/^.*ThreadingModel.*$/m, ''))?.[1];
+}
+
+// Runs the uninstaller as Windows does. It goes on from a copy of itself, which it has started when it ends.
+async function uninstall(run, root) {
+    const { QuietUninstallString } = await entryIn(run, root);
+    const [, uninstaller, option] = /^"(.*)" (\S+)$/.exec(QuietUninstallString);
+    await within(LimitMs, 'end of the uninstaller', (await run.driver.startProgram(uninstaller, option)).exited);
+    await until(LimitMs, 'removal', async () => !(await entryIn(run, root)).DisplayName);
+    await until(LimitMs, 'end of the copy', async () => (await run.prefix.processIds('Un_A.exe')).length === 0);
+}
+
+test('installs, runs, is updated, and leaves nothing after uninstalling', async (t) => {
     const zip = await pack(join(temporary, 'zip'), 'ZIP');
     await runProgram('cmake', ['-E', 'tar', 'xf', zip], { cwd: temporary });
     const unpacked = join(temporary, 'package');
@@ -74,28 +120,8 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
 
     let folder;
     let links;
-    const install = async (run, installer, options = '') => {
-        const program = await run.prefix.addFile(installer, 'C:\\Setup.exe');
-        const { exited } = await run.driver.startProgram(program, `/S${options}`);
-        return within(LimitMs, 'end of the installer', exited);
-    };
-    const query = async (run, key) => {
-        const program = run.prefix.start('reg.exe', ['query', key], run.display.name);
-        let text = '';
-        program.stdout.on('data', (chunk) => {
-            text += chunk;
-        });
-        await within(LimitMs, 'end of the query', program.exited);
-        return text;
-    };
-    const registeredCamera = async (run) =>
-        /REG_SZ\s+(.*?)\s*$/m.exec((await query(run, CameraKey)).replace(/^.*ThreadingModel.*$/m, ''))?.[1];
-    // The program's entry in the list of installed ones; empty when there is none.
-    const entry = async (run) => {
-        const text = await query(run, UninstallKey);
-        return Object.fromEntries([...text.matchAll(/^\s+(\w+)\s+REG_\w+\s+(.*?)\s*$/gm)].map(([, ...pair]) => pair));
-    };
-
+    const entry = (run) => entryIn(run, 'HKCU');
+    const registeredCamera = (run) => registeredCameraIn(run, 'HKCU');
     const slotPage = await startOnSlotPage(t, {
         prepare: async (run) => {
             assert.equal(await install(run, older), 0);
@@ -111,6 +137,9 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'obsolete.txt', Uninstaller].sort());
     for (const file of packedFiles) {
         assert.ok((await readFile(join(folder, file))).equals(await readFile(join(unpacked, file))), file);
+    }
+    for (const file of [older, join(folder, Uninstaller)]) { // NSIS's own part of them has no relocations.
+        new PortableExecutable(await readFile(file)).assertHardened(Gui);
     }
     const [receiverLink, testPictureLink] = links;
     assert.ok((await readFile(run.prefix.unixPath(receiverLink))).includes(Buffer.from(Program, 'utf16le')));
@@ -163,17 +192,131 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
     await waitForMovingCard(slotPage.frameFile);
     assert.ok((await run.logLines()).some((line) => /Receiver URL: file:\/\/\/C:\/.*\/Vistel%20Receiver\//.test(line)));
 
-    // So does the uninstaller, which goes on from a copy of itself.
-    const { QuietUninstallString } = await entry(run);
-    const [, uninstaller, option] = /^"(.*)" (\S+)$/.exec(QuietUninstallString);
-    await within(LimitMs, 'end of the uninstaller', (await run.driver.startProgram(uninstaller, option)).exited);
-    await until(LimitMs, 'removal', async () => !(await entry(run)).DisplayName);
+    // So does the uninstaller.
+    await uninstall(run, 'HKCU');
     await until(LimitMs, 'end of the receiver', async () => (await run.prefix.processIds(Program)).length === 0);
     assert.deepEqual(await readdir(folder), ['notes.txt']);
     assert.equal(await registeredCamera(run), undefined);
     assert.deepEqual(links.filter((link) => existsSync(run.prefix.unixPath(link))), []);
-    assert.ok(slotPage.frameFile.exists);
-    assert.ok((await run.logLines()).length > 0);
+    assert.ok(!existsSync(join(run.out, 'ProgramData/Vistel')));
+    assert.ok(!existsSync(join(run.out, 'LocalAppData/Vistel')));
+    assert.deepEqual(await run.logLines(), []);
+});
+
+// Where each kind of installation puts things.
+const Scopes = {
+    user: {
+        option: '', root: 'HKCU', folder: /\\AppData\\Local\\Programs\\Vistel Receiver$/,
+        menu: (profile) => `${profile}\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs`,
+    },
+    machine: {
+        option: ' /AllUsers', root: 'HKLM', folder: /^C:\\Program Files\\Vistel Receiver$/,
+        menu: () => 'C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs',
+    },
+};
+
+for (const [name, scope] of Object.entries(Scopes)) {
+    test(`installs, replaces, repairs and removes silently for the ${name}, also while the program runs`, async (t) => {
+        const run = await startReceiver({ args: ['--embedded'] });
+        t.after(() => run.stop());
+        await run.closeWindow(); // The installed ones come later.
+        const otherRoot = scope.root === 'HKCU' ? 'HKLM' : 'HKCU';
+        const data = join(run.out, 'ProgramData/Vistel');
+        await mkdir(join(run.out, 'Videos/Vistel'), { recursive: true });
+        await writeFile(join(run.out, 'Videos/Vistel/recording.mp4'), 'the user\'s');
+
+        for (const isRunning of [false, true]) {
+            let program;
+            const startIfWanted = async () => {
+                if (isRunning) {
+                    program = await run.driver.startProgram(run.receiverPath, '--embedded');
+                }
+            };
+            const expectClosed = async () => {
+                if (isRunning) {
+                    assert.equal(await within(LimitMs, 'end of the program', program.exited), 0);
+                }
+            };
+            // What the receiver of another account may have left.
+            await mkdir(data, { recursive: true });
+            await writeFile(join(data, 'frame-buffer.bin'), 'another account\'s');
+
+            assert.equal(await install(run, older, scope.option), 0);
+            const { InstallLocation, DisplayVersion } = await entryIn(run, scope.root);
+            assert.match(InstallLocation, scope.folder);
+            assert.deepEqual(await entryIn(run, otherRoot), {});
+            const folder = run.prefix.unixPath(InstallLocation);
+            const profile = InstallLocation.split('\\').slice(0, 3).join('\\');
+            const link = run.prefix.unixPath(`${scope.menu(profile)}\\Vistel Receiver.lnk`);
+            assert.ok(existsSync(link), link);
+            if (name === 'machine') {
+                await assertSharedData(data);
+            }
+
+            run.receiverPath = `${InstallLocation}\\${Program}`;
+            await startIfWanted();
+            assert.equal(await install(run, newer, `${scope.option} /CAMERA`), 0);
+            await expectClosed();
+            assert.notEqual((await entryIn(run, scope.root)).DisplayVersion, DisplayVersion);
+            assert.ok(!existsSync(join(folder, 'obsolete.txt')));
+            assert.equal(await registeredCameraIn(run, scope.root), `${InstallLocation}\\sample_camera.dll`);
+            assert.equal(await registeredCameraIn(run, otherRoot), undefined);
+
+            await rm(join(folder, 'README.txt'));
+            await startIfWanted();
+            assert.equal(await install(run, newer, scope.option), 0);
+            await expectClosed();
+            assert.ok(existsSync(join(folder, 'README.txt')));
+            assert.ok(await registeredCameraIn(run, scope.root), 'it stays registered');
+
+            await startIfWanted();
+            await uninstall(run, scope.root);
+            await expectClosed();
+            assert.deepEqual([folder, link, data, join(run.out, 'LocalAppData/Vistel')].filter(existsSync), []);
+            assert.equal(await registeredCameraIn(run, scope.root), undefined);
+            assert.deepEqual(await run.logLines(), []);
+            assert.deepEqual(await readdir(join(run.out, 'Videos/Vistel')), ['recording.mp4']);
+        }
+    });
+}
+
+// Of rights Wine keeps little more than that these accounts are named and not everyone.
+async function assertSharedData(data) {
+    for (const name of ['', 'frame-buffer.bin', 'video-quality.txt']) {
+        assert.equal((await lstat(join(data, name))).mode & 0o7, 0, name || 'the folder');
+    }
+    const bytes = await readFile(join(data, 'frame-buffer.bin'));
+    assert.ok(bytes.length === FrameFileSize && bytes.every((byte) => byte === 0), 'a frame file without a frame');
+    assert.equal(await readFile(join(data, 'video-quality.txt'), 'utf8'), '720p');
+}
+
+// What the rights mean on Windows.
+test('the rights of the shared data let users write two files and replace nothing', async () => {
+    const script = await readFile(join(SourceFolder, 'packaging/data_folder.nsh'), 'utf8');
+    const All = 0x1f01ff;
+    const ReadAndWrite = 0x12019f; // what the receiver opens the frame file with
+    const Read = 0x120089;
+    // To delete, to change rights, and, for a folder, to add something, to delete what is in it and to make it a link.
+    const [Delete, ChangeRights, Add, DeleteChild, ChangeFolder] = [0x10000, 0xc0000, 0x6, 0x40, 0x110];
+    const rights = (name) => {
+        const [, flags, entries] = new RegExp(`!define ${name} "O:BAD:(\\w+)(.*)"`).exec(script);
+        assert.ok(flags.startsWith('P'), 'the folder above must not add rights');
+        const allowed = {};
+        for (const [, type, inheritance, mask, account] of entries.matchAll(/\((\w);(\w*);(\w+);;;(\w+)\)/g)) {
+            assert.equal(type, 'A');
+            allowed[account] = { mask: mask === 'FA' ? All : Number(mask), inheritance };
+        }
+        return allowed;
+    };
+    const folder = rights('FOLDER_RIGHTS');
+    assert.deepEqual(Object.keys(folder), ['SY', 'BA', 'AU']);
+    assert.equal(folder.AU.mask & (Delete | ChangeRights | Add | DeleteChild | ChangeFolder), 0);
+    assert.equal(folder.AU.mask & Read, Read);
+    const file = rights('FILE_RIGHTS');
+    assert.deepEqual(Object.keys(file), ['SY', 'BA', 'IU', 'AU']);
+    assert.equal(file.IU.mask, ReadAndWrite);
+    assert.equal(file.AU.mask, Read);
+    assert.equal((file.IU.mask | file.AU.mask) & (Delete | ChangeRights), 0);
 });
 
 test('two files of the ZIP show the test picture and what the camera shows', async (t) => {

@@ -47,7 +47,11 @@ export class PortableExecutable {
         for (const [name, bit] of Object.entries(Hardened)) {
             assert.ok(this.characteristics & bit, `${name} is missing`);
         }
-        assert.ok(this.#directory(Directory.Relocations).size > 0, 'it cannot be loaded at another address');
+    }
+
+    // Without relocations the program cannot be loaded at another address, whatever its header says.
+    get hasRelocations() {
+        return this.#directory(Directory.Relocations).size > 0;
     }
 
     // The resource's bytes in its first language; undefined when there is none.

@@ -23,6 +23,7 @@ for (const [name, subsystem] of Programs) {
         const bytes = await read(name);
         const program = new PortableExecutable(bytes);
         program.assertHardened(subsystem);
+        assert.ok(program.hasRelocations);
         assert.equal(program.timeStamp, 0);
         assert.ok(!bytes.includes(SourceFolder), 'it names the folder it was built in');
         assert.ok(bytes.includes('stack smashing detected'), 'the compiler\'s stack protector is missing');
