@@ -67,8 +67,8 @@ foreach(folder IN LISTS tidy_folders)
 endforeach()
 add_tidy_test(${avx2_source} ${PROJECT_SOURCE_DIR}/${avx2_source})
 
-# A second compiler, where it is installed, on the same units. ./dev lint installs it and has it read every file on its
-# own, the tests and tools, too, which takes minutes.
+# A second compiler, where it is installed, on the same units. ./dev lint has it read every file on its own, the tests
+# and tools, too, which takes minutes.
 find_program(SECOND_COMPILER clang++-22)
 if(SECOND_COMPILER)
     cmake_path(RELATIVE_PATH CMAKE_CURRENT_BINARY_DIR BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE units)
