@@ -194,7 +194,7 @@ HRESULT MFShutdown() noexcept {
     --receiver::FakeWindows::Current().mediaStarts;
     return S_OK;
 }
-HRESULT MFAllocateWorkQueue(DWORD*) noexcept {
+HRESULT MFAllocateSerialWorkQueue(DWORD, DWORD*) noexcept {
     return receiver::FakeWindows::Current().mediaStarts > 0 ? S_OK : MF_E_SHUTDOWN;
 }
 HRESULT MFUnlockWorkQueue(DWORD) noexcept { return S_OK; }

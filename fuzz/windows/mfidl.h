@@ -55,9 +55,11 @@ struct IMFSinkWriter : IUnknown {
     virtual HRESULT GetStatistics(DWORD index, MF_SINK_WRITER_STATISTICS* statistics) = 0;
 };
 
+constexpr DWORD MFASYNC_CALLBACK_QUEUE_STANDARD = 1;
+
 HRESULT MFStartup(ULONG version, DWORD flags) noexcept;
 HRESULT MFShutdown() noexcept;
-HRESULT MFAllocateWorkQueue(DWORD* queue) noexcept;
+HRESULT MFAllocateSerialWorkQueue(DWORD target, DWORD* queue) noexcept;
 HRESULT MFUnlockWorkQueue(DWORD queue) noexcept;
 HRESULT MFCreateMediaType(IMFMediaType** type);
 HRESULT MFCreateMemoryBuffer(DWORD size, IMFMediaBuffer** buffer);

@@ -60,7 +60,7 @@ private:
     static HRESULT PlatformResult() {
         const AllocationPause pause;
         DWORD queue = 0;
-        const HRESULT result = MFAllocateWorkQueue(&queue);
+        const HRESULT result = MFAllocateSerialWorkQueue(MFASYNC_CALLBACK_QUEUE_STANDARD, &queue);
         return SUCCEEDED(result) ? MFUnlockWorkQueue(queue) : result;
     }
     void Note(const std::string& name) {

@@ -34,7 +34,8 @@ std::uint64_t Ratio(std::uint32_t upper, std::uint32_t lower) { return std::uint
 
 bool MediaFoundationIsUp() {
     DWORD queue = 0;
-    return SUCCEEDED(MFAllocateWorkQueue(&queue)) && SUCCEEDED(MFUnlockWorkQueue(queue));
+    return SUCCEEDED(MFAllocateSerialWorkQueue(MFASYNC_CALLBACK_QUEUE_STANDARD, &queue)) &&
+           SUCCEEDED(MFUnlockWorkQueue(queue));
 }
 
 // The number of references held in addition to this one.

@@ -2,11 +2,12 @@
 
 #include "tests/support/report_failure.h"
 
-#include <cstring>
 #include <exception>
+#include <fstream>
 #include <iterator>
 #include <regex>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace receiver {
@@ -175,10 +176,11 @@ HWND ShellTest::MainWindow() {
 }
 
 FrameFileHeader ShellTest::FrameHeader() const {
-    const std::string bytes = ReadBytes(programData / L"Vistel" / L"frame-buffer.bin");
+    const auto path = programData / L"Vistel" / L"frame-buffer.bin";
     FrameFileHeader header{};
-    if (bytes.size() == sizeof(FrameFileLayout)) {
-        std::memcpy(&header, bytes.data(), sizeof(header));
+    std::error_code missing;
+    if (std::filesystem::file_size(path, missing) == sizeof(FrameFileLayout)) {
+        std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(&header), sizeof(header));
     }
     return header;
 }
