@@ -1,5 +1,6 @@
 // Two applications at once for a long time, with the figures of it: VISTEL_SOAK_SECONDS is its length.
 #include "frames/shared_frame_file.h"
+#include "platform/environment_variable.h"
 #include "platform/hresult.h"
 #include "tests/sample_camera/capture_graph.h"
 #include "tests/sample_camera/held.h"
@@ -13,9 +14,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace sample_camera {
@@ -29,8 +30,7 @@ constexpr std::uint64_t WarmUpFrames = 45;
 constexpr std::size_t AllowedBytes = 1 << 20; // less than one frame
 
 std::uint64_t FrameCount() {
-    const char* const seconds = std::getenv("VISTEL_SOAK_SECONDS");
-    return WarmUpFrames + 30 * std::strtoull(seconds != nullptr ? seconds : "3", nullptr, 10);
+    return WarmUpFrames + 30 * std::stoull(receiver::ReadEnvironmentVariable(L"VISTEL_SOAK_SECONDS").value_or(L"3"));
 }
 
 double Median(std::vector<double> values) {
