@@ -1,12 +1,14 @@
 // Whether the receiver is well: it answers, and it holds no more than before.
 import assert from 'node:assert/strict';
 import { readdir } from 'node:fs/promises';
+import { setTimeout as delay } from 'node:timers/promises';
 
 import { until } from '../processes.mjs';
 
 const WM_NULL = 0;
 const ERROR_TIMEOUT = 1460;
 const AnswerLimitMs = 60000;
+const PauseMs = 20; // A driver that asked without a pause would keep a processor busy.
 const SlackHandles = 2; // The system's own threads come and go.
 
 // Runs `work` and sees, again and again until it is done, that the window answers; what `work` resolves to.
@@ -19,6 +21,7 @@ export async function answeringDuring(run, work) {
     done.catch(() => {}); // Reported below.
     do {
         await until(AnswerLimitMs, 'answer of the window', () => askWindow(run, window));
+        await Promise.race([done.catch(() => {}), delay(PauseMs)]);
     } while (working);
     const result = await done;
     assert.ok((await run.mainWindow()).enabled, 'something is in front of the window');
