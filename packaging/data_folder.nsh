@@ -59,7 +59,8 @@ Function PrepareDataFolder
     StrCmp $R0 0 failed
     System::Call 'kernel32::CreateDirectoryW(w R2, p R0)'
     ; An existing folder gets the rights, through a handle that cannot be led elsewhere in the meantime.
-    System::Call 'kernel32::CreateFileW(w R2, i ${RIGHTS_TO_SET_RIGHTS}, i ${SHARE_ALL}, p 0, i ${OPEN_EXISTING}, i ${FOLDER_ITSELF}, p 0) p .R4'
+    System::Call 'kernel32::CreateFileW(w R2, i ${RIGHTS_TO_SET_RIGHTS}, i ${SHARE_ALL}, p 0, i ${OPEN_EXISTING}, \
+        i ${FOLDER_ITSELF}, p 0) p .R4'
     StrCmp $R4 -1 failed
     System::Alloc 52
     Pop $R6

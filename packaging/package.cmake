@@ -1,5 +1,5 @@
-# The packages: a ZIP, and an installer for one user or for all. ./dev package makes them with CPack, and the npm package
-# of the page module with page_package.mjs.
+# The packages: a ZIP, and an installer for one user or for all. ./dev package makes them with CPack, and the npm
+# package of the page module with page_package.mjs; ./dev release makes more with release.mjs.
 install(TARGETS vistel-receiver camera_probe sample_camera RUNTIME DESTINATION .)
 install(FILES packaging/README.txt packaging/test-picture.cmd packaging/watch-camera.cmd CHANGELOG.md DESTINATION .)
 install(FILES docs/administration.md docs/compatibility.md docs/frame-file.md docs/page-protocol.md DESTINATION docs)

@@ -25,8 +25,8 @@ export class PortableExecutable {
         this.characteristics = bytes.readUInt16LE(this.#optional + 70);
         const firstSection = this.#optional + bytes.readUInt16LE(header + 20);
         this.#sections = Array.from({ length: bytes.readUInt16LE(header + 6) }, (_, i) => {
-            const [size, address, , offset] = [8, 12, 16, 20].map((at) => bytes.readUInt32LE(firstSection + 40 * i + at));
-            return { size, address, offset };
+            const field = (at) => bytes.readUInt32LE(firstSection + 40 * i + at);
+            return { size: field(8), address: field(12), offset: field(20) };
         });
     }
 
