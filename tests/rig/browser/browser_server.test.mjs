@@ -251,12 +251,14 @@ test('navigation ends with its result, its status and its address', async (t) =>
     assert.equal(await host.line('navigation ', from), `navigation 1 0 ${address}/`);
 });
 
-// The first policy forbids the rig's worker, the second one the worker's socket, the third one its address.
-for (const policy of [
-    "default-src 'none'; script-src 'nonce-own'", "script-src 'nonce-own'; worker-src blob:; connect-src 'none'",
-    "script-src 'nonce-own'; require-trusted-types-for 'script'",
-]) {
-    test(`a page keeps to its policy, and its messages pass: ${policy}`, async (t) => {
+test('a page keeps to its content security policy, and its messages pass', async (t) => {
+    const { server, host } = await start(t);
+    // The first policy forbids the rig's worker, the second one the worker's socket, the third one its address.
+    const policies = [
+        "default-src 'none'; script-src 'nonce-own'", "script-src 'nonce-own'; worker-src blob:; connect-src 'none'",
+        "script-src 'nonce-own'; require-trusted-types-for 'script'",
+    ];
+    for (const [round, policy] of policies.entries()) {
         const address = await serve(t, {
             '/': '<script nonce="own">addEventListener("securitypolicyviolation", (event) =>' +
                 'chrome.webview.postMessage(`${event.effectiveDirective} ${event.blockedURI}`));</script>' +
@@ -264,20 +266,20 @@ for (const policy of [
                 '<script>chrome.webview.postMessage("not allowed")</script>' +
                 '<script nonce="own">chrome.webview.postMessage("allowed")</script>',
         }, policy);
-        const { server, host } = await start(t);
         assert.equal(await host.show(`navigate ${address}/`), `navigation 1 0 ${address}/`);
         await host.line(`message ${Ok} ${address}/ "script-src-elem inline"`);
         await host.call('slot 0 345600');
         await host.call('slot 1 345600');
         const page = await server.page();
         await page.evaluate('post(6, 86400)');
-        assert.equal(await host.value('frames'), '6 0');
-        assert.deepEqual(new Set(host.lines.filter((line) => line.startsWith('message ') && !line.includes('frame:'))),
-                         new Set(['allowed', 'script-src-elem inline'].map((text) =>
-                             `message ${Ok} ${address}/ "${text}"`)));
+        assert.equal(await host.value('frames'), `${6 * (round + 1)} 0`, policy);
+        const start = `message ${Ok} ${address}/ `;
+        const messages = host.lines.filter((line) => line.startsWith(start) && !line.includes('frame:'));
+        assert.deepEqual(messages.map((line) => line.slice(start.length)).sort(),
+                         ['"allowed"', '"script-src-elem inline"'], policy);
         assert.equal(await page.evaluate('"__rigSend" in window'), false);
-    });
-}
+    }
+});
 
 test('a page from elsewhere does not reach this machine', async (t) => {
     const inside = await serve(t, { '/': 'this machine' });
