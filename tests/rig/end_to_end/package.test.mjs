@@ -5,7 +5,7 @@ import { once } from 'node:events';
 import { existsSync } from 'node:fs';
 import { lstat, mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { dirname, join } from 'node:path';
 import { after, before, test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
@@ -253,12 +253,16 @@ for (const [name, scope] of Object.entries(Scopes)) {
                 await assertSharedData(data);
             }
 
+            const profileFile = join(run.out, 'LocalAppData/Vistel/WebView2/Cookies');
+            await mkdir(dirname(profileFile), { recursive: true });
+            await writeFile(profileFile, 'of a page');
             run.receiverPath = `${InstallLocation}\\${Program}`;
             await startIfWanted();
             assert.equal(await install(run, newer, `${scope.option} /CAMERA`), 0);
             await expectClosed();
             assert.notEqual((await entryIn(run, scope.root)).DisplayVersion, DisplayVersion);
             assert.ok(!existsSync(join(folder, 'obsolete.txt')));
+            assert.ok(existsSync(profileFile), 'an update keeps the profile');
             assert.equal(await registeredCameraIn(run, scope.root), `${InstallLocation}\\sample_camera.dll`);
             assert.equal(await registeredCameraIn(run, otherRoot), undefined);
 
