@@ -37,24 +37,24 @@ constexpr std::size_t PageBytes = 4096;
 // Memory that begins with a page, as shared buffers and mapped files do.
 class PagedBytes {
 public:
-    explicit PagedBytes(std::size_t size)
-        : bytes_(static_cast<std::uint8_t*>(::operator new (size, std::align_val_t{PageBytes}))), size_(size) {
+    explicit PagedBytes(std::size_t newSize)
+        : bytes(static_cast<std::uint8_t*>(::operator new (newSize, std::align_val_t{PageBytes}))), size(newSize) {
         std::mt19937_64 random(size);
         for (std::size_t i = 0; i < size; i += sizeof(std::uint64_t)) {
             const std::uint64_t noise = random();
-            std::memcpy(bytes_ + i, &noise, std::min(size - i, sizeof(noise)));
+            std::memcpy(bytes + i, &noise, std::min(size - i, sizeof(noise)));
         }
     }
     PagedBytes(const PagedBytes&) = delete;
     PagedBytes& operator=(const PagedBytes&) = delete;
-    ~PagedBytes() { ::operator delete (bytes_, std::align_val_t{PageBytes}); }
+    ~PagedBytes() { ::operator delete (bytes, std::align_val_t{PageBytes}); }
 
-    [[nodiscard]] std::uint8_t* Data() const noexcept { return bytes_; }
-    [[nodiscard]] std::size_t Size() const noexcept { return size_; }
+    [[nodiscard]] std::uint8_t* Data() const noexcept { return bytes; }
+    [[nodiscard]] std::size_t Size() const noexcept { return size; }
 
 private:
-    std::uint8_t* bytes_;
-    std::size_t size_;
+    std::uint8_t* bytes;
+    std::size_t size;
 };
 
 void Require(HRESULT result) {
@@ -65,7 +65,7 @@ void Require(HRESULT result) {
 
 class FrameBench {
 public:
-    FrameBench(bool cold, const std::string& filter) : slots_(SlotSize + (cold ? ColdBytes : 0)), filter_(filter) {}
+    FrameBench(bool cold, const std::string& newFilter) : slots(SlotSize + (cold ? ColdBytes : 0)), filter(newFilter) {}
 
     void Run() {
         for (const FrameCase& frameCase : FrameCases()) {
@@ -92,13 +92,13 @@ private:
         return *std::find_if(FrameCases().begin(), FrameCases().end(),
                              [&](const FrameCase& each) { return each.name == name; });
     }
-    [[nodiscard]] bool IsWanted(const std::string& name) const { return std::regex_search(name, filter_); }
+    [[nodiscard]] bool IsWanted(const std::string& name) const { return std::regex_search(name, filter); }
     // Cold sources of so many bytes follow each other through all of the memory; a warm one is always the same.
     void ReadSourcesOf(std::size_t bytes) {
-        step_ = (bytes + PageBytes - 1) / PageBytes * PageBytes;
-        slotCount_ = (slots_.Size() - SlotSize) / step_ + 1;
+        step = (bytes + PageBytes - 1) / PageBytes * PageBytes;
+        slotCount = (slots.Size() - SlotSize) / step + 1;
     }
-    [[nodiscard]] const std::uint8_t* Slot(std::size_t call) const { return slots_.Data() + call % slotCount_ * step_; }
+    [[nodiscard]] const std::uint8_t* Slot(std::size_t call) const { return slots.Data() + call % slotCount * step; }
     [[nodiscard]] std::span<const std::uint8_t> SlotSpan(std::size_t call) const { return {Slot(call), SlotSize}; }
 
     // memcpy of as many bytes as are read and written, halved: each is read and written there.
@@ -389,10 +389,10 @@ private:
         PrintAll(row, contenders, {true, identical}, CopyOf(frameBytes + picture.Size()));
     }
 
-    const PagedBytes slots_;
-    std::size_t step_ = 0;
-    std::size_t slotCount_ = 1;
-    const std::regex filter_;
+    const PagedBytes slots;
+    std::size_t step = 0;
+    std::size_t slotCount = 1;
+    const std::regex filter;
 };
 
 } // namespace

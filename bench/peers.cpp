@@ -54,23 +54,22 @@ void ClearBars(const FrameCase& frameCase, const PictureRectangle& picture, std:
 // The sizes of one conversion, and the memory for its intermediate results.
 class LibyuvPeer {
 public:
-    LibyuvPeer(const FrameCase& frameCase, bool clearBars) : case_(frameCase), clearBars_(clearBars) {
+    LibyuvPeer(const FrameCase& newCase, bool newClearBars) : frameCase(newCase), clearBars(newClearBars) {
         const FrameDescriptor frame = frameCase.Descriptor();
-        picture_ = FitPicture(frame.displayWidth, frame.displayHeight, frameCase.canvasWidth, frameCase.canvasHeight);
-        isWholeCanvas_ = picture_.width == frameCase.canvasWidth && picture_.height == frameCase.canvasHeight;
+        picture = FitPicture(frame.displayWidth, frame.displayHeight, frameCase.canvasWidth, frameCase.canvasHeight);
+        isWholeCanvas = picture.width == frameCase.canvasWidth && picture.height == frameCase.canvasHeight;
     }
 
     void operator()(const std::uint8_t* slot, std::uint8_t* canvas) {
-        if (clearBars_ && !isWholeCanvas_) {
-            ClearBars(case_, picture_, canvas);
+        if (clearBars && !isWholeCanvas) {
+            ClearBars(frameCase, picture, canvas);
         }
-        const Planes whole = PlanesIn(canvas, Int(case_.canvasWidth), Int(case_.canvasHeight));
-        const Planes target{whole.y + std::ptrdiff_t{picture_.y} * whole.stride + picture_.x,
-                            whole.u + std::ptrdiff_t{picture_.y / 2} * whole.stride + picture_.x, nullptr,
-                            whole.stride};
-        if (case_.format == L"NV12") {
+        const Planes whole = PlanesIn(canvas, Int(frameCase.canvasWidth), Int(frameCase.canvasHeight));
+        const Planes target{whole.y + std::ptrdiff_t{picture.y} * whole.stride + picture.x,
+                            whole.u + std::ptrdiff_t{picture.y / 2} * whole.stride + picture.x, nullptr, whole.stride};
+        if (frameCase.format == L"NV12") {
             FromNv12(slot, target);
-        } else if (case_.format == L"I420") {
+        } else if (frameCase.format == L"I420") {
             FromI420(slot, target);
         } else {
             FromPixels(slot, target);
@@ -81,21 +80,23 @@ private:
     static int Int(std::uint32_t value) { return static_cast<int>(value); }
 
     std::uint8_t* Memory(std::size_t index, std::size_t bytes) {
-        memory_[index].resize(bytes);
-        return memory_[index].data();
+        memory[index].resize(bytes);
+        return memory[index].data();
     }
-    [[nodiscard]] bool KeepsSize() const { return picture_.width == case_.width && picture_.height == case_.height; }
+    [[nodiscard]] bool KeepsSize() const {
+        return picture.width == frameCase.width && picture.height == frameCase.height;
+    }
 
     void FromNv12(const std::uint8_t* slot, const Planes& target) {
-        const int width = Int(case_.width);
-        const int height = Int(case_.height);
+        const int width = Int(frameCase.width);
+        const int height = Int(frameCase.height);
         const std::uint8_t* pairs = slot + std::ptrdiff_t{width} * height;
-        const int upsideDown = case_.rotation == 180 ? -height : height;
-        if (case_.IsTransposed()) {
+        const int upsideDown = frameCase.rotation == 180 ? -height : height;
+        if (frameCase.IsTransposed()) {
             // Scaled first, so that less has to be rotated.
-            const int unrotatedWidth = Int(picture_.height);
-            const int unrotatedHeight = Int(picture_.width);
-            const std::size_t bytes = std::size_t{picture_.width} * picture_.height * 3 / 2;
+            const int unrotatedWidth = Int(picture.height);
+            const int unrotatedHeight = Int(picture.width);
+            const std::size_t bytes = std::size_t{picture.width} * picture.height * 3 / 2;
             const Planes unrotated = PlanesIn(Memory(0, bytes), unrotatedWidth, unrotatedHeight);
             Check(libyuv::NV12Scale(slot, width, pairs, width, width, height, unrotated.y, unrotatedWidth, unrotated.u,
                                     unrotatedWidth, unrotatedWidth, unrotatedHeight, libyuv::kFilterNone));
@@ -103,12 +104,12 @@ private:
             Check(libyuv::NV12ToI420Rotate(unrotated.y, unrotatedWidth, unrotated.u, unrotatedWidth, rotated.y,
                                            rotated.stride, rotated.u, rotated.stride / 2, rotated.v, rotated.stride / 2,
                                            unrotatedWidth, unrotatedHeight,
-                                           static_cast<libyuv::RotationMode>(case_.rotation)));
+                                           static_cast<libyuv::RotationMode>(frameCase.rotation)));
             Interleave(rotated, target);
         } else if (!KeepsSize()) {
             Check(libyuv::NV12Scale(slot, width, pairs, width, width, height, target.y, target.stride, target.u,
-                                    target.stride, Int(picture_.width), Int(picture_.height), libyuv::kFilterNone));
-        } else if (case_.mirrored == (case_.rotation == 180)) {
+                                    target.stride, Int(picture.width), Int(picture.height), libyuv::kFilterNone));
+        } else if (frameCase.mirrored == (frameCase.rotation == 180)) {
             Check(libyuv::NV12Copy(slot, width, pairs, width, target.y, target.stride, target.u, target.stride, width,
                                    upsideDown));
         } else {
@@ -118,8 +119,8 @@ private:
     }
 
     void FromI420(const std::uint8_t* slot, const Planes& target) {
-        const int width = Int(case_.width);
-        const int height = Int(case_.height);
+        const int width = Int(frameCase.width);
+        const int height = Int(frameCase.height);
         const std::uint8_t* u = slot + std::ptrdiff_t{width} * height;
         const std::uint8_t* v = u + std::ptrdiff_t{width} * height / 4;
         if (KeepsSize()) {
@@ -127,54 +128,55 @@ private:
                                      target.stride, width, height));
             return;
         }
-        const Planes scaled = PlanesIn(Memory(0, std::size_t{picture_.width} * picture_.height * 3 / 2),
-                                       Int(picture_.width), Int(picture_.height));
+        const Planes scaled = PlanesIn(Memory(0, std::size_t{picture.width} * picture.height * 3 / 2),
+                                       Int(picture.width), Int(picture.height));
         Check(libyuv::I420Scale(slot, width, u, width / 2, v, width / 2, width, height, scaled.y, scaled.stride,
-                                scaled.u, scaled.stride / 2, scaled.v, scaled.stride / 2, Int(picture_.width),
-                                Int(picture_.height), libyuv::kFilterNone));
+                                scaled.u, scaled.stride / 2, scaled.v, scaled.stride / 2, Int(picture.width),
+                                Int(picture.height), libyuv::kFilterNone));
         Interleave(scaled, target);
     }
 
     void FromPixels(const std::uint8_t* slot, const Planes& target) {
-        int width = Int(case_.width);
-        int height = Int(case_.height);
+        int width = Int(frameCase.width);
+        int height = Int(frameCase.height);
         const std::uint8_t* pixels = slot;
-        if (case_.mirrored) {
-            std::uint8_t* const mirrored = Memory(0, std::size_t{4} * case_.width * case_.height);
+        if (frameCase.mirrored) {
+            std::uint8_t* const mirrored = Memory(0, std::size_t{4} * frameCase.width * frameCase.height);
             Check(libyuv::ARGBMirror(pixels, 4 * width, mirrored, 4 * width, width, height));
             pixels = mirrored;
         }
-        if (picture_.width < case_.width) { // The smaller picture is what is worth converting, before or after.
-            width = Int(picture_.width);
-            height = Int(picture_.height);
-            std::uint8_t* const scaled = Memory(1, std::size_t{4} * picture_.width * picture_.height);
-            Check(libyuv::ARGBScale(pixels, 4 * Int(case_.width), Int(case_.width), Int(case_.height), scaled,
-                                    4 * width, width, height, libyuv::kFilterNone));
+        if (picture.width < frameCase.width) { // The smaller picture is what is worth converting, before or after.
+            width = Int(picture.width);
+            height = Int(picture.height);
+            std::uint8_t* const scaled = Memory(1, std::size_t{4} * picture.width * picture.height);
+            Check(libyuv::ARGBScale(pixels, 4 * Int(frameCase.width), Int(frameCase.width), Int(frameCase.height),
+                                    scaled, 4 * width, width, height, libyuv::kFilterNone));
             pixels = scaled;
         }
         // libyuv names the bytes of a pixel from the last to the first.
-        const auto convert = case_.format == L"RGBA" ? &libyuv::ABGRToNV12 : &libyuv::ARGBToNV12;
-        if (picture_.width <= case_.width) {
+        const auto convert = frameCase.format == L"RGBA" ? &libyuv::ABGRToNV12 : &libyuv::ARGBToNV12;
+        if (picture.width <= frameCase.width) {
             Check(convert(pixels, 4 * width, target.y, target.stride, target.u, target.stride, width, height));
             return;
         }
-        const Planes small = PlanesIn(Memory(1, std::size_t{case_.width} * case_.height * 3 / 2), width, height);
+        const Planes small =
+            PlanesIn(Memory(1, std::size_t{frameCase.width} * frameCase.height * 3 / 2), width, height);
         Check(convert(pixels, 4 * width, small.y, width, small.u, width, width, height));
         Check(libyuv::NV12Scale(small.y, width, small.u, width, width, height, target.y, target.stride, target.u,
-                                target.stride, Int(picture_.width), Int(picture_.height), libyuv::kFilterNone));
+                                target.stride, Int(picture.width), Int(picture.height), libyuv::kFilterNone));
     }
 
     void Interleave(const Planes& source, const Planes& target) const {
         Check(libyuv::I420ToNV12(source.y, source.stride, source.u, source.stride / 2, source.v, source.stride / 2,
-                                 target.y, target.stride, target.u, target.stride, Int(picture_.width),
-                                 Int(picture_.height)));
+                                 target.y, target.stride, target.u, target.stride, Int(picture.width),
+                                 Int(picture.height)));
     }
 
-    const FrameCase case_;
-    const bool clearBars_;
-    PictureRectangle picture_;
-    bool isWholeCanvas_ = false;
-    std::array<std::vector<std::uint8_t>, 2> memory_;
+    const FrameCase frameCase;
+    const bool clearBars;
+    PictureRectangle picture;
+    bool isWholeCanvas = false;
+    std::array<std::vector<std::uint8_t>, 2> memory;
 };
 
 using SwsContextOwner = std::unique_ptr<SwsContext, decltype(&sws_freeContext)>;

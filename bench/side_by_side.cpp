@@ -27,11 +27,11 @@ public:
 private:
     void Call(const Work& work, std::size_t times) {
         for (std::size_t i = 0; i < times; ++i) {
-            work(calls_++);
+            work(calls++);
         }
     }
 
-    std::size_t calls_ = 0;
+    std::size_t calls = 0;
 };
 
 double Median(std::vector<double> values) {

@@ -92,73 +92,73 @@ HRESULT ExpectedResult(const FrameDescriptor& frame) {
 // The slot, and a page that rewrites it as long as it is let. At rest it holds the same bytes again.
 class LivelySlot {
 public:
-    LivelySlot() : memory_(SlotSize), restingBytes_(SlotSize) {
+    LivelySlot() : memory(SlotSize), restingBytes(SlotSize) {
         std::uint32_t state = 1;
-        for (std::uint8_t& byte : restingBytes_) {
+        for (std::uint8_t& byte : restingBytes) {
             state = state * 1664525 + 1013904223;
             byte = static_cast<std::uint8_t>(state >> 24);
         }
-        std::ranges::copy(restingBytes_, memory_.Bytes().begin());
-        page_ = std::thread([this] { Rewrite(); });
+        std::ranges::copy(restingBytes, memory.Bytes().begin());
+        page = std::thread([this] { Rewrite(); });
     }
     LivelySlot(const LivelySlot&) = delete;
     LivelySlot& operator=(const LivelySlot&) = delete;
     ~LivelySlot() {
         Tell(Order::End);
-        page_.join();
+        page.join();
     }
 
-    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return memory_.Bytes(); }
+    [[nodiscard]] std::span<const std::uint8_t> Bytes() const noexcept { return memory.Bytes(); }
 
     // Returns once bytes from `offset` on are being rewritten.
     void Disturb(std::uint64_t offset) {
-        begin_ = static_cast<std::size_t>(std::min<std::uint64_t>(offset, SlotSize - WindowSize));
-        writing_ = false;
+        begin = static_cast<std::size_t>(std::min<std::uint64_t>(offset, SlotSize - WindowSize));
+        writing = false;
         Tell(Order::Write);
-        writing_.wait(false);
+        writing.wait(false);
     }
     // Returns once all is as it was.
     void Rest() {
         Tell(Order::Rest);
-        writing_.wait(true);
+        writing.wait(true);
     }
 
 private:
     enum class Order : int { Rest, Write, End };
     static constexpr std::size_t WindowSize = 16384;
 
-    void Tell(Order order) {
-        order_ = order;
-        order_.notify_one();
+    void Tell(Order newOrder) {
+        order = newOrder;
+        order.notify_one();
     }
-    void Report(bool writing) {
-        writing_ = writing;
-        writing_.notify_one();
+    void Report(bool newWriting) {
+        writing = newWriting;
+        writing.notify_one();
     }
     void Rewrite() {
-        const std::span<std::uint8_t> slot = memory_.Bytes();
+        const std::span<std::uint8_t> slot = memory.Bytes();
         for (;;) {
-            order_.wait(Order::Rest);
-            if (order_ == Order::End) {
+            order.wait(Order::Rest);
+            if (order == Order::End) {
                 return;
             }
             Report(true);
-            const std::span<std::uint8_t> window = slot.subspan(begin_, WindowSize);
-            for (std::uint8_t value = 0; order_ == Order::Write; ++value) {
+            const std::span<std::uint8_t> window = slot.subspan(begin, WindowSize);
+            for (std::uint8_t value = 0; order == Order::Write; ++value) {
                 std::memset(window.data(), value, window.size());
                 std::this_thread::yield(); // Both threads may have to share a core.
             }
-            std::memcpy(window.data(), restingBytes_.data() + begin_, window.size());
+            std::memcpy(window.data(), restingBytes.data() + begin, window.size());
             Report(false);
         }
     }
 
-    GuardedMemory memory_;
-    std::vector<std::uint8_t> restingBytes_;
-    std::size_t begin_ = 0; // of what is rewritten
-    std::atomic<Order> order_ = Order::Rest;
-    std::atomic<bool> writing_ = false;
-    std::thread page_;
+    GuardedMemory memory;
+    std::vector<std::uint8_t> restingBytes;
+    std::size_t begin = 0; // of what is rewritten
+    std::atomic<Order> order = Order::Rest;
+    std::atomic<bool> writing = false;
+    std::thread page;
 };
 
 // One table of kernels with all that lives from frame to frame.

@@ -60,7 +60,7 @@ public:
     Outcome OnText(const std::wstring& text);
     Outcome OnTimer(bool signaled, std::uint64_t nowMs);
     static Outcome OnNavigation(bool success, int status);
-    [[nodiscard]] std::uint64_t FramesPublished() const noexcept { return framesPublished_; }
+    [[nodiscard]] std::uint64_t FramesPublished() const noexcept { return framesPublished; }
 
 private:
     void OnReady(Outcome& outcome);
@@ -71,19 +71,19 @@ private:
     void OnQuality(const std::wstring& value, Outcome& outcome);
     void OnFrame(const std::wstring& text, Outcome& outcome);
     HRESULT Convert(const std::wstring& descriptor, Outcome& outcome);
-    [[nodiscard]] std::uint64_t FrameBytes() const noexcept { return std::uint64_t{1} * width_ * height_ / 2 * 3; }
+    [[nodiscard]] std::uint64_t FrameBytes() const noexcept { return std::uint64_t{1} * width * height / 2 * 3; }
 
-    std::uint32_t width_ = 1280;
-    std::uint32_t height_ = 720;
-    std::uint64_t canvasBytes_ = 0;
-    std::uint64_t framesHandled_ = 0;
-    unsigned buffersPosted_ = 0;
-    std::uint64_t framesPublished_ = 0;
-    std::uint64_t lastSignalMs_ = 0;
-    std::wstring layout_ = L"setup";
-    bool ready_ = false;
-    bool recording_ = false;
-    bool cameraInUse_ = false;
+    std::uint32_t width = 1280;
+    std::uint32_t height = 720;
+    std::uint64_t canvasBytes = 0;
+    std::uint64_t framesHandled = 0;
+    unsigned buffersPosted = 0;
+    std::uint64_t framesPublished = 0;
+    std::uint64_t lastSignalMs = 0;
+    std::wstring layout = L"setup";
+    bool ready = false;
+    bool recording = false;
+    bool cameraInUse = false;
 };
 
 constexpr wchar_t UsageOn[] = LR"({"type":"virtual-camera-usage","active":true})";
@@ -124,20 +124,20 @@ Outcome Model::OnText(const std::wstring& text) {
 
 Outcome Model::OnTimer(bool signaled, std::uint64_t nowMs) {
     Outcome outcome;
-    const bool wasInUse = cameraInUse_;
+    const bool wasInUse = cameraInUse;
     if (signaled) {
-        lastSignalMs_ = nowMs;
-        cameraInUse_ = true;
-    } else if (nowMs >= lastSignalMs_ + 4000) {
-        cameraInUse_ = false;
+        lastSignalMs = nowMs;
+        cameraInUse = true;
+    } else if (nowMs >= lastSignalMs + 4000) {
+        cameraInUse = false;
     }
-    if (cameraInUse_ == wasInUse) {
+    if (cameraInUse == wasInUse) {
         return outcome;
     }
-    outcome.Log(cameraInUse_ ? L"Virtual camera consumer started requesting frames"
-                             : L"Virtual camera consumer stopped requesting frames");
-    if (ready_) {
-        outcome.Post(cameraInUse_ ? UsageOn : UsageOff);
+    outcome.Log(cameraInUse ? L"Virtual camera consumer started requesting frames"
+                            : L"Virtual camera consumer stopped requesting frames");
+    if (ready) {
+        outcome.Post(cameraInUse ? UsageOn : UsageOff);
     }
     return outcome;
 }
@@ -150,17 +150,17 @@ Outcome Model::OnNavigation(bool success, int status) {
 }
 
 void Model::OnReady(Outcome& outcome) {
-    ready_ = true;
+    ready = true;
     outcome.Log(L"Web message: ready");
     for (const wchar_t* const slot : {L" 1 {\"slot\":0}", L" 1 {\"slot\":1}"}) {
-        outcome.events.push_back(L"PostSharedBufferToScript SharedBuffer" + std::to_wstring(buffersPosted_++) + slot);
+        outcome.events.push_back(L"PostSharedBufferToScript SharedBuffer" + std::to_wstring(buffersPosted++) + slot);
     }
     outcome.Log(L"Shared frame buffers posted to script");
     outcome.Post(LR"({"type":"diagnostics","diagnostics":{"windowsVersion":"10.0.22631","buildNumber":22631,)"
                  LR"("architecture":"x64","osSupported":true,"webView2Ready":true,"virtualCameraRegistered":true,)"
                  LR"("appVersion":"0.1.3"}})");
     outcome.Log(L"System diagnostics posted to script");
-    if (cameraInUse_) {
+    if (cameraInUse) {
         outcome.Post(UsageOn);
     }
 }
@@ -171,26 +171,26 @@ void Model::OnOrientation(const std::wstring& mode, Outcome& outcome) {
     } else if (FakeWindows::Current().minimized) {
         return;
     } else if (FakeWindows::Current().maximized) {
-        layout_ = mode;
+        layout = mode;
         outcome.Log(L"Receiver window layout changed while maximized; preserving maximized state");
-    } else if (mode != layout_) {
-        layout_ = mode;
+    } else if (mode != layout) {
+        layout = mode;
         outcome.Log(L"Receiver window layout: " + mode);
     }
 }
 
 void Model::OnSnapshot(Outcome& outcome) const {
-    if (canvasBytes_ == 0) {
+    if (canvasBytes == 0) {
         outcome.result = MF_E_NOT_AVAILABLE;
-    } else if (canvasBytes_ < FrameBytes()) {
+    } else if (canvasBytes < FrameBytes()) {
         outcome.result = E_INVALIDARG; // The quality was raised since the last frame.
     }
     outcome.Log(L"Snapshot requested", outcome.result);
-    PostMedia(outcome, L"snapshot", canvasBytes_ == 0 ? L"" : L"jpg");
+    PostMedia(outcome, L"snapshot", canvasBytes == 0 ? L"" : L"jpg");
 }
 
 void Model::OnRecordStart(Outcome& outcome) {
-    const bool again = std::exchange(recording_, true);
+    const bool again = std::exchange(recording, true);
     if (!again) {
         outcome.CallWriter({L"Create", L"AddStream", L"SetInputMediaType", L"BeginWriting"});
     }
@@ -200,7 +200,7 @@ void Model::OnRecordStart(Outcome& outcome) {
 }
 
 void Model::OnRecordStop(Outcome& outcome) {
-    const bool running = std::exchange(recording_, false);
+    const bool running = std::exchange(recording, false);
     if (running) {
         outcome.CallWriter({L"Finalize", L"released"});
     }
@@ -210,7 +210,7 @@ void Model::OnRecordStop(Outcome& outcome) {
 }
 
 void Model::OnQuality(const std::wstring& value, Outcome& outcome) {
-    if (std::exchange(recording_, false)) {
+    if (std::exchange(recording, false)) {
         outcome.CallWriter({L"Finalize", L"released"});
         PostMedia(outcome, L"recording-stopped", L"mp4");
     }
@@ -218,17 +218,17 @@ void Model::OnQuality(const std::wstring& value, Outcome& outcome) {
         outcome.result = E_INVALIDARG;
         return;
     }
-    width_ = value == L"720p" ? 1280 : 1920;
-    height_ = value == L"720p" ? 720 : 1080;
+    width = value == L"720p" ? 1280 : 1920;
+    height = value == L"720p" ? 720 : 1080;
     outcome.Log(L"Video quality selected: " + value);
 }
 
 void Model::OnFrame(const std::wstring& text, Outcome& outcome) {
-    if (text.size() < 9 || text[7] != L':' || (text[6] != L'0' && text[6] != L'1') || !ready_) {
+    if (text.size() < 9 || text[7] != L':' || (text[6] != L'0' && text[6] != L'1') || !ready) {
         outcome.result = E_INVALIDARG;
         return;
     }
-    const bool first = framesHandled_++ == 0;
+    const bool first = framesHandled++ == 0;
     if (first) {
         outcome.Log(L"First frame descriptor: " + text);
     }
@@ -248,12 +248,12 @@ HRESULT Model::Convert(const std::wstring& text, Outcome& outcome) {
     if (format != nullptr && !FitsSlot(descriptor, *format, SlotSize)) {
         return E_INVALIDARG;
     }
-    canvasBytes_ = FrameBytes();
+    canvasBytes = FrameBytes();
     if (format == nullptr) {
         return MF_E_INVALIDMEDIATYPE;
     }
-    ++framesPublished_;
-    if (recording_) {
+    ++framesPublished;
+    if (recording) {
         outcome.CallWriter({L"WriteSample"});
     }
     return S_OK;
@@ -262,14 +262,15 @@ HRESULT Model::Convert(const std::wstring& text, Outcome& outcome) {
 // One run of the program, controlled through its message loop.
 class Session {
 public:
-    Session(FakeWindows& machine, std::vector<std::string_view> lines) : windows_(machine), lines_(std::move(lines)) {
-        lines_.resize(std::min(lines_.size(), MaxLines));
-        windows_.nextMessage = [this](MSG& message) { return Next(message); };
-        if (lines_.front().starts_with("!fail")) {
-            Apply(lines_.front()); // The start of the program can fail too.
+    Session(FakeWindows& machine, std::vector<std::string_view> newLines)
+        : windows(machine), lines(std::move(newLines)) {
+        lines.resize(std::min(lines.size(), MaxLines));
+        windows.nextMessage = [this](MSG& message) { return Next(message); };
+        if (lines.front().starts_with("!fail")) {
+            Apply(lines.front()); // The start of the program can fail too.
         }
     }
-    [[nodiscard]] const Model& Expected() const noexcept { return model_; }
+    [[nodiscard]] const Model& Expected() const noexcept { return model; }
 
 private:
     bool Next(MSG& message);
@@ -280,36 +281,36 @@ private:
     void RequestPermission(int kind);
     void Check(HRESULT result, const Outcome& expected) const;
     void Forget() {
-        windows_.events.clear();
-        (void)windows_.browser.TakeCalls();
-        windows_.writers.samples.clear();
+        windows.events.clear();
+        (void)windows.browser.TakeCalls();
+        windows.writers.samples.clear();
     }
 
-    FakeWindows& windows_;
-    std::vector<std::string_view> lines_;
-    std::size_t nextLine_ = 0;
-    Model model_;
-    bool browserCompleted_ = false;
+    FakeWindows& windows;
+    std::vector<std::string_view> lines;
+    std::size_t nextLine = 0;
+    Model model;
+    bool browserCompleted = false;
 };
 
 // The message loop is reached only when the environment has been requested.
 bool Session::Next(MSG& message) {
-    if (!std::exchange(browserCompleted_, true)) {
+    if (!std::exchange(browserCompleted, true)) {
         const HRESULT environment = Answer();
-        if (SUCCEEDED(windows_.browser.CompleteEnvironment(environment, SUCCEEDED(environment)))) {
+        if (SUCCEEDED(windows.browser.CompleteEnvironment(environment, SUCCEEDED(environment)))) {
             const HRESULT controller = Answer();
-            (void)windows_.browser.CompleteController(controller, SUCCEEDED(controller));
+            (void)windows.browser.CompleteController(controller, SUCCEEDED(controller));
         }
-    } else if (nextLine_ < lines_.size()) {
-        const std::string_view line = lines_[nextLine_++];
+    } else if (nextLine < lines.size()) {
+        const std::string_view line = lines[nextLine++];
         Forget();
         if (line.starts_with('!')) {
             Apply(line);
         } else {
             Post(ToUnits(line));
         }
-    } else if (windows_.windowExists) {
-        message = {windows_.Window(), WM_DESTROY, 0, 0};
+    } else if (windows.windowExists) {
+        message = {windows.Window(), WM_DESTROY, 0, 0};
     } else {
         return false;
     }
@@ -326,63 +327,63 @@ void Session::Apply(std::string_view line) {
     } else if (line == "!signal" || line == "!quiet") {
         Tick(line == "!signal");
     } else if (line == "!minimize" || line == "!maximize" || line == "!restore") {
-        windows_.minimized = line == "!minimize";
-        windows_.maximized = line == "!maximize";
+        windows.minimized = line == "!minimize";
+        windows.maximized = line == "!maximize";
     } else if (line.starts_with("!navigated")) {
         Navigate(number % 2 != 0, static_cast<int>(number / 2 % 19));
     } else if (line.starts_with("!permission")) {
         RequestPermission(static_cast<int>(number % 16));
     } else if (line.starts_with("!later")) {
-        windows_.nowMs += number % 1'000'000'000;
+        windows.nowMs += number % 1'000'000'000;
     } else if (line.starts_with("!fail")) {
-        windows_.callsUntilFailure = static_cast<unsigned>(number % 1000); // counted from here
+        windows.callsUntilFailure = static_cast<unsigned>(number % 1000); // counted from here
     }
 }
 
 void Session::Post(const std::optional<std::wstring>& text, bool asNull) {
-    if (!windows_.browser.AcceptsWebMessages()) {
+    if (!windows.browser.AcceptsWebMessages()) {
         return; // A call failed while the browser was opened.
     }
-    const HRESULT result = text ? windows_.browser.RaiseWebMessage(asNull ? nullptr : text->c_str())
-                                : windows_.browser.RaiseObjectMessage();
+    const HRESULT result =
+        text ? windows.browser.RaiseWebMessage(asNull ? nullptr : text->c_str()) : windows.browser.RaiseObjectMessage();
     if (!text) {
         Check(result, {E_INVALIDARG});
     } else {
-        Check(result, model_.OnText(text->c_str())); // A text ends at its first zero.
+        Check(result, model.OnText(text->c_str())); // A text ends at its first zero.
     }
 }
 
 void Session::Tick(bool signaled) {
-    windows_.eventSignaled = signaled;
-    (void)windows_.windowProcedure(windows_.Window(), WM_TIMER, UsageTimer, 0);
-    Check(S_OK, model_.OnTimer(signaled, windows_.nowMs));
+    windows.eventSignaled = signaled;
+    (void)windows.windowProcedure(windows.Window(), WM_TIMER, UsageTimer, 0);
+    Check(S_OK, model.OnTimer(signaled, windows.nowMs));
 }
 
 // After a failure the handlers of these events may be missing.
 void Session::Navigate(bool success, int status) {
-    if (!windows_.failed) {
-        const HRESULT result = windows_.browser.RaiseNavigationCompleted(
+    if (!windows.failed) {
+        const HRESULT result = windows.browser.RaiseNavigationCompleted(
             success ? TRUE : FALSE, static_cast<COREWEBVIEW2_WEB_ERROR_STATUS>(status));
         Check(result, Model::OnNavigation(success, status));
     }
 }
 
 void Session::RequestPermission(int kind) {
-    if (!windows_.failed) {
+    if (!windows.failed) {
         auto state = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
         const HRESULT result =
-            windows_.browser.RaisePermissionRequest(static_cast<COREWEBVIEW2_PERMISSION_KIND>(kind), state);
+            windows.browser.RaisePermissionRequest(static_cast<COREWEBVIEW2_PERMISSION_KIND>(kind), state);
         Check(result, {S_OK});
         const bool allowed = state == COREWEBVIEW2_PERMISSION_STATE_ALLOW;
-        Require(windows_.failed || allowed == (kind == COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY),
+        Require(windows.failed || allowed == (kind == COREWEBVIEW2_PERMISSION_KIND_AUTOPLAY),
                 "only autoplay is allowed");
     }
 }
 
 void Session::Check(HRESULT result, const Outcome& expected) const {
-    if (!windows_.failed) {
+    if (!windows.failed) {
         Require(result == expected.result, "a text has the expected result");
-        Require(windows_.events == expected.events, "a text has the expected events");
+        Require(windows.events == expected.events, "a text has the expected events");
     }
 }
 

@@ -105,27 +105,27 @@ public:
                                                              SDDL_REVISION_1, &descriptor, nullptr);
         SECURITY_ATTRIBUTES attributes{sizeof(attributes), descriptor, FALSE};
         // The camera may do no more than signal.
-        event_ = CreateEventExW(descriptor != nullptr ? &attributes : nullptr, eventName, 0, EVENT_MODIFY_STATE);
+        event = CreateEventExW(descriptor != nullptr ? &attributes : nullptr, eventName, 0, EVENT_MODIFY_STATE);
         LocalFree(descriptor);
     }
     ~UsageSignal() {
-        if (event_ != nullptr) {
-            CloseHandle(event_);
+        if (event != nullptr) {
+            CloseHandle(event);
         }
     }
     UsageSignal(const UsageSignal&) = delete;
     UsageSignal& operator=(const UsageSignal&) = delete;
 
     // False when the event can be neither opened nor created; Signal() then does nothing.
-    [[nodiscard]] bool IsOpen() const noexcept { return event_ != nullptr; }
+    [[nodiscard]] bool IsOpen() const noexcept { return event != nullptr; }
     void Signal() const noexcept {
-        if (event_ != nullptr) {
-            SetEvent(event_);
+        if (event != nullptr) {
+            SetEvent(event);
         }
     }
 
 private:
-    HANDLE event_ = nullptr;
+    HANDLE event = nullptr;
 };
 
 enum class ReadResult {
@@ -178,10 +178,10 @@ enum class PictureState {
 // For one thread at a time. Opens the file with the first Read() that finds it, and the new file when it is replaced.
 class FrameReader {
 public:
-    explicit FrameReader(const wchar_t* path = DefaultPath().text) noexcept {
-        pathFits_ = static_cast<std::size_t>(lstrlenW(path)) < FilePath::Capacity;
-        if (pathFits_) {
-            lstrcpyW(path_.text, path);
+    explicit FrameReader(const wchar_t* newPath = DefaultPath().text) noexcept {
+        pathFits = static_cast<std::size_t>(lstrlenW(newPath)) < FilePath::Capacity;
+        if (pathFits) {
+            lstrcpyW(path.text, newPath);
         }
     }
     ~FrameReader() { Close(); }
@@ -193,12 +193,12 @@ public:
     // waits: after a few unsuccessful attempts the result is Busy, and the caller asks again a little later.
     template <typename DestinationOf>
     [[nodiscard]] ReadResult Read(FrameInfo& frame, DestinationOf&& destinationOf) {
-        if (view_ == nullptr && !Open()) {
+        if (view == nullptr && !Open()) {
             return ReadResult::NoFile;
         }
         const ReadResult result = ReadOpenFile(frame, destinationOf);
         if (result == ReadResult::NewFrame) {
-            lastChangeMs_ = GetTickCount64();
+            lastChangeMs = GetTickCount64();
         } else if (result != ReadResult::NotWanted && IsReplaced()) {
             Close();
         }
@@ -207,22 +207,22 @@ public:
 
     // Whether the last frame that was read is still live, and if not, why there is no newer one.
     [[nodiscard]] PictureState State(std::uint64_t nowMs = GetTickCount64()) const noexcept {
-        if (!IsStale(lastFrame_, StaleLimitMs, nowMs)) {
+        if (!IsStale(lastFrame, StaleLimitMs, nowMs)) {
             return PictureState::Live;
         }
-        if (view_ == nullptr || fileState_ != PictureState::Live) {
-            return fileState_;
+        if (view == nullptr || fileState != PictureState::Live) {
+            return fileState;
         }
-        return lastFrame_.sequence == 0 ? PictureState::NoFrameYet : PictureState::Stale;
+        return lastFrame.sequence == 0 ? PictureState::NoFrameYet : PictureState::Stale;
     }
 
     // The system's error code when the file could not be opened; else 0.
-    [[nodiscard]] DWORD SystemError() const noexcept { return systemError_; }
+    [[nodiscard]] DWORD SystemError() const noexcept { return systemError; }
 
     // True when the file shows something else under the frame's own sequence than what was read: the frame was torn.
     // Meant for tests of a writer; false also when the frame has been replaced since.
     [[nodiscard]] bool IsContradicted(const FrameInfo& frame, const Destination& copy) const noexcept {
-        if (view_ == nullptr || LoadSequence() != frame.sequence) {
+        if (view == nullptr || LoadSequence() != frame.sequence) {
             return false;
         }
         const FileHeader header = LoadHeader();
@@ -236,7 +236,7 @@ public:
     }
 
     // Attempts so far that found the sequence odd or changed.
-    [[nodiscard]] std::uint64_t RetryCount() const noexcept { return retryCount_; }
+    [[nodiscard]] std::uint64_t RetryCount() const noexcept { return retryCount; }
 
 private:
     static constexpr int MaxAttempts = 4;
@@ -249,11 +249,11 @@ private:
         for (int attempt = 0; attempt < MaxAttempts; ++attempt) {
             const std::uint64_t sequence = LoadSequence();
             if (sequence == 0) { // never written to, or just reset
-                lastSequence_ = 0;
-                fileState_ = PictureState::Live;
+                lastSequence = 0;
+                fileState = PictureState::Live;
                 return ReadResult::NoNewFrame;
             }
-            if (sequence == lastSequence_) {
+            if (sequence == lastSequence) {
                 return ReadResult::NoNewFrame;
             }
             if (sequence % 2 == 0) {
@@ -267,81 +267,79 @@ private:
                     Copy(header, destination);
                 }
                 if (IsSequenceStill(sequence)) {
-                    lastSequence_ = sequence;
+                    lastSequence = sequence;
                     return valid ? Accept(header, sequence, frame) : Refuse(header);
                 }
             }
-            ++retryCount_;
+            ++retryCount;
             SwitchToThread();
         }
         return ReadResult::Busy;
     }
 
     [[nodiscard]] bool Open() noexcept {
-        fileState_ = PictureState::Failed;
+        fileState = PictureState::Failed;
         const HANDLE file = OpenPath(GENERIC_READ);
-        systemError_ = file == INVALID_HANDLE_VALUE ? OpeningError() : 0;
+        systemError = file == INVALID_HANDLE_VALUE ? OpeningError() : 0;
         if (file == INVALID_HANDLE_VALUE) {
-            if (systemError_ == ERROR_FILE_NOT_FOUND || systemError_ == ERROR_PATH_NOT_FOUND) {
-                fileState_ = PictureState::Missing;
-            } else if (systemError_ == ERROR_ACCESS_DENIED) {
-                fileState_ = PictureState::Denied;
+            if (systemError == ERROR_FILE_NOT_FOUND || systemError == ERROR_PATH_NOT_FOUND) {
+                fileState = PictureState::Missing;
+            } else if (systemError == ERROR_ACCESS_DENIED) {
+                fileState = PictureState::Denied;
             }
             return false;
         }
         // Only at its exact size: Windows does not let the writer truncate a longer file while a reader maps it.
-        if (GetFileInformationByHandle(file, &identity_) == FALSE) {
-            systemError_ = GetLastError();
-        } else if (identity_.nFileSizeHigh != 0 || identity_.nFileSizeLow != FileSize) {
-            fileState_ = PictureState::WrongSize;
+        if (GetFileInformationByHandle(file, &identity) == FALSE) {
+            systemError = GetLastError();
+        } else if (identity.nFileSizeHigh != 0 || identity.nFileSizeLow != FileSize) {
+            fileState = PictureState::WrongSize;
         } else {
             Map(file);
         }
         CloseHandle(file); // the view keeps the file's contents reachable
-        return view_ != nullptr;
+        return view != nullptr;
     }
 
     void Map(HANDLE file) noexcept {
         const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
         if (mapping == nullptr) {
-            systemError_ = GetLastError();
+            systemError = GetLastError();
             return;
         }
-        view_ = static_cast<const std::uint8_t*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, FileSize));
-        if (view_ == nullptr) {
-            systemError_ = GetLastError();
+        view = static_cast<const std::uint8_t*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, FileSize));
+        if (view == nullptr) {
+            systemError = GetLastError();
         } else {
-            fileState_ = PictureState::Live;
-            lastSequence_ = 0;
-            lastChangeMs_ = GetTickCount64();
+            fileState = PictureState::Live;
+            lastSequence = 0;
+            lastChangeMs = GetTickCount64();
         }
         CloseHandle(mapping);
     }
 
     void Close() noexcept {
-        if (view_ != nullptr) {
-            UnmapViewOfFile(view_);
-            view_ = nullptr;
-            fileState_ = PictureState::Missing; // until another one is opened
+        if (view != nullptr) {
+            UnmapViewOfFile(view);
+            view = nullptr;
+            fileState = PictureState::Missing; // until another one is opened
         }
     }
 
     [[nodiscard]] HANDLE OpenPath(DWORD access) const noexcept {
-        return pathFits_
-                   ? CreateFileW(path_.text, access, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
+        return pathFits
+                   ? CreateFileW(path.text, access, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
                    : INVALID_HANDLE_VALUE;
     }
-    [[nodiscard]] DWORD OpeningError() const noexcept {
-        return pathFits_ ? GetLastError() : ERROR_FILENAME_EXCED_RANGE;
-    }
+    [[nodiscard]] DWORD OpeningError() const noexcept { return pathFits ? GetLastError() : ERROR_FILENAME_EXCED_RANGE; }
 
     // True when the path leads to another file now, or to none. Looks once a second while there is no new frame.
     [[nodiscard]] bool IsReplaced() noexcept {
         const std::uint64_t nowMs = GetTickCount64();
-        if (nowMs - lastChangeMs_ < ReplacedCheckMs) {
+        if (nowMs - lastChangeMs < ReplacedCheckMs) {
             return false;
         }
-        lastChangeMs_ = nowMs;
+        lastChangeMs = nowMs;
         const HANDLE file = OpenPath(FILE_READ_ATTRIBUTES);
         if (file == INVALID_HANDLE_VALUE) {
             const DWORD error = OpeningError();
@@ -350,15 +348,14 @@ private:
         BY_HANDLE_FILE_INFORMATION now{};
         const bool known = GetFileInformationByHandle(file, &now) != FALSE;
         CloseHandle(file);
-        return known &&
-               (now.dwVolumeSerialNumber != identity_.dwVolumeSerialNumber ||
-                now.nFileIndexHigh != identity_.nFileIndexHigh || now.nFileIndexLow != identity_.nFileIndexLow);
+        return known && (now.dwVolumeSerialNumber != identity.dwVolumeSerialNumber ||
+                         now.nFileIndexHigh != identity.nFileIndexHigh || now.nFileIndexLow != identity.nFileIndexLow);
     }
 
     // The view is read-only, so that no interlocked operation can touch it; an aligned volatile load is atomic on x64.
     template <typename Value>
     [[nodiscard]] Value Load(std::size_t offset) const noexcept {
-        return *reinterpret_cast<const volatile Value*>(view_ + offset);
+        return *reinterpret_cast<const volatile Value*>(view + offset);
     }
 
     [[nodiscard]] std::uint64_t LoadSequence() const noexcept {
@@ -399,7 +396,7 @@ private:
     }
 
     [[nodiscard]] const std::uint8_t* Buffer(const FileHeader& header) const noexcept {
-        return view_ + sizeof(FileHeader) + (header.activeBuffer == 0 ? 0 : MaxFrameSize);
+        return view + sizeof(FileHeader) + (header.activeBuffer == 0 ? 0 : MaxFrameSize);
     }
 
     void Copy(const FileHeader& header, const Destination& destination) const noexcept {
@@ -414,31 +411,31 @@ private:
     }
 
     [[nodiscard]] ReadResult Accept(const FileHeader& header, std::uint64_t sequence, FrameInfo& frame) noexcept {
-        fileState_ = PictureState::Live;
-        lastFrame_.width = header.width;
-        lastFrame_.height = header.height;
-        lastFrame_.sequence = sequence;
-        lastFrame_.timestampMs = header.timestamp;
-        frame = lastFrame_;
+        fileState = PictureState::Live;
+        lastFrame.width = header.width;
+        lastFrame.height = header.height;
+        lastFrame.sequence = sequence;
+        lastFrame.timestampMs = header.timestamp;
+        frame = lastFrame;
         return ReadResult::NewFrame;
     }
 
     [[nodiscard]] ReadResult Refuse(const FileHeader& header) noexcept {
         const bool damaged = IsFrameFile(header);
-        fileState_ = damaged ? PictureState::Damaged : PictureState::OtherVersion;
+        fileState = damaged ? PictureState::Damaged : PictureState::OtherVersion;
         return damaged ? ReadResult::Damaged : ReadResult::OtherVersion;
     }
 
-    FilePath path_{};
-    bool pathFits_ = false;
-    const std::uint8_t* view_ = nullptr;
-    BY_HANDLE_FILE_INFORMATION identity_{}; // of the file that is mapped
-    PictureState fileState_ = PictureState::Missing; // of the file itself; Live: nothing is wrong with it
-    DWORD systemError_ = 0;
-    FrameInfo lastFrame_;
-    std::uint64_t lastSequence_ = 0;
-    std::uint64_t lastChangeMs_ = 0; // when the path was last known to lead to the mapped file
-    std::uint64_t retryCount_ = 0;
+    FilePath path{};
+    bool pathFits = false;
+    const std::uint8_t* view = nullptr;
+    BY_HANDLE_FILE_INFORMATION identity{}; // of the file that is mapped
+    PictureState fileState = PictureState::Missing; // of the file itself; Live: nothing is wrong with it
+    DWORD systemError = 0;
+    FrameInfo lastFrame;
+    std::uint64_t lastSequence = 0;
+    std::uint64_t lastChangeMs = 0; // when the path was last known to lead to the mapped file
+    std::uint64_t retryCount = 0;
 };
 
 } // namespace vistel

@@ -11,14 +11,14 @@ namespace receiver {
 
 class GuardedMemory {
 public:
-    explicit GuardedMemory(std::size_t size) : pages_(size), size_(size) {}
+    explicit GuardedMemory(std::size_t newSize) : pages(newSize), size(newSize) {}
 
     // Zero at first.
-    [[nodiscard]] std::span<std::uint8_t> Bytes() const { return pages_.Last(size_); }
+    [[nodiscard]] std::span<std::uint8_t> Bytes() const { return pages.Last(size); }
 
 private:
-    GuardedBytes pages_;
-    std::size_t size_;
+    GuardedBytes pages;
+    std::size_t size;
 };
 
 } // namespace receiver

@@ -10,27 +10,27 @@ namespace receiver {
 
 class ScratchFolder {
 public:
-    ScratchFolder() : path_(std::filesystem::temp_directory_path() / "vistel-fuzz-XXXXXX") {
-        std::string name = path_.string();
+    ScratchFolder() : path(std::filesystem::temp_directory_path() / "vistel-fuzz-XXXXXX") {
+        std::string name = path.string();
         if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot create a folder in " + path_.parent_path().string());
+            throw std::runtime_error("cannot create a folder in " + path.parent_path().string());
         }
-        path_ = name;
+        path = name;
     }
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
     ~ScratchFolder() {
         std::error_code ignored; // There is no caller to report it to.
-        std::filesystem::remove_all(path_, ignored);
+        std::filesystem::remove_all(path, ignored);
     }
 
-    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
+    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path; }
     // For %ProgramData%. It ends in a slash, so that the rest of the program's paths, which has only backslashes, is
     // one file name in this folder.
-    [[nodiscard]] std::wstring AsVariable() const { return path_.wstring() + L'/'; }
+    [[nodiscard]] std::wstring AsVariable() const { return path.wstring() + L'/'; }
 
 private:
-    std::filesystem::path path_;
+    std::filesystem::path path;
 };
 
 } // namespace receiver

@@ -26,9 +26,9 @@ public:
         AddRef();
         return S_OK;
     }
-    ULONG AddRef() override { return ++references_; }
+    ULONG AddRef() override { return ++references; }
     ULONG Release() override {
-        const ULONG left = --references_;
+        const ULONG left = --references;
         if (left == 0) {
             delete this;
         }
@@ -36,7 +36,7 @@ public:
     }
 
 private:
-    ULONG references_ = 1; // The creator's.
+    ULONG references = 1; // The creator's.
 };
 
 // Makes an object for a call that hands one out, unless the call is to fail.
@@ -60,9 +60,9 @@ public:
 class FrameEncode final : public CountedObject<IWICBitmapFrameEncode> {
 public:
     HRESULT Initialize(IPropertyBag2*) override { return Answer(); }
-    HRESULT SetSize(UINT width, UINT height) override {
-        width_ = width;
-        height_ = height;
+    HRESULT SetSize(UINT newWidth, UINT newHeight) override {
+        width = newWidth;
+        height = newHeight;
         return Answer();
     }
     HRESULT SetPixelFormat(WICPixelFormatGUID* format) override {
@@ -72,15 +72,15 @@ public:
         return S_OK;
     }
     HRESULT WritePixels(UINT lineCount, UINT stride, UINT size, BYTE* pixels) override {
-        Require(lineCount == height_ && stride == width_ * 3 && size == stride * height_, "a snapshot is complete");
+        Require(lineCount == height && stride == width * 3 && size == stride * height, "a snapshot is complete");
         FakeWindows::Current().pixelSum = std::accumulate(pixels, pixels + size, 0U); // Reads every byte.
         return Answer();
     }
     HRESULT Commit() override { return Answer(); }
 
 private:
-    UINT width_ = 0;
-    UINT height_ = 0;
+    UINT width = 0;
+    UINT height = 0;
 };
 
 class Encoder final : public CountedObject<IWICBitmapEncoder> {
@@ -114,65 +114,65 @@ public:
 
 class MediaBuffer final : public CountedObject<IMFMediaBuffer> {
 public:
-    explicit MediaBuffer(DWORD size) : bytes_(size) {}
-    HRESULT Lock(BYTE** data, DWORD* capacity, DWORD* length) override {
-        if (capacity != nullptr && length != nullptr) { // the sink writer
-            *capacity = static_cast<DWORD>(bytes_.size());
-            *length = length_;
+    explicit MediaBuffer(DWORD size) : bytes(size) {}
+    HRESULT Lock(BYTE** data, DWORD* capacity, DWORD* newLength) override {
+        if (capacity != nullptr && newLength != nullptr) { // the sink writer
+            *capacity = static_cast<DWORD>(bytes.size());
+            *newLength = length;
         } else {
             RETURN_IF_FAILED(Answer());
         }
-        *data = bytes_.data();
+        *data = bytes.data();
         return S_OK;
     }
     HRESULT Unlock() override { return S_OK; }
-    HRESULT SetCurrentLength(DWORD length) override {
-        length_ = length;
+    HRESULT SetCurrentLength(DWORD newLength) override {
+        length = newLength;
         return S_OK;
     }
 
 private:
-    std::vector<std::uint8_t> bytes_;
-    DWORD length_ = 0;
+    std::vector<std::uint8_t> bytes;
+    DWORD length = 0;
 };
 
 class Sample final : public CountedObject<IMFSample> {
 public:
     HRESULT AddBuffer(IMFMediaBuffer* added) override {
         RETURN_IF_FAILED(Answer());
-        buffer_ = ComPtr(added);
+        buffer = ComPtr(added);
         return S_OK;
     }
-    HRESULT SetSampleTime(LONGLONG time) override {
-        time_ = time;
+    HRESULT SetSampleTime(LONGLONG newTime) override {
+        time = newTime;
         return S_OK;
     }
-    HRESULT SetSampleDuration(LONGLONG duration) override {
-        duration_ = duration;
+    HRESULT SetSampleDuration(LONGLONG newDuration) override {
+        duration = newDuration;
         return S_OK;
     }
-    HRESULT GetSampleTime(LONGLONG* time) override {
-        *time = time_;
+    HRESULT GetSampleTime(LONGLONG* value) override {
+        *value = time;
         return S_OK;
     }
-    HRESULT GetSampleDuration(LONGLONG* duration) override {
-        *duration = duration_;
+    HRESULT GetSampleDuration(LONGLONG* value) override {
+        *value = duration;
         return S_OK;
     }
     HRESULT GetBufferCount(DWORD* count) override {
-        *count = buffer_ ? 1 : 0;
+        *count = buffer ? 1 : 0;
         return S_OK;
     }
-    HRESULT GetBufferByIndex(DWORD, IMFMediaBuffer** buffer) override {
-        *buffer = buffer_.Get();
-        (*buffer)->AddRef();
+    HRESULT GetBufferByIndex(DWORD, IMFMediaBuffer** value) override {
+        *value = buffer.Get();
+        (*value)->AddRef();
         return S_OK;
     }
 
 private:
-    ComPtr<IMFMediaBuffer> buffer_;
-    LONGLONG time_ = -1;
-    LONGLONG duration_ = 0;
+    ComPtr<IMFMediaBuffer> buffer;
+    LONGLONG time = -1;
+    LONGLONG duration = 0;
 };
 
 } // namespace

@@ -43,7 +43,7 @@ LONG GetVersionOfFake(RTL_OSVERSIONINFOW* version) {
 
 void ReportFailure(const std::wstring& what) { Require(false, std::string(what.begin(), what.end()).c_str()); }
 
-FakeWindows::FakeWindows(std::span<std::uint8_t> frameFile) : frameFile_(frameFile) {
+FakeWindows::FakeWindows(std::span<std::uint8_t> newFrameFile) : frameFile(newFrameFile) {
     Require(current == nullptr, "only one fake machine exists at a time");
     current = this;
     browser.onRecord = [this](const std::wstring& call) {
@@ -59,7 +59,7 @@ FakeWindows::FakeWindows(std::span<std::uint8_t> frameFile) : frameFile_(frameFi
 }
 
 FakeWindows::~FakeWindows() {
-    for (void* const text : strings_) {
+    for (void* const text : strings) {
         std::free(text);
     }
     current = nullptr;
@@ -76,18 +76,18 @@ bool FakeWindows::Fails() noexcept {
 }
 
 HANDLE FakeWindows::MakeHandle() {
-    lastHandle_ += 4;
-    const HANDLE handle = reinterpret_cast<HANDLE>(lastHandle_);
-    handles_.insert(handle);
+    lastHandle += 4;
+    const HANDLE handle = reinterpret_cast<HANDLE>(lastHandle);
+    handles.insert(handle);
     return handle;
 }
 
-bool FakeWindows::CloseHandle(HANDLE handle) noexcept { return handles_.erase(handle) == 1; }
+bool FakeWindows::CloseHandle(HANDLE handle) noexcept { return handles.erase(handle) == 1; }
 
 void* FakeWindows::Allocate(std::size_t size) {
     void* const memory = std::malloc(size);
     Require(memory != nullptr, "there is memory");
-    strings_.insert(memory);
+    strings.insert(memory);
     return memory;
 }
 
@@ -100,7 +100,7 @@ wchar_t* FakeWindows::MakeString(std::wstring_view text) {
 
 void FakeWindows::FreeString(void* text) noexcept {
     if (text != nullptr) {
-        Require(strings_.erase(text) == 1, "only strings that were handed out are freed, and once");
+        Require(strings.erase(text) == 1, "only strings that were handed out are freed, and once");
         browser.OnTaskMemoryFreed(text);
         std::free(text);
     }
@@ -119,8 +119,8 @@ std::string FakeWindows::Leaks() {
             leaks += std::string(what) + ": " + std::to_string(number) + "; ";
         }
     };
-    count("handles", handles_.size());
-    count("strings", strings_.size());
+    count("handles", handles.size());
+    count("strings", strings.size());
     count("objects", static_cast<std::size_t>(objectCount));
     count("views", static_cast<std::size_t>(mappedViews));
     count("COM", static_cast<std::size_t>(comStarts));

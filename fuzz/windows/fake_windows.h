@@ -21,7 +21,7 @@ namespace receiver {
 class FakeWindows {
 public:
     // `frameFile` holds the bytes of the shared frame file; its size is the largest that the file can have.
-    explicit FakeWindows(std::span<std::uint8_t> frameFile);
+    explicit FakeWindows(std::span<std::uint8_t> newFrameFile);
     FakeWindows(const FakeWindows&) = delete;
     FakeWindows& operator=(const FakeWindows&) = delete;
     ~FakeWindows();
@@ -55,7 +55,7 @@ public:
     [[nodiscard]] void* Allocate(std::size_t size);
     [[nodiscard]] wchar_t* MakeString(std::wstring_view text);
     void FreeString(void* text) noexcept;
-    [[nodiscard]] std::span<std::uint8_t> FrameFile() const noexcept { return frameFile_; }
+    [[nodiscard]] std::span<std::uint8_t> FrameFile() const noexcept { return frameFile; }
     // Releases the handlers, and names everything that was handed out and not given back; empty if there is no leak.
     [[nodiscard]] std::string Leaks();
 
@@ -75,10 +75,10 @@ public:
     int mediaStarts = 0;
 
 private:
-    std::span<std::uint8_t> frameFile_;
-    std::set<HANDLE> handles_;
-    std::set<void*> strings_;
-    std::intptr_t lastHandle_ = 0;
+    std::span<std::uint8_t> frameFile;
+    std::set<HANDLE> handles;
+    std::set<void*> strings;
+    std::intptr_t lastHandle = 0;
 };
 
 [[nodiscard]] inline HRESULT Answer() noexcept { return FakeWindows::Current().Fails() ? E_FAIL : S_OK; }

@@ -29,7 +29,7 @@ protected:
     void SetUp() override { app.reset(); } // The entry point creates its own object.
 
     // Runs the entry point; the calls of COM and Media Foundation are recorded among those of the browser.
-    int Main(const wchar_t* commandLine, std::function<void()> inLoop = {}) {
+    int Main(const wchar_t* commandLine, std::function<void()> newInLoop = {}) {
         const ImportPatch comStarts("ole32.dll", "CoInitializeEx", &CoInitializeEx,
                                     [this](auto* original, LPVOID reserved, DWORD model) {
                                         EXPECT_EQ(reserved, nullptr);
@@ -61,7 +61,7 @@ protected:
                 allocationFailed = fault && fault->Happened();
                 return exitCode;
             },
-            std::move(inLoop));
+            std::move(newInLoop));
     }
     // The navigation of a start with this command line.
     std::wstring NavigationOf(const wchar_t* commandLine) {

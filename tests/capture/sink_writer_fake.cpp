@@ -15,59 +15,59 @@ void Expect(bool condition, const wchar_t* what) {
 
 class SinkWriterFakes::Writer final : public IMFSinkWriter {
 public:
-    explicit Writer(SinkWriterFakes& fakes) : fakes_(fakes) {}
+    explicit Writer(SinkWriterFakes& newFakes) : fakes(newFakes) {}
     ~Writer() = default;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
         *object = nullptr;
         return E_NOINTERFACE;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
     ULONG STDMETHODCALLTYPE Release() override {
-        const ULONG left = --references_;
+        const ULONG left = --references;
         if (left == 0) {
-            fakes_.Note("released");
+            fakes.Note("released");
             delete this;
         }
         return left;
     }
     HRESULT STDMETHODCALLTYPE AddStream(IMFMediaType* type, DWORD* index) override {
-        fakes_.outputType = ComPtr<IMFMediaType>(type);
+        fakes.outputType = ComPtr<IMFMediaType>(type);
         *index = StreamIndex;
-        return fakes_.Result("AddStream");
+        return fakes.Result("AddStream");
     }
     HRESULT STDMETHODCALLTYPE SetInputMediaType(DWORD stream, IMFMediaType* type, IMFAttributes* parameters) override {
         Expect(stream == StreamIndex && parameters == nullptr, L"the input type is that of the added stream");
-        fakes_.inputType = ComPtr<IMFMediaType>(type);
-        return fakes_.Result("SetInputMediaType");
+        fakes.inputType = ComPtr<IMFMediaType>(type);
+        return fakes.Result("SetInputMediaType");
     }
     HRESULT STDMETHODCALLTYPE BeginWriting() override {
-        const HRESULT result = fakes_.Result("BeginWriting");
-        writing_ = SUCCEEDED(result);
+        const HRESULT result = fakes.Result("BeginWriting");
+        writing = SUCCEEDED(result);
         return result;
     }
     HRESULT STDMETHODCALLTYPE WriteSample(DWORD stream, IMFSample* sample) override {
-        Expect(writing_, L"samples are written after BeginWriting and before Finalize");
-        fakes_.newestSample = ComPtr<IMFSample>(sample);
-        const HRESULT result = fakes_.Result("WriteSample");
+        Expect(writing, L"samples are written after BeginWriting and before Finalize");
+        fakes.newestSample = ComPtr<IMFSample>(sample);
+        const HRESULT result = fakes.Result("WriteSample");
         if (SUCCEEDED(result)) {
-            fakes_.samples.push_back(Read(stream, sample));
+            fakes.samples.push_back(Read(stream, sample));
         }
         return result;
     }
-    HRESULT STDMETHODCALLTYPE SendStreamTick(DWORD, LONGLONG) override { return fakes_.Result("SendStreamTick"); }
-    HRESULT STDMETHODCALLTYPE PlaceMarker(DWORD, void*) override { return fakes_.Result("PlaceMarker"); }
-    HRESULT STDMETHODCALLTYPE NotifyEndOfSegment(DWORD) override { return fakes_.Result("NotifyEndOfSegment"); }
-    HRESULT STDMETHODCALLTYPE Flush(DWORD) override { return fakes_.Result("Flush"); }
+    HRESULT STDMETHODCALLTYPE SendStreamTick(DWORD, LONGLONG) override { return fakes.Result("SendStreamTick"); }
+    HRESULT STDMETHODCALLTYPE PlaceMarker(DWORD, void*) override { return fakes.Result("PlaceMarker"); }
+    HRESULT STDMETHODCALLTYPE NotifyEndOfSegment(DWORD) override { return fakes.Result("NotifyEndOfSegment"); }
+    HRESULT STDMETHODCALLTYPE Flush(DWORD) override { return fakes.Result("Flush"); }
     HRESULT STDMETHODCALLTYPE Finalize() override {
-        Expect(std::exchange(writing_, false), L"a file that was begun is finalized once");
-        return fakes_.Result("Finalize");
+        Expect(std::exchange(writing, false), L"a file that was begun is finalized once");
+        return fakes.Result("Finalize");
     }
     HRESULT STDMETHODCALLTYPE GetServiceForStream(DWORD, REFGUID, REFIID, void**) override {
-        return fakes_.Result("GetServiceForStream");
+        return fakes.Result("GetServiceForStream");
     }
     HRESULT STDMETHODCALLTYPE GetStatistics(DWORD, MF_SINK_WRITER_STATISTICS*) override {
-        return fakes_.Result("GetStatistics");
+        return fakes.Result("GetStatistics");
     }
 
 private:
@@ -79,7 +79,7 @@ private:
         Expect(SUCCEEDED(sample->GetSampleTime(&read.time)) && SUCCEEDED(sample->GetSampleDuration(&read.duration)) &&
                    SUCCEEDED(sample->GetBufferCount(&buffers)) && buffers == 1,
                L"a sample has a time, a duration and one buffer");
-        Expect(read.time > std::exchange(lastTime_, read.time), L"times grow");
+        Expect(read.time > std::exchange(lastTime, read.time), L"times grow");
         ComPtr<IMFMediaBuffer> buffer;
         BYTE* bytes = nullptr;
         DWORD capacity = 0;
@@ -93,10 +93,10 @@ private:
         return read;
     }
 
-    SinkWriterFakes& fakes_;
-    ULONG references_ = 1;
-    LONGLONG lastTime_ = -1;
-    bool writing_ = false;
+    SinkWriterFakes& fakes;
+    ULONG references = 1;
+    LONGLONG lastTime = -1;
+    bool writing = false;
 };
 
 HRESULT SinkWriterFakes::Create(LPCWSTR newUrl, const void* stream, const IMFAttributes* attributes,

@@ -37,8 +37,8 @@ public:
     static constexpr DWORD StreamIndex = 3;
 
     // Lets a call fail from now on: the name of a method, or "Create".
-    void Fail(const std::string& name, HRESULT code) { failures_[name] = code; }
-    void FailNothing() { failures_.clear(); }
+    void Fail(const std::string& name, HRESULT code) { failures[name] = code; }
+    void FailNothing() { failures.clear(); }
     [[nodiscard]] std::vector<std::string> TakeCalls() { return std::exchange(calls, {}); }
     // Used in place of MFCreateSinkWriterFromURL. While Media Foundation is shut down, this and the writer's methods
     // return MF_E_SHUTDOWN and are recorded as "NAME after MFShutdown".
@@ -75,14 +75,14 @@ private:
         if (const HRESULT platform = PlatformResult(); FAILED(platform)) {
             return platform;
         }
-        const auto failure = failures_.find(name);
-        if (failure != failures_.end()) {
+        const auto failure = failures.find(name);
+        if (failure != failures.end()) {
             return failure->second;
         }
         return onResult ? onResult() : S_OK;
     }
 
-    std::map<std::string, HRESULT> failures_;
+    std::map<std::string, HRESULT> failures;
 
 #ifdef _WIN32
     struct Creation {
@@ -98,7 +98,7 @@ private:
         }
     };
 
-    ImportPatch<HRESULT(LPCWSTR, IMFByteStream*, IMFAttributes*, IMFSinkWriter**), Creation> creation_{
+    ImportPatch<HRESULT(LPCWSTR, IMFByteStream*, IMFAttributes*, IMFSinkWriter**), Creation> creation{
         "mfreadwrite.dll", "MFCreateSinkWriterFromURL", &MFCreateSinkWriterFromURL, Creation{*this}};
 #endif
 };

@@ -81,13 +81,13 @@ constexpr HRESULT DiskFull = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
 
 class Driver {
 public:
-    explicit Driver(const Operation& operation) : operation_(operation) {
-        std::string all = operation_.unnoticed + ' ' + operation_.cutShort;
-        for (const Outcome& outcome : operation_.outcomes) {
+    explicit Driver(const Operation& newOperation) : operation(newOperation) {
+        std::string all = operation.unnoticed + ' ' + operation.cutShort;
+        for (const Outcome& outcome : operation.outcomes) {
             all += ' ' + outcome.calls;
         }
         for (const std::string& name : Words(all)) {
-            used_[name] = false;
+            used[name] = false;
         }
     }
 
@@ -103,8 +103,8 @@ public:
 
 private:
     std::optional<SeenFunction> NextFunction() {
-        for (const auto& [number, function] : found_) {
-            if (done_.insert(number).second) {
+        for (const auto& [number, function] : found) {
+            if (done.insert(number).second) {
                 return function;
             }
         }
@@ -118,7 +118,7 @@ private:
             return;
         }
         auto& row = Table()[name];
-        row[operation_.name]; // Lists the operation even if the function cannot fail.
+        row[operation.name]; // Lists the operation even if the function cannot fail.
         if (function.rule->failure == Failure::Never) {
             return;
         }
@@ -130,7 +130,7 @@ private:
             while (Run(name + "#" + std::to_string(fault.index) + (fault.lasting ? "+" : ""), fault, {})) {
                 ++fault.index;
             }
-            row[operation_.name] += fault.index;
+            row[operation.name] += fault.index;
         }
     }
 
@@ -140,13 +140,13 @@ private:
             ++index;
         }
         if (index > 0) {
-            Table()["operator new"][operation_.name] += index;
+            Table()["operator new"][operation.name] += index;
         }
     }
 
     // Returns whether the call failed as asked.
     bool Run(const std::string& call, std::optional<CallWatch::Fault> failing, std::optional<unsigned> allocation) {
-        SCOPED_TRACE(operation_.name + ' ' + (call.empty() ? "good" : call) + ' ' +
+        SCOPED_TRACE(operation.name + ' ' + (call.empty() ? "good" : call) + ' ' +
                      (failing ? Hexadecimal(failing->code) : ""));
         const AllocationPause ofTest;
         const long memoryBefore = LiveAllocations();
@@ -165,7 +165,7 @@ private:
                 };
                 {
                     const ProductCalls alsoRecorded;
-                    operation_.prepare(fixture);
+                    operation.prepare(fixture);
                 }
                 (void)fixture.Observe();
                 watch.Begin(failing);
@@ -174,13 +174,13 @@ private:
                     if (allocation) {
                         fault.emplace(*allocation);
                     }
-                    operation_.run(fixture);
+                    operation.run(fixture);
                     happened = watch.Happened() || (fault && fault->Happened());
                 }
                 watch.FailNothing();
                 Judge(fixture.Observe(), happened ? call : "", failing ? failing->code : S_OK);
-                (operation_.again ? operation_.again : operation_.run)(fixture);
-                const Observations& goodAgain = operation_.goodAgain.empty() ? operation_.good : operation_.goodAgain;
+                (operation.again ? operation.again : operation.run)(fixture);
+                const Observations& goodAgain = operation.goodAgain.empty() ? operation.good : operation.goodAgain;
                 EXPECT_EQ(WithoutCalls(fixture.Observe()), WithoutCalls(goodAgain)) << "in the run after it";
                 if (failing && failing->lasting && failing->code == E_ACCESSDENIED && failing->index == 0) {
                     fixture.ExpectWorkingReceiver();
@@ -191,18 +191,18 @@ private:
             }
         }
         EXPECT_THAT(HeldObjects(), testing::IsEmpty()) << "held after the end";
-        if (std::exchange(warm_, true)) {
+        if (std::exchange(warm, true)) {
             EXPECT_EQ(LiveAllocations(), memoryBefore) << "memory is held after the end";
         }
         for (const SeenFunction& function : SeenFunctions()) {
-            found_.emplace(function.number, function);
+            found.emplace(function.number, function);
         }
         return happened;
     }
 
     void Judge(const Observations& seen, const std::string& call, HRESULT code) {
         if (call.empty()) {
-            EXPECT_EQ(seen, operation_.good);
+            EXPECT_EQ(seen, operation.good);
             return;
         }
         const Observations seenResults = WithoutCalls(seen);
@@ -226,44 +226,44 @@ private:
             words = {call, name + '+', call.substr(0, call.size() - 1), name};
         }
         for (const std::string& word : words) {
-            if (Uses(operation_.unnoticed, word)) {
-                return {operation_.good};
+            if (Uses(operation.unnoticed, word)) {
+                return {operation.good};
             }
-            for (const Outcome& outcome : operation_.outcomes) {
+            for (const Outcome& outcome : operation.outcomes) {
                 if (Uses(outcome.calls, word)) {
                     return {outcome.seen};
                 }
             }
-            if (Uses(operation_.cutShort, word)) {
-                return {operation_.good, true};
+            if (Uses(operation.cutShort, word)) {
+                return {operation.good, true};
             }
         }
         ADD_FAILURE() << "the operation has no outcome for this call's failure";
-        return {operation_.good};
+        return {operation.good};
     }
 
     bool Uses(const std::string& calls, const std::string& word) {
         const bool listed = Words(calls).contains(word);
         if (listed) {
-            used_.at(word) = true;
+            used.at(word) = true;
         }
         return listed;
     }
 
     // A log line may be missing or have the code. The rest must be good unless the result is E_OUTOFMEMORY.
     void JudgeWithoutMemory(const Observations& seen) const {
-        const Observations good = WithoutCalls(operation_.good);
+        const Observations good = WithoutCalls(operation.good);
         Observations allowed = good;
-        allowed.insert(allowed.end(), operation_.withoutMemory.begin(), operation_.withoutMemory.end());
+        allowed.insert(allowed.end(), operation.withoutMemory.begin(), operation.withoutMemory.end());
         Observations missing = good;
         bool reported = false;
         for (const std::string& line : seen) {
-            const auto found = std::find(allowed.begin(), allowed.end(), Replace(line, NoMemoryCode, ""));
-            if (found == allowed.end()) {
+            const auto known = std::find(allowed.begin(), allowed.end(), Replace(line, NoMemoryCode, ""));
+            if (known == allowed.end()) {
                 ADD_FAILURE() << "unexpected: " << line;
                 continue;
             }
-            allowed.erase(found);
+            allowed.erase(known);
             const auto expected = std::find(missing.begin(), missing.end(), line);
             if (expected != missing.end()) {
                 missing.erase(expected);
@@ -277,16 +277,16 @@ private:
     }
 
     void ExpectAllNamesUsed() {
-        for (const auto& [name, used] : used_) {
-            EXPECT_TRUE(used) << name << " is not called in " << operation_.name;
+        for (const auto& [name, isUsed] : used) {
+            EXPECT_TRUE(isUsed) << name << " is not called in " << operation.name;
         }
     }
 
-    const Operation& operation_;
-    std::map<std::size_t, SeenFunction> found_;
-    std::set<std::size_t> done_;
-    std::map<std::string, bool> used_; // the calls that the operation names
-    bool warm_ = false;
+    const Operation& operation;
+    std::map<std::size_t, SeenFunction> found;
+    std::set<std::size_t> done;
+    std::map<std::string, bool> used; // the calls that the operation names
+    bool warm = false;
 };
 
 // After all tests: prints which functions were called, where, and how often they failed.
@@ -339,7 +339,7 @@ FaultFixture::FaultFixture() {
     logFiles.push_back(folder.Path() / L"vistel-receiver.log"); // used without a temporary folder
 }
 
-FaultFixture::~FaultFixture() { std::filesystem::current_path(oldCurrent_); }
+FaultFixture::~FaultFixture() { std::filesystem::current_path(oldCurrent); }
 
 void FaultFixture::TearDown() {
     file.reset();
@@ -362,7 +362,7 @@ void FaultFixture::Signal() {
 }
 
 void FaultFixture::Poll(ULONGLONG afterMs) {
-    tick_ += afterMs;
+    tick += afterMs;
     const HWND window = MainWindow();
     Product([=] { return static_cast<HRESULT>(ReceiverApp::WindowProc(window, WM_TIMER, UsageTimer, 0)); });
 }
@@ -392,7 +392,7 @@ void FaultFixture::PostFrame() {
 
 void FaultFixture::NotePublished() {
     const std::uint64_t sequence = FrameHeader().sequence;
-    NoteEvent(sequence > std::exchange(published_, sequence) ? "published" : "not published");
+    NoteEvent(sequence > std::exchange(published, sequence) ? "published" : "not published");
 }
 
 FARPROC FaultFixture::KnownVersion::operator()(decltype(&GetProcAddress), HMODULE, LPCSTR) const {

@@ -93,18 +93,18 @@ private:
     };
     struct Clock {
         FaultFixture& fixture;
-        ULONGLONG operator()(decltype(&GetTickCount64)) const { return fixture.tick_; }
+        ULONGLONG operator()(decltype(&GetTickCount64)) const { return fixture.tick; }
     };
 
-    ImportPatch<FARPROC(HMODULE, LPCSTR), KnownVersion> version_{"kernel32.dll", "GetProcAddress", &GetProcAddress, {}};
-    ImportPatch<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY), Registered> camera_{"advapi32.dll",
-                                                                                  "RegOpenKeyExW",
-                                                                                  &RegOpenKeyExW,
-                                                                                  {}};
-    ImportPatch<ULONGLONG(), Clock> clock_{"kernel32.dll", "GetTickCount64", &GetTickCount64, Clock{*this}};
-    ULONGLONG tick_ = 1000;
-    std::uint64_t published_ = 0;
-    const std::filesystem::path oldCurrent_ = std::filesystem::current_path();
+    ImportPatch<FARPROC(HMODULE, LPCSTR), KnownVersion> version{"kernel32.dll", "GetProcAddress", &GetProcAddress, {}};
+    ImportPatch<LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY), Registered> camera{"advapi32.dll",
+                                                                                 "RegOpenKeyExW",
+                                                                                 &RegOpenKeyExW,
+                                                                                 {}};
+    ImportPatch<ULONGLONG(), Clock> clock{"kernel32.dll", "GetTickCount64", &GetTickCount64, Clock{*this}};
+    ULONGLONG tick = 1000;
+    std::uint64_t published = 0;
+    const std::filesystem::path oldCurrent = std::filesystem::current_path();
 };
 
 struct Outcome {

@@ -134,7 +134,7 @@ TEST_F(UsageMonitorTest, PollsOnceASecond) {
 
 TEST_F(UsageMonitorTest, CreatesTheCamerasEvent) {
     unsigned made = 0;
-    const ImportPatch events(
+    const ImportPatch eventCreation(
         "kernel32.dll", "CreateEventW", &CreateEventW,
         [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) {
             if (name != nullptr) {
@@ -194,7 +194,7 @@ TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasDefaultSecurity)
                                       return FALSE;
                                   });
     unsigned made = 0;
-    const ImportPatch events(
+    const ImportPatch eventCreation(
         "kernel32.dll", "CreateEventW", &CreateEventW,
         [&](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) {
             if (name != nullptr) {
@@ -209,7 +209,7 @@ TEST_F(UsageMonitorTest, WithoutItsSecurityDescriptorTheEventHasDefaultSecurity)
 }
 
 TEST_F(UsageMonitorTest, AnEventThatCannotBeCreatedIsReportedAndNotPolled) {
-    const ImportPatch events(
+    const ImportPatch eventCreation(
         "kernel32.dll", "CreateEventW", &CreateEventW,
         [](auto* original, SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL signaled, LPCWSTR name) -> HANDLE {
             if (name == nullptr) {

@@ -72,7 +72,7 @@ ComPtr<IPin> InputPin(const ComPtr<IBaseFilter>& grabber) {
 // Keeps what passes by for the graph that made it.
 class CaptureGraph::Grabber final : public ISampleGrabberCB {
 public:
-    explicit Grabber(CaptureGraph& graph) : graph_(graph) {}
+    explicit Grabber(CaptureGraph& newGraph) : graph(newGraph) {}
 
     STDMETHODIMP QueryInterface(REFIID id, void** object) override {
         const bool known = id == IID_IUnknown || id == IID_ISampleGrabberCB;
@@ -83,9 +83,9 @@ public:
         AddRef();
         return S_OK;
     }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references)); }
     STDMETHODIMP_(ULONG) Release() override {
-        const LONG left = InterlockedDecrement(&references_);
+        const LONG left = InterlockedDecrement(&references);
         if (left == 0) {
             delete this;
         }
@@ -100,15 +100,15 @@ public:
         BYTE* bytes = nullptr;
         if (media->GetPointer(&bytes) == S_OK) {
             sample.bytes.assign(bytes, bytes + std::min(static_cast<std::size_t>(media->GetActualDataLength()),
-                                                        graph_.keptBytes_.load()));
+                                                        graph.keptBytes.load()));
         }
-        const std::lock_guard guard(graph_.lock_);
-        if (graph_.holding_) {
-            graph_.held_.emplace_back(media);
+        const std::lock_guard guard(graph.lock);
+        if (graph.holding) {
+            graph.held.emplace_back(media);
         } else {
-            graph_.samples_.push_back(std::move(sample));
+            graph.samples.push_back(std::move(sample));
         }
-        graph_.changed_.notify_all();
+        graph.changed.notify_all();
         return S_OK;
     }
     STDMETHODIMP BufferCB(double, BYTE*, LONG) override { return E_NOTIMPL; }
@@ -116,41 +116,41 @@ public:
 private:
     ~Grabber() = default;
 
-    CaptureGraph& graph_;
-    LONG references_ = 1;
+    CaptureGraph& graph;
+    LONG references = 1;
 };
 
-CaptureGraph::CaptureGraph(ComPtr<IBaseFilter> camera) : camera_(std::move(camera)) {
-    EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph_.PutVoid()),
+CaptureGraph::CaptureGraph(ComPtr<IBaseFilter> newCamera) : camera(std::move(newCamera)) {
+    EXPECT_EQ(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder, graph.PutVoid()),
               S_OK);
     EXPECT_EQ(CoCreateInstance(CLSID_CaptureGraphBuilder2, nullptr, CLSCTX_INPROC_SERVER, IID_ICaptureGraphBuilder2,
-                               builder_.PutVoid()),
+                               builder.PutVoid()),
               S_OK);
-    EXPECT_EQ(builder_->SetFiltergraph(graph_.Get()), S_OK);
-    EXPECT_EQ(graph_.As(IID_IMediaControl, control_), S_OK);
-    grabberFilter_ = MakeGrabber();
-    renderer_ = MakeFilter(NullRendererClass);
+    EXPECT_EQ(builder->SetFiltergraph(graph.Get()), S_OK);
+    EXPECT_EQ(graph.As(IID_IMediaControl, control), S_OK);
+    grabberFilter = MakeGrabber();
+    renderer = MakeFilter(NullRendererClass);
     ComPtr<ISampleGrabber> settings;
-    EXPECT_EQ(grabberFilter_.As(IID_ISampleGrabber, settings), S_OK);
-    grabber_ = ComPtr<ISampleGrabberCB>::Attach(new Grabber(*this));
-    EXPECT_EQ(settings->SetCallback(grabber_.Get(), 0), S_OK);
-    EXPECT_EQ(graph_->AddFilter(camera_.Get(), L"Camera"), S_OK);
-    EXPECT_EQ(graph_->AddFilter(grabberFilter_.Get(), L"Grabber"), S_OK);
-    EXPECT_EQ(graph_->AddFilter(renderer_.Get(), L"Renderer"), S_OK);
+    EXPECT_EQ(grabberFilter.As(IID_ISampleGrabber, settings), S_OK);
+    grabber = ComPtr<ISampleGrabberCB>::Attach(new Grabber(*this));
+    EXPECT_EQ(settings->SetCallback(grabber.Get(), 0), S_OK);
+    EXPECT_EQ(graph->AddFilter(camera.Get(), L"Camera"), S_OK);
+    EXPECT_EQ(graph->AddFilter(grabberFilter.Get(), L"Grabber"), S_OK);
+    EXPECT_EQ(graph->AddFilter(renderer.Get(), L"Renderer"), S_OK);
 }
 
 CaptureGraph::~CaptureGraph() {
-    (void)control_->Stop();
-    held_.clear();
+    (void)control->Stop();
+    held.clear();
     ComPtr<ISampleGrabber> settings;
-    if (SUCCEEDED(grabberFilter_.As(IID_ISampleGrabber, settings))) {
+    if (SUCCEEDED(grabberFilter.As(IID_ISampleGrabber, settings))) {
         (void)settings->SetCallback(nullptr, 0);
     }
 }
 
 HRESULT CaptureGraph::SetFormat(const StreamFormat& format) {
     ComPtr<IAMStreamConfig> config;
-    RETURN_IF_FAILED(CapturePin(camera_).As(IID_IAMStreamConfig, config));
+    RETURN_IF_FAILED(CapturePin(camera).As(IID_IAMStreamConfig, config));
     AM_MEDIA_TYPE type{};
     RETURN_IF_FAILED(MakeMediaType(format, type));
     const HRESULT result = config->SetFormat(&type);
@@ -159,46 +159,46 @@ HRESULT CaptureGraph::SetFormat(const StreamFormat& format) {
 }
 
 HRESULT CaptureGraph::Render(const GUID* category) {
-    return builder_->RenderStream(category, &MEDIATYPE_Video, camera_.Get(), grabberFilter_.Get(), renderer_.Get());
+    return builder->RenderStream(category, &MEDIATYPE_Video, camera.Get(), grabberFilter.Get(), renderer.Get());
 }
 
-HRESULT CaptureGraph::Run() { return control_->Run(); }
+HRESULT CaptureGraph::Run() { return control->Run(); }
 
-HRESULT CaptureGraph::Pause() { return control_->Pause(); }
+HRESULT CaptureGraph::Pause() { return control->Pause(); }
 
-HRESULT CaptureGraph::Stop() { return control_->Stop(); }
+HRESULT CaptureGraph::Stop() { return control->Stop(); }
 
 HRESULT CaptureGraph::RemoveClock() {
     ComPtr<IMediaFilter> filter;
-    RETURN_IF_FAILED(graph_.As(IID_IMediaFilter, filter));
+    RETURN_IF_FAILED(graph.As(IID_IMediaFilter, filter));
     return filter->SetSyncSource(nullptr);
 }
 
-HRESULT CaptureGraph::RemoveCamera() { return graph_->RemoveFilter(camera_.Get()); }
+HRESULT CaptureGraph::RemoveCamera() { return graph->RemoveFilter(camera.Get()); }
 
 std::optional<Sample> CaptureGraph::Next(std::chrono::milliseconds limit) {
-    std::unique_lock guard(lock_);
-    if (!changed_.wait_for(guard, limit, [this] { return !samples_.empty(); })) {
+    std::unique_lock guard(lock);
+    if (!changed.wait_for(guard, limit, [this] { return !samples.empty(); })) {
         return std::nullopt;
     }
-    Sample sample = std::move(samples_.front());
-    samples_.pop_front();
+    Sample sample = std::move(samples.front());
+    samples.pop_front();
     return sample;
 }
 
 void CaptureGraph::ForgetSamples() {
-    const std::lock_guard guard(lock_);
-    samples_.clear();
+    const std::lock_guard guard(lock);
+    samples.clear();
 }
 
 void CaptureGraph::HoldSamples() {
-    const std::lock_guard guard(lock_);
-    holding_ = true;
+    const std::lock_guard guard(lock);
+    holding = true;
 }
 
 bool CaptureGraph::WaitForHeld(std::size_t count) {
-    std::unique_lock guard(lock_);
-    return changed_.wait_for(guard, Limit, [&] { return held_.size() >= count; });
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, Limit, [&] { return held.size() >= count; });
 }
 
 } // namespace sample_camera

@@ -45,13 +45,13 @@ struct Sample {
 
 class CaptureGraph {
 public:
-    explicit CaptureGraph(ComPtr<IBaseFilter> camera = MakeCamera());
+    explicit CaptureGraph(ComPtr<IBaseFilter> newCamera = MakeCamera());
     CaptureGraph(const CaptureGraph&) = delete;
     CaptureGraph& operator=(const CaptureGraph&) = delete;
     ~CaptureGraph();
 
-    [[nodiscard]] ComPtr<IBaseFilter> Camera() const { return camera_; }
-    [[nodiscard]] ComPtr<IBaseFilter> Renderer() const { return renderer_; }
+    [[nodiscard]] ComPtr<IBaseFilter> Camera() const { return camera; }
+    [[nodiscard]] ComPtr<IBaseFilter> Renderer() const { return renderer; }
     [[nodiscard]] HRESULT SetFormat(const StreamFormat& format);
     // Connects all, as a stream of this category; null: of any.
     [[nodiscard]] HRESULT Render(const GUID* category);
@@ -67,7 +67,7 @@ public:
     [[nodiscard]] std::optional<Sample> Next(std::chrono::milliseconds limit = Limit);
     void ForgetSamples();
     // From now on only so many bytes of each sample are kept.
-    void KeepBytes(std::size_t count) { keptBytes_ = count; }
+    void KeepBytes(std::size_t count) { keptBytes = count; }
     // From now on samples are kept and never given back to the camera, until the end of the graph.
     void HoldSamples();
     // Waits until so many samples are held.
@@ -76,20 +76,20 @@ public:
 private:
     class Grabber;
 
-    ComPtr<IBaseFilter> camera_;
-    ComPtr<IGraphBuilder> graph_;
-    ComPtr<ICaptureGraphBuilder2> builder_;
-    ComPtr<IBaseFilter> grabberFilter_;
-    ComPtr<IBaseFilter> renderer_;
-    ComPtr<IMediaControl> control_;
+    ComPtr<IBaseFilter> camera;
+    ComPtr<IGraphBuilder> graph;
+    ComPtr<ICaptureGraphBuilder2> builder;
+    ComPtr<IBaseFilter> grabberFilter;
+    ComPtr<IBaseFilter> renderer;
+    ComPtr<IMediaControl> control;
 
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::deque<Sample> samples_;
-    std::vector<ComPtr<IMediaSample>> held_;
-    bool holding_ = false;
-    std::atomic<std::size_t> keptBytes_ = SIZE_MAX;
-    ComPtr<ISampleGrabberCB> grabber_;
+    std::mutex lock;
+    std::condition_variable changed;
+    std::deque<Sample> samples;
+    std::vector<ComPtr<IMediaSample>> held;
+    bool holding = false;
+    std::atomic<std::size_t> keptBytes = SIZE_MAX;
+    ComPtr<ISampleGrabberCB> grabber;
 };
 
 } // namespace sample_camera

@@ -33,12 +33,12 @@ bool Exists(HKEY root, const wchar_t* key) {
 // The DLL as regsvr32 has it.
 class Server {
 public:
-    Server() : path_(receiver::BuiltProgram(VISTEL_SAMPLE_CAMERA)), module_(LoadLibraryW(path_.c_str())) {}
+    Server() : path(receiver::BuiltProgram(VISTEL_SAMPLE_CAMERA)), module(LoadLibraryW(path.c_str())) {}
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
-    ~Server() { FreeLibrary(module_); }
+    ~Server() { FreeLibrary(module); }
 
-    [[nodiscard]] const std::wstring& Path() const { return path_; }
+    [[nodiscard]] const std::wstring& Path() const { return path; }
     HRESULT Call(const char* name) const { return reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(Address(name))(); }
     HRESULT Install(BOOL install, const wchar_t* where) const {
         return reinterpret_cast<HRESULT(STDAPICALLTYPE*)(BOOL, LPCWSTR)>(Address("DllInstall"))(install, where);
@@ -46,11 +46,11 @@ public:
 
 private:
     [[nodiscard]] void* Address(const char* name) const {
-        return reinterpret_cast<void*>(GetProcAddress(module_, name));
+        return reinterpret_cast<void*>(GetProcAddress(module, name));
     }
 
-    std::wstring path_;
-    HMODULE module_;
+    std::wstring path;
+    HMODULE module;
 };
 
 void ExpectRegistered(HKEY root, const std::wstring& path) {

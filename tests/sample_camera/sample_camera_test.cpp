@@ -97,10 +97,10 @@ protected:
             Publish(size, number);
             while (const std::optional<Sample> sample = graph.Next(std::chrono::seconds(2))) {
                 if (sample->bytes == expected) {
-                    last_ = expected;
+                    last = expected;
                     return;
                 }
-                ASSERT_TRUE(IsCard(sample->bytes, format) || sample->bytes == last_)
+                ASSERT_TRUE(IsCard(sample->bytes, format) || sample->bytes == last)
                     << "another picture, frame " << number;
             }
         }
@@ -124,8 +124,8 @@ protected:
     SharedFrameFile file;
 
 private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
-    std::vector<std::uint8_t> last_;
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
+    std::vector<std::uint8_t> last;
 };
 
 std::string NameOf(const VideoFormat& format) {
@@ -241,14 +241,14 @@ TEST_F(SampleCamera, SignalsTheReceiversEventWithWhatItDelivers) {
 TEST_F(SampleCamera, TimesRiseFromFrameToFrameAcrossAPauseAndBeginAgainAfterAStop) {
     CaptureGraph graph;
     ASSERT_EQ(graph.Render(&PIN_CATEGORY_CAPTURE), S_OK);
-    REFERENCE_TIME last = -1;
+    REFERENCE_TIME lastStart = -1;
     const auto expectRise = [&] {
         for (int i = 0; i < 5; ++i) {
             const std::optional<Sample> sample = graph.Next();
             ASSERT_TRUE(sample && sample->timed);
-            EXPECT_GT(sample->start, last);
+            EXPECT_GT(sample->start, lastStart);
             EXPECT_EQ(sample->end, sample->start + ShortestInterval100ns);
-            last = sample->start;
+            lastStart = sample->start;
         }
     };
     ASSERT_GE(graph.Run(), S_OK);
@@ -285,7 +285,7 @@ TEST_F(SampleCamera, TimesRiseWithoutAClockToo) {
     CaptureGraph graph;
     ASSERT_EQ(graph.Render(&PIN_CATEGORY_CAPTURE), S_OK);
     ASSERT_EQ(graph.RemoveClock(), S_OK);
-    REFERENCE_TIME last = -1;
+    REFERENCE_TIME lastStart = -1;
     for (int run = 0; run < 3; ++run) {
         ASSERT_GE(graph.Run(), S_OK);
         ComPtr<IReferenceClock> clock;
@@ -294,8 +294,8 @@ TEST_F(SampleCamera, TimesRiseWithoutAClockToo) {
         for (int i = 0; i < 3; ++i) {
             const std::optional<Sample> sample = graph.Next();
             ASSERT_TRUE(sample && sample->timed);
-            EXPECT_GT(sample->start, last);
-            last = sample->start;
+            EXPECT_GT(sample->start, lastStart);
+            lastStart = sample->start;
         }
         ASSERT_GE(graph.Pause(), S_OK);
     }

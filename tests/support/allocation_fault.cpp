@@ -44,9 +44,9 @@ AllocationPause::AllocationPause() noexcept { ++pauses; }
 
 AllocationPause::~AllocationPause() { --pauses; }
 
-AllocationResume::AllocationResume() noexcept : pauses_(std::exchange(pauses, 0)) {}
+AllocationResume::AllocationResume() noexcept : pausesBefore(std::exchange(pauses, 0)) {}
 
-AllocationResume::~AllocationResume() { pauses = pauses_; }
+AllocationResume::~AllocationResume() { pauses = pausesBefore; }
 
 unsigned AllocationPauses() noexcept { return pauses; }
 

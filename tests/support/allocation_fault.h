@@ -32,7 +32,7 @@ public:
     ~AllocationResume();
 
 private:
-    unsigned pauses_;
+    unsigned pausesBefore;
 };
 
 // Number of pauses in force on this thread.

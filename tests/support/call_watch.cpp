@@ -68,20 +68,20 @@ bool inside = false; // the watch itself or a COM object runs
 
 class Inside {
 public:
-    Inside() noexcept : outer_(std::exchange(inside, true)), error_(GetLastError()) {}
+    Inside() noexcept : outer(std::exchange(inside, true)), error(GetLastError()) {}
     Inside(const Inside&) = delete;
     Inside& operator=(const Inside&) = delete;
     ~Inside() {
-        SetLastError(error_);
-        inside = outer_;
+        SetLastError(error);
+        inside = outer;
     }
 
-    void SetError(DWORD error) noexcept { error_ = error; }
+    void SetError(DWORD newError) noexcept { error = newError; }
 
 private:
-    bool outer_;
-    DWORD error_;
-    AllocationPause pause_;
+    bool outer;
+    DWORD error;
+    AllocationPause pause;
 };
 
 Word CallOriginal(void* function, const Arguments& a) {
@@ -346,13 +346,13 @@ public:
             Function& function = functions.at(number);
             if (function.rule == nullptr || function.rule->failure != Failure::Unseen) {
                 function.original = *import.address;
-                redirections_.emplace_back(std::vector<void**>{import.address}, ThunkOf(number));
+                redirections.emplace_back(std::vector<void**>{import.address}, ThunkOf(number));
             }
         }
     }
 
 private:
-    std::deque<Redirection> redirections_;
+    std::deque<Redirection> redirections;
 };
 
 std::vector<SeenFunction> SeenFunctions() {
@@ -375,14 +375,14 @@ std::vector<std::string> HeldObjects() {
     return names;
 }
 
-ProductCalls::ProductCalls() noexcept : outer_(std::exchange(productRuns, true)) {}
+ProductCalls::ProductCalls() noexcept : outer(std::exchange(productRuns, true)) {}
 
-ProductCalls::~ProductCalls() { productRuns = outer_; }
+ProductCalls::~ProductCalls() { productRuns = outer; }
 
 CallWatch::CallWatch(std::span<const CallRule> callRules) {
     rules = callRules;
     heldCount = 0;
-    imports_ = std::make_unique<Imports>();
+    imports = std::make_unique<Imports>();
     currentWatch = this;
     watching = true;
 }

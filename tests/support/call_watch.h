@@ -77,8 +77,8 @@ public:
     ~ProductCalls();
 
 private:
-    AllocationResume resume_;
-    bool outer_;
+    AllocationResume resume;
+    bool outer;
 };
 
 // While it exists, calls are intercepted and what they acquire is recorded. Only one exists at a time.
@@ -113,7 +113,7 @@ public:
 
 private:
     class Imports;
-    std::unique_ptr<Imports> imports_;
+    std::unique_ptr<Imports> imports;
 };
 
 } // namespace receiver

@@ -55,15 +55,15 @@ std::vector<ImportedFunction> ImportedFunctions() {
     return functions;
 }
 
-Redirection::Redirection(const std::vector<void**>& entries, void* replacement) {
-    for (void** const entry : entries) {
-        entries_.emplace_back(entry, *entry);
+Redirection::Redirection(const std::vector<void**>& newEntries, void* replacement) {
+    for (void** const entry : newEntries) {
+        entries.emplace_back(entry, *entry);
         Store(entry, replacement);
     }
 }
 
 Redirection::~Redirection() {
-    for (const auto& [entry, original] : entries_) {
+    for (const auto& [entry, original] : entries) {
         Store(entry, original);
     }
 }

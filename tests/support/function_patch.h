@@ -25,15 +25,15 @@ struct ImportedFunction {
 // Replaces the pointers to one function, and restores them at the end.
 class Redirection {
 public:
-    Redirection(const std::vector<void**>& entries, void* replacement);
+    Redirection(const std::vector<void**>& newEntries, void* replacement);
     Redirection(const Redirection&) = delete;
     Redirection& operator=(const Redirection&) = delete;
     ~Redirection();
 
-    [[nodiscard]] void* Original() const noexcept { return entries_.front().second; }
+    [[nodiscard]] void* Original() const noexcept { return entries.front().second; }
 
 private:
-    std::vector<std::pair<void**, void*>> entries_; // with the original pointers
+    std::vector<std::pair<void**, void*>> entries; // with the original pointers
 };
 
 // Throws std::invalid_argument when the function is not imported.
@@ -54,21 +54,23 @@ public:
     FunctionPatch& operator=(const FunctionPatch&) = delete;
 
 protected:
-    explicit FunctionPatch(Body body) : body_(std::move(body)), outer_(std::exchange(current_, this)) {}
-    ~FunctionPatch() { current_ = outer_; }
+    explicit FunctionPatch(Body newBody) : body(std::move(newBody)), outer(std::exchange(current, this)) {}
+    ~FunctionPatch() { current = outer; }
 
     static Result WINAPI Call(Arguments... arguments) {
         const AllocationPause pause;
-        return current_->body_(current_->original_, arguments...);
+        return current->body(current->original, arguments...);
     }
-    void SetOriginal(void* original) noexcept { original_ = reinterpret_cast<Result(WINAPI*)(Arguments...)>(original); }
+    void SetOriginal(void* newOriginal) noexcept {
+        original = reinterpret_cast<Result(WINAPI*)(Arguments...)>(newOriginal);
+    }
 
 private:
-    static inline FunctionPatch* current_ = nullptr; // of this type of body: every lambda has its own type
+    static inline FunctionPatch* current = nullptr; // of this type of body: every lambda has its own type
 
-    Body body_;
-    Result(WINAPI* original_)(Arguments...) = nullptr;
-    FunctionPatch* outer_;
+    Body body;
+    Result(WINAPI* original)(Arguments...) = nullptr;
+    FunctionPatch* outer;
 };
 
 // A function that this program imports by name:
@@ -76,14 +78,14 @@ private:
 template <typename Function, typename Body>
 class ImportPatch : public FunctionPatch<Function, Body> {
 public:
-    ImportPatch(std::string_view library, std::string_view name, Function*, Body body)
-        : FunctionPatch<Function, Body>(std::move(body)),
-          redirection_(library, name, reinterpret_cast<void*>(&ImportPatch::Call)) {
-        this->SetOriginal(redirection_.Original());
+    ImportPatch(std::string_view library, std::string_view name, Function*, Body newBody)
+        : FunctionPatch<Function, Body>(std::move(newBody)),
+          redirection(library, name, reinterpret_cast<void*>(&ImportPatch::Call)) {
+        this->SetOriginal(redirection.Original());
     }
 
 private:
-    ImportRedirection redirection_;
+    ImportRedirection redirection;
 };
 
 // A method of a COM class, for all of its objects; the object is the first of the call's own arguments:
@@ -91,15 +93,15 @@ private:
 template <typename Interface, typename Body, typename... Arguments>
 class MethodPatch : public FunctionPatch<HRESULT(Interface*, Arguments...), Body> {
 public:
-    MethodPatch(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body body)
-        : FunctionPatch<HRESULT(Interface*, Arguments...), Body>(std::move(body)),
-          redirection_({*reinterpret_cast<void***>(object) + SlotOf(method)},
-                       reinterpret_cast<void*>(&MethodPatch::Call)) {
-        this->SetOriginal(redirection_.Original());
+    MethodPatch(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body newBody)
+        : FunctionPatch<HRESULT(Interface*, Arguments...), Body>(std::move(newBody)),
+          redirection({*reinterpret_cast<void***>(object) + SlotOf(method)},
+                      reinterpret_cast<void*>(&MethodPatch::Call)) {
+        this->SetOriginal(redirection.Original());
     }
 
 private:
-    Redirection redirection_;
+    Redirection redirection;
 };
 
 } // namespace receiver

@@ -21,15 +21,15 @@ public:
 #ifdef _WIN32
         SYSTEM_INFO system;
         GetSystemInfo(&system);
-        page_ = system.dwPageSize;
+        page = system.dwPageSize;
 #else
-        page_ = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 #endif
-        size_ = (capacity + page_ - 1) / page_ * page_;
-        const std::size_t whole = size_ + 2 * page_;
+        size = (capacity + page - 1) / page * page;
+        const std::size_t whole = size + 2 * page;
 #ifdef _WIN32
-        base_ = static_cast<std::uint8_t*>(VirtualAlloc(nullptr, whole, MEM_RESERVE, PAGE_NOACCESS));
-        if (base_ == nullptr || VirtualAlloc(base_ + page_, size_, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
+        base = static_cast<std::uint8_t*>(VirtualAlloc(nullptr, whole, MEM_RESERVE, PAGE_NOACCESS));
+        if (base == nullptr || VirtualAlloc(base + page, size, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
             throw std::bad_alloc();
         }
 #else
@@ -37,8 +37,8 @@ public:
         if (memory == MAP_FAILED) {
             throw std::bad_alloc();
         }
-        base_ = static_cast<std::uint8_t*>(memory);
-        if (mprotect(base_ + page_, size_, PROT_READ | PROT_WRITE) != 0) {
+        base = static_cast<std::uint8_t*>(memory);
+        if (mprotect(base + page, size, PROT_READ | PROT_WRITE) != 0) {
             throw std::bad_alloc();
         }
 #endif
@@ -47,21 +47,21 @@ public:
     GuardedBytes& operator=(const GuardedBytes&) = delete;
     ~GuardedBytes() {
 #ifdef _WIN32
-        VirtualFree(base_, 0, MEM_RELEASE);
+        VirtualFree(base, 0, MEM_RELEASE);
 #else
-        munmap(base_, size_ + 2 * page_);
+        munmap(base, size + 2 * page);
 #endif
     }
 
     // The first and the last `size` bytes, next to an inaccessible page. They are 0 at first.
-    [[nodiscard]] std::span<std::uint8_t> First(std::size_t size) const { return All().first(size); }
-    [[nodiscard]] std::span<std::uint8_t> Last(std::size_t size) const { return All().last(size); }
-    [[nodiscard]] std::span<std::uint8_t> All() const { return {base_ + page_, size_}; }
+    [[nodiscard]] std::span<std::uint8_t> First(std::size_t count) const { return All().first(count); }
+    [[nodiscard]] std::span<std::uint8_t> Last(std::size_t count) const { return All().last(count); }
+    [[nodiscard]] std::span<std::uint8_t> All() const { return {base + page, size}; }
 
 private:
-    std::uint8_t* base_ = nullptr;
-    std::size_t page_ = 0;
-    std::size_t size_ = 0; // of the accessible part
+    std::uint8_t* base = nullptr;
+    std::size_t page = 0;
+    std::size_t size = 0; // of the accessible part
 };
 
 } // namespace receiver

@@ -30,7 +30,7 @@ std::string Narrow(std::wstring_view text) {
 void ReportFailure(const std::wstring& what) { ADD_FAILURE() << testing::PrintToString(what); }
 
 ShellTest::ShellTest() : app(std::in_place) {
-    current_ = this;
+    current = this;
     browser.onRecord = [this](const std::wstring& call) { NoteEvent("browser " + Narrow(call)); };
     for (const auto& path : {programData, localAppData, temp}) {
         std::filesystem::create_directory(path);
@@ -40,13 +40,13 @@ ShellTest::ShellTest() : app(std::in_place) {
     hookClass.hInstance = GetModuleHandleW(nullptr);
     hookClass.lpszClassName = LoopHookClass;
     RegisterClassW(&hookClass); // Fails from the second test of a process on, when it exists already.
-    loopHook_ =
+    loopHook =
         CreateWindowExW(0, LoopHookClass, nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, hookClass.hInstance, nullptr);
 }
 
 ShellTest::~ShellTest() {
-    DestroyWindow(loopHook_);
-    current_ = nullptr;
+    DestroyWindow(loopHook);
+    current = nullptr;
 }
 
 void ShellTest::TearDown() {
@@ -54,19 +54,19 @@ void ShellTest::TearDown() {
     EXPECT_THAT(browser.Leaks(), testing::IsEmpty());
 }
 
-int ShellTest::Run(std::wstring address, std::function<void()> inLoop) {
+int ShellTest::Run(std::wstring address, std::function<void()> newInLoop) {
     return RunLoopOf([&] { return app->Run(GetModuleHandleW(nullptr), SW_SHOWNORMAL, std::move(address)); },
-                     std::move(inLoop));
+                     std::move(newInLoop));
 }
 
-int ShellTest::RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop) {
-    inLoop_ = std::move(inLoop);
-    PostMessageW(loopHook_, RunInLoopMessage, 0, 0);
+int ShellTest::RunLoopOf(const std::function<int()>& program, std::function<void()> newInLoop) {
+    inLoop = std::move(newInLoop);
+    PostMessageW(loopHook, RunInLoopMessage, 0, 0);
     const int result = program();
     MSG unseen{};
     // If the loop was never reached, the message is still there.
-    PeekMessageW(&unseen, loopHook_, RunInLoopMessage, RunInLoopMessage, PM_REMOVE);
-    inLoop_ = nullptr;
+    PeekMessageW(&unseen, loopHook, RunInLoopMessage, RunInLoopMessage, PM_REMOVE);
+    inLoop = nullptr;
     return result;
 }
 
@@ -93,22 +93,22 @@ std::vector<std::string> ShellTest::TakeEvents() {
     for (const auto& file : logFiles) {
         std::filesystem::remove(file);
     }
-    readBytes_.clear();
-    return std::exchange(events_, {});
+    readBytes.clear();
+    return std::exchange(events, {});
 }
 
 void ShellTest::NoteEvent(std::string event) {
     NoteLogLines();
-    events_.push_back(std::move(event));
+    events.push_back(std::move(event));
 }
 
 void ShellTest::NoteLogLines() {
     for (const auto& file : logFiles) {
         const std::string bytes = ReadBytes(file);
-        std::size_t& read = readBytes_[file];
+        std::size_t& read = readBytes[file];
         read = bytes.size() < read ? 0 : read; // The log was reset or removed.
         for (const std::string& line : LinesIn(bytes.substr(read))) {
-            events_.push_back("log " + line);
+            events.push_back("log " + line);
         }
         read = bytes.size();
     }
@@ -118,15 +118,15 @@ LRESULT CALLBACK ShellTest::LoopHookProc(HWND window, UINT message, WPARAM wPara
     if (message != RunInLoopMessage) {
         return DefWindowProcW(window, message, wParam, lParam);
     }
-    current_->RunInLoop();
+    current->RunInLoop();
     return 0;
 }
 
 void ShellTest::RunInLoop() noexcept {
     const AllocationPause pause;
     try {
-        if (inLoop_) {
-            inLoop_();
+        if (inLoop) {
+            inLoop();
         }
     } catch (const std::exception& error) {
         ADD_FAILURE() << "in the message loop: " << error.what();
@@ -211,8 +211,8 @@ std::vector<std::string> ShellTest::StartLines(const std::vector<std::string>& m
 
 int WINAPI ShellTest::RecordMessageBox(HWND owner, LPCWSTR text, LPCWSTR caption, UINT flags) {
     const AllocationPause pause;
-    current_->NoteEvent("box " + Narrow(text));
-    current_->boxes.push_back({owner, text, caption, flags});
+    current->NoteEvent("box " + Narrow(text));
+    current->boxes.push_back({owner, text, caption, flags});
     return IDOK;
 }
 

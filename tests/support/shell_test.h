@@ -71,9 +71,9 @@ protected:
 
     // ReceiverApp::Run. `inLoop` is called once from its message loop; unless it ends the loop, the window is closed
     // after it.
-    int Run(std::wstring address, std::function<void()> inLoop = {});
+    int Run(std::wstring address, std::function<void()> newInLoop = {});
     // The same for any call that runs the receiver's message loop.
-    int RunLoopOf(const std::function<int()>& program, std::function<void()> inLoop);
+    int RunLoopOf(const std::function<int()>& program, std::function<void()> newInLoop);
     // Runs `body` in the message loop of a receiver with an open browser. Records and log are empty then.
     void InLoop(const std::function<void()>& body);
     // Empties the records and the log.
@@ -118,21 +118,21 @@ private:
     static LRESULT CALLBACK LoopHookProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     void RunInLoop() noexcept;
 
-    static inline ShellTest* current_ = nullptr;
+    static inline ShellTest* current = nullptr;
 
-    VariableScope programDataVariable_{L"ProgramData", programData.c_str()};
-    VariableScope localAppDataVariable_{L"LOCALAPPDATA", localAppData.c_str()};
-    VariableScope tempVariable_{L"TMP", temp.c_str()};
-    ImportRedirection messageBoxes_{"user32.dll", "MessageBoxW", reinterpret_cast<void*>(&RecordMessageBox)};
-    ImportPatch<HANDLE(SECURITY_ATTRIBUTES*, BOOL, BOOL, LPCWSTR), PrivateEventName> eventNames_{"kernel32.dll",
-                                                                                                 "CreateEventW",
-                                                                                                 &CreateEventW,
-                                                                                                 {}};
-    ImportPatch<void(void*), ReportedTaskFree> taskFrees_{"ole32.dll", "CoTaskMemFree", &CoTaskMemFree, {}};
-    HWND loopHook_ = nullptr; // Any message loop of this thread dispatches its messages.
-    std::function<void()> inLoop_;
-    std::vector<std::string> events_;
-    std::map<std::filesystem::path, std::size_t> readBytes_; // of each log file
+    VariableScope programDataVariable{L"ProgramData", programData.c_str()};
+    VariableScope localAppDataVariable{L"LOCALAPPDATA", localAppData.c_str()};
+    VariableScope tempVariable{L"TMP", temp.c_str()};
+    ImportRedirection messageBoxes{"user32.dll", "MessageBoxW", reinterpret_cast<void*>(&RecordMessageBox)};
+    ImportPatch<HANDLE(SECURITY_ATTRIBUTES*, BOOL, BOOL, LPCWSTR), PrivateEventName> eventNames{"kernel32.dll",
+                                                                                                "CreateEventW",
+                                                                                                &CreateEventW,
+                                                                                                {}};
+    ImportPatch<void(void*), ReportedTaskFree> taskFrees{"ole32.dll", "CoTaskMemFree", &CoTaskMemFree, {}};
+    HWND loopHook = nullptr; // Any message loop of this thread dispatches its messages.
+    std::function<void()> inLoop;
+    std::vector<std::string> events;
+    std::map<std::filesystem::path, std::size_t> readBytes; // of each log file
 };
 
 } // namespace receiver

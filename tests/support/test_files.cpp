@@ -8,15 +8,15 @@ namespace receiver {
 
 PrivateFolder::PrivateFolder() {
     static unsigned made = 0; // by this process
-    path_ = std::filesystem::temp_directory_path() /
-            (L"vistel-test-" + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(made++));
-    std::filesystem::remove_all(path_); // A killed process with the same identifier may have left it.
-    std::filesystem::create_directory(path_);
+    path = std::filesystem::temp_directory_path() /
+           (L"vistel-test-" + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(made++));
+    std::filesystem::remove_all(path); // A killed process with the same identifier may have left it.
+    std::filesystem::create_directory(path);
 }
 
 PrivateFolder::~PrivateFolder() {
     std::error_code ignored; // Files that are still open remain in the temporary folder.
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path, ignored);
 }
 
 std::string ReadBytes(const std::filesystem::path& path) {
@@ -34,16 +34,16 @@ void WriteBytes(const std::filesystem::path& path, std::string_view bytes) {
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-VariableScope::VariableScope(std::wstring name, const wchar_t* value) : name_(std::move(name)) {
+VariableScope::VariableScope(std::wstring newName, const wchar_t* value) : name(std::move(newName)) {
     std::wstring old(32768, L'\0'); // the longest value of a variable
     SetLastError(ERROR_SUCCESS);
-    const DWORD length = GetEnvironmentVariableW(name_.c_str(), old.data(), static_cast<DWORD>(old.size()));
+    const DWORD length = GetEnvironmentVariableW(name.c_str(), old.data(), static_cast<DWORD>(old.size()));
     if (length > 0 || GetLastError() != ERROR_ENVVAR_NOT_FOUND) {
-        oldValue_ = old.substr(0, length);
+        oldValue = old.substr(0, length);
     }
-    SetEnvironmentVariableW(name_.c_str(), value);
+    SetEnvironmentVariableW(name.c_str(), value);
 }
 
-VariableScope::~VariableScope() { SetEnvironmentVariableW(name_.c_str(), oldValue_ ? oldValue_->c_str() : nullptr); }
+VariableScope::~VariableScope() { SetEnvironmentVariableW(name.c_str(), oldValue ? oldValue->c_str() : nullptr); }
 
 } // namespace receiver

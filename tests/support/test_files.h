@@ -18,10 +18,10 @@ public:
     PrivateFolder& operator=(const PrivateFolder&) = delete;
     ~PrivateFolder();
 
-    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path_; }
+    [[nodiscard]] const std::filesystem::path& Path() const noexcept { return path; }
 
 private:
-    std::filesystem::path path_;
+    std::filesystem::path path;
 };
 
 // All bytes of a file; empty if it cannot be read.
@@ -31,14 +31,14 @@ void WriteBytes(const std::filesystem::path& path, std::string_view bytes);
 // Sets an environment variable of this process, or removes it, and restores the old value at the end.
 class VariableScope {
 public:
-    VariableScope(std::wstring name, const wchar_t* value);
+    VariableScope(std::wstring newName, const wchar_t* value);
     VariableScope(const VariableScope&) = delete;
     VariableScope& operator=(const VariableScope&) = delete;
     ~VariableScope();
 
 private:
-    std::wstring name_;
-    std::optional<std::wstring> oldValue_;
+    std::wstring name;
+    std::optional<std::wstring> oldValue;
 };
 
 } // namespace receiver

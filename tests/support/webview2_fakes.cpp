@@ -18,18 +18,18 @@ HRESULT Invoke(const ComPtr<Handler>& handler, Arguments... arguments) {
 
 // One object
 
-FakeObject::FakeObject(BrowserFakes& owner, std::wstring ownName, std::vector<Identity> identities)
-    : fakes(owner), name(std::move(ownName)), identities_(std::move(identities)) {
+FakeObject::FakeObject(BrowserFakes& owner, std::wstring ownName, std::vector<Identity> newIdentities)
+    : fakes(owner), name(std::move(ownName)), identities(std::move(newIdentities)) {
     FillTable(std::make_index_sequence<TableSize>());
-    table_ = functions_.data();
-    functions_[0] = reinterpret_cast<void*>(&Query);
-    functions_[1] = reinterpret_cast<void*>(&AddReference);
-    functions_[2] = reinterpret_cast<void*>(&ReleaseReference);
+    table = functions.data();
+    functions[0] = reinterpret_cast<void*>(&Query);
+    functions[1] = reinterpret_cast<void*>(&AddReference);
+    functions[2] = reinterpret_cast<void*>(&ReleaseReference);
 }
 
 template <std::size_t... Slots>
 void FakeObject::FillTable(std::index_sequence<Slots...>) {
-    functions_ = {reinterpret_cast<void*>(&Unexpected<Slots>)...};
+    functions = {reinterpret_cast<void*>(&Unexpected<Slots>)...};
 }
 
 template <std::size_t Slot>
@@ -52,7 +52,7 @@ HRESULT STDMETHODCALLTYPE FakeObject::Query(FakeObject* self, REFIID id, void** 
     if (!self->IsReferenced()) {
         return E_UNEXPECTED;
     }
-    for (const Identity& identity : self->identities_) {
+    for (const Identity& identity : self->identities) {
         if (IsEqualIID(identity.id, id)) {
             const HRESULT result = self->fakes.Asked(identity.name);
             return SUCCEEDED(result) ? self->HandOut(reinterpret_cast<IUnknown**>(object)) : result;
@@ -93,148 +93,147 @@ BrowserFakes& BrowserFakes::Current() { return *currentFakes; }
 
 FakeObject& BrowserFakes::Make(std::wstring name, std::vector<FakeObject::Identity> identities) {
     FakeObject& object =
-        *objects_.emplace_back(std::make_unique<FakeObject>(*this, std::move(name), std::move(identities)));
+        *objects.emplace_back(std::make_unique<FakeObject>(*this, std::move(name), std::move(identities)));
     object.onReleased = [this, &object] { Note(L"released " + object.name); };
     return object;
 }
 
 void BrowserFakes::MakeEnvironment() {
-    environment_ = &Make(L"Environment", {{L"ICoreWebView2Environment", IID_ICoreWebView2Environment},
-                                          {L"ICoreWebView2Environment12", IID_ICoreWebView2Environment12}});
-    environment_->Answer(
+    environment = &Make(L"Environment", {{L"ICoreWebView2Environment", IID_ICoreWebView2Environment},
+                                         {L"ICoreWebView2Environment12", IID_ICoreWebView2Environment12}});
+    environment->Answer(
         &ICoreWebView2Environment::CreateCoreWebView2Controller,
         [](FakeObject& self, HWND window, ICoreWebView2CreateCoreWebView2ControllerCompletedHandler* handler) {
             const HRESULT result =
                 WithHandler(self.fakes.Asked(L"CreateCoreWebView2Controller", static_cast<void*>(window)), handler,
                             IID_ICoreWebView2CreateCoreWebView2ControllerCompletedHandler);
             if (SUCCEEDED(result)) {
-                self.fakes.controllerHandler_ = ComPtr(handler);
+                self.fakes.controllerHandler = ComPtr(handler);
             }
             return result;
         });
-    environment_->Answer(&ICoreWebView2Environment12::CreateSharedBuffer,
-                         [](FakeObject& self, UINT64 size, ICoreWebView2SharedBuffer** buffer) {
-                             const HRESULT result = self.fakes.Asked(L"CreateSharedBuffer", size);
-                             return SUCCEEDED(result) ? self.fakes.MakeSharedBuffer(size).HandOut(buffer) : result;
-                         });
+    environment->Answer(&ICoreWebView2Environment12::CreateSharedBuffer,
+                        [](FakeObject& self, UINT64 size, ICoreWebView2SharedBuffer** buffer) {
+                            const HRESULT result = self.fakes.Asked(L"CreateSharedBuffer", size);
+                            return SUCCEEDED(result) ? self.fakes.MakeSharedBuffer(size).HandOut(buffer) : result;
+                        });
 }
 
 void BrowserFakes::MakeController() {
-    controller_ = &Make(L"Controller", {{L"ICoreWebView2Controller", IID_ICoreWebView2Controller}});
-    controller_->Answer(&ICoreWebView2Controller::put_Bounds, [](FakeObject& self, RECT bounds) {
+    controller = &Make(L"Controller", {{L"ICoreWebView2Controller", IID_ICoreWebView2Controller}});
+    controller->Answer(&ICoreWebView2Controller::put_Bounds, [](FakeObject& self, RECT bounds) {
         return self.fakes.Asked(L"put_Bounds", bounds.left, bounds.top, bounds.right, bounds.bottom);
     });
-    controller_->Answer(&ICoreWebView2Controller::get_CoreWebView2, [](FakeObject& self, ICoreWebView2** webView) {
+    controller->Answer(&ICoreWebView2Controller::get_CoreWebView2, [](FakeObject& self, ICoreWebView2** value) {
         const HRESULT result = self.fakes.Asked(L"get_CoreWebView2");
-        return SUCCEEDED(result) ? self.fakes.webView_->HandOut(webView) : result;
+        return SUCCEEDED(result) ? self.fakes.webView->HandOut(value) : result;
     });
 }
 
 void BrowserFakes::MakeWebView() {
-    webView_ = &Make(L"WebView", {{L"ICoreWebView2", IID_ICoreWebView2}, {L"ICoreWebView2_17", IID_ICoreWebView2_17}});
-    webView_->Answer(&ICoreWebView2::get_Settings, [](FakeObject& self, ICoreWebView2Settings** settings) {
+    webView = &Make(L"WebView", {{L"ICoreWebView2", IID_ICoreWebView2}, {L"ICoreWebView2_17", IID_ICoreWebView2_17}});
+    webView->Answer(&ICoreWebView2::get_Settings, [](FakeObject& self, ICoreWebView2Settings** value) {
         const HRESULT result = self.fakes.Asked(L"get_Settings");
-        return SUCCEEDED(result) ? self.fakes.settings_->HandOut(settings) : result;
+        return SUCCEEDED(result) ? self.fakes.settings->HandOut(value) : result;
     });
-    webView_->Answer(&ICoreWebView2::get_Source, [](FakeObject& self, LPWSTR* copy) {
+    webView->Answer(&ICoreWebView2::get_Source, [](FakeObject& self, LPWSTR* copy) {
         const HRESULT result = self.fakes.Asked(L"get_Source");
         return SUCCEEDED(result) ? self.fakes.GiveString(self.fakes.source, copy) : result;
     });
-    webView_->Answer(&ICoreWebView2::Navigate,
-                     [](FakeObject& self, LPCWSTR address) { return self.fakes.Asked(L"Navigate", address); });
-    webView_->Answer(&ICoreWebView2::NavigateToString,
-                     [](FakeObject& self, LPCWSTR page) { return self.fakes.Asked(L"NavigateToString", page); });
-    webView_->Answer(&ICoreWebView2::PostWebMessageAsJson,
-                     [](FakeObject& self, LPCWSTR json) { return self.fakes.Asked(L"PostWebMessageAsJson", json); });
-    webView_->Answer(&ICoreWebView2::add_WebMessageReceived, [](FakeObject& self,
-                                                                ICoreWebView2WebMessageReceivedEventHandler* handler,
-                                                                EventRegistrationToken* token) {
+    webView->Answer(&ICoreWebView2::Navigate,
+                    [](FakeObject& self, LPCWSTR address) { return self.fakes.Asked(L"Navigate", address); });
+    webView->Answer(&ICoreWebView2::NavigateToString,
+                    [](FakeObject& self, LPCWSTR page) { return self.fakes.Asked(L"NavigateToString", page); });
+    webView->Answer(&ICoreWebView2::PostWebMessageAsJson,
+                    [](FakeObject& self, LPCWSTR json) { return self.fakes.Asked(L"PostWebMessageAsJson", json); });
+    webView->Answer(&ICoreWebView2::add_WebMessageReceived, [](FakeObject& self,
+                                                               ICoreWebView2WebMessageReceivedEventHandler* handler,
+                                                               EventRegistrationToken* token) {
         return self.fakes.Register(L"add_WebMessageReceived", handler, IID_ICoreWebView2WebMessageReceivedEventHandler,
-                                   self.fakes.messageHandlers_, *token);
+                                   self.fakes.messageHandlers, *token);
     });
-    webView_->Answer(
+    webView->Answer(
         &ICoreWebView2::add_PermissionRequested,
         [](FakeObject& self, ICoreWebView2PermissionRequestedEventHandler* handler, EventRegistrationToken* token) {
             return self.fakes.Register(L"add_PermissionRequested", handler,
-                                       IID_ICoreWebView2PermissionRequestedEventHandler, self.fakes.permissionHandlers_,
+                                       IID_ICoreWebView2PermissionRequestedEventHandler, self.fakes.permissionHandlers,
                                        *token);
         });
-    webView_->Answer(
+    webView->Answer(
         &ICoreWebView2::add_NavigationCompleted,
         [](FakeObject& self, ICoreWebView2NavigationCompletedEventHandler* handler, EventRegistrationToken* token) {
             return self.fakes.Register(L"add_NavigationCompleted", handler,
-                                       IID_ICoreWebView2NavigationCompletedEventHandler, self.fakes.navigationHandlers_,
+                                       IID_ICoreWebView2NavigationCompletedEventHandler, self.fakes.navigationHandlers,
                                        *token);
         });
-    webView_->Answer(&ICoreWebView2_17::PostSharedBufferToScript,
-                     [](FakeObject& self, ICoreWebView2SharedBuffer* buffer, COREWEBVIEW2_SHARED_BUFFER_ACCESS access,
-                        LPCWSTR additionalData) {
-                         const FakeObject& posted = *reinterpret_cast<FakeObject*>(buffer);
-                         return self.fakes.Asked(L"PostSharedBufferToScript", posted.name.c_str(), access,
-                                                 additionalData);
-                     });
+    webView->Answer(&ICoreWebView2_17::PostSharedBufferToScript, [](FakeObject& self, ICoreWebView2SharedBuffer* buffer,
+                                                                    COREWEBVIEW2_SHARED_BUFFER_ACCESS access,
+                                                                    LPCWSTR additionalData) {
+        const FakeObject& posted = *reinterpret_cast<FakeObject*>(buffer);
+        return self.fakes.Asked(L"PostSharedBufferToScript", posted.name.c_str(), access, additionalData);
+    });
 }
 
 void BrowserFakes::MakeSettings() {
-    settings_ = &Make(L"Settings", {{L"ICoreWebView2Settings", IID_ICoreWebView2Settings}});
-    settings_->Answer(&ICoreWebView2Settings::put_AreDefaultContextMenusEnabled, [](FakeObject& self, BOOL enabled) {
+    settings = &Make(L"Settings", {{L"ICoreWebView2Settings", IID_ICoreWebView2Settings}});
+    settings->Answer(&ICoreWebView2Settings::put_AreDefaultContextMenusEnabled, [](FakeObject& self, BOOL enabled) {
         return self.fakes.Asked(L"put_AreDefaultContextMenusEnabled", enabled);
     });
-    settings_->Answer(&ICoreWebView2Settings::put_AreDevToolsEnabled, [](FakeObject& self, BOOL enabled) {
+    settings->Answer(&ICoreWebView2Settings::put_AreDevToolsEnabled, [](FakeObject& self, BOOL enabled) {
         return self.fakes.Asked(L"put_AreDevToolsEnabled", enabled);
     });
-    settings_->Answer(&ICoreWebView2Settings::put_IsStatusBarEnabled, [](FakeObject& self, BOOL enabled) {
+    settings->Answer(&ICoreWebView2Settings::put_IsStatusBarEnabled, [](FakeObject& self, BOOL enabled) {
         return self.fakes.Asked(L"put_IsStatusBarEnabled", enabled);
     });
 }
 
 void BrowserFakes::MakeEventArguments() {
-    messageArguments_ = &Make(L"WebMessageReceivedEventArgs", {});
-    messageArguments_->Answer(&ICoreWebView2WebMessageReceivedEventArgs::TryGetWebMessageAsString,
-                              [](FakeObject& self, LPWSTR* text) {
-                                  const HRESULT result = self.fakes.Asked(L"TryGetWebMessageAsString");
-                                  if (!self.fakes.messageIsText_) {
-                                      return E_INVALIDARG;
-                                  }
-                                  if (FAILED(result) || self.fakes.message_ == nullptr) {
-                                      return result;
-                                  }
-                                  return self.fakes.GiveString(self.fakes.message_, text);
-                              });
-
-    permissionArguments_ = &Make(L"PermissionRequestedEventArgs", {});
-    permissionArguments_->Answer(&ICoreWebView2PermissionRequestedEventArgs::get_PermissionKind,
-                                 [](FakeObject& self, COREWEBVIEW2_PERMISSION_KIND* kind) {
-                                     return self.fakes.Store(L"get_PermissionKind", self.fakes.permissionKind_, *kind);
-                                 });
-    permissionArguments_->Answer(&ICoreWebView2PermissionRequestedEventArgs::put_State,
-                                 [](FakeObject& self, COREWEBVIEW2_PERMISSION_STATE state) {
-                                     const HRESULT result = self.fakes.Asked(L"put_State", state);
-                                     if (SUCCEEDED(result)) {
-                                         self.fakes.permissionState_ = state;
-                                     }
+    messageArguments = &Make(L"WebMessageReceivedEventArgs", {});
+    messageArguments->Answer(&ICoreWebView2WebMessageReceivedEventArgs::TryGetWebMessageAsString,
+                             [](FakeObject& self, LPWSTR* text) {
+                                 const HRESULT result = self.fakes.Asked(L"TryGetWebMessageAsString");
+                                 if (!self.fakes.messageIsText) {
+                                     return E_INVALIDARG;
+                                 }
+                                 if (FAILED(result) || self.fakes.message == nullptr) {
                                      return result;
-                                 });
+                                 }
+                                 return self.fakes.GiveString(self.fakes.message, text);
+                             });
 
-    navigationArguments_ = &Make(L"NavigationCompletedEventArgs", {});
-    navigationArguments_->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_IsSuccess,
-                                 [](FakeObject& self, BOOL* success) {
-                                     return self.fakes.Store(L"get_IsSuccess", self.fakes.navigationSuccess_, *success);
-                                 });
-    navigationArguments_->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_WebErrorStatus,
-                                 [](FakeObject& self, COREWEBVIEW2_WEB_ERROR_STATUS* status) {
-                                     return self.fakes.Store(L"get_WebErrorStatus", self.fakes.navigationStatus_,
-                                                             *status);
-                                 });
+    permissionArguments = &Make(L"PermissionRequestedEventArgs", {});
+    permissionArguments->Answer(&ICoreWebView2PermissionRequestedEventArgs::get_PermissionKind,
+                                [](FakeObject& self, COREWEBVIEW2_PERMISSION_KIND* kind) {
+                                    return self.fakes.Store(L"get_PermissionKind", self.fakes.permissionKind, *kind);
+                                });
+    permissionArguments->Answer(&ICoreWebView2PermissionRequestedEventArgs::put_State,
+                                [](FakeObject& self, COREWEBVIEW2_PERMISSION_STATE state) {
+                                    const HRESULT result = self.fakes.Asked(L"put_State", state);
+                                    if (SUCCEEDED(result)) {
+                                        self.fakes.permissionState = state;
+                                    }
+                                    return result;
+                                });
 
-    for (FakeObject* arguments : {messageArguments_, permissionArguments_, navigationArguments_}) {
+    navigationArguments = &Make(L"NavigationCompletedEventArgs", {});
+    navigationArguments->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_IsSuccess,
+                                [](FakeObject& self, BOOL* success) {
+                                    return self.fakes.Store(L"get_IsSuccess", self.fakes.navigationSuccess, *success);
+                                });
+    navigationArguments->Answer(&ICoreWebView2NavigationCompletedEventArgs::get_WebErrorStatus,
+                                [](FakeObject& self, COREWEBVIEW2_WEB_ERROR_STATUS* status) {
+                                    return self.fakes.Store(L"get_WebErrorStatus", self.fakes.navigationStatus,
+                                                            *status);
+                                });
+
+    for (FakeObject* arguments : {messageArguments, permissionArguments, navigationArguments}) {
         arguments->onReleased = nullptr; // Every handler only borrows them; that is not recorded.
     }
 }
 
 FakeObject& BrowserFakes::MakeSharedBuffer(UINT64 size) {
-    FakeObject& buffer = Make(L"SharedBuffer" + std::to_wstring(sharedBuffers_.size()), {});
-    sharedBuffers_.push_back(&buffer);
+    FakeObject& buffer = Make(L"SharedBuffer" + std::to_wstring(sharedBuffers.size()), {});
+    sharedBuffers.push_back(&buffer);
     buffer.memory.emplace(static_cast<std::size_t>(size));
     buffer.onReleased = [this, &buffer] {
         buffer.memory.reset();
@@ -250,7 +249,7 @@ void BrowserFakes::Note(std::wstring text) {
     if (onRecord) {
         onRecord(text);
     }
-    calls_.push_back(std::move(text));
+    calls.push_back(std::move(text));
 }
 
 HRESULT BrowserFakes::Record(const std::wstring& method, std::initializer_list<std::wstring> arguments) {
@@ -259,8 +258,8 @@ HRESULT BrowserFakes::Record(const std::wstring& method, std::initializer_list<s
         call += L' ' + argument;
     }
     Note(std::move(call));
-    const auto fault = faults_.find({method, callCounts_[method]++});
-    if (fault != faults_.end()) {
+    const auto fault = faults.find({method, callCounts[method]++});
+    if (fault != faults.end()) {
         return fault->second;
     }
     return onCall ? onCall(method) : S_OK;
@@ -271,7 +270,7 @@ HRESULT BrowserFakes::GiveString(std::wstring_view text, LPWSTR* copy) {
     *copy = static_cast<LPWSTR>(CoTaskMemAlloc(bytes + sizeof(wchar_t)));
     std::memcpy(*copy, text.data(), bytes);
     (*copy)[text.size()] = L'\0';
-    strings_.insert(*copy);
+    strings.insert(*copy);
     return S_OK;
 }
 
@@ -283,21 +282,21 @@ HRESULT BrowserFakes::RequestEnvironment(PCWSTR browserFolder, PCWSTR userDataFo
                                              static_cast<const void*>(options)),
                                        handler, IID_ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler);
     if (SUCCEEDED(result)) {
-        environmentHandler_ = ComPtr(handler);
+        environmentHandler = ComPtr(handler);
     }
     return result;
 }
 
 HRESULT BrowserFakes::CompleteEnvironment(HRESULT result, bool withObject) {
-    const auto environment =
-        withObject ? environment_->Reference<ICoreWebView2Environment>() : ComPtr<ICoreWebView2Environment>();
-    return Invoke(environmentHandler_, result, environment.Get());
+    const auto created =
+        withObject ? environment->Reference<ICoreWebView2Environment>() : ComPtr<ICoreWebView2Environment>();
+    return Invoke(environmentHandler, result, created.Get());
 }
 
 HRESULT BrowserFakes::CompleteController(HRESULT result, bool withObject) {
-    const auto controller =
-        withObject ? controller_->Reference<ICoreWebView2Controller>() : ComPtr<ICoreWebView2Controller>();
-    return Invoke(controllerHandler_, result, controller.Get());
+    const auto created =
+        withObject ? controller->Reference<ICoreWebView2Controller>() : ComPtr<ICoreWebView2Controller>();
+    return Invoke(controllerHandler, result, created.Get());
 }
 
 void BrowserFakes::CompleteBoth() {
@@ -307,47 +306,46 @@ void BrowserFakes::CompleteBoth() {
 }
 
 HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
-    message_ = text;
-    const auto sender = webView_->Reference<ICoreWebView2>();
-    const auto arguments = messageArguments_->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
-    return Invoke(messageHandlers_.at(messageHandlers_.size() - 1), sender.Get(), arguments.Get());
+    message = text;
+    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto arguments = messageArguments->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
+    return Invoke(messageHandlers.at(messageHandlers.size() - 1), sender.Get(), arguments.Get());
 }
 
 HRESULT BrowserFakes::RaiseObjectMessage() {
-    messageIsText_ = false;
+    messageIsText = false;
     const HRESULT result = RaiseWebMessage(nullptr);
-    messageIsText_ = true;
+    messageIsText = true;
     return result;
 }
 
 HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state) {
-    permissionKind_ = kind;
-    permissionState_ = state;
-    const auto sender = webView_->Reference<ICoreWebView2>();
-    const auto arguments = permissionArguments_->Reference<ICoreWebView2PermissionRequestedEventArgs>();
-    const HRESULT result =
-        Invoke(permissionHandlers_.at(permissionHandlers_.size() - 1), sender.Get(), arguments.Get());
-    state = permissionState_;
+    permissionKind = kind;
+    permissionState = state;
+    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto arguments = permissionArguments->Reference<ICoreWebView2PermissionRequestedEventArgs>();
+    const HRESULT result = Invoke(permissionHandlers.at(permissionHandlers.size() - 1), sender.Get(), arguments.Get());
+    state = permissionState;
     return result;
 }
 
 HRESULT BrowserFakes::RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ERROR_STATUS status) {
-    navigationSuccess_ = success;
-    navigationStatus_ = status;
-    const auto sender = webView_->Reference<ICoreWebView2>();
-    const auto arguments = navigationArguments_->Reference<ICoreWebView2NavigationCompletedEventArgs>();
-    return Invoke(navigationHandlers_.at(navigationHandlers_.size() - 1), sender.Get(), arguments.Get());
+    navigationSuccess = success;
+    navigationStatus = status;
+    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto arguments = navigationArguments->Reference<ICoreWebView2NavigationCompletedEventArgs>();
+    return Invoke(navigationHandlers.at(navigationHandlers.size() - 1), sender.Get(), arguments.Get());
 }
 
 std::vector<std::wstring> BrowserFakes::Leaks() {
     std::vector<std::wstring> leaks;
-    for (const auto& object : objects_) {
+    for (const auto& object : objects) {
         if (object->references > 0) {
             leaks.push_back(object->name + L": " + std::to_wstring(object->references));
         }
     }
-    if (!strings_.empty()) {
-        leaks.push_back(L"strings: " + std::to_wstring(strings_.size()));
+    if (!strings.empty()) {
+        leaks.push_back(L"strings: " + std::to_wstring(strings.size()));
     }
     const auto release = [&leaks](auto& handler, const wchar_t* name) {
         if (handler) {
@@ -358,15 +356,15 @@ std::vector<std::wstring> BrowserFakes::Leaks() {
             handler.Reset();
         }
     };
-    release(environmentHandler_, L"environment handler");
-    release(controllerHandler_, L"controller handler");
-    for (auto& handler : messageHandlers_) {
+    release(environmentHandler, L"environment handler");
+    release(controllerHandler, L"controller handler");
+    for (auto& handler : messageHandlers) {
         release(handler, L"message handler");
     }
-    for (auto& handler : permissionHandlers_) {
+    for (auto& handler : permissionHandlers) {
         release(handler, L"permission handler");
     }
-    for (auto& handler : navigationHandlers_) {
+    for (auto& handler : navigationHandlers) {
         release(handler, L"navigation handler");
     }
     return leaks;

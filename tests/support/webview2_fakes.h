@@ -45,14 +45,14 @@ public:
     };
 
     // `identities`: the interfaces that QueryInterface finds, with the names under which the queries are recorded.
-    FakeObject(BrowserFakes& fakes, std::wstring name, std::vector<Identity> identities);
+    FakeObject(BrowserFakes& fakes, std::wstring name, std::vector<Identity> newIdentities);
     FakeObject(const FakeObject&) = delete;
     FakeObject& operator=(const FakeObject&) = delete;
 
     // Gives a method its body, which receives this object before the arguments.
     template <typename Interface, typename... Arguments, typename Body>
     void Answer(HRESULT (STDMETHODCALLTYPE Interface::*method)(Arguments...), Body) {
-        functions_[SlotOf(method)] = reinterpret_cast<void*>(&Call<Body, Arguments...>);
+        functions[SlotOf(method)] = reinterpret_cast<void*>(&Call<Body, Arguments...>);
     }
 
     // A new reference, as a method hands it out.
@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    void** table_ = nullptr; // What a COM caller sees: it must be the first member.
+    void** table = nullptr; // What a COM caller sees: it must be the first member.
 
 public:
     BrowserFakes& fakes;
@@ -93,8 +93,8 @@ private:
     void FillTable(std::index_sequence<Slots...>);
     [[nodiscard]] bool IsReferenced() const;
 
-    std::vector<Identity> identities_;
-    std::array<void*, TableSize> functions_{};
+    std::vector<Identity> identities;
+    std::array<void*, TableSize> functions{};
 };
 
 // The runtime of one test: all its objects, and the record of the calls that they received. Only one exists at a time.
@@ -107,11 +107,11 @@ public:
 
     // The record, in order: each method's name, followed by its plain arguments separated by blanks; for a query the
     // name of the interface; for the last reference to an object "released" and its name.
-    [[nodiscard]] std::vector<std::wstring> TakeCalls() { return std::exchange(calls_, {}); }
+    [[nodiscard]] std::vector<std::wstring> TakeCalls() { return std::exchange(calls, {}); }
     void Note(std::wstring text);
 
     // Lets call number `call` of `method`, counted from 0 over the whole test, fail with `code`.
-    void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults_[{method, call}] = code; }
+    void Fail(const std::wstring& method, HRESULT code, unsigned call = 0) { faults[{method, call}] = code; }
 
     std::function<void(const std::wstring& text)> onRecord; // called with everything that is recorded
     // If set, gives the result of every call for which `Fail` was not called.
@@ -124,7 +124,7 @@ public:
     void CompleteBoth();
 
     // Whether the receiver has registered for messages.
-    [[nodiscard]] bool AcceptsWebMessages() const noexcept { return !messageHandlers_.empty(); }
+    [[nodiscard]] bool AcceptsWebMessages() const noexcept { return !messageHandlers.empty(); }
     // Events; each returns the result of its handler. A page's text may be a null pointer.
     HRESULT RaiseWebMessage(const wchar_t* text);
     // The page posted something that is not a string.
@@ -134,7 +134,7 @@ public:
 
     // Memory of the shared buffers in the order of their creation; after the buffer's release any access is a crash.
     [[nodiscard]] std::uint8_t* BufferMemory(unsigned number) const {
-        return sharedBuffers_.at(number)->memory->All().data();
+        return sharedBuffers.at(number)->memory->All().data();
     }
 
     std::wstring source = L"https://receiver.example/page"; // of the page shown
@@ -143,7 +143,7 @@ public:
     // and handlers that have other references. Empty if there is no leak.
     [[nodiscard]] std::vector<std::wstring> Leaks();
     // To be called for everything that CoTaskMemFree frees.
-    void OnTaskMemoryFreed(void* memory) { strings_.erase(memory); }
+    void OnTaskMemoryFreed(void* memory) { strings.erase(memory); }
 
     static BrowserFakes& Current();
     // The call that the loader forwards.
@@ -205,30 +205,30 @@ private:
     FakeObject& MakeSharedBuffer(UINT64 size);
     HRESULT GiveString(std::wstring_view text, LPWSTR* copy);
 
-    std::vector<std::wstring> calls_;
-    std::map<std::pair<std::wstring, unsigned>, HRESULT> faults_;
-    std::map<std::wstring, unsigned> callCounts_;
-    std::vector<std::unique_ptr<FakeObject>> objects_;
-    std::vector<FakeObject*> sharedBuffers_;
-    FakeObject* environment_ = nullptr;
-    FakeObject* controller_ = nullptr;
-    FakeObject* webView_ = nullptr;
-    FakeObject* settings_ = nullptr;
-    FakeObject* messageArguments_ = nullptr;
-    FakeObject* permissionArguments_ = nullptr;
-    FakeObject* navigationArguments_ = nullptr;
-    const wchar_t* message_ = nullptr; // of the event that is being raised, like the members below
-    bool messageIsText_ = true;
-    COREWEBVIEW2_PERMISSION_KIND permissionKind_ = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
-    COREWEBVIEW2_PERMISSION_STATE permissionState_ = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
-    BOOL navigationSuccess_ = FALSE;
-    COREWEBVIEW2_WEB_ERROR_STATUS navigationStatus_ = COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN;
-    std::set<const void*> strings_; // given to the receiver and not freed yet
-    ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler_;
-    ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> controllerHandler_;
-    std::vector<ComPtr<ICoreWebView2WebMessageReceivedEventHandler>> messageHandlers_;
-    std::vector<ComPtr<ICoreWebView2PermissionRequestedEventHandler>> permissionHandlers_;
-    std::vector<ComPtr<ICoreWebView2NavigationCompletedEventHandler>> navigationHandlers_;
+    std::vector<std::wstring> calls;
+    std::map<std::pair<std::wstring, unsigned>, HRESULT> faults;
+    std::map<std::wstring, unsigned> callCounts;
+    std::vector<std::unique_ptr<FakeObject>> objects;
+    std::vector<FakeObject*> sharedBuffers;
+    FakeObject* environment = nullptr;
+    FakeObject* controller = nullptr;
+    FakeObject* webView = nullptr;
+    FakeObject* settings = nullptr;
+    FakeObject* messageArguments = nullptr;
+    FakeObject* permissionArguments = nullptr;
+    FakeObject* navigationArguments = nullptr;
+    const wchar_t* message = nullptr; // of the event that is being raised, like the members below
+    bool messageIsText = true;
+    COREWEBVIEW2_PERMISSION_KIND permissionKind = COREWEBVIEW2_PERMISSION_KIND_UNKNOWN_PERMISSION;
+    COREWEBVIEW2_PERMISSION_STATE permissionState = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
+    BOOL navigationSuccess = FALSE;
+    COREWEBVIEW2_WEB_ERROR_STATUS navigationStatus = COREWEBVIEW2_WEB_ERROR_STATUS_UNKNOWN;
+    std::set<const void*> strings; // given to the receiver and not freed yet
+    ComPtr<ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler> environmentHandler;
+    ComPtr<ICoreWebView2CreateCoreWebView2ControllerCompletedHandler> controllerHandler;
+    std::vector<ComPtr<ICoreWebView2WebMessageReceivedEventHandler>> messageHandlers;
+    std::vector<ComPtr<ICoreWebView2PermissionRequestedEventHandler>> permissionHandlers;
+    std::vector<ComPtr<ICoreWebView2NavigationCompletedEventHandler>> navigationHandlers;
 };
 
 } // namespace receiver

@@ -136,9 +136,9 @@ void WaitForInputEnd(HANDLE ended) {
 
 class Probe {
 public:
-    explicit Probe(const Options& options) : reader_(options.file.c_str()), startTickMs_(GetTickCount64()) {
+    explicit Probe(const Options& options) : reader(options.file.c_str()), startTickMs(GetTickCount64()) {
         if (options.watch) {
-            view_.emplace();
+            view.emplace();
         }
     }
 
@@ -147,7 +147,7 @@ public:
     void Watch(HANDLE ended, std::optional<std::chrono::seconds> duration, const vistel::UsageSignal* usage) {
         const Clock::time_point start = Clock::now();
         while (WaitForSingleObject(ended, 1) == WAIT_TIMEOUT && (!duration || Clock::now() - start < *duration) &&
-               !(view_ && view_->IsClosed())) {
+               !(view && view->IsClosed())) {
             if (usage != nullptr) {
                 usage->Signal();
             }
@@ -166,36 +166,36 @@ public:
         UpdateView();
     }
 
-    [[nodiscard]] Picture NewestPicture() { return view_ ? view_->Content() : ToPicture(frame_); }
+    [[nodiscard]] Picture NewestPicture() { return view ? view->Content() : ToPicture(frame); }
     [[nodiscard]] const ProbeReport& Report() noexcept {
-        report_.SetRetries(reader_.RetryCount());
-        return report_;
+        report.SetRetries(reader.RetryCount());
+        return report;
     }
 
 private:
     vistel::ReadResult ReadOnce() {
         vistel::FrameInfo info;
-        const vistel::ReadResult result = reader_.Read(info, [this](std::uint32_t width, std::uint32_t height) {
-            copy_.resize(std::size_t{width} * height * 3 / 2);
-            return vistel::Destination{copy_.data(), width};
+        const vistel::ReadResult result = reader.Read(info, [this](std::uint32_t width, std::uint32_t height) {
+            copy.resize(std::size_t{width} * height * 3 / 2);
+            return vistel::Destination{copy.data(), width};
         });
         if (result == vistel::ReadResult::NewFrame) {
-            frame_.info = info;
-            frame_.nv12.swap(copy_);
+            frame.info = info;
+            frame.nv12.swap(copy);
             const Clock::time_point now = Clock::now();
             const std::uint64_t nowMs = GetTickCount64();
             // A time stamp in the future was made before the system was restarted.
             const std::uint64_t ageMs = nowMs > info.timestampMs ? nowMs - info.timestampMs : 0;
-            const bool current = info.timestampMs >= startTickMs_ && info.timestampMs <= nowMs;
-            report_.AddFrame(info, ageMs, current, now);
-            if (view_) {
-                figures_.AddFrame(now, ageMs);
+            const bool current = info.timestampMs >= startTickMs && info.timestampMs <= nowMs;
+            report.AddFrame(info, ageMs, current, now);
+            if (view) {
+                figures.AddFrame(now, ageMs);
             }
-            if (reader_.IsContradicted(info, {frame_.nv12.data(), info.width})) {
-                report_.AddTornRead();
+            if (reader.IsContradicted(info, {frame.nv12.data(), info.width})) {
+                report.AddTornRead();
             }
         } else if (result == vistel::ReadResult::Damaged) {
-            report_.AddTornRead();
+            report.AddTornRead();
         }
         return result;
     }
@@ -203,22 +203,22 @@ private:
     // Shows a new frame; without one, updates the figures after FiguresPeriod.
     void UpdateView() {
         const Clock::time_point now = Clock::now();
-        if (view_ && (frame_.info.sequence != shownSequence_ || now - shownTime_ > FiguresPeriod)) {
-            view_->Show(frame_, figures_.Text(now, frame_.info, vistel::IsStale(frame_.info), report_.TornReads()));
-            shownSequence_ = frame_.info.sequence;
-            shownTime_ = now;
+        if (view && (frame.info.sequence != shownSequence || now - shownTime > FiguresPeriod)) {
+            view->Show(frame, figures.Text(now, frame.info, vistel::IsStale(frame.info), report.TornReads()));
+            shownSequence = frame.info.sequence;
+            shownTime = now;
         }
     }
 
-    vistel::FrameReader reader_;
-    Frame frame_; // the newest
-    std::vector<std::uint8_t> copy_; // of a frame that may turn out to be torn
-    ProbeReport report_;
-    LiveFigures figures_;
-    std::optional<LiveView> view_;
-    std::uint64_t shownSequence_ = 0;
-    Clock::time_point shownTime_;
-    std::uint64_t startTickMs_;
+    vistel::FrameReader reader;
+    Frame frame; // the newest
+    std::vector<std::uint8_t> copy; // of a frame that may turn out to be torn
+    ProbeReport report;
+    LiveFigures figures;
+    std::optional<LiveView> view;
+    std::uint64_t shownSequence = 0;
+    Clock::time_point shownTime;
+    std::uint64_t startTickMs;
 };
 
 bool WriteText(const std::wstring& path, std::string_view text) {

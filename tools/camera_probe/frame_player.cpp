@@ -120,22 +120,22 @@ const std::vector<Scenario>& Scenarios() {
 }
 
 HRESULT FramePlayer::Open(const std::wstring& path) {
-    file_.Reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                            OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file_) {
+    file.Reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
         return LastErrorResult();
     }
     LARGE_INTEGER size;
     size.QuadPart = vistel::FileSize;
-    if (SetFilePointerEx(file_.Get(), size, nullptr, FILE_BEGIN) == FALSE || SetEndOfFile(file_.Get()) == FALSE) {
+    if (SetFilePointerEx(file.Get(), size, nullptr, FILE_BEGIN) == FALSE || SetEndOfFile(file.Get()) == FALSE) {
         return LastErrorResult();
     }
-    mapping_.Reset(CreateFileMappingW(file_.Get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
-    if (!mapping_) {
+    mapping.Reset(CreateFileMappingW(file.Get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
+    if (!mapping) {
         return LastErrorResult();
     }
-    view_.Reset(MapViewOfFile(mapping_.Get(), FILE_MAP_WRITE, 0, 0, vistel::FileSize));
-    if (!view_) {
+    view.Reset(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, vistel::FileSize));
+    if (!view) {
         return LastErrorResult();
     }
     Reset();

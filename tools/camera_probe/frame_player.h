@@ -29,12 +29,12 @@ public:
     using Wait = std::function<bool(std::uint32_t)>;
 
     // `wait` is called between the steps of a scenario.
-    explicit FramePlayer(Wait wait) : wait_(std::move(wait)) {}
+    explicit FramePlayer(Wait newWait) : wait(std::move(newWait)) {}
 
     // Creates the file if necessary, brings it to its size and clears it.
     [[nodiscard]] HRESULT Open(const std::wstring& path);
 
-    [[nodiscard]] bool Pause(std::uint32_t milliseconds) { return wait_(milliseconds); }
+    [[nodiscard]] bool Pause(std::uint32_t milliseconds) { return wait(milliseconds); }
     // The writer's five steps, or parts of them. The frame's number is the half of its final sequence.
     void Begin(std::uint32_t width);
     void FillRows(std::uint32_t first, std::uint32_t count);
@@ -45,16 +45,16 @@ public:
     void WriteFrameWith(const std::function<void(vistel::FileHeader&)>& damage);
 
 private:
-    [[nodiscard]] std::uint8_t* Bytes() const { return static_cast<std::uint8_t*>(view_.Get()); }
-    [[nodiscard]] vistel::FileHeader& Header() const { return *static_cast<vistel::FileHeader*>(view_.Get()); }
+    [[nodiscard]] std::uint8_t* Bytes() const { return static_cast<std::uint8_t*>(view.Get()); }
+    [[nodiscard]] vistel::FileHeader& Header() const { return *static_cast<vistel::FileHeader*>(view.Get()); }
     [[nodiscard]] std::uint32_t Inactive() const { return Header().activeBuffer == 0 ? 1 : 0; }
     void AddToSequence(std::uint64_t count) const;
     void SetHeader(std::uint32_t width) const;
 
-    Wait wait_;
-    UniqueFile file_;
-    UniqueHandle mapping_;
-    MappedView view_;
+    Wait wait;
+    UniqueFile file;
+    UniqueHandle mapping;
+    MappedView view;
 };
 
 struct Scenario {

@@ -25,15 +25,15 @@ public:
             return false;
         }
         const UniqueHandle mapping(CreateFileMappingW(file.Get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
-        view_.Reset(mapping ? MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, vistel::FileSize) : nullptr);
-        return static_cast<bool>(view_);
+        view.Reset(mapping ? MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, vistel::FileSize) : nullptr);
+        return static_cast<bool>(view);
     }
 
     // Empty when the sequence changed in the meantime.
     [[nodiscard]] std::optional<WriterObservation> Look() const {
         WriterObservation seen;
         const std::uint64_t sequence = Sequence();
-        std::memcpy(&seen.header, view_.Get(), sizeof(seen.header));
+        std::memcpy(&seen.header, view.Get(), sizeof(seen.header));
         seen.activeBufferHash = sequence % 2 == 0 ? Hash(seen.header) : 0;
         std::atomic_thread_fence(std::memory_order_acquire);
         if (Sequence() != sequence || seen.header.sequence != sequence) {
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    [[nodiscard]] const std::uint8_t* Bytes() const { return static_cast<const std::uint8_t*>(view_.Get()); }
+    [[nodiscard]] const std::uint8_t* Bytes() const { return static_cast<const std::uint8_t*>(view.Get()); }
     [[nodiscard]] std::uint64_t Sequence() const {
         const auto* const place = Bytes() + offsetof(vistel::FileHeader, sequence);
         const std::uint64_t sequence = *reinterpret_cast<const volatile std::uint64_t*>(place);
@@ -65,7 +65,7 @@ private:
         return hash;
     }
 
-    MappedView view_;
+    MappedView view;
 };
 
 } // namespace

@@ -14,15 +14,15 @@ class LiveFigures {
 public:
     using Clock = std::chrono::steady_clock;
 
-    void AddFrame(Clock::time_point now, std::uint64_t ageMs);
+    void AddFrame(Clock::time_point now, std::uint64_t newAgeMs);
     [[nodiscard]] std::wstring Text(Clock::time_point now, const vistel::FrameInfo& frame, bool stale,
                                     std::uint64_t tornReads);
 
 private:
     [[nodiscard]] double FramesPerSecond() const;
 
-    std::deque<Clock::time_point> times_; // of the frames of the last two seconds
-    std::uint64_t ageMs_ = 0;
+    std::deque<Clock::time_point> times; // of the frames of the last two seconds
+    std::uint64_t ageMs = 0;
 };
 
 } // namespace receiver

@@ -70,33 +70,33 @@ void Draw(HDC dc, const RECT& area, const Picture& picture, const std::wstring& 
 
 } // namespace
 
-LiveView::LiveView() : thread_([this] { RunWindow(); }) {}
+LiveView::LiveView() : thread([this] { RunWindow(); }) {}
 
 LiveView::~LiveView() {
-    // If the window does not exist yet, its thread reads closed_ before it waits for messages.
-    closed_ = true;
-    PostMessageW(window_, RedrawMessage, 0, 0);
-    thread_.join();
+    // If the window does not exist yet, its thread reads closed before it waits for messages.
+    closed = true;
+    PostMessageW(window, RedrawMessage, 0, 0);
+    thread.join();
 }
 
 void LiveView::Show(const Frame& frame, std::wstring figures) {
     {
-        const std::lock_guard guard(lock_);
-        newest_ = {frame, std::move(figures)};
+        const std::lock_guard guard(lock);
+        newest = {frame, std::move(figures)};
     }
-    if (window_ != nullptr) {
-        PostMessageW(window_, RedrawMessage, 0, 0);
+    if (window != nullptr) {
+        PostMessageW(window, RedrawMessage, 0, 0);
     }
 }
 
 LiveView::Shown LiveView::Newest() {
-    const std::lock_guard guard(lock_);
-    return newest_;
+    const std::lock_guard guard(lock);
+    return newest;
 }
 
 Picture LiveView::Content() {
-    const Shown newest = Newest();
-    const Picture picture = ToPicture(newest.frame);
+    const Shown shown = Newest();
+    const Picture picture = ToPicture(shown.frame);
     Picture content{picture.width, picture.height + FiguresHeight, {}};
     content.bgr = std::vector<std::uint8_t>(std::size_t{3} * content.width * content.height);
     const BITMAPINFO info = BitmapOf(content.width, content.height);
@@ -105,7 +105,7 @@ Picture LiveView::Content() {
     const HBITMAP bitmap = CreateDIBSection(dc, &info, DIB_RGB_COLORS, &pixels, nullptr, 0);
     if (bitmap != nullptr) {
         const HGDIOBJ before = SelectObject(dc, bitmap);
-        Draw(dc, {0, 0, static_cast<LONG>(content.width), static_cast<LONG>(content.height)}, picture, newest.figures);
+        Draw(dc, {0, 0, static_cast<LONG>(content.width), static_cast<LONG>(content.height)}, picture, shown.figures);
         GdiFlush();
         std::memcpy(content.bgr.data(), pixels, content.bgr.size()); // a frame's rows need no padding
         SelectObject(dc, before);
@@ -130,17 +130,17 @@ void LiveView::RunWindow() {
     const int height = outer.bottom - outer.top;
     RECT desktop{};
     SystemParametersInfoW(SPI_GETWORKAREA, 0, &desktop, 0);
-    window_ = CreateWindowExW(0, ClassName, L"Vistel virtual camera", WS_OVERLAPPEDWINDOW, desktop.right - width,
-                              desktop.bottom - height, width, height, nullptr, nullptr, instance, this);
-    if (window_ != nullptr) {
-        ShowWindow(window_, SW_SHOWNOACTIVATE);
+    window = CreateWindowExW(0, ClassName, L"Vistel virtual camera", WS_OVERLAPPEDWINDOW, desktop.right - width,
+                             desktop.bottom - height, width, height, nullptr, nullptr, instance, this);
+    if (window != nullptr) {
+        ShowWindow(window, SW_SHOWNOACTIVATE);
         MSG message;
-        while (!closed_ && GetMessageW(&message, nullptr, 0, 0) > 0) {
+        while (!closed && GetMessageW(&message, nullptr, 0, 0) > 0) {
             DispatchMessageW(&message);
         }
-        DestroyWindow(window_.exchange(nullptr));
+        DestroyWindow(window.exchange(nullptr));
     }
-    closed_ = true;
+    closed = true;
 }
 
 LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -166,7 +166,7 @@ LRESULT CALLBACK LiveView::WindowProc(HWND window, UINT message, WPARAM wParam, 
         return 0;
     }
     case WM_CLOSE:
-        view->closed_ = true;
+        view->closed = true;
         return 0;
     default:
         return DefWindowProcW(window, message, wParam, lParam);

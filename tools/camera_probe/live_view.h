@@ -22,7 +22,7 @@ public:
     ~LiveView();
 
     // True after the user has closed the window or it could not be created; false before that.
-    [[nodiscard]] bool IsClosed() const noexcept { return closed_; }
+    [[nodiscard]] bool IsClosed() const noexcept { return closed; }
 
     // Shows this frame and these figures from now on.
     void Show(const Frame& frame, std::wstring figures);
@@ -41,11 +41,11 @@ private:
     // A copy, because drawing takes too long to hold the lock.
     [[nodiscard]] Shown Newest();
 
-    std::mutex lock_;
-    Shown newest_;
-    std::atomic<bool> closed_ = false;
-    std::atomic<HWND> window_ = nullptr;
-    std::thread thread_;
+    std::mutex lock;
+    Shown newest;
+    std::atomic<bool> closed = false;
+    std::atomic<HWND> window = nullptr;
+    std::thread thread;
 };
 
 } // namespace receiver

@@ -18,37 +18,37 @@ std::uint64_t Percentile(const std::vector<std::uint64_t>& sorted, std::size_t p
 
 void ProbeReport::AddFrame(const vistel::FrameInfo& frame, std::uint64_t ageMs, bool publishedWhileWatching,
                            Clock::time_point now) {
-    ++framesRead_;
-    width_ = frame.width;
-    height_ = frame.height;
-    sequence_ = frame.sequence;
+    ++framesRead;
+    width = frame.width;
+    height = frame.height;
+    sequence = frame.sequence;
     if (!publishedWhileWatching) {
-        oldFrameAgeMs_ = ageMs;
+        oldFrameAgeMs = ageMs;
         return;
     }
-    if (agesMs_.empty()) {
-        firstTime_ = now;
+    if (agesMs.empty()) {
+        firstTime = now;
     }
-    lastTime_ = now;
-    agesMs_.push_back(ageMs);
+    lastTime = now;
+    agesMs.push_back(ageMs);
 }
 
 double ProbeReport::FramesPerSecond() const noexcept {
-    const double seconds = std::chrono::duration<double>(lastTime_ - firstTime_).count();
-    return agesMs_.size() < 2 || seconds <= 0 ? 0.0 : static_cast<double>(agesMs_.size() - 1) / seconds;
+    const double seconds = std::chrono::duration<double>(lastTime - firstTime).count();
+    return agesMs.size() < 2 || seconds <= 0 ? 0.0 : static_cast<double>(agesMs.size() - 1) / seconds;
 }
 
 std::string ProbeReport::ToJson() const {
-    std::vector<std::uint64_t> ages = agesMs_;
-    if (ages.empty() && framesRead_ > 0) {
-        ages.push_back(oldFrameAgeMs_);
+    std::vector<std::uint64_t> ages = agesMs;
+    if (ages.empty() && framesRead > 0) {
+        ages.push_back(oldFrameAgeMs);
     }
     std::sort(ages.begin(), ages.end());
 
     std::ostringstream json;
     json.imbue(std::locale::classic());
     json << std::fixed << std::setprecision(2);
-    json << "{\"framesRead\":" << framesRead_ << ",\"tornReads\":" << tornReads_ << ",\"retries\":" << retries_
+    json << "{\"framesRead\":" << framesRead << ",\"tornReads\":" << tornReads << ",\"retries\":" << retries
          << ",\"framesPerSecond\":" << FramesPerSecond() << ",\"ageMs\":";
     if (ages.empty()) {
         json << "{\"median\":null,\"p99\":null,\"max\":null}";
@@ -56,7 +56,7 @@ std::string ProbeReport::ToJson() const {
         json << "{\"median\":" << Percentile(ages, 50) << ",\"p99\":" << Percentile(ages, 99)
              << ",\"max\":" << ages.back() << "}";
     }
-    json << ",\"width\":" << width_ << ",\"height\":" << height_ << ",\"sequence\":" << sequence_ << "}\n";
+    json << ",\"width\":" << width << ",\"height\":" << height << ",\"sequence\":" << sequence << "}\n";
     return json.str();
 }
 

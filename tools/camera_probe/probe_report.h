@@ -18,11 +18,11 @@ public:
     // depend on the writer's speed. Its age is reported only if no other frame follows.
     void AddFrame(const vistel::FrameInfo& frame, std::uint64_t ageMs, bool publishedWhileWatching,
                   Clock::time_point now);
-    void AddTornRead() noexcept { ++tornReads_; }
-    void SetRetries(std::uint64_t retries) noexcept { retries_ = retries; }
+    void AddTornRead() noexcept { ++tornReads; }
+    void SetRetries(std::uint64_t newRetries) noexcept { retries = newRetries; }
 
-    [[nodiscard]] std::uint64_t FramesRead() const noexcept { return framesRead_; }
-    [[nodiscard]] std::uint64_t TornReads() const noexcept { return tornReads_; }
+    [[nodiscard]] std::uint64_t FramesRead() const noexcept { return framesRead; }
+    [[nodiscard]] std::uint64_t TornReads() const noexcept { return tornReads; }
 
     // Between the first and the last frame published while watching; 0 when there are fewer than two.
     [[nodiscard]] double FramesPerSecond() const noexcept;
@@ -31,16 +31,16 @@ public:
     [[nodiscard]] std::string ToJson() const;
 
 private:
-    std::uint64_t framesRead_ = 0;
-    std::uint64_t tornReads_ = 0;
-    std::uint64_t retries_ = 0;
-    std::uint32_t width_ = 0;
-    std::uint32_t height_ = 0;
-    std::uint64_t sequence_ = 0;
-    std::uint64_t oldFrameAgeMs_ = 0;
-    std::vector<std::uint64_t> agesMs_; // of the frames published while watching
-    Clock::time_point firstTime_;
-    Clock::time_point lastTime_;
+    std::uint64_t framesRead = 0;
+    std::uint64_t tornReads = 0;
+    std::uint64_t retries = 0;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    std::uint64_t sequence = 0;
+    std::uint64_t oldFrameAgeMs = 0;
+    std::vector<std::uint64_t> agesMs; // of the frames published while watching
+    Clock::time_point firstTime;
+    Clock::time_point lastTime;
 };
 
 } // namespace receiver

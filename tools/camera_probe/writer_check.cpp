@@ -45,15 +45,15 @@ void WriterCheck::Look(const WriterObservation& seen) {
     if (complete) {
         Judge(WriterRule::Geometry, HasGeometry(header), seen, "sizes that do not go together");
     }
-    if (last_) {
-        JudgeChange(*last_, seen);
+    if (last) {
+        JudgeChange(*last, seen);
     }
-    last_ = seen;
+    last = seen;
     if (complete && header.sequence != 0) {
         Judge(WriterRule::Clock, header.timestamp <= seen.nowMs, seen, "a time stamp in the future");
-        lastFrame_ = seen;
+        lastFrame = seen;
     } else if (header.sequence == 0) {
-        lastFrame_.reset();
+        lastFrame.reset();
     }
 }
 
@@ -67,20 +67,20 @@ void WriterCheck::JudgeChange(const WriterObservation& before, const WriterObser
         return;
     }
     Judge(WriterRule::Sequence, now > old || now == 0, seen, "a smaller sequence than before");
-    if (now % 2 != 0 || now < old || !lastFrame_) {
+    if (now % 2 != 0 || now < old || !lastFrame) {
         return;
     }
     // A step of two is one frame; a longer one may hold a frame that was never completed.
-    if (now - lastFrame_->header.sequence == 2) {
-        const bool switched = (lastFrame_->header.activeBuffer == 0) != (seen.header.activeBuffer == 0);
+    if (now - lastFrame->header.sequence == 2) {
+        const bool switched = (lastFrame->header.activeBuffer == 0) != (seen.header.activeBuffer == 0);
         Judge(WriterRule::Alternation, switched, seen, "the same buffer twice");
     }
-    Judge(WriterRule::Clock, seen.header.timestamp >= lastFrame_->header.timestamp, seen,
+    Judge(WriterRule::Clock, seen.header.timestamp >= lastFrame->header.timestamp, seen,
           "an earlier time stamp than that of the frame before");
 }
 
 void WriterCheck::Judge(WriterRule rule, bool kept, const WriterObservation& seen, const char* what) {
-    Verdict& verdict = verdicts_[static_cast<std::size_t>(rule)];
+    Verdict& verdict = verdicts[static_cast<std::size_t>(rule)];
     ++verdict.looks;
     if (!kept && verdict.evidence.empty()) {
         verdict.evidence = std::string(what) + ", at sequence " + std::to_string(seen.header.sequence);
@@ -89,7 +89,7 @@ void WriterCheck::Judge(WriterRule rule, bool kept, const WriterObservation& see
 
 bool WriterCheck::Passed() const noexcept {
     return VerdictOn(WriterRule::Clock).looks > 0 &&
-           std::all_of(verdicts_.begin(), verdicts_.end(),
+           std::all_of(verdicts.begin(), verdicts.end(),
                        [](const Verdict& verdict) { return verdict.evidence.empty(); });
 }
 

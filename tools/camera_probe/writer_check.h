@@ -41,7 +41,7 @@ public:
         std::string evidence; // of the first time that it was; empty: it was kept
     };
     [[nodiscard]] const Verdict& VerdictOn(WriterRule rule) const noexcept {
-        return verdicts_[static_cast<std::size_t>(rule)];
+        return verdicts[static_cast<std::size_t>(rule)];
     }
     // False when a rule was broken, and when no complete frame was seen.
     [[nodiscard]] bool Passed() const noexcept;
@@ -50,9 +50,9 @@ private:
     void Judge(WriterRule rule, bool kept, const WriterObservation& seen, const char* what);
     void JudgeChange(const WriterObservation& before, const WriterObservation& seen);
 
-    std::array<Verdict, WriterRuleCount> verdicts_;
-    std::optional<WriterObservation> last_; // the look before
-    std::optional<WriterObservation> lastFrame_; // the last look at a complete frame
+    std::array<Verdict, WriterRuleCount> verdicts;
+    std::optional<WriterObservation> last; // the look before
+    std::optional<WriterObservation> lastFrame; // the last look at a complete frame
 };
 
 } // namespace receiver

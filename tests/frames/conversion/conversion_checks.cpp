@@ -20,10 +20,10 @@ using Bytes = std::vector<std::uint8_t>;
 
 class Random {
 public:
-    explicit Random(std::uint32_t seed) : generator_(seed) {}
+    explicit Random(std::uint32_t seed) : generator(seed) {}
 
     // 0 to count - 1.
-    std::uint32_t Below(std::uint32_t count) { return static_cast<std::uint32_t>(generator_()) % count; }
+    std::uint32_t Below(std::uint32_t count) { return static_cast<std::uint32_t>(generator()) % count; }
     bool OneIn(std::uint32_t count) { return Below(count) == 0; }
 
     // An even size from 2, rarely above `usual`.
@@ -33,7 +33,7 @@ public:
     }
 
 private:
-    std::minstd_rand generator_; // quickly made: there is one for each geometry
+    std::minstd_rand generator; // quickly made: there is one for each geometry
 };
 
 FrameDescriptor RandomFrame(Random& random) {

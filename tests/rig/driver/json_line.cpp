@@ -43,12 +43,12 @@ std::string ToUtf8(std::wstring_view text) {
 }
 
 JsonLine& JsonLine::Raw(std::string_view name, std::string_view json) {
-    if (text_.size() > 1) {
-        text_ += ',';
+    if (text.size() > 1) {
+        text += ',';
     }
-    text_ += Quoted(name);
-    text_ += ':';
-    text_ += json;
+    text += Quoted(name);
+    text += ':';
+    text += json;
     return *this;
 }
 

@@ -18,10 +18,10 @@ public:
     JsonLine& Text(std::string_view name, std::wstring_view value);
     // `json` is put in as it is.
     JsonLine& Raw(std::string_view name, std::string_view json);
-    [[nodiscard]] std::string Take() { return std::move(text_) + '}'; }
+    [[nodiscard]] std::string Take() { return std::move(text) + '}'; }
 
 private:
-    std::string text_ = "{";
+    std::string text = "{";
 };
 
 } // namespace rig

@@ -49,7 +49,7 @@ public:
             }
             Print(Answer(Split(line)));
         }
-        for (const StartedProgram& program : programs_) {
+        for (const StartedProgram& program : programs) {
             TerminateProcess(program.process.Get(), 1);
         }
     }
@@ -103,7 +103,7 @@ private:
         }
         if (verb == "windows" && words.size() == 1) {
             std::vector<DWORD> processIds;
-            for (const StartedProgram& program : programs_) {
+            for (const StartedProgram& program : programs) {
                 processIds.push_back(program.processId);
             }
             const std::string windows = DescribeTopLevelWindows(processIds.data(), processIds.size());
@@ -168,9 +168,9 @@ private:
             return Done(FALSE);
         }
         const receiver::UniqueHandle thread(information.hThread);
-        const auto number = static_cast<std::int64_t>(programs_.size());
-        programs_.push_back({information.dwProcessId, receiver::UniqueHandle(information.hProcess), {}});
-        StartedProgram& started = programs_.back();
+        const auto number = static_cast<std::int64_t>(programs.size());
+        programs.push_back({information.dwProcessId, receiver::UniqueHandle(information.hProcess), {}});
+        StartedProgram& started = programs.back();
         started.watcher = std::jthread([this, number, process = started.process.Get()] {
             WaitForSingleObject(process, INFINITE);
             DWORD code = 0;
@@ -205,19 +205,19 @@ private:
     }
 
     std::string Terminate(std::int64_t program, UINT code) {
-        if (program < 0 || program >= static_cast<std::int64_t>(programs_.size())) {
+        if (program < 0 || program >= static_cast<std::int64_t>(programs.size())) {
             return Failure(L"no such program was started");
         }
-        return Done(TerminateProcess(programs_[static_cast<std::size_t>(program)].process.Get(), code));
+        return Done(TerminateProcess(programs[static_cast<std::size_t>(program)].process.Get(), code));
     }
 
     void Print(const std::string& line) {
-        const std::scoped_lock lock(output_);
+        const std::scoped_lock lock(output);
         std::cout << line << '\n' << std::flush;
     }
 
-    std::mutex output_;
-    std::deque<StartedProgram> programs_;
+    std::mutex output;
+    std::deque<StartedProgram> programs;
 };
 
 } // namespace

@@ -13,20 +13,20 @@ HRESULT SocketResult() { return HRESULT_FROM_WIN32(static_cast<DWORD>(WSAGetLast
 } // namespace
 
 EncoderLink::~EncoderLink() {
-    if (socket_ != INVALID_SOCKET) {
-        closesocket(socket_);
+    if (socket != INVALID_SOCKET) {
+        closesocket(socket);
     }
 }
 
 HRESULT EncoderLink::Connect() {
-    socket_ = ConnectToServer(L"RIG_RECORDER_PORT");
-    return socket_ != INVALID_SOCKET ? S_OK : SocketResult();
+    socket = ConnectToServer(L"RIG_RECORDER_PORT");
+    return socket != INVALID_SOCKET ? S_OK : SocketResult();
 }
 
 HRESULT EncoderLink::Send(const void* bytes, std::size_t size) {
     const char* next = static_cast<const char*>(bytes);
     while (size > 0) {
-        const int count = send(socket_, next, static_cast<int>(std::min<std::size_t>(size, INT_MAX)), 0);
+        const int count = send(socket, next, static_cast<int>(std::min<std::size_t>(size, INT_MAX)), 0);
         if (count == SOCKET_ERROR) {
             return SocketResult();
         }
@@ -40,7 +40,7 @@ HRESULT EncoderLink::ReceiveResult() {
     HRESULT result = S_OK; // Both sides are little-endian.
     char* next = reinterpret_cast<char*>(&result);
     for (int missing = sizeof(result); missing > 0;) {
-        const int count = recv(socket_, next, missing, 0);
+        const int count = recv(socket, next, missing, 0);
         if (count <= 0) {
             return count == 0 ? HRESULT_FROM_WIN32(WSAECONNRESET) : SocketResult();
         }

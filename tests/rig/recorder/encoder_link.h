@@ -23,7 +23,7 @@ public:
     [[nodiscard]] HRESULT ReceiveResult();
 
 private:
-    SOCKET socket_ = INVALID_SOCKET;
+    SOCKET socket = INVALID_SOCKET;
 };
 
 } // namespace rig

@@ -45,8 +45,8 @@ HRESULT SinkWriter::Create(LPCWSTR path, IMFSinkWriter** writer) {
         return receiver::LastErrorResult();
     }
     auto created = receiver::ComPtr<SinkWriter>::Attach(new SinkWriter);
-    created->file_ = std::move(file);
-    created->unixPath_ = UnixPath(path);
+    created->file = std::move(file);
+    created->unixPath = UnixPath(path);
     return created->QueryInterface(IID_IMFSinkWriter, reinterpret_cast<void**>(writer));
 }
 
@@ -55,14 +55,14 @@ HRESULT SinkWriter::AddStream(IMFMediaType* type, DWORD* index) noexcept {
     if (type == nullptr || index == nullptr) {
         return E_INVALIDARG;
     }
-    if (state_ != State::Preparing) {
+    if (state != State::Preparing) {
         return MF_E_INVALIDREQUEST;
     }
-    if (outputType_) {
+    if (outputType) {
         return E_NOTIMPL; // Windows takes several.
     }
     RETURN_IF_FAILED(CheckOutputType(type));
-    outputType_ = receiver::ComPtr(type);
+    outputType = receiver::ComPtr(type);
     *index = OnlyStream;
     return S_OK;
 }
@@ -72,31 +72,31 @@ HRESULT SinkWriter::SetInputMediaType(DWORD index, IMFMediaType* type, IMFAttrib
     if (type == nullptr) {
         return E_INVALIDARG;
     }
-    if (index != OnlyStream || !outputType_) {
+    if (index != OnlyStream || !outputType) {
         return MF_E_INVALIDSTREAMNUMBER;
     }
     if (parameters != nullptr) {
         return E_NOTIMPL;
     }
-    if (state_ != State::Preparing) {
+    if (state != State::Preparing) {
         return MF_E_INVALIDREQUEST;
     }
-    RETURN_IF_FAILED(CheckInputType(type, outputType_.Get()));
-    inputType_ = receiver::ComPtr(type);
+    RETURN_IF_FAILED(CheckInputType(type, outputType.Get()));
+    inputType = receiver::ComPtr(type);
     return S_OK;
 }
 
 HRESULT SinkWriter::BeginWriting() noexcept {
     RETURN_IF_FAILED(BeginCall(__func__));
-    if (state_ != State::Preparing || !inputType_) {
+    if (state != State::Preparing || !inputType) {
         return MF_E_INVALIDREQUEST;
     }
-    RETURN_IF_FAILED(encoder_.Connect());
+    RETURN_IF_FAILED(encoder.Connect());
     const std::string line =
-        EncodeLine({"record", unixPath_, DescribeType(outputType_.Get()), DescribeType(inputType_.Get())});
-    RETURN_IF_FAILED(encoder_.Send(line.data(), line.size()));
-    RETURN_IF_FAILED(encoder_.ReceiveResult());
-    state_ = State::Writing;
+        EncodeLine({"record", unixPath, DescribeType(outputType.Get()), DescribeType(inputType.Get())});
+    RETURN_IF_FAILED(encoder.Send(line.data(), line.size()));
+    RETURN_IF_FAILED(encoder.ReceiveResult());
+    state = State::Writing;
     return S_OK;
 }
 
@@ -105,7 +105,7 @@ HRESULT SinkWriter::WriteSample(DWORD index, IMFSample* sample) noexcept {
     if (sample == nullptr) {
         return E_INVALIDARG;
     }
-    if (state_ != State::Writing) {
+    if (state != State::Writing) {
         return MF_E_INVALIDREQUEST;
     }
     if (index != OnlyStream) {
@@ -113,7 +113,7 @@ HRESULT SinkWriter::WriteSample(DWORD index, IMFSample* sample) noexcept {
     }
     std::int64_t time = 0;
     RETURN_IF_FAILED(sample->GetSampleTime(&time));
-    if (time <= lastTime_) {
+    if (time <= lastTime) {
         return MF_E_INVALID_TIMESTAMP;
     }
     std::int64_t duration = NoDuration;
@@ -123,8 +123,8 @@ HRESULT SinkWriter::WriteSample(DWORD index, IMFSample* sample) noexcept {
     receiver::ComPtr<IMFMediaBuffer> buffer;
     RETURN_IF_FAILED(sample->ConvertToContiguousBuffer(buffer.Put()));
     RETURN_IF_FAILED(SendSample(time, duration, buffer.Get()));
-    RETURN_IF_FAILED(encoder_.ReceiveResult());
-    lastTime_ = time;
+    RETURN_IF_FAILED(encoder.ReceiveResult());
+    lastTime = time;
     return S_OK;
 }
 
@@ -132,13 +132,13 @@ HRESULT SinkWriter::SendSample(std::int64_t time, std::int64_t duration, IMFMedi
     BYTE* bytes = nullptr;
     DWORD size = 0;
     RETURN_IF_FAILED(buffer->Lock(&bytes, nullptr, &size));
-    HRESULT result = size == Nv12Bytes(inputType_.Get()) ? S_OK : E_INVALIDARG;
+    HRESULT result = size == Nv12Bytes(inputType.Get()) ? S_OK : E_INVALIDARG;
     if (SUCCEEDED(result)) {
         const std::array<std::int64_t, 2> times = {time, duration};
-        result = encoder_.Send(times.data(), sizeof(times));
+        result = encoder.Send(times.data(), sizeof(times));
     }
     if (SUCCEEDED(result)) {
-        result = encoder_.Send(bytes, size);
+        result = encoder.Send(bytes, size);
     }
     (void)buffer->Unlock(); // A buffer that could be locked can be unlocked.
     return result;
@@ -146,15 +146,15 @@ HRESULT SinkWriter::SendSample(std::int64_t time, std::int64_t duration, IMFMedi
 
 HRESULT SinkWriter::Finalize() noexcept {
     RETURN_IF_FAILED(BeginCall(__func__));
-    if (state_ != State::Writing) {
+    if (state != State::Writing) {
         return MF_E_INVALIDREQUEST;
     }
-    state_ = State::Finalized;
-    if (lastTime_ < 0) {
+    state = State::Finalized;
+    if (lastTime < 0) {
         return MF_E_SINK_NO_SAMPLES_PROCESSED;
     }
-    RETURN_IF_FAILED(encoder_.Send(EndMark.data(), sizeof(EndMark)));
-    return encoder_.ReceiveResult();
+    RETURN_IF_FAILED(encoder.Send(EndMark.data(), sizeof(EndMark)));
+    return encoder.ReceiveResult();
 }
 
 } // namespace rig

@@ -49,13 +49,13 @@ private:
 
     [[nodiscard]] HRESULT SendSample(std::int64_t time, std::int64_t duration, IMFMediaBuffer* buffer);
 
-    State state_ = State::Preparing;
-    receiver::UniqueFile file_;
-    std::string unixPath_;
-    receiver::ComPtr<IMFMediaType> outputType_;
-    receiver::ComPtr<IMFMediaType> inputType_;
-    std::int64_t lastTime_ = -1; // 100 ns units; -1 before the first sample
-    EncoderLink encoder_;
+    State state = State::Preparing;
+    receiver::UniqueFile file;
+    std::string unixPath;
+    receiver::ComPtr<IMFMediaType> outputType;
+    receiver::ComPtr<IMFMediaType> inputType;
+    std::int64_t lastTime = -1; // 100 ns units; -1 before the first sample
+    EncoderLink encoder;
 };
 
 } // namespace rig

@@ -97,13 +97,13 @@ HRESULT ReadSample(std::istream& words, ComPtr<IMFSample>& sample) {
 
 class TestHost {
 public:
-    explicit TestHost(decltype(&MFCreateSinkWriterFromURL) create) : create_(create) {}
+    explicit TestHost(decltype(&MFCreateSinkWriterFromURL) newCreate) : create(newCreate) {}
 
     HRESULT Execute(std::istream& words) {
         std::string name;
         words >> name >> std::ws;
-        if (name == "create") {
-            return create_(ReadPath(words).c_str(), nullptr, nullptr, writer_.Put());
+        if (name == "newCreate") {
+            return create(ReadPath(words).c_str(), nullptr, nullptr, writer.Put());
         }
         if (name == "open-for-writing") {
             const receiver::UniqueFile file(CreateFileW(ReadPath(words).c_str(), GENERIC_WRITE,
@@ -115,10 +115,10 @@ public:
             return name == "shutdown" ? MFShutdown() : MFStartup(MF_VERSION, MFSTARTUP_FULL);
         }
         if (name == "release") {
-            writer_.Reset();
+            writer.Reset();
             return S_OK;
         }
-        return writer_ ? Call(name, words) : E_UNEXPECTED;
+        return writer ? Call(name, words) : E_UNEXPECTED;
     }
 
 private:
@@ -132,32 +132,32 @@ private:
         if (name == "add-stream") {
             ComPtr<IMFMediaType> type;
             RETURN_IF_FAILED(ReadType(words, type));
-            return writer_->AddStream(type.Get(), &stream_);
+            return writer->AddStream(type.Get(), &stream);
         }
         if (name == "set-input") {
             DWORD index = 0;
             words >> index;
             ComPtr<IMFMediaType> type;
             RETURN_IF_FAILED(ReadType(words, type));
-            return writer_->SetInputMediaType(index, type.Get(), nullptr);
+            return writer->SetInputMediaType(index, type.Get(), nullptr);
         }
         if (name == "begin") {
-            return writer_->BeginWriting();
+            return writer->BeginWriting();
         }
         if (name == "write") {
             ComPtr<IMFSample> sample;
             RETURN_IF_FAILED(ReadSample(words, sample));
-            return writer_->WriteSample(stream_, sample.Get());
+            return writer->WriteSample(stream, sample.Get());
         }
         if (name == "finalize") {
-            return writer_->Finalize();
+            return writer->Finalize();
         }
-        return name == "stream-tick" ? writer_->SendStreamTick(stream_, 0) : E_INVALIDARG;
+        return name == "stream-tick" ? writer->SendStreamTick(stream, 0) : E_INVALIDARG;
     }
 
-    decltype(&MFCreateSinkWriterFromURL) create_;
-    ComPtr<IMFSinkWriter> writer_;
-    DWORD stream_ = 0;
+    decltype(&MFCreateSinkWriterFromURL) create;
+    ComPtr<IMFSinkWriter> writer;
+    DWORD stream = 0;
 };
 
 } // namespace

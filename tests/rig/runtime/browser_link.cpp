@@ -27,26 +27,26 @@ std::shared_ptr<BrowserLink> BrowserLink::Connect(LineHandler onLine) {
     }
     auto link = std::make_shared<BrowserLink>(connection, window, std::move(onLine));
     SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(link.get()));
-    link->reader_ = std::thread(&BrowserLink::ReadLines, link.get());
+    link->reader = std::thread(&BrowserLink::ReadLines, link.get());
     return link;
 }
 
-BrowserLink::BrowserLink(SOCKET socket, HWND window, LineHandler onLine)
-    : socket_(socket), window_(window), onLine_(std::move(onLine)) {}
+BrowserLink::BrowserLink(SOCKET newSocket, HWND newWindow, LineHandler newOnLine)
+    : socket(newSocket), window(newWindow), onLine(std::move(newOnLine)) {}
 
 BrowserLink::~BrowserLink() {
-    shutdown(socket_, SD_BOTH); // Ends the reader's recv.
-    reader_.join();
-    closesocket(socket_);
-    SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
-    DestroyWindow(window_);
+    shutdown(socket, SD_BOTH); // Ends the reader's recv.
+    reader.join();
+    closesocket(socket);
+    SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+    DestroyWindow(window);
 }
 
 void BrowserLink::Send(std::initializer_list<std::string_view> fields) {
     const std::string line = EncodeLine(fields);
-    const std::lock_guard lock(sendMutex_);
+    const std::lock_guard lock(sendMutex);
     for (std::size_t sent = 0; sent < line.size();) {
-        const int count = send(socket_, line.data() + sent, static_cast<int>(line.size() - sent), 0);
+        const int count = send(socket, line.data() + sent, static_cast<int>(line.size() - sent), 0);
         if (count <= 0) {
             return;
         }
@@ -58,7 +58,7 @@ void BrowserLink::ReadLines() {
     std::string pending;
     std::vector<char> chunk(65536);
     for (;;) {
-        const int count = recv(socket_, chunk.data(), static_cast<int>(chunk.size()), 0);
+        const int count = recv(socket, chunk.data(), static_cast<int>(chunk.size()), 0);
         if (count <= 0) {
             Enqueue("gone");
             return;
@@ -77,10 +77,10 @@ void BrowserLink::ReadLines() {
 }
 
 void BrowserLink::Enqueue(std::string line) {
-    const std::lock_guard lock(lineMutex_);
-    lines_.push_back(std::move(line));
-    if (lines_.size() == 1) {
-        PostMessageW(window_, LineArrived, 0, 0);
+    const std::lock_guard lock(lineMutex);
+    lines.push_back(std::move(line));
+    if (lines.size() == 1) {
+        PostMessageW(window, LineArrived, 0, 0);
     }
 }
 
@@ -89,14 +89,14 @@ void BrowserLink::HandleNextLine() {
     // loop inside the callback handles nothing.
     std::string line;
     {
-        const std::lock_guard lock(lineMutex_);
-        line = lines_.front();
+        const std::lock_guard lock(lineMutex);
+        line = lines.front();
     }
-    onLine_(DecodeLine(line));
-    const std::lock_guard lock(lineMutex_);
-    lines_.pop_front();
-    if (!lines_.empty()) {
-        PostMessageW(window_, LineArrived, 0, 0);
+    onLine(DecodeLine(line));
+    const std::lock_guard lock(lineMutex);
+    lines.pop_front();
+    if (!lines.empty()) {
+        PostMessageW(window, LineArrived, 0, 0);
     }
 }
 

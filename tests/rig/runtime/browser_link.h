@@ -25,7 +25,7 @@ public:
     // Connects to the port that RIG_PORT names; null when no server listens there.
     [[nodiscard]] static std::shared_ptr<BrowserLink> Connect(LineHandler onLine);
 
-    BrowserLink(SOCKET socket, HWND window, LineHandler onLine);
+    BrowserLink(SOCKET newSocket, HWND newWindow, LineHandler newOnLine);
     BrowserLink(const BrowserLink&) = delete;
     BrowserLink& operator=(const BrowserLink&) = delete;
     ~BrowserLink();
@@ -39,13 +39,13 @@ private:
     void Enqueue(std::string line);
     void HandleNextLine();
 
-    SOCKET socket_;
-    HWND window_;
-    LineHandler onLine_;
-    std::mutex sendMutex_;
-    std::mutex lineMutex_;
-    std::deque<std::string> lines_;
-    std::thread reader_;
+    SOCKET socket;
+    HWND window;
+    LineHandler onLine;
+    std::mutex sendMutex;
+    std::mutex lineMutex;
+    std::deque<std::string> lines;
+    std::thread reader;
 };
 
 } // namespace rig

@@ -9,81 +9,82 @@ namespace rig {
 HRESULT Controller::Start(const std::shared_ptr<Session>& session, HWND parent, CompletedHandler* handler) {
     auto controller = receiver::ComPtr<Controller>::Attach(new Controller(session, handler));
     Controller* const borrowed = controller.Get(); // The window ends before the controller does.
-    controller->window_ = PictureWindow::Create(
+    controller->window = PictureWindow::Create(
         parent, [borrowed] { borrowed->OnWindowDestroyed(); },
-        [borrowed] { borrowed->session_->Send("painted", borrowed->page_); });
-    if (!controller->window_) {
+        [borrowed] { borrowed->session->Send("painted", borrowed->page); });
+    if (!controller->window) {
         return receiver::LastErrorResult();
     }
-    controller->pendingSelf_ = controller;
-    session->Send("controller", controller->page_);
+    controller->pendingSelf = controller;
+    session->Send("controller", controller->page);
     return S_OK;
 }
 
-Controller::Controller(std::shared_ptr<Session> session, CompletedHandler* handler)
-    : ControllerStubs(std::move(session)), page_(session_->AddPage(this)),
-      webView_(receiver::ComPtr<WebView>::Attach(new WebView(session_, page_))), pendingHandler_(handler) {}
+Controller::Controller(std::shared_ptr<Session> newSession, CompletedHandler* handler)
+    : ControllerStubs(std::move(newSession)), page(session->AddPage(this)),
+      webView(receiver::ComPtr<WebView>::Attach(new WebView(session, page))), pendingHandler(handler) {}
 
 Controller::~Controller() { (void)Controller::Close(); }
 
 HRESULT Controller::EnterOpen(const char* method) const {
     RETURN_IF_FAILED(Enter(method));
-    return webView_->IsClosed() ? BrowserClosed : S_OK;
+    return webView->IsClosed() ? BrowserClosed : S_OK;
 }
 
-HRESULT Controller::get_IsVisible(BOOL* visible) noexcept {
+HRESULT Controller::get_IsVisible(BOOL* value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(visible_, visible);
+    return StoreResult(visible, value);
 }
 
-HRESULT Controller::put_IsVisible(BOOL visible) noexcept {
+HRESULT Controller::put_IsVisible(BOOL newVisible) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    visible_ = visible;
-    ShowWindow(window_->Handle(), visible ? SW_SHOWNA : SW_HIDE);
+    visible = newVisible;
+    ShowWindow(window->Handle(), newVisible ? SW_SHOWNA : SW_HIDE);
     return S_OK;
 }
 
-HRESULT Controller::get_Bounds(RECT* bounds) noexcept {
+HRESULT Controller::get_Bounds(RECT* value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(bounds_, bounds);
+    return StoreResult(bounds, value);
 }
 
-HRESULT Controller::put_Bounds(RECT bounds) noexcept {
+HRESULT Controller::put_Bounds(RECT newBounds) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    bounds_ = bounds;
-    const int width = bounds.right - bounds.left;
-    const int height = bounds.bottom - bounds.top;
-    SetWindowPos(window_->Handle(), nullptr, bounds.left, bounds.top, width, height, SWP_NOZORDER | SWP_NOACTIVATE);
-    session_->Send("bounds", page_, std::to_string(width), std::to_string(height));
+    bounds = newBounds;
+    const int width = newBounds.right - newBounds.left;
+    const int height = newBounds.bottom - newBounds.top;
+    SetWindowPos(window->Handle(), nullptr, newBounds.left, newBounds.top, width, height,
+                 SWP_NOZORDER | SWP_NOACTIVATE);
+    session->Send("newBounds", page, std::to_string(width), std::to_string(height));
     return S_OK;
 }
 
 HRESULT Controller::get_ParentWindow(HWND* parent) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(GetParent(window_->Handle()), parent);
+    return StoreResult(GetParent(window->Handle()), parent);
 }
 
 HRESULT Controller::NotifyParentWindowPositionChanged() noexcept { return EnterOpen(__func__); }
 
 HRESULT Controller::Close() noexcept {
-    if (webView_->IsClosed()) {
+    if (webView->IsClosed()) {
         return S_OK;
     }
-    webView_->Close();
-    window_.reset();
-    session_->SendCallbackRecords();
-    session_->Send("close", page_);
-    session_->RemovePage(page_);
+    webView->Close();
+    window.reset();
+    session->SendCallbackRecords();
+    session->Send("close", page);
+    session->RemovePage(page);
     return S_OK;
 }
 
-HRESULT Controller::get_CoreWebView2(ICoreWebView2** webView) noexcept {
+HRESULT Controller::get_CoreWebView2(ICoreWebView2** value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    if (webView == nullptr) {
+    if (value == nullptr) {
         return E_POINTER;
     }
-    webView_->AddRef();
-    *webView = webView_.Get();
+    webView->AddRef();
+    *value = webView.Get();
     return S_OK;
 }
 
@@ -97,11 +98,11 @@ void Controller::OnLine(const Fields& line) {
         Complete(E_FAIL);
         (void)Close();
     } else if (line[0] == "picture") {
-        if (window_) {
-            window_->ShowFile(ToWide(line.at(2)));
+        if (window) {
+            window->ShowFile(ToWide(line.at(2)));
         }
     } else {
-        webView_->OnLine(line);
+        webView->OnLine(line);
     }
 }
 
@@ -113,8 +114,8 @@ void Controller::OnWindowDestroyed() {
 
 // Does nothing when the handler has been called already.
 void Controller::Complete(HRESULT result) {
-    const receiver::ComPtr<Controller> self = std::exchange(pendingSelf_, {});
-    const receiver::ComPtr<CompletedHandler> handler = std::exchange(pendingHandler_, {});
+    const receiver::ComPtr<Controller> self = std::exchange(pendingSelf, {});
+    const receiver::ComPtr<CompletedHandler> handler = std::exchange(pendingHandler, {});
     if (handler) {
         (void)handler->Invoke(result, SUCCEEDED(result) ? this : nullptr);
     }

@@ -16,16 +16,16 @@ public:
 
     // Makes the child window at once and calls `handler` when the server has the page.
     static HRESULT Start(const std::shared_ptr<Session>& session, HWND parent, CompletedHandler* handler);
-    Controller(std::shared_ptr<Session> session, CompletedHandler* handler);
+    Controller(std::shared_ptr<Session> newSession, CompletedHandler* handler);
 
-    HRESULT STDMETHODCALLTYPE get_IsVisible(BOOL* visible) noexcept override;
-    HRESULT STDMETHODCALLTYPE put_IsVisible(BOOL visible) noexcept override;
-    HRESULT STDMETHODCALLTYPE get_Bounds(RECT* bounds) noexcept override;
-    HRESULT STDMETHODCALLTYPE put_Bounds(RECT bounds) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_IsVisible(BOOL* value) noexcept override;
+    HRESULT STDMETHODCALLTYPE put_IsVisible(BOOL newVisible) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_Bounds(RECT* value) noexcept override;
+    HRESULT STDMETHODCALLTYPE put_Bounds(RECT newBounds) noexcept override;
     HRESULT STDMETHODCALLTYPE get_ParentWindow(HWND* parent) noexcept override;
     HRESULT STDMETHODCALLTYPE NotifyParentWindowPositionChanged() noexcept override;
     HRESULT STDMETHODCALLTYPE Close() noexcept override;
-    HRESULT STDMETHODCALLTYPE get_CoreWebView2(ICoreWebView2** webView) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_CoreWebView2(ICoreWebView2** value) noexcept override;
 
 private:
     ~Controller() override;
@@ -34,13 +34,13 @@ private:
     void OnWindowDestroyed();
     void Complete(HRESULT result);
 
-    std::string page_;
-    receiver::ComPtr<WebView> webView_;
-    receiver::ComPtr<CompletedHandler> pendingHandler_;
-    receiver::ComPtr<Controller> pendingSelf_; // Until the handler has been called.
-    std::unique_ptr<PictureWindow> window_;
-    RECT bounds_{};
-    BOOL visible_ = TRUE;
+    std::string page;
+    receiver::ComPtr<WebView> webView;
+    receiver::ComPtr<CompletedHandler> pendingHandler;
+    receiver::ComPtr<Controller> pendingSelf; // Until the handler has been called.
+    std::unique_ptr<PictureWindow> window;
+    RECT bounds{};
+    BOOL visible = TRUE;
 };
 
 } // namespace rig

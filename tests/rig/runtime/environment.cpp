@@ -22,25 +22,25 @@ Environment::CreateCoreWebView2Controller(HWND parent,
     if (handler == nullptr) {
         return E_POINTER;
     }
-    if (session_->BrowserGone()) {
+    if (session->BrowserGone()) {
         return BrowserClosed;
     }
-    return Controller::Start(session_, parent, handler);
+    return Controller::Start(session, parent, handler);
 }
 
 HRESULT Environment::get_BrowserVersionString(LPWSTR* version) noexcept {
     RETURN_IF_FAILED(Enter(__func__));
-    return CopyText(session_->Version(), version);
+    return CopyText(session->Version(), version);
 }
 
 HRESULT Environment::get_UserDataFolder(LPWSTR* folder) noexcept {
     RETURN_IF_FAILED(Enter(__func__));
-    return CopyText(session_->UserDataFolder(), folder);
+    return CopyText(session->UserDataFolder(), folder);
 }
 
 HRESULT Environment::CreateSharedBuffer(UINT64 bytes, ICoreWebView2SharedBuffer** buffer) noexcept {
     RETURN_IF_FAILED(Enter(__func__));
-    return SharedBuffer::Create(session_, bytes, buffer);
+    return SharedBuffer::Create(session, bytes, buffer);
 }
 
 } // namespace rig

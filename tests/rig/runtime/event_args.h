@@ -18,20 +18,20 @@ class WebMessageReceivedArgs final : public receiver::ComObject<ICoreWebView2Web
                                                                 IID_ICoreWebView2WebMessageReceivedEventArgs> {
 public:
     // `text` is the posted string itself, or else the JSON text of what was posted.
-    WebMessageReceivedArgs(bool isString, std::wstring text, std::wstring source)
-        : isString_(isString), text_(std::move(text)), source_(std::move(source)) {}
+    WebMessageReceivedArgs(bool newIsString, std::wstring newText, std::wstring newSource)
+        : isString(newIsString), text(std::move(newText)), source(std::move(newSource)) {}
 
-    HRESULT STDMETHODCALLTYPE get_Source(LPWSTR* source) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_Source(LPWSTR* newSource) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return CopyText(source_, source);
+        return CopyText(source, newSource);
     }
     HRESULT STDMETHODCALLTYPE get_WebMessageAsJson(LPWSTR* json) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return CopyText(isString_ ? Quoted(text_) : text_, json);
+        return CopyText(isString ? Quoted(text) : text, json);
     }
-    HRESULT STDMETHODCALLTYPE TryGetWebMessageAsString(LPWSTR* text) noexcept override {
+    HRESULT STDMETHODCALLTYPE TryGetWebMessageAsString(LPWSTR* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return isString_ ? CopyText(text_, text) : E_INVALIDARG;
+        return isString ? CopyText(text, value) : E_INVALIDARG;
     }
 
 private:
@@ -54,77 +54,77 @@ private:
         return quoted + L'"';
     }
 
-    bool isString_;
-    std::wstring text_;
-    std::wstring source_;
+    bool isString;
+    std::wstring text;
+    std::wstring source;
 };
 
 class PermissionRequestedArgs final : public receiver::ComObject<ICoreWebView2PermissionRequestedEventArgs,
                                                                  IID_ICoreWebView2PermissionRequestedEventArgs> {
 public:
-    PermissionRequestedArgs(COREWEBVIEW2_PERMISSION_KIND kind, std::wstring uri, bool userInitiated)
-        : kind_(kind), uri_(std::move(uri)), userInitiated_(userInitiated ? TRUE : FALSE) {}
+    PermissionRequestedArgs(COREWEBVIEW2_PERMISSION_KIND newKind, std::wstring newUri, bool newUserInitiated)
+        : kind(newKind), uri(std::move(newUri)), userInitiated(newUserInitiated ? TRUE : FALSE) {}
 
-    HRESULT STDMETHODCALLTYPE get_Uri(LPWSTR* uri) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_Uri(LPWSTR* newUri) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return CopyText(uri_, uri);
+        return CopyText(uri, newUri);
     }
-    HRESULT STDMETHODCALLTYPE get_PermissionKind(COREWEBVIEW2_PERMISSION_KIND* kind) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_PermissionKind(COREWEBVIEW2_PERMISSION_KIND* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(kind_, kind);
+        return StoreResult(kind, value);
     }
-    HRESULT STDMETHODCALLTYPE get_IsUserInitiated(BOOL* userInitiated) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_IsUserInitiated(BOOL* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(userInitiated_, userInitiated);
+        return StoreResult(userInitiated, value);
     }
-    HRESULT STDMETHODCALLTYPE get_State(COREWEBVIEW2_PERMISSION_STATE* state) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_State(COREWEBVIEW2_PERMISSION_STATE* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(state_, state);
+        return StoreResult(state, value);
     }
-    HRESULT STDMETHODCALLTYPE put_State(COREWEBVIEW2_PERMISSION_STATE state) noexcept override {
+    HRESULT STDMETHODCALLTYPE put_State(COREWEBVIEW2_PERMISSION_STATE newState) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        state_ = state;
+        state = newState;
         return S_OK;
     }
     // Decisions are taken while the handler runs.
     HRESULT STDMETHODCALLTYPE GetDeferral(ICoreWebView2Deferral**) noexcept override { return E_NOTIMPL; }
 
-    [[nodiscard]] COREWEBVIEW2_PERMISSION_STATE State() const { return state_; }
+    [[nodiscard]] COREWEBVIEW2_PERMISSION_STATE State() const { return state; }
 
 private:
     ~PermissionRequestedArgs() override = default;
 
-    COREWEBVIEW2_PERMISSION_KIND kind_;
-    std::wstring uri_;
-    BOOL userInitiated_;
-    COREWEBVIEW2_PERMISSION_STATE state_ = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
+    COREWEBVIEW2_PERMISSION_KIND kind;
+    std::wstring uri;
+    BOOL userInitiated;
+    COREWEBVIEW2_PERMISSION_STATE state = COREWEBVIEW2_PERMISSION_STATE_DEFAULT;
 };
 
 class NavigationCompletedArgs final : public receiver::ComObject<ICoreWebView2NavigationCompletedEventArgs,
                                                                  IID_ICoreWebView2NavigationCompletedEventArgs> {
 public:
-    NavigationCompletedArgs(bool isSuccess, COREWEBVIEW2_WEB_ERROR_STATUS status, UINT64 id)
-        : isSuccess_(isSuccess ? TRUE : FALSE), status_(status), id_(id) {}
+    NavigationCompletedArgs(bool newIsSuccess, COREWEBVIEW2_WEB_ERROR_STATUS newStatus, UINT64 newId)
+        : isSuccess(newIsSuccess ? TRUE : FALSE), status(newStatus), id(newId) {}
 
-    HRESULT STDMETHODCALLTYPE get_IsSuccess(BOOL* isSuccess) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_IsSuccess(BOOL* newIsSuccess) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(isSuccess_, isSuccess);
+        return StoreResult(isSuccess, newIsSuccess);
     }
-    HRESULT STDMETHODCALLTYPE get_WebErrorStatus(COREWEBVIEW2_WEB_ERROR_STATUS* status) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_WebErrorStatus(COREWEBVIEW2_WEB_ERROR_STATUS* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(status_, status);
+        return StoreResult(status, value);
     }
-    HRESULT STDMETHODCALLTYPE get_NavigationId(UINT64* id) noexcept override {
+    HRESULT STDMETHODCALLTYPE get_NavigationId(UINT64* value) noexcept override {
         RETURN_IF_FAILED(FaultFor(__func__));
-        return StoreResult(id_, id);
+        return StoreResult(id, value);
     }
 
 private:
     ~NavigationCompletedArgs() override = default;
 
-    BOOL isSuccess_;
-    COREWEBVIEW2_WEB_ERROR_STATUS status_;
-    UINT64 id_;
+    BOOL isSuccess;
+    COREWEBVIEW2_WEB_ERROR_STATUS status;
+    UINT64 id;
 };
 
 } // namespace rig

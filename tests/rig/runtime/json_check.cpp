@@ -8,30 +8,30 @@ namespace {
 // Consumes from the front of the text; every Take function says whether it found what it is named for.
 class Parser {
 public:
-    explicit Parser(std::wstring_view text) : rest_(text) {}
+    explicit Parser(std::wstring_view text) : rest(text) {}
 
-    bool TakeDocument() { return TakeValue(0) && rest_.empty(); }
+    bool TakeDocument() { return TakeValue(0) && rest.empty(); }
 
 private:
     static constexpr int MaxDepth = 200;
 
-    wchar_t Next() const { return rest_.empty() ? L'\0' : rest_.front(); }
+    wchar_t Next() const { return rest.empty() ? L'\0' : rest.front(); }
     void SkipBlanks() {
-        while (!rest_.empty() && std::wstring_view(L" \t\r\n").find(rest_.front()) != std::wstring_view::npos) {
-            rest_.remove_prefix(1);
+        while (!rest.empty() && std::wstring_view(L" \t\r\n").find(rest.front()) != std::wstring_view::npos) {
+            rest.remove_prefix(1);
         }
     }
     bool Take(std::wstring_view word) {
-        const bool found = rest_.starts_with(word);
-        rest_.remove_prefix(found ? word.size() : 0);
+        const bool found = rest.starts_with(word);
+        rest.remove_prefix(found ? word.size() : 0);
         return found;
     }
     bool TakeDigits() {
         std::size_t count = 0;
-        while (count < rest_.size() && rest_[count] >= L'0' && rest_[count] <= L'9') {
+        while (count < rest.size() && rest[count] >= L'0' && rest[count] <= L'9') {
             ++count;
         }
-        rest_.remove_prefix(count);
+        rest.remove_prefix(count);
         return count > 0;
     }
     bool TakeNumber() {
@@ -52,29 +52,29 @@ private:
         if (!Take(L"\"")) {
             return false;
         }
-        while (!rest_.empty() && rest_.front() >= L' ') {
+        while (!rest.empty() && rest.front() >= L' ') {
             if (Take(L"\"")) {
                 return true;
             }
             if (Take(L"\\")) {
                 if (Take(L"u")) {
-                    if (rest_.size() < 4 ||
-                        rest_.substr(0, 4).find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring_view::npos) {
+                    if (rest.size() < 4 ||
+                        rest.substr(0, 4).find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring_view::npos) {
                         return false;
                     }
-                    rest_.remove_prefix(4);
+                    rest.remove_prefix(4);
                     continue;
                 }
                 if (std::wstring_view(L"\"\\/bfnrt").find(Next()) == std::wstring_view::npos) {
                     return false;
                 }
             }
-            rest_.remove_prefix(1);
+            rest.remove_prefix(1);
         }
         return false;
     }
     bool TakeMembers(wchar_t close, bool named, int depth) {
-        rest_.remove_prefix(1);
+        rest.remove_prefix(1);
         SkipBlanks();
         while (Next() != close) {
             SkipBlanks();
@@ -94,7 +94,7 @@ private:
                 return false;
             }
         }
-        rest_.remove_prefix(1);
+        rest.remove_prefix(1);
         return true;
     }
     bool TakeValue(int depth) {
@@ -120,7 +120,7 @@ private:
         return found;
     }
 
-    std::wstring_view rest_;
+    std::wstring_view rest;
 };
 
 } // namespace

@@ -22,64 +22,64 @@ std::unique_ptr<PictureWindow> PictureWindow::Create(HWND parent, std::function<
                                                      std::function<void()> onPicture) {
     RegisterWindowClass(PictureClass, WindowProcedure);
     auto picture = std::make_unique<PictureWindow>(std::move(onDestroyed), std::move(onPicture));
-    picture->window_ = CreateWindowExW(0, PictureClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0,
-                                       parent, nullptr, ModuleHandle(), nullptr);
-    if (picture->window_ == nullptr) {
+    picture->window = CreateWindowExW(0, PictureClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
+                                      nullptr, ModuleHandle(), nullptr);
+    if (picture->window == nullptr) {
         return nullptr;
     }
-    SetWindowLongPtrW(picture->window_, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(picture.get()));
+    SetWindowLongPtrW(picture->window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(picture.get()));
     return picture;
 }
 
-PictureWindow::PictureWindow(std::function<void()> onDestroyed, std::function<void()> onPicture)
-    : onDestroyed_(std::move(onDestroyed)), onPicture_(std::move(onPicture)) {}
+PictureWindow::PictureWindow(std::function<void()> newOnDestroyed, std::function<void()> newOnPicture)
+    : onDestroyed(std::move(newOnDestroyed)), onPicture(std::move(newOnPicture)) {}
 
 PictureWindow::~PictureWindow() {
     {
-        const std::lock_guard lock(mutex_);
-        ending_ = true;
+        const std::lock_guard lock(mutex);
+        ending = true;
     }
-    wake_.notify_all();
-    if (decoder_.joinable()) {
-        decoder_.join();
+    wake.notify_all();
+    if (decoder.joinable()) {
+        decoder.join();
     }
-    if (window_ != nullptr) {
-        SetWindowLongPtrW(window_, GWLP_USERDATA, 0);
-        DestroyWindow(window_);
+    if (window != nullptr) {
+        SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+        DestroyWindow(window);
     }
 }
 
 void PictureWindow::ShowFile(std::wstring path) {
     std::replace(path.begin(), path.end(), L'/', L'\\');
     {
-        const std::lock_guard lock(mutex_);
-        nextFile_ = L"Z:" + path;
+        const std::lock_guard lock(mutex);
+        nextFile = L"Z:" + path;
     }
-    wake_.notify_all();
-    if (!decoder_.joinable()) {
-        decoder_ = std::thread(&PictureWindow::DecodeFiles, this);
+    wake.notify_all();
+    if (!decoder.joinable()) {
+        decoder = std::thread(&PictureWindow::DecodeFiles, this);
     }
 }
 
 void PictureWindow::DecodeFiles() {
     (void)CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    std::unique_lock lock(mutex_);
+    std::unique_lock lock(mutex);
     for (;;) {
-        wake_.wait(lock, [this] { return ending_ || !nextFile_.empty(); });
-        if (ending_) {
+        wake.wait(lock, [this] { return ending || !nextFile.empty(); });
+        if (ending) {
             break;
         }
-        const std::wstring path = std::exchange(nextFile_, {});
+        const std::wstring path = std::exchange(nextFile, {});
         lock.unlock();
         Picture decoded;
         const HRESULT result = Decode(path, decoded);
         lock.lock();
         if (SUCCEEDED(result)) {
-            std::swap(picture_, decoded);
-            InvalidateRect(window_, nullptr, FALSE);
+            std::swap(picture, decoded);
+            InvalidateRect(window, nullptr, FALSE);
         }
         lock.unlock();
-        onPicture_();
+        onPicture();
         lock.lock();
     }
     lock.unlock();
@@ -110,28 +110,28 @@ HRESULT PictureWindow::Decode(const std::wstring& path, Picture& picture) {
 
 void PictureWindow::Paint() {
     PAINTSTRUCT paint;
-    const HDC context = BeginPaint(window_, &paint);
-    const std::lock_guard lock(mutex_);
+    const HDC context = BeginPaint(window, &paint);
+    const std::lock_guard lock(mutex);
     RECT area;
-    GetClientRect(window_, &area);
+    GetClientRect(window, &area);
     const HBRUSH white = static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH));
-    const RECT right = {picture_.width, 0, area.right, area.bottom};
-    const RECT below = {0, picture_.height, picture_.width, area.bottom};
+    const RECT right = {picture.width, 0, area.right, area.bottom};
+    const RECT below = {0, picture.height, picture.width, area.bottom};
     FillRect(context, &right, white);
     FillRect(context, &below, white);
-    if (!picture_.pixels.empty()) {
+    if (!picture.pixels.empty()) {
         BITMAPINFO info{};
         info.bmiHeader.biSize = sizeof(info.bmiHeader);
-        info.bmiHeader.biWidth = picture_.width;
-        info.bmiHeader.biHeight = -picture_.height; // Negative: top row first.
+        info.bmiHeader.biWidth = picture.width;
+        info.bmiHeader.biHeight = -picture.height; // Negative: top row first.
         info.bmiHeader.biPlanes = 1;
         info.bmiHeader.biBitCount = BytesPerPixel * 8;
         info.bmiHeader.biCompression = BI_RGB;
-        const UINT rows = static_cast<UINT>(picture_.height);
-        SetDIBitsToDevice(context, 0, 0, static_cast<DWORD>(picture_.width), rows, 0, 0, 0, rows,
-                          picture_.pixels.data(), &info, DIB_RGB_COLORS);
+        const UINT rows = static_cast<UINT>(picture.height);
+        SetDIBitsToDevice(context, 0, 0, static_cast<DWORD>(picture.width), rows, 0, 0, 0, rows, picture.pixels.data(),
+                          &info, DIB_RGB_COLORS);
     }
-    EndPaint(window_, &paint);
+    EndPaint(window, &paint);
 }
 
 LRESULT CALLBACK PictureWindow::WindowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -142,8 +142,8 @@ LRESULT CALLBACK PictureWindow::WindowProcedure(HWND window, UINT message, WPARA
     }
     if (picture != nullptr && message == WM_DESTROY) {
         SetWindowLongPtrW(window, GWLP_USERDATA, 0); // The callback may end the object.
-        picture->window_ = nullptr;
-        const std::function<void()> onDestroyed = picture->onDestroyed_;
+        picture->window = nullptr;
+        const std::function<void()> onDestroyed = picture->onDestroyed;
         onDestroyed();
         return 0;
     }

@@ -22,12 +22,12 @@ public:
     [[nodiscard]] static std::unique_ptr<PictureWindow> Create(HWND parent, std::function<void()> onDestroyed,
                                                                std::function<void()> onPicture);
 
-    PictureWindow(std::function<void()> onDestroyed, std::function<void()> onPicture);
+    PictureWindow(std::function<void()> newOnDestroyed, std::function<void()> newOnPicture);
     PictureWindow(const PictureWindow&) = delete;
     PictureWindow& operator=(const PictureWindow&) = delete;
     ~PictureWindow();
 
-    [[nodiscard]] HWND Handle() const { return window_; }
+    [[nodiscard]] HWND Handle() const { return window; }
 
     // Shows a JPEG file, named as Linux does.
     void ShowFile(std::wstring path);
@@ -44,15 +44,15 @@ private:
     void DecodeFiles();
     void Paint();
 
-    HWND window_ = nullptr;
-    std::function<void()> onDestroyed_;
-    std::function<void()> onPicture_;
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::wstring nextFile_;
-    bool ending_ = false;
-    Picture picture_;
-    std::thread decoder_; // Started by the first picture.
+    HWND window = nullptr;
+    std::function<void()> onDestroyed;
+    std::function<void()> onPicture;
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::wstring nextFile;
+    bool ending = false;
+    Picture picture;
+    std::thread decoder; // Started by the first picture.
 };
 
 } // namespace rig

@@ -42,26 +42,26 @@ HRESULT MakeUserDataFolder(const std::wstring& folder) {
 
 HRESULT Session::Start(PCWSTR userDataFolder, EnvironmentHandler* handler) {
     auto session = std::make_shared<Session>();
-    session->userDataFolder_ = userDataFolder == nullptr ? L"" : userDataFolder;
-    if (!session->userDataFolder_.empty()) {
-        RETURN_IF_FAILED(MakeUserDataFolder(session->userDataFolder_));
+    session->userDataFolder = userDataFolder == nullptr ? L"" : userDataFolder;
+    if (!session->userDataFolder.empty()) {
+        RETURN_IF_FAILED(MakeUserDataFolder(session->userDataFolder));
     }
-    session->link_ = BrowserLink::Connect([weak = std::weak_ptr(session)](const Fields& line) {
+    session->link = BrowserLink::Connect([weak = std::weak_ptr(session)](const Fields& line) {
         if (const std::shared_ptr<Session> alive = weak.lock()) {
             alive->OnLine(line);
         }
     });
-    if (!session->link_) {
+    if (!session->link) {
         return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     }
-    session->pendingHandler_ = receiver::ComPtr(handler);
-    session->pendingSelf_ = session;
+    session->pendingHandler = receiver::ComPtr(handler);
+    session->pendingSelf = session;
     session->Send("environment");
     return S_OK;
 }
 
 HRESULT Session::Enter(const char* method) const {
-    if (GetCurrentThreadId() != threadId_) {
+    if (GetCurrentThreadId() != threadId) {
         return RPC_E_WRONG_THREAD;
     }
     return FaultFor(method);
@@ -74,39 +74,39 @@ HRESULT Session::ReportStub(const char* method) {
 }
 
 std::string Session::AddPage(Page* page) {
-    std::string name = std::to_string(++pagesMade_);
-    pages_[name] = page;
+    std::string name = std::to_string(++pagesMade);
+    pages[name] = page;
     return name;
 }
 
-std::string Session::NewBufferName() { return serverName_ + "-" + std::to_string(++buffersMade_); }
+std::string Session::NewBufferName() { return serverName + "-" + std::to_string(++buffersMade); }
 
 void Session::RecordCallback(long long ticks, HRESULT result) {
-    if (!callbackRecords_.empty()) {
-        callbackRecords_ += ',';
+    if (!callbackRecords.empty()) {
+        callbackRecords += ',';
     }
-    callbackRecords_.append(std::to_string(ticks)).append(":").append(HexCode(result));
-    callbackRecords_.append(":").append(std::to_string(UnixMicroseconds()));
-    if (++callbackRecordCount_ == CallbackRecordsPerLine) {
+    callbackRecords.append(std::to_string(ticks)).append(":").append(HexCode(result));
+    callbackRecords.append(":").append(std::to_string(UnixMicroseconds()));
+    if (++callbackRecordCount == CallbackRecordsPerLine) {
         SendCallbackRecords();
     }
 }
 
 void Session::SendCallbackRecords() {
-    if (callbackRecordCount_ == 0) {
+    if (callbackRecordCount == 0) {
         return;
     }
     LARGE_INTEGER ticksPerSecond;
     QueryPerformanceFrequency(&ticksPerSecond);
-    Send("callbacks", std::to_string(ticksPerSecond.QuadPart), callbackRecords_);
-    callbackRecords_.clear();
-    callbackRecordCount_ = 0;
+    Send("callbacks", std::to_string(ticksPerSecond.QuadPart), callbackRecords);
+    callbackRecords.clear();
+    callbackRecordCount = 0;
 }
 
 void Session::OnLine(const Fields& line) {
     if (line[0] == "environment") {
-        serverName_ = line.at(1);
-        version_ = ToWide(line.at(2));
+        serverName = line.at(1);
+        version = ToWide(line.at(2));
         CompleteEnvironment(S_OK);
     } else if (line[0] == "environment-failed") {
         CompleteEnvironment(E_FAIL);
@@ -114,23 +114,23 @@ void Session::OnLine(const Fields& line) {
         SendCallbackRecords();
         Send("callbacks-sent");
     } else if (line[0] == "gone") {
-        browserGone_ = true;
-        if (pendingHandler_) {
+        browserGone = true;
+        if (pendingHandler) {
             CompleteEnvironment(E_FAIL);
         }
-        for (const auto& [name, page] : std::map(pages_)) {
-            if (pages_.contains(name)) {
+        for (const auto& [name, page] : std::map(pages)) {
+            if (pages.contains(name)) {
                 page->OnLine(line);
             }
         }
-    } else if (const auto found = pages_.find(line.at(1)); found != pages_.end()) {
+    } else if (const auto found = pages.find(line.at(1)); found != pages.end()) {
         found->second->OnLine(line);
     }
 }
 
 void Session::CompleteEnvironment(HRESULT result) {
-    const std::shared_ptr<Session> self = std::exchange(pendingSelf_, nullptr);
-    const receiver::ComPtr<EnvironmentHandler> handler = std::exchange(pendingHandler_, {});
+    const std::shared_ptr<Session> self = std::exchange(pendingSelf, nullptr);
+    const receiver::ComPtr<EnvironmentHandler> handler = std::exchange(pendingHandler, {});
     receiver::ComPtr<ICoreWebView2Environment> environment;
     if (SUCCEEDED(result)) {
         environment = receiver::ComPtr<ICoreWebView2Environment>::Attach(new Environment(self));

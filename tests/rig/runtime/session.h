@@ -37,16 +37,16 @@ public:
 
     template <typename... Text>
     void Send(const Text&... fields) {
-        link_->Send({std::string_view(fields)...});
+        link->Send({std::string_view(fields)...});
     }
 
     // Pages are named by numbers. A page must be removed before it ends.
     [[nodiscard]] std::string AddPage(Page* page);
-    void RemovePage(const std::string& name) { pages_.erase(name); }
+    void RemovePage(const std::string& name) { pages.erase(name); }
 
-    [[nodiscard]] bool BrowserGone() const { return browserGone_; }
-    [[nodiscard]] const std::wstring& Version() const { return version_; }
-    [[nodiscard]] const std::wstring& UserDataFolder() const { return userDataFolder_; }
+    [[nodiscard]] bool BrowserGone() const { return browserGone; }
+    [[nodiscard]] const std::wstring& Version() const { return version; }
+    [[nodiscard]] const std::wstring& UserDataFolder() const { return userDataFolder; }
     // A name that no other shared buffer of the server has.
     [[nodiscard]] std::string NewBufferName();
 
@@ -58,19 +58,19 @@ private:
     void OnLine(const Fields& line);
     void CompleteEnvironment(HRESULT result);
 
-    const DWORD threadId_ = GetCurrentThreadId();
-    std::shared_ptr<BrowserLink> link_;
-    std::shared_ptr<Session> pendingSelf_; // Until the environment handler has been called.
-    receiver::ComPtr<EnvironmentHandler> pendingHandler_;
-    std::wstring userDataFolder_;
-    std::wstring version_;
-    std::string serverName_;
-    unsigned buffersMade_ = 0;
-    unsigned pagesMade_ = 0;
-    std::map<std::string, Page*> pages_;
-    std::string callbackRecords_;
-    unsigned callbackRecordCount_ = 0;
-    bool browserGone_ = false;
+    const DWORD threadId = GetCurrentThreadId();
+    std::shared_ptr<BrowserLink> link;
+    std::shared_ptr<Session> pendingSelf; // Until the environment handler has been called.
+    receiver::ComPtr<EnvironmentHandler> pendingHandler;
+    std::wstring userDataFolder;
+    std::wstring version;
+    std::string serverName;
+    unsigned buffersMade = 0;
+    unsigned pagesMade = 0;
+    std::map<std::string, Page*> pages;
+    std::string callbackRecords;
+    unsigned callbackRecordCount = 0;
+    bool browserGone = false;
 };
 
 } // namespace rig

@@ -15,7 +15,7 @@
     HRESULT STDMETHODCALLTYPE put_##name(BOOL value) noexcept override {                                               \
         RETURN_IF_FAILED(Enter(__func__));                                                                             \
         name##_ = value;                                                                                               \
-        session_->Send("setting", page_, #name, value ? "true" : "false");                                             \
+        session->Send("setting", page, #name, value ? "true" : "false");                                               \
         return S_OK;                                                                                                   \
     }                                                                                                                  \
     BOOL name##_ = TRUE;
@@ -24,8 +24,8 @@ namespace rig {
 
 class Settings final : public SessionObject<ICoreWebView2Settings, IID_ICoreWebView2Settings> {
 public:
-    Settings(std::shared_ptr<Session> session, std::string page)
-        : SessionObject(std::move(session)), page_(std::move(page)) {}
+    Settings(std::shared_ptr<Session> newSession, std::string newPage)
+        : SessionObject(std::move(newSession)), page(std::move(newPage)) {}
 
     RIG_SETTING(IsScriptEnabled)
     RIG_SETTING(IsWebMessageEnabled)
@@ -40,7 +40,7 @@ public:
 private:
     ~Settings() override = default;
 
-    std::string page_;
+    std::string page;
 };
 
 } // namespace rig

@@ -37,25 +37,25 @@ HRESULT SharedBuffer::Create(const std::shared_ptr<Session>& session, UINT64 byt
     return S_OK;
 }
 
-SharedBuffer::SharedBuffer(std::shared_ptr<Session> session, UINT64 bytes)
-    : SessionObject(std::move(session)), size_(bytes), name_(session_->NewBufferName()) {}
+SharedBuffer::SharedBuffer(std::shared_ptr<Session> newSession, UINT64 bytes)
+    : SessionObject(std::move(newSession)), size(bytes), name(session->NewBufferName()) {}
 
 SharedBuffer::~SharedBuffer() { (void)SharedBuffer::Close(); }
 
 HRESULT SharedBuffer::Open() {
-    const std::wstring path = SharedFolder() + L"\\" + ToWide(name_);
-    file_.Reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
-                            FILE_ATTRIBUTE_TEMPORARY, nullptr));
-    if (!file_) {
+    const std::wstring path = SharedFolder() + L"\\" + ToWide(name);
+    file.Reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                           FILE_ATTRIBUTE_TEMPORARY, nullptr));
+    if (!file) {
         return receiver::LastErrorResult();
     }
-    mapping_.Reset(CreateFileMappingW(file_.Get(), nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size_), nullptr));
-    if (!mapping_) {
+    mapping.Reset(CreateFileMappingW(file.Get(), nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size), nullptr));
+    if (!mapping) {
         return receiver::LastErrorResult();
     }
-    view_.Reset(MapViewOfFile(mapping_.Get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
-    return view_ ? S_OK : receiver::LastErrorResult();
+    view.Reset(MapViewOfFile(mapping.Get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
+    return view ? S_OK : receiver::LastErrorResult();
 }
 
 HRESULT SharedBuffer::EnterOpen(const char* method) const {
@@ -63,28 +63,28 @@ HRESULT SharedBuffer::EnterOpen(const char* method) const {
     return IsOpen() ? S_OK : ObjectClosed;
 }
 
-HRESULT SharedBuffer::get_Size(UINT64* size) noexcept {
+HRESULT SharedBuffer::get_Size(UINT64* value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(size_, size);
+    return StoreResult(size, value);
 }
 
 HRESULT SharedBuffer::get_Buffer(BYTE** buffer) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(static_cast<BYTE*>(view_.Get()), buffer);
+    return StoreResult(static_cast<BYTE*>(view.Get()), buffer);
 }
 
 HRESULT SharedBuffer::get_FileMappingHandle(HANDLE* handle) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return StoreResult(mapping_.Get(), handle);
+    return StoreResult(mapping.Get(), handle);
 }
 
 HRESULT SharedBuffer::Close() noexcept {
     if (IsOpen()) {
-        session_->Send("buffer-closed", name_);
+        session->Send("buffer-closed", name);
     }
-    view_.Reset();
-    mapping_.Reset();
-    file_.Reset();
+    view.Reset();
+    mapping.Reset();
+    file.Reset();
     return S_OK;
 }
 

@@ -13,28 +13,28 @@ namespace rig {
 class SharedBuffer final : public SessionObject<ICoreWebView2SharedBuffer, IID_ICoreWebView2SharedBuffer> {
 public:
     static HRESULT Create(const std::shared_ptr<Session>& session, UINT64 bytes, ICoreWebView2SharedBuffer** buffer);
-    explicit SharedBuffer(std::shared_ptr<Session> session, UINT64 bytes);
+    explicit SharedBuffer(std::shared_ptr<Session> newSession, UINT64 bytes);
 
-    HRESULT STDMETHODCALLTYPE get_Size(UINT64* size) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_Size(UINT64* value) noexcept override;
     HRESULT STDMETHODCALLTYPE get_Buffer(BYTE** buffer) noexcept override;
     HRESULT STDMETHODCALLTYPE get_FileMappingHandle(HANDLE* handle) noexcept override;
     HRESULT STDMETHODCALLTYPE Close() noexcept override;
     RIG_STUB(OpenStream, IStream**)
 
-    [[nodiscard]] bool IsOpen() const { return static_cast<bool>(view_); }
-    [[nodiscard]] const std::string& Name() const { return name_; }
-    [[nodiscard]] UINT64 Size() const { return size_; }
+    [[nodiscard]] bool IsOpen() const { return static_cast<bool>(view); }
+    [[nodiscard]] const std::string& Name() const { return name; }
+    [[nodiscard]] UINT64 Size() const { return size; }
 
 private:
     ~SharedBuffer() override;
     [[nodiscard]] HRESULT Open();
     [[nodiscard]] HRESULT EnterOpen(const char* method) const;
 
-    UINT64 size_;
-    std::string name_;
-    receiver::UniqueFile file_;
-    receiver::UniqueHandle mapping_;
-    receiver::MappedView view_;
+    UINT64 size;
+    std::string name;
+    receiver::UniqueFile file;
+    receiver::UniqueHandle mapping;
+    receiver::MappedView view;
 };
 
 } // namespace rig

@@ -13,7 +13,7 @@
 
 // Declares a method that is only reported. The rest of the arguments are its parameter types.
 #define RIG_STUB(name, ...)                                                                                            \
-    HRESULT STDMETHODCALLTYPE name(__VA_ARGS__) noexcept override { return this->session_->ReportStub(#name); }
+    HRESULT STDMETHODCALLTYPE name(__VA_ARGS__) noexcept override { return this->session->ReportStub(#name); }
 // Both halves of an event; `handler` is the middle of the handler's interface name.
 #define RIG_STUB_EVENT_OF(name, handler)                                                                               \
     RIG_STUB(add_##name, ICoreWebView2##handler##EventHandler*, EventRegistrationToken*)                               \
@@ -26,12 +26,12 @@ namespace rig {
 template <typename Interface, const IID&... Identifiers>
 class SessionObject : public receiver::ComObject<Interface, Identifiers...> {
 public:
-    explicit SessionObject(std::shared_ptr<Session> session) : session_(std::move(session)) {}
+    explicit SessionObject(std::shared_ptr<Session> newSession) : session(std::move(newSession)) {}
 
 protected:
-    [[nodiscard]] HRESULT Enter(const char* method) const { return session_->Enter(method); }
+    [[nodiscard]] HRESULT Enter(const char* method) const { return session->Enter(method); }
 
-    std::shared_ptr<Session> session_;
+    std::shared_ptr<Session> session;
 };
 
 class EnvironmentStubs

@@ -37,13 +37,13 @@ public:
     static ComPtr<Interface> Make(Function function) {
         return ComPtr<Interface>::Attach(new Handler(std::move(function)));
     }
-    HRESULT STDMETHODCALLTYPE Invoke(Arguments... arguments) noexcept override { return function_(arguments...); }
+    HRESULT STDMETHODCALLTYPE Invoke(Arguments... arguments) noexcept override { return function(arguments...); }
 
 private:
-    explicit Handler(Function function) : function_(std::move(function)) {}
+    explicit Handler(Function newFunction) : function(std::move(newFunction)) {}
     ~Handler() override = default;
 
-    Function function_;
+    Function function;
 };
 
 using EnvironmentHandler =
@@ -93,7 +93,7 @@ void PrintResult(const std::string& what, HRESULT result, const std::string& mor
 
 class TestHost {
 public:
-    HRESULT Run(PCWSTR library, bool destroyParent);
+    HRESULT Run(PCWSTR library, bool newDestroyParent);
 
 private:
     struct Slot {
@@ -109,8 +109,8 @@ private:
         return DefWindowProcW(window, message, wParam, lParam);
     }
 
-    HRESULT OnEnvironment(HRESULT result, ICoreWebView2Environment* environment);
-    HRESULT OnController(HRESULT result, ICoreWebView2Controller* controller);
+    HRESULT OnEnvironment(HRESULT result, ICoreWebView2Environment* newEnvironment);
+    HRESULT OnController(HRESULT result, ICoreWebView2Controller* newController);
     HRESULT OnMessage(ICoreWebView2WebMessageReceivedEventArgs* args);
     HRESULT OnPermission(ICoreWebView2PermissionRequestedEventArgs* args);
     HRESULT OnNavigation(ICoreWebView2NavigationCompletedEventArgs* args);
@@ -120,32 +120,32 @@ private:
     HRESULT MakeSlot(int number, UINT64 bytes);
     HRESULT CheckFrame(const std::string& text);
 
-    HWND window_ = nullptr;
-    ComPtr<ICoreWebView2Environment> environment_;
-    ComPtr<ICoreWebView2Controller> controller_;
-    ComPtr<ICoreWebView2> webView_;
-    EventRegistrationToken messageToken_{};
-    std::map<std::string, std::function<HRESULT(const std::string&)>> commands_;
-    std::map<int, Slot> slots_;
-    int allowedPermission_ = -1;
-    unsigned goodFrames_ = 0;
-    unsigned badFrames_ = 0;
-    bool destroyParent_ = false;
-    bool nestOnNextMessage_ = false;
-    bool nested_ = false;
+    HWND window = nullptr;
+    ComPtr<ICoreWebView2Environment> environment;
+    ComPtr<ICoreWebView2Controller> controller;
+    ComPtr<ICoreWebView2> webView;
+    EventRegistrationToken messageToken{};
+    std::map<std::string, std::function<HRESULT(const std::string&)>> commands;
+    std::map<int, Slot> slots;
+    int allowedPermission = -1;
+    unsigned goodFrames = 0;
+    unsigned badFrames = 0;
+    bool destroyParent = false;
+    bool nestOnNextMessage = false;
+    bool nested = false;
 };
 
-HRESULT TestHost::Run(PCWSTR library, bool destroyParent) {
+HRESULT TestHost::Run(PCWSTR library, bool newDestroyParent) {
     using CreateFunction = HRESULT(STDMETHODCALLTYPE*)(bool, int, PCWSTR, IUnknown*,
                                                        ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler*);
-    destroyParent_ = destroyParent;
+    destroyParent = newDestroyParent;
     AddCommands();
     WNDCLASSW windowClass{};
     windowClass.lpfnWndProc = WindowProcedure;
     windowClass.lpszClassName = L"RigTestHost";
     RegisterClassW(&windowClass);
-    window_ = CreateWindowExW(0, L"RigTestHost", L"Rig test host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 40, 40, 760, 520,
-                              nullptr, nullptr, nullptr, nullptr);
+    window = CreateWindowExW(0, L"RigTestHost", L"Rig test host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 40, 40, 760, 520,
+                             nullptr, nullptr, nullptr, nullptr);
     const HMODULE module = LoadLibraryW(library);
     if (module == nullptr) {
         return receiver::LastErrorResult();
@@ -153,7 +153,7 @@ HRESULT TestHost::Run(PCWSTR library, bool destroyParent) {
     const auto create = reinterpret_cast<CreateFunction>(
         reinterpret_cast<void*>(GetProcAddress(module, "CreateWebViewEnvironmentWithOptionsInternal")));
     auto handler = EnvironmentHandler::Make(
-        [this](HRESULT result, ICoreWebView2Environment* environment) { return OnEnvironment(result, environment); });
+        [this](HRESULT result, ICoreWebView2Environment* created) { return OnEnvironment(result, created); });
     wchar_t folder[MAX_PATH];
     GetTempPathW(MAX_PATH, folder);
     PrintResult("environment-call",
@@ -184,53 +184,53 @@ void TestHost::RunMessageLoop(const bool& goOn) {
     }
 }
 
-HRESULT TestHost::OnEnvironment(HRESULT result, ICoreWebView2Environment* environment) {
+HRESULT TestHost::OnEnvironment(HRESULT result, ICoreWebView2Environment* newEnvironment) {
     CoTaskString version;
-    if (environment != nullptr) {
-        (void)environment->get_BrowserVersionString(version.Put());
+    if (newEnvironment != nullptr) {
+        (void)newEnvironment->get_BrowserVersionString(version.Put());
     }
-    PrintResult("environment", result, environment == nullptr ? "null" : Utf8(version.Get()));
-    if (FAILED(result) || environment == nullptr) {
+    PrintResult("newEnvironment", result, newEnvironment == nullptr ? "null" : Utf8(version.Get()));
+    if (FAILED(result) || newEnvironment == nullptr) {
         return result;
     }
-    environment_ = ComPtr(environment);
+    environment = ComPtr(newEnvironment);
     const auto handler = ControllerHandler::Make(
-        [this](HRESULT code, ICoreWebView2Controller* controller) { return OnController(code, controller); });
-    const HRESULT call = environment->CreateCoreWebView2Controller(window_, handler.Get());
-    PrintResult("controller-call", call, GetWindow(window_, GW_CHILD) == nullptr ? "no-child" : "child");
-    if (destroyParent_) {
-        DestroyWindow(window_);
+        [this](HRESULT code, ICoreWebView2Controller* created) { return OnController(code, created); });
+    const HRESULT call = newEnvironment->CreateCoreWebView2Controller(window, handler.Get());
+    PrintResult("controller-call", call, GetWindow(window, GW_CHILD) == nullptr ? "no-child" : "child");
+    if (destroyParent) {
+        DestroyWindow(window);
     }
     return call;
 }
 
-HRESULT TestHost::OnController(HRESULT result, ICoreWebView2Controller* controller) {
-    PrintResult("controller", result, controller == nullptr ? "null" : "");
-    if (FAILED(result) || controller == nullptr) {
+HRESULT TestHost::OnController(HRESULT result, ICoreWebView2Controller* newController) {
+    PrintResult("newController", result, newController == nullptr ? "null" : "");
+    if (FAILED(result) || newController == nullptr) {
         return result;
     }
-    controller_ = ComPtr(controller);
-    const HRESULT got = controller->get_CoreWebView2(webView_.Put());
+    controller = ComPtr(newController);
+    const HRESULT got = newController->get_CoreWebView2(webView.Put());
     if (FAILED(got)) {
         PrintResult("get_CoreWebView2", got);
         return got;
     }
     RECT client;
-    GetClientRect(window_, &client);
-    (void)controller->put_Bounds(client);
+    GetClientRect(window, &client);
+    (void)newController->put_Bounds(client);
     EventRegistrationToken token;
     PrintResult("add_WebMessageReceived",
-                webView_->add_WebMessageReceived(
+                webView->add_WebMessageReceived(
                     MessageHandler::Make([this](ICoreWebView2*, ICoreWebView2WebMessageReceivedEventArgs* args) {
                         return OnMessage(args);
                     }).Get(),
-                    &messageToken_));
-    (void)webView_->add_PermissionRequested(
+                    &messageToken));
+    (void)webView->add_PermissionRequested(
         PermissionHandler::Make([this](ICoreWebView2*, ICoreWebView2PermissionRequestedEventArgs* args) {
             return OnPermission(args);
         }).Get(),
         &token);
-    (void)webView_->add_NavigationCompleted(
+    (void)webView->add_NavigationCompleted(
         NavigationHandler::Make([this](ICoreWebView2*, ICoreWebView2NavigationCompletedEventArgs* args) {
             return OnNavigation(args);
         }).Get(),
@@ -249,10 +249,10 @@ HRESULT TestHost::OnMessage(ICoreWebView2WebMessageReceivedEventArgs* args) {
     (void)args->get_WebMessageAsJson(json.Put());
     (void)args->get_Source(source.Put());
     PrintResult("message", result, Utf8(source.Get()) + " " + Utf8(json.Get()));
-    if (std::exchange(nestOnNextMessage_, false)) {
+    if (std::exchange(nestOnNextMessage, false)) {
         Print("nested");
-        nested_ = true;
-        RunMessageLoop(nested_);
+        nested = true;
+        RunMessageLoop(nested);
         Print("unnested");
     }
     return result;
@@ -266,7 +266,7 @@ HRESULT TestHost::OnPermission(ICoreWebView2PermissionRequestedEventArgs* args) 
     (void)args->get_State(&state);
     (void)args->get_Uri(uri.Put());
     Print("permission " + std::to_string(kind) + " " + std::to_string(state) + " " + Utf8(uri.Get()));
-    return kind == allowedPermission_ ? args->put_State(COREWEBVIEW2_PERMISSION_STATE_ALLOW) : S_OK;
+    return kind == allowedPermission ? args->put_State(COREWEBVIEW2_PERMISSION_STATE_ALLOW) : S_OK;
 }
 
 HRESULT TestHost::OnNavigation(ICoreWebView2NavigationCompletedEventArgs* args) {
@@ -275,25 +275,25 @@ HRESULT TestHost::OnNavigation(ICoreWebView2NavigationCompletedEventArgs* args) 
     CoTaskString source;
     (void)args->get_IsSuccess(&isSuccess);
     (void)args->get_WebErrorStatus(&status);
-    (void)webView_->get_Source(source.Put());
+    (void)webView->get_Source(source.Put());
     Print("navigation " + std::to_string(isSuccess) + " " + std::to_string(status) + " " + Utf8(source.Get()));
     return S_OK;
 }
 
 HRESULT TestHost::MakeSlot(int number, UINT64 bytes) {
-    ComPtr<ICoreWebView2Environment12> environment;
-    ComPtr<ICoreWebView2_17> webView;
-    RETURN_IF_FAILED(environment_.As(IID_ICoreWebView2Environment12, environment));
-    RETURN_IF_FAILED(webView_.As(IID_ICoreWebView2_17, webView));
-    Slot& slot = slots_[number];
+    ComPtr<ICoreWebView2Environment12> environment12;
+    ComPtr<ICoreWebView2_17> webView17;
+    RETURN_IF_FAILED(environment.As(IID_ICoreWebView2Environment12, environment12));
+    RETURN_IF_FAILED(webView.As(IID_ICoreWebView2_17, webView17));
+    Slot& slot = slots[number];
     slot.buffer.Reset();
-    RETURN_IF_FAILED(environment->CreateSharedBuffer(bytes, slot.buffer.Put()));
+    RETURN_IF_FAILED(environment12->CreateSharedBuffer(bytes, slot.buffer.Put()));
     BYTE* data = nullptr;
     RETURN_IF_FAILED(slot.buffer->get_Buffer(&data));
     slot.words = reinterpret_cast<const std::uint32_t*>(data);
     slot.wordCount = bytes / sizeof(std::uint32_t);
-    return webView->PostSharedBufferToScript(slot.buffer.Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE,
-                                             (L"{\"slot\":" + std::to_wstring(number) + L"}").c_str());
+    return webView17->PostSharedBufferToScript(slot.buffer.Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE,
+                                               (L"{\"slot\":" + std::to_wstring(number) + L"}").c_str());
 }
 
 HRESULT TestHost::CheckFrame(const std::string& text) {
@@ -301,88 +301,88 @@ HRESULT TestHost::CheckFrame(const std::string& text) {
     std::uint32_t frame = 0;
     std::uint64_t words = 0;
     if (std::sscanf(text.c_str(), "frame:%d:%" SCNu32 ":%" SCNu64, &number, &frame, &words) != 3 ||
-        !slots_.contains(number) || words > slots_[number].wordCount) {
+        !slots.contains(number) || words > slots[number].wordCount) {
         return E_INVALIDARG;
     }
-    const std::uint32_t* const slot = slots_[number].words;
+    const std::uint32_t* const slot = slots[number].words;
     const std::uint32_t first = frame * 2654435761U;
     std::uint32_t good = 0;
     while (good < words && slot[good] == first + good) {
         ++good;
     }
-    (void)webView_->PostWebMessageAsJson((L"{\"checked\":" + std::to_wstring(frame) + L"}").c_str());
+    (void)webView->PostWebMessageAsJson((L"{\"checked\":" + std::to_wstring(frame) + L"}").c_str());
     if (good < words) {
-        ++badFrames_;
+        ++badFrames;
         Print("bad-frame " + text + " at " + std::to_string(good));
         return E_FAIL;
     }
-    ++goodFrames_;
+    ++goodFrames;
     return S_OK;
 }
 
 void TestHost::AddCommands() {
-    commands_["navigate"] = [this](const std::string& text) { return webView_->Navigate(Wide(text).c_str()); };
-    commands_["html"] = [this](const std::string& text) { return webView_->NavigateToString(Wide(text).c_str()); };
-    commands_["html-bytes"] = [this](const std::string& text) {
-        return webView_->NavigateToString(std::wstring(std::stoul(text), L'x').c_str());
+    commands["navigate"] = [this](const std::string& text) { return webView->Navigate(Wide(text).c_str()); };
+    commands["html"] = [this](const std::string& text) { return webView->NavigateToString(Wide(text).c_str()); };
+    commands["html-bytes"] = [this](const std::string& text) {
+        return webView->NavigateToString(std::wstring(std::stoul(text), L'x').c_str());
     };
-    commands_["json"] = [this](const std::string& text) { return webView_->PostWebMessageAsJson(Wide(text).c_str()); };
-    commands_["slot"] = [this](const std::string& text) {
+    commands["json"] = [this](const std::string& text) { return webView->PostWebMessageAsJson(Wide(text).c_str()); };
+    commands["slot"] = [this](const std::string& text) {
         std::istringstream values(text);
         int number = 0;
         UINT64 bytes = 0;
         values >> number >> bytes;
         return MakeSlot(number, bytes);
     };
-    commands_["repost"] = [this](const std::string& text) { // Slot 0 again, with other additional data.
-        ComPtr<ICoreWebView2_17> webView;
-        RETURN_IF_FAILED(webView_.As(IID_ICoreWebView2_17, webView));
-        return webView->PostSharedBufferToScript(slots_[0].buffer.Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE,
-                                                 text.empty() ? nullptr : Wide(text).c_str());
+    commands["repost"] = [this](const std::string& text) { // Slot 0 again, with other additional data.
+        ComPtr<ICoreWebView2_17> webView17;
+        RETURN_IF_FAILED(webView.As(IID_ICoreWebView2_17, webView17));
+        return webView17->PostSharedBufferToScript(slots[0].buffer.Get(), COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE,
+                                                   text.empty() ? nullptr : Wide(text).c_str());
     };
-    commands_["slot-close"] = [this](const std::string&) { return slots_[0].buffer->Close(); };
-    commands_["slot-size"] = [this](const std::string&) {
+    commands["slot-close"] = [this](const std::string&) { return slots[0].buffer->Close(); };
+    commands["slot-size"] = [this](const std::string&) {
         UINT64 bytes = 0;
-        return slots_[0].buffer->get_Size(&bytes);
+        return slots[0].buffer->get_Size(&bytes);
     };
-    commands_["word"] = [this](const std::string& text) {
+    commands["word"] = [this](const std::string& text) {
         std::istringstream values(text);
         int number = 0;
         std::size_t index = 0;
         values >> number >> index;
-        Print("word-is " + std::to_string(slots_[number].words[index]));
+        Print("word-is " + std::to_string(slots[number].words[index]));
         return S_OK;
     };
-    commands_["byte"] = [this](const std::string& text) {
+    commands["byte"] = [this](const std::string& text) {
         std::istringstream values(text);
         int number = 0;
         std::size_t index = 0;
         values >> number >> index;
-        Print("byte-is " + std::to_string(reinterpret_cast<const BYTE*>(slots_[number].words)[index]));
+        Print("byte-is " + std::to_string(reinterpret_cast<const BYTE*>(slots[number].words)[index]));
         return S_OK;
     };
-    commands_["frames"] = [this](const std::string&) {
-        Print("frames-are " + std::to_string(goodFrames_) + " " + std::to_string(badFrames_));
+    commands["frames"] = [this](const std::string&) {
+        Print("frames-are " + std::to_string(goodFrames) + " " + std::to_string(badFrames));
         return S_OK;
     };
-    commands_["allow"] = [this](const std::string& text) {
-        allowedPermission_ = std::stoi(text);
+    commands["allow"] = [this](const std::string& text) {
+        allowedPermission = std::stoi(text);
         return S_OK;
     };
-    commands_["nest"] = [this](const std::string&) { // The next message runs a message loop until "unnest".
-        nestOnNextMessage_ = true;
+    commands["nest"] = [this](const std::string&) { // The next message runs a message loop until "unnest".
+        nestOnNextMessage = true;
         return S_OK;
     };
-    commands_["unnest"] = [this](const std::string&) {
-        nested_ = false;
+    commands["unnest"] = [this](const std::string&) {
+        nested = false;
         return S_OK;
     };
-    commands_["pixel"] = [this](const std::string& text) {
+    commands["pixel"] = [this](const std::string& text) {
         std::istringstream values(text);
         int x = 0;
         int y = 0;
         values >> x >> y;
-        const HWND child = GetWindow(window_, GW_CHILD);
+        const HWND child = GetWindow(window, GW_CHILD);
         const HDC context = GetDC(child);
         const COLORREF color = GetPixel(context, x, y);
         ReleaseDC(child, context);
@@ -390,40 +390,40 @@ void TestHost::AddCommands() {
               std::to_string(GetBValue(color)));
         return S_OK;
     };
-    commands_["bounds"] = [this](const std::string& text) {
+    commands["bounds"] = [this](const std::string& text) {
         std::istringstream values(text);
         RECT bounds{};
         values >> bounds.right >> bounds.bottom;
-        return controller_->put_Bounds(bounds);
+        return controller->put_Bounds(bounds);
     };
-    commands_["web-messages"] = [this](const std::string& text) {
+    commands["web-messages"] = [this](const std::string& text) {
         ComPtr<ICoreWebView2Settings> settings;
-        RETURN_IF_FAILED(webView_->get_Settings(settings.Put()));
+        RETURN_IF_FAILED(webView->get_Settings(settings.Put()));
         return settings->put_IsWebMessageEnabled(text == "on");
     };
-    commands_["remove"] = [this](const std::string&) { return webView_->remove_WebMessageReceived(messageToken_); };
-    commands_["stub"] = [this](const std::string&) { return webView_->OpenDevToolsWindow(); };
-    commands_["other-thread"] = [this](const std::string&) {
+    commands["remove"] = [this](const std::string&) { return webView->remove_WebMessageReceived(messageToken); };
+    commands["stub"] = [this](const std::string&) { return webView->OpenDevToolsWindow(); };
+    commands["other-thread"] = [this](const std::string&) {
         HRESULT result = S_OK;
-        std::thread([&] { result = webView_->Navigate(L"about:blank"); }).join();
+        std::thread([&] { result = webView->Navigate(L"about:blank"); }).join();
         return result;
     };
-    commands_["ancestors"] = [this](const std::string&) {
+    commands["ancestors"] = [this](const std::string&) {
         for (const IID* const id : {&IID_IUnknown, &IID_ICoreWebView2, &IID_ICoreWebView2_2, &IID_ICoreWebView2_9,
                                     &IID_ICoreWebView2_16, &IID_ICoreWebView2_17}) {
             ComPtr<IUnknown> found;
-            RETURN_IF_FAILED(webView_.As(*id, found));
+            RETURN_IF_FAILED(webView.As(*id, found));
         }
         ComPtr<IUnknown> other;
-        return webView_.As(IID_ICoreWebView2Environment, other);
+        return webView.As(IID_ICoreWebView2Environment, other);
     };
-    commands_["close"] = [this](const std::string&) { return controller_->Close(); };
-    commands_["destroy"] = [this](const std::string&) { return DestroyWindow(window_) ? S_OK : E_FAIL; };
-    commands_["release"] = [this](const std::string&) {
-        webView_.Reset();
-        controller_.Reset();
-        environment_.Reset();
-        slots_.clear();
+    commands["close"] = [this](const std::string&) { return controller->Close(); };
+    commands["destroy"] = [this](const std::string&) { return DestroyWindow(window) ? S_OK : E_FAIL; };
+    commands["release"] = [this](const std::string&) {
+        webView.Reset();
+        controller.Reset();
+        environment.Reset();
+        slots.clear();
         return S_OK;
     };
 }
@@ -431,12 +431,12 @@ void TestHost::AddCommands() {
 void TestHost::Execute(const std::string& line) {
     const std::size_t blank = line.find(' ');
     const std::string name = line.substr(0, blank);
-    const auto found = commands_.find(name);
-    if (found == commands_.end()) {
+    const auto found = commands.find(name);
+    if (found == commands.end()) {
         Print("unknown " + line);
         return;
     }
-    if (!webView_ && name != "frames") {
+    if (!webView && name != "frames") {
         Print("no-web-view " + line);
         return;
     }

@@ -32,15 +32,15 @@ bool HasScheme(std::wstring_view address) {
 
 } // namespace
 
-WebView::WebView(std::shared_ptr<Session> session, std::string page)
-    : WebViewStubs(std::move(session)), page_(std::move(page)),
-      settings_(receiver::ComPtr<Settings>::Attach(new Settings(session_, page_))) {}
+WebView::WebView(std::shared_ptr<Session> newSession, std::string newPage)
+    : WebViewStubs(std::move(newSession)), page(std::move(newPage)),
+      settings(receiver::ComPtr<Settings>::Attach(new Settings(session, page))) {}
 
 WebView::~WebView() = default;
 
 HRESULT WebView::EnterOpen(const char* method) const {
     RETURN_IF_FAILED(Enter(method));
-    return closed_ ? BrowserClosed : S_OK;
+    return closed ? BrowserClosed : S_OK;
 }
 
 HRESULT WebView::QueryInterface(REFIID id, void** object) noexcept {
@@ -50,19 +50,19 @@ HRESULT WebView::QueryInterface(REFIID id, void** object) noexcept {
     return WebViewStubs::QueryInterface(id, object);
 }
 
-HRESULT WebView::get_Settings(ICoreWebView2Settings** settings) noexcept {
+HRESULT WebView::get_Settings(ICoreWebView2Settings** value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    if (settings == nullptr) {
+    if (value == nullptr) {
         return E_POINTER;
     }
-    settings_->AddRef();
-    *settings = settings_.Get();
+    settings->AddRef();
+    *value = settings.Get();
     return S_OK;
 }
 
-HRESULT WebView::get_Source(LPWSTR* source) noexcept {
+HRESULT WebView::get_Source(LPWSTR* value) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return CopyText(source_, source);
+    return CopyText(source, value);
 }
 
 HRESULT WebView::Navigate(LPCWSTR address) noexcept {
@@ -70,7 +70,7 @@ HRESULT WebView::Navigate(LPCWSTR address) noexcept {
     if (address == nullptr || !HasScheme(address)) {
         return E_INVALIDARG;
     }
-    session_->Send("navigate", page_, ToUtf8(address));
+    session->Send("navigate", page, ToUtf8(address));
     return S_OK;
 }
 
@@ -80,19 +80,19 @@ HRESULT WebView::NavigateToString(LPCWSTR html) noexcept {
     if (html == nullptr || text.size() > MaxHtmlBytes) {
         return E_INVALIDARG;
     }
-    session_->Send("html", page_, text);
+    session->Send("html", page, text);
     return S_OK;
 }
 
 HRESULT WebView::PostWebMessageAsJson(LPCWSTR json) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    if (!settings_->IsWebMessageEnabled_) {
+    if (!settings->IsWebMessageEnabled_) {
         return E_ACCESSDENIED;
     }
     if (json == nullptr || !IsJson(json)) {
         return E_INVALIDARG;
     }
-    session_->Send("json", page_, ToUtf8(json));
+    session->Send("json", page, ToUtf8(json));
     return S_OK;
 }
 
@@ -109,46 +109,45 @@ HRESULT WebView::PostSharedBufferToScript(ICoreWebView2SharedBuffer* buffer, COR
         return E_INVALIDARG;
     }
     const char* const mode = access == COREWEBVIEW2_SHARED_BUFFER_ACCESS_READ_WRITE ? "read-write" : "read-only";
-    session_->Send("buffer", page_, static_cast<SharedBuffer*>(buffer)->Name(), std::to_string(size), mode,
-                   ToUtf8(data));
+    session->Send("buffer", page, static_cast<SharedBuffer*>(buffer)->Name(), std::to_string(size), mode, ToUtf8(data));
     return S_OK;
 }
 
 HRESULT WebView::add_NavigationCompleted(ICoreWebView2NavigationCompletedEventHandler* handler,
                                          EventRegistrationToken* token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return navigationCompleted_.Add(handler, token);
+    return navigationCompleted.Add(handler, token);
 }
 
 HRESULT WebView::remove_NavigationCompleted(EventRegistrationToken token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return navigationCompleted_.Remove(token);
+    return navigationCompleted.Remove(token);
 }
 
 HRESULT WebView::add_PermissionRequested(ICoreWebView2PermissionRequestedEventHandler* handler,
                                          EventRegistrationToken* token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return permissionRequested_.Add(handler, token);
+    return permissionRequested.Add(handler, token);
 }
 
 HRESULT WebView::remove_PermissionRequested(EventRegistrationToken token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return permissionRequested_.Remove(token);
+    return permissionRequested.Remove(token);
 }
 
 HRESULT WebView::add_WebMessageReceived(ICoreWebView2WebMessageReceivedEventHandler* handler,
                                         EventRegistrationToken* token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return webMessageReceived_.Add(handler, token);
+    return webMessageReceived.Add(handler, token);
 }
 
 HRESULT WebView::remove_WebMessageReceived(EventRegistrationToken token) noexcept {
     RETURN_IF_FAILED(EnterOpen(__func__));
-    return webMessageReceived_.Remove(token);
+    return webMessageReceived.Remove(token);
 }
 
 void WebView::OnLine(const Fields& line) {
-    if (closed_) {
+    if (closed) {
         return;
     }
     if (line[0] == "message") {
@@ -158,15 +157,15 @@ void WebView::OnLine(const Fields& line) {
     } else if (line[0] == "navigation") {
         OnNavigation(line);
     } else if (line[0] == "source") {
-        source_ = ToWide(line.at(2));
+        source = ToWide(line.at(2));
     }
 }
 
 void WebView::Close() {
-    closed_ = true;
-    navigationCompleted_.Clear();
-    permissionRequested_.Clear();
-    webMessageReceived_.Clear();
+    closed = true;
+    navigationCompleted.Clear();
+    permissionRequested.Clear();
+    webMessageReceived.Clear();
 }
 
 void WebView::OnMessage(const Fields& line) {
@@ -176,12 +175,12 @@ void WebView::OnMessage(const Fields& line) {
     LARGE_INTEGER before;
     LARGE_INTEGER after;
     QueryPerformanceCounter(&before);
-    const HRESULT result = webMessageReceived_.Raise(this, args.Get());
+    const HRESULT result = webMessageReceived.Raise(this, args.Get());
     QueryPerformanceCounter(&after);
     if (isString && line.at(3).starts_with("frame:")) {
-        session_->RecordCallback(after.QuadPart - before.QuadPart, result);
+        session->RecordCallback(after.QuadPart - before.QuadPart, result);
     } else {
-        session_->Send("handled", page_, HexCode(result), line.at(3));
+        session->Send("handled", page, HexCode(result), line.at(3));
     }
 }
 
@@ -189,16 +188,16 @@ void WebView::OnPermission(const Fields& line) {
     const auto kind = static_cast<COREWEBVIEW2_PERMISSION_KIND>(std::strtol(line.at(3).c_str(), nullptr, 10));
     const auto args = receiver::ComPtr<PermissionRequestedArgs>::Attach(
         new PermissionRequestedArgs(kind, ToWide(line.at(4)), line.at(5) == "true"));
-    (void)permissionRequested_.Raise(this, args.Get());
-    session_->Send("permission", page_, line.at(2), std::to_string(args->State()));
+    (void)permissionRequested.Raise(this, args.Get());
+    session->Send("permission", page, line.at(2), std::to_string(args->State()));
 }
 
 void WebView::OnNavigation(const Fields& line) {
-    source_ = ToWide(line.at(4));
+    source = ToWide(line.at(4));
     const auto status = static_cast<COREWEBVIEW2_WEB_ERROR_STATUS>(std::strtol(line.at(3).c_str(), nullptr, 10));
     const auto args = receiver::ComPtr<NavigationCompletedArgs>::Attach(
-        new NavigationCompletedArgs(line.at(2) == "true", status, ++navigationId_));
-    (void)navigationCompleted_.Raise(this, args.Get());
+        new NavigationCompletedArgs(line.at(2) == "true", status, ++navigationId));
+    (void)navigationCompleted.Raise(this, args.Get());
 }
 
 } // namespace rig

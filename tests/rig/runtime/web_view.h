@@ -20,40 +20,40 @@ public:
         if (handler == nullptr || token == nullptr) {
             return E_POINTER;
         }
-        token->value = ++lastToken_;
-        handlers_.emplace(token->value, handler);
+        token->value = ++lastToken;
+        handlers.emplace(token->value, handler);
         return S_OK;
     }
     HRESULT Remove(EventRegistrationToken token) {
-        handlers_.erase(token.value);
+        handlers.erase(token.value);
         return S_OK;
     }
-    void Clear() { handlers_.clear(); }
+    void Clear() { handlers.clear(); }
 
     // Calls every handler; the result is that of the last. A handler may remove handlers or close the web view.
     template <typename Sender, typename Arguments>
     HRESULT Raise(Sender* sender, Arguments* arguments) const {
         HRESULT result = S_OK;
-        for (const auto& [token, handler] : std::map(handlers_)) {
+        for (const auto& [token, handler] : std::map(handlers)) {
             result = handler->Invoke(sender, arguments);
         }
         return result;
     }
 
 private:
-    std::map<INT64, receiver::ComPtr<Handler>> handlers_;
-    INT64 lastToken_ = 0;
+    std::map<INT64, receiver::ComPtr<Handler>> handlers;
+    INT64 lastToken = 0;
 };
 
 class Settings;
 
 class WebView final : public WebViewStubs {
 public:
-    WebView(std::shared_ptr<Session> session, std::string page);
+    WebView(std::shared_ptr<Session> newSession, std::string newPage);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) noexcept override;
-    HRESULT STDMETHODCALLTYPE get_Settings(ICoreWebView2Settings** settings) noexcept override;
-    HRESULT STDMETHODCALLTYPE get_Source(LPWSTR* source) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_Settings(ICoreWebView2Settings** value) noexcept override;
+    HRESULT STDMETHODCALLTYPE get_Source(LPWSTR* value) noexcept override;
     HRESULT STDMETHODCALLTYPE Navigate(LPCWSTR address) noexcept override;
     HRESULT STDMETHODCALLTYPE NavigateToString(LPCWSTR html) noexcept override;
     HRESULT STDMETHODCALLTYPE PostWebMessageAsJson(LPCWSTR json) noexcept override;
@@ -72,7 +72,7 @@ public:
 
     void OnLine(const Fields& line);
     void Close();
-    [[nodiscard]] bool IsClosed() const { return closed_; }
+    [[nodiscard]] bool IsClosed() const { return closed; }
 
 private:
     ~WebView() override;
@@ -81,14 +81,14 @@ private:
     void OnPermission(const Fields& line);
     void OnNavigation(const Fields& line);
 
-    std::string page_;
-    receiver::ComPtr<Settings> settings_;
-    std::wstring source_ = L"about:blank";
-    EventHandlers<ICoreWebView2NavigationCompletedEventHandler> navigationCompleted_;
-    EventHandlers<ICoreWebView2PermissionRequestedEventHandler> permissionRequested_;
-    EventHandlers<ICoreWebView2WebMessageReceivedEventHandler> webMessageReceived_;
-    UINT64 navigationId_ = 0;
-    bool closed_ = false;
+    std::string page;
+    receiver::ComPtr<Settings> settings;
+    std::wstring source = L"about:blank";
+    EventHandlers<ICoreWebView2NavigationCompletedEventHandler> navigationCompleted;
+    EventHandlers<ICoreWebView2PermissionRequestedEventHandler> permissionRequested;
+    EventHandlers<ICoreWebView2WebMessageReceivedEventHandler> webMessageReceived;
+    UINT64 navigationId = 0;
+    bool closed = false;
 };
 
 } // namespace rig

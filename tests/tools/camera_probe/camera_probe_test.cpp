@@ -82,7 +82,7 @@ protected:
     SharedFrameFile file;
 
 private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
 };
 
 TEST_F(CameraProbe, WrongArgumentsGiveTheUsageAndExitCode2) {

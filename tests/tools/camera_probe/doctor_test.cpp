@@ -104,10 +104,10 @@ protected:
     SharedFrameFile file;
 
 private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
-    const VariableScope temporary_{L"TMP", folder.Path().c_str()};
-    const VariableScope fixedFolder_{L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", nullptr};
-    const VariableScope channels_{L"WEBVIEW2_RELEASE_CHANNELS", nullptr};
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
+    const VariableScope temporary{L"TMP", folder.Path().c_str()};
+    const VariableScope fixedFolder{L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", nullptr};
+    const VariableScope channels{L"WEBVIEW2_RELEASE_CHANNELS", nullptr};
     std::vector<RegistryKey> keys;
 };
 
@@ -225,7 +225,7 @@ TEST_F(Doctor, FindsAUsageEventThatCannotBeOpened) {
 TEST_F(Doctor, FindsThatTheRuntimeIsMissing) {
     std::filesystem::remove(library);
     ExpectOnly("runtime-missing", 4096);
-    const VariableScope fixedFolder(L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", versionFolder.c_str());
+    const VariableScope executableFolder(L"WEBVIEW2_BROWSER_EXECUTABLE_FOLDER", versionFolder.c_str());
     ExpectOnly("runtime-missing", 4096);
     WriteBytes(library, "library");
     EXPECT_THAT(Findings(), testing::IsEmpty());

@@ -61,7 +61,7 @@ protected:
     const std::filesystem::path path = folder.Path() / L"Vistel" / L"frame-buffer.bin";
 
 private:
-    const VariableScope programData_{L"ProgramData", folder.Path().c_str()};
+    const VariableScope programData{L"ProgramData", folder.Path().c_str()};
 };
 
 // Reads in every pause, as often as the pause has milliseconds: the scenario goes at the reader's pace.
