@@ -102,7 +102,7 @@ public:
     HRESULT Execute(std::istream& words) {
         std::string name;
         words >> name >> std::ws;
-        if (name == "newCreate") {
+        if (name == "create") {
             return create(ReadPath(words).c_str(), nullptr, nullptr, writer.Put());
         }
         if (name == "open-for-writing") {

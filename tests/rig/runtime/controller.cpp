@@ -55,7 +55,7 @@ HRESULT Controller::put_Bounds(RECT newBounds) noexcept {
     const int height = newBounds.bottom - newBounds.top;
     SetWindowPos(window->Handle(), nullptr, newBounds.left, newBounds.top, width, height,
                  SWP_NOZORDER | SWP_NOACTIVATE);
-    session->Send("newBounds", page, std::to_string(width), std::to_string(height));
+    session->Send("bounds", page, std::to_string(width), std::to_string(height));
     return S_OK;
 }
 

@@ -189,7 +189,7 @@ HRESULT TestHost::OnEnvironment(HRESULT result, ICoreWebView2Environment* newEnv
     if (newEnvironment != nullptr) {
         (void)newEnvironment->get_BrowserVersionString(version.Put());
     }
-    PrintResult("newEnvironment", result, newEnvironment == nullptr ? "null" : Utf8(version.Get()));
+    PrintResult("environment", result, newEnvironment == nullptr ? "null" : Utf8(version.Get()));
     if (FAILED(result) || newEnvironment == nullptr) {
         return result;
     }
@@ -205,7 +205,7 @@ HRESULT TestHost::OnEnvironment(HRESULT result, ICoreWebView2Environment* newEnv
 }
 
 HRESULT TestHost::OnController(HRESULT result, ICoreWebView2Controller* newController) {
-    PrintResult("newController", result, newController == nullptr ? "null" : "");
+    PrintResult("controller", result, newController == nullptr ? "null" : "");
     if (FAILED(result) || newController == nullptr) {
         return result;
     }
