@@ -32,7 +32,7 @@
     System::Call 'kernel32::LocalFree(p R1)'
 !macroend
 
-; Creates the file $R5 anew, so that no link that another user has put there is followed. $R6 is its handle, or -1.
+; Deletes and creates the file $R5: a link that another user has put there is not followed. $R6 is its handle, or -1.
 Function CreateSharedFile
     Delete $R5
     !insertmacro MakeRights "${FILE_RIGHTS}"

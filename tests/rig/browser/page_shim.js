@@ -75,7 +75,7 @@
             unconfirmed = undefined;
         }
     };
-    let ownViolation = 'blob'; // The real browser's chrome.webview violates no policy: the page does not hear of this.
+    let ownViolation = 'blob'; // Pages of the real browser get no event for chrome.webview.
     window.addEventListener('securitypolicyviolation', (event) => {
         if (event.blockedURI === ownViolation) {
             ownViolation = undefined;
