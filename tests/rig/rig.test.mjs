@@ -7,6 +7,7 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { after, test } from 'node:test';
 
+import { assertHoldsNoMore } from './end_to_end/receiver_health.mjs';
 import { FrameCounter } from './frame_counter.mjs';
 import { medianAndP99 } from './percentiles.mjs';
 import { SourceFolder } from './prefix.mjs';
@@ -166,6 +167,17 @@ test('the frame counter counts new frames, and starts again when the file is res
     assert.equal(total, 3);
     rmSync(path);
     assert.equal((await count(2, 8)).frames, 3);
+});
+
+test('memory that grows without end is a leak; pages that the heap gave back and takes again are not', async () => {
+    const holding = (kilobytesOf) => {
+        let round = 0;
+        const held = () => ({ privateKb: kilobytesOf(round++), handles: 9, windows: 1, threads: 1, files: 1 });
+        return assertHoldsNoMore({ held, browser: { shmFolder: folder } }, 3, 128, () => {});
+    };
+    await holding((round) => (round < 2 ? 1000 : 2684)); // given back before the first round
+    await holding((round) => (round === 0 ? 2684 : 1000 + Math.min(round, 4) * 421));
+    await assert.rejects(holding((round) => 1000 + round * 129), { message: '774 kB more in the end' });
 });
 
 test('percentiles are values that were measured, in numeric order', () => {
