@@ -57,8 +57,24 @@ std::wstring_view VersionOf(const Runtime& runtime) noexcept {
     return std::wstring_view(runtime.versionFolder).substr(runtime.versionFolder.rfind(L'\\') + 1);
 }
 
+// `owned`: what another account has created.
+std::string DeniedRemedy(const std::string& owned) {
+    return "Another account has created the " + owned +
+           ". An administrator installs the receiver for all users (/AllUsers), which lets all interactive users read "
+           "and write the file, or deletes the " +
+           owned + ".";
+}
+
 void DiagnoseFrameFile(const MachineFacts& facts, std::vector<Diagnosis>& found) {
     const std::string path = Utf8(facts.framePath);
+    const bool denied = !facts.frameFileWritable && facts.pictureState != PictureState::Denied;
+    if (denied) {
+        const bool missing = facts.pictureState == PictureState::Missing;
+        found.push_back({Finding::FileDenied, "frame-file-denied",
+                         "This account may not " + std::string(missing ? "create " : "write ") + path +
+                             ", so a receiver that it starts sends no picture.",
+                         DeniedRemedy(missing ? "folder" : "file")});
+    }
     switch (facts.pictureState) {
     case PictureState::Missing:
         found.push_back({Finding::FileMissing, "frame-file-missing", "There is no frame file " + path + ".",
@@ -69,8 +85,7 @@ void DiagnoseFrameFile(const MachineFacts& facts, std::vector<Diagnosis>& found)
         break;
     case PictureState::Denied:
         found.push_back({Finding::FileDenied, "frame-file-denied", "This account may not read " + path + ".",
-                         "An administrator installs the receiver for all users (/AllUsers), which sets the rights of "
-                         "the folder, or deletes the file."});
+                         DeniedRemedy("file")});
         break;
     case PictureState::WrongSize:
         found.push_back({Finding::FileSize, "frame-file-size", path + " has the wrong size.",
@@ -88,6 +103,9 @@ void DiagnoseFrameFile(const MachineFacts& facts, std::vector<Diagnosis>& found)
         break;
     case PictureState::NoFrameYet:
     case PictureState::Stale:
+        if (denied) {
+            break; // A page that sends video would not help.
+        }
         found.push_back({Finding::FileStale, "frame-file-stale",
                          facts.pictureState == PictureState::Stale
                              ? "The newest frame is " + std::to_string(facts.frameAgeMs / 1000) + " seconds old."
@@ -103,12 +121,6 @@ void DiagnoseFrameFile(const MachineFacts& facts, std::vector<Diagnosis>& found)
         break;
     case PictureState::Live:
         break;
-    }
-    if (!facts.frameFileWritable && facts.pictureState != PictureState::Denied) {
-        found.push_back({Finding::FileDenied, "frame-file-denied",
-                         "This account may not write " + path + ", so a receiver that it starts sends no picture.",
-                         "Another account has created the file. An administrator installs the receiver for all users "
-                         "(/AllUsers), which lets every account write, or deletes the file."});
     }
 }
 

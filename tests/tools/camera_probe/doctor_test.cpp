@@ -77,6 +77,11 @@ protected:
         WriteBytes(framePath, content);
     }
 
+    void MakeFrameOld() {
+        const std::uint64_t old = GetTickCount64() - 3000;
+        ChangeFile(40, {reinterpret_cast<const char*>(&old), sizeof(old)});
+    }
+
     [[nodiscard]] MachineFacts Examine() const { return ExamineMachine(eventName); }
     // The names of all findings.
     [[nodiscard]] std::vector<std::string> Findings() const {
@@ -147,6 +152,13 @@ TEST_F(Doctor, FindsAFrameFileThatMayBeReadAndNotWritten) {
                             });
     ExpectOnly("frame-file-denied", 8);
     EXPECT_THAT(Diagnose(Examine())[0].problem, HasSubstr("may not write"));
+    EXPECT_THAT(Diagnose(Examine())[0].remedy, HasSubstr("all interactive users"));
+    // No frame of this account reaches the file, regardless of what its page sends.
+    MakeFrameOld();
+    ExpectOnly("frame-file-denied", 8);
+    std::filesystem::remove(framePath);
+    WriteBytes(framePath, std::string(vistel::FileSize, '\0'));
+    ExpectOnly("frame-file-denied", 8);
 }
 
 TEST_F(Doctor, FindsAFolderInWhichNoFrameFileMayBeCreated) {
@@ -160,7 +172,8 @@ TEST_F(Doctor, FindsAFolderInWhichNoFrameFileMayBeCreated) {
                                 }
                                 return original(path, access, arguments...);
                             });
-    EXPECT_THAT(Findings(), testing::ElementsAre("frame-file-missing", "frame-file-denied"));
+    EXPECT_THAT(Findings(), testing::ElementsAre("frame-file-denied", "frame-file-missing"));
+    EXPECT_THAT(Diagnose(Examine())[0].problem, HasSubstr("may not create"));
     EXPECT_EQ(ExitCode(Diagnose(Examine())), 4 + 8);
 }
 
@@ -181,8 +194,7 @@ TEST_F(Doctor, FindsADamagedFrameFile) {
 }
 
 TEST_F(Doctor, FindsAStaleFrameAndAFileWithoutFrames) {
-    const std::uint64_t old = GetTickCount64() - 3000;
-    ChangeFile(40, {reinterpret_cast<const char*>(&old), sizeof(old)});
+    MakeFrameOld();
     ExpectOnly("frame-file-stale", 128);
     EXPECT_THAT(Diagnose(Examine())[0].problem, HasSubstr("seconds old"));
     std::filesystem::remove(framePath);
