@@ -1,9 +1,12 @@
 #include "sample_camera/registration.h"
 
+#include "platform/handles.h"
 #include "platform/hresult.h"
 #include "sample_camera/camera_filter.h"
 
+#include <array>
 #include <cwchar>
+#include <iterator>
 
 namespace sample_camera {
 namespace {
@@ -24,6 +27,28 @@ HRESULT SetText(HKEY root, const wchar_t* key, const wchar_t* name, const wchar_
 HRESULT Remove(HKEY root, const wchar_t* key) noexcept {
     const LSTATUS status = RegDeleteTreeW(root, key);
     return status == ERROR_FILE_NOT_FOUND ? S_OK : HRESULT_FROM_WIN32(static_cast<DWORD>(status));
+}
+
+bool IsEmpty(HKEY root, const wchar_t* key) noexcept {
+    receiver::RegistryKey opened;
+    DWORD keyCount = 0;
+    DWORD valueCount = 0;
+    return RegOpenKeyExW(root, key, 0, KEY_QUERY_VALUE, opened.Put()) == ERROR_SUCCESS &&
+           RegQueryInfoKeyW(opened.Get(), nullptr, nullptr, nullptr, &keyCount, nullptr, nullptr, &valueCount, nullptr,
+                            nullptr, nullptr, nullptr) == ERROR_SUCCESS &&
+           keyCount == 0 && valueCount == 0;
+}
+
+// "Instance" and the category of the video capture devices. Other cameras may use them too.
+void RemoveEmptyKeysAboveInstance(HKEY root) noexcept {
+    std::array<wchar_t, std::size(InstanceKey)> key{};
+    std::wcscpy(key.data(), InstanceKey);
+    for (int level = 0; level < 2; ++level) {
+        *std::wcsrchr(key.data(), L'\\') = L'\0';
+        if (IsEmpty(root, key.data())) {
+            (void)RegDeleteKeyW(root, key.data()); // An empty key does no harm.
+        }
+    }
 }
 
 HRESULT WriteKeys(HKEY root, const wchar_t* modulePath) noexcept {
@@ -47,6 +72,9 @@ HRESULT Register(HKEY root, const wchar_t* modulePath) noexcept {
 HRESULT Unregister(HKEY root) noexcept {
     const HRESULT instance = Remove(root, InstanceKey);
     const HRESULT classKey = Remove(root, ClassKey);
+    if (root == HKEY_CURRENT_USER) { // For the machine the keys above the instance are the system's.
+        RemoveEmptyKeysAboveInstance(root);
+    }
     return FAILED(instance) ? instance : classKey;
 }
 

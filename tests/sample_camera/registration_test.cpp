@@ -88,6 +88,28 @@ TEST(SampleCameraRegistration, IsForTheUserUnlessTheMachineIsNamedAndLeavesNoKey
     ExpectNothing(HKEY_CURRENT_USER);
 }
 
+TEST(SampleCameraRegistration, LeavesNoEmptyKeyOfTheUserAndAllKeysOfOthers) {
+    const std::wstring instance(InstanceKey);
+    const std::wstring instances = instance.substr(0, instance.rfind(L'\\'));
+    const std::wstring category = instances.substr(0, instances.rfind(L'\\'));
+    const Server server;
+    ASSERT_EQ(server.Call("DllRegisterServer"), S_OK);
+    ASSERT_TRUE(Exists(HKEY_CURRENT_USER, category.c_str()));
+    ASSERT_EQ(server.Call("DllUnregisterServer"), S_OK);
+    EXPECT_FALSE(Exists(HKEY_CURRENT_USER, category.c_str()));
+
+    for (const std::wstring& key : {category, instances, instances + L"\\another camera"}) {
+        ASSERT_EQ(server.Call("DllRegisterServer"), S_OK);
+        ASSERT_EQ(RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), L"other", REG_SZ, L"text", 5 * sizeof(wchar_t)),
+                  ERROR_SUCCESS);
+        ASSERT_EQ(server.Call("DllUnregisterServer"), S_OK);
+        ExpectNothing(HKEY_CURRENT_USER);
+        EXPECT_EQ(Text(HKEY_CURRENT_USER, key, L"other"), L"text");
+        EXPECT_EQ(Exists(HKEY_CURRENT_USER, instances.c_str()), key != category);
+        EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, category.c_str()), ERROR_SUCCESS);
+    }
+}
+
 // The moniker of the registered camera among the video capture devices; null when it is not listed.
 ComPtr<IMoniker> FindDevice() {
     ComPtr<ICreateDevEnum> devices;
