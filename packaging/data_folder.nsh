@@ -11,11 +11,15 @@
 !define FILE_ATTRIBUTE_DIRECTORY 0x10
 !define FILE_ATTRIBUTE_REPARSE_POINT 0x400
 !define RIGHTS_TO_SET_RIGHTS 0xE0080 ; READ_CONTROL, WRITE_DAC, WRITE_OWNER, FILE_READ_ATTRIBUTES
+!define DELETE 0x10000
 !define GENERIC_WRITE 0x40000000
 !define SHARE_ALL 7
 !define CREATE_NEW 1
 !define OPEN_EXISTING 3
 !define FOLDER_ITSELF 0x02200000 ; FILE_FLAG_BACKUP_SEMANTICS, FILE_FLAG_OPEN_REPARSE_POINT
+!define FILE_FLAG_OPEN_REPARSE_POINT 0x00200000
+!define FILE_DISPOSITION_INFO 4
+!define ERROR_SHARING_VIOLATION 32
 !define OWNER_AND_RIGHTS 0x80000005 ; with PROTECTED_DACL_SECURITY_INFORMATION
 !define INHERITED_RIGHTS 0x20000004 ; the access list, with UNPROTECTED_DACL_SECURITY_INFORMATION
 
@@ -32,6 +36,12 @@
     System::Call 'kernel32::LocalFree(p R1)'
 !macroend
 
+; Ends the installation because of the file $R5.
+Function RefuseFileInUse
+    StrCpy $4 "The file $R5 is in use. Close receivers and camera applications of all users and try again."
+    Call Refuse
+FunctionEnd
+
 ; Deletes and creates the file $R5: a link that another user has put there is not followed. $R6 is its handle, or -1.
 Function CreateSharedFile
     Delete $R5
@@ -42,11 +52,31 @@ Function CreateSharedFile
     !insertmacro FreeRights
 FunctionEnd
 
-; $0: empty, or what failed.
+; Refuses the installation if the file $R5 is in use, before anything is changed. A link is not followed.
+Function CheckSharedFile
+    System::Call 'kernel32::CreateFileW(w R5, i ${DELETE}, i 0, p 0, i ${OPEN_EXISTING}, \
+        i ${FILE_FLAG_OPEN_REPARSE_POINT}, p 0) p .R6 ?e'
+    Pop $R7
+    StrCmp $R6 -1 closed
+    ; Windows refuses to delete a file that a program has mapped. With the second call the file stays.
+    System::Call 'kernel32::SetFileInformationByHandle(p R6, i ${FILE_DISPOSITION_INFO}, *i 1, i 1) i .R7'
+    System::Call 'kernel32::SetFileInformationByHandle(p R6, i ${FILE_DISPOSITION_INFO}, *i 0, i 1)'
+    System::Call 'kernel32::CloseHandle(p R6)'
+    StrCmp $R7 0 inUse done
+  closed:
+    StrCmp $R7 ${ERROR_SHARING_VIOLATION} 0 done ; The folder's rights may change other errors.
+  inUse:
+    Call RefuseFileInUse
+  done:
+FunctionEnd
+
 Function PrepareDataFolder
     SetShellVarContext all
     StrCpy $R2 "$APPDATA\${DATA_FOLDER_NAME}"
-    StrCpy $0 "The folder $R2 could not be created with its rights."
+    StrCpy $R5 "$R2\${QUALITY_FILE}"
+    Call CheckSharedFile
+    StrCpy $R5 "$R2\${FRAME_FILE}"
+    Call CheckSharedFile
 
     ; A link in its place is removed, not followed.
     System::Call 'kernel32::GetFileAttributesW(w R2) i .R3'
@@ -99,11 +129,12 @@ Function PrepareDataFolder
     System::Call 'kernel32::SetFilePointer(p R6, i ${FRAME_FILE_BYTES}, p 0, i 0)'
     System::Call 'kernel32::SetEndOfFile(p R6)'
     System::Call 'kernel32::CloseHandle(p R6)'
-    StrCpy $0 ""
     Return
   inUse:
-    StrCpy $0 "The file $R5 is in use. Close receivers and camera applications of all users and try again."
+    Call RefuseFileInUse
   failed:
+    StrCpy $4 "The folder $R2 could not be created with its rights."
+    Call Refuse
 FunctionEnd
 
 ; Removes the receiver's files. When files of others are there, the folder stays, for all users with the rights that

@@ -24,6 +24,7 @@ const FrameFileSize = 6220864;
 const StartCommand = 'C:\\windows\\system32\\start.exe'; // what a double click does
 const Uninstaller = 'uninstall.exe';
 const CameraKey = 'Software\\Classes\\CLSID\\{C132191D-7DC1-4EB6-8914-B912B15C22B0}\\InprocServer32';
+const CaptureDevicesKey = 'Software\\Classes\\CLSID\\{860BB310-5D01-11D0-BD3B-00A0C911CE86}';
 const UninstallKey = 'Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\VistelReceiver';
 
 // Waits until the test card's frames reach the camera and move.
@@ -77,14 +78,31 @@ async function install(run, installer, options = '') {
     return within(LimitMs, 'end of the installer', exited);
 }
 
-async function query(run, key) {
-    const program = run.prefix.start('reg.exe', ['query', key], run.display.name);
+// { code, text }: what a program ends with and writes to its standard output.
+async function output(run, program, programArguments) {
+    const { stdout, exited } = run.prefix.start(program, programArguments, run.display.name);
     let text = '';
-    program.stdout.on('data', (chunk) => {
+    stdout.on('data', (chunk) => {
         text += chunk;
     });
-    await within(LimitMs, 'end of the query', program.exited);
+    return { code: await within(LimitMs, `end of ${program}`, exited), text };
+}
+
+// Runs an installer silently that refuses; what it writes.
+async function refusalOf(run, installer, ...options) {
+    const { code, text } = await output(run, await run.prefix.addFile(installer, 'C:\\Setup.exe'), ['/S', ...options]);
+    assert.equal(code, Refused);
     return text;
+}
+
+async function kill(run, name) {
+    for (const id of await run.prefix.processIds(name)) {
+        process.kill(id, 'SIGKILL');
+    }
+}
+
+async function query(run, key) {
+    return (await output(run, 'reg.exe', ['query', key])).text;
 }
 
 // The program's entry in the list of installed ones; empty when there is none.
@@ -154,12 +172,10 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
 
     // Nothing is changed while a program that cannot be closed runs.
     const probe = await run.driver.startProgram(run.receiverPath.replace(Program, Probe), '--seconds 600');
-    assert.equal(await install(run, newer), Refused);
+    assert.match(await refusalOf(run, newer), /^camera_probe\.exe is running/);
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'obsolete.txt', Uninstaller].sort());
     assert.equal(run.exitCode, undefined);
-    for (const id of await run.prefix.processIds(Probe)) {
-        process.kill(id, 'SIGKILL');
-    }
+    await kill(run, Probe);
     await within(LimitMs, 'end of the probe', probe.exited);
 
     // A newer one closes it as a user would, replaces it and leaves alone what is not its own.
@@ -176,13 +192,7 @@ test('installs, runs, is updated, and leaves nothing after uninstalling', async 
         [await registeredCamera(run)], run.display.name);
     t.after(() => end(application));
     await within(LimitMs, 'camera application', once(application.stdout, 'data'));
-    const refused = run.prefix.start('C:\\Setup.exe', ['/S'], run.display.name);
-    let said = '';
-    refused.stdout.on('data', (chunk) => {
-        said += chunk;
-    });
-    assert.equal(await within(LimitMs, 'end of the installer', refused.exited), Refused);
-    assert.match(said, /use the sample camera: camera_application\.exe\s+Close/);
+    assert.match(await refusalOf(run, newer), /use the sample camera: camera_application\.exe\s+Close/);
     assert.deepEqual(await filesIn(folder), [...packedFiles, 'notes.txt', Uninstaller].sort());
     application.stdin.end();
     await within(LimitMs, 'end of the camera application', application.exited);
@@ -219,13 +229,22 @@ for (const [name, scope] of Object.entries(Scopes)) {
     test(`installs, replaces, repairs and removes silently for the ${name}, also while the program runs`, async (t) => {
         const run = await startReceiver({ args: ['--embedded'] });
         t.after(() => run.stop());
-        await run.closeWindow(); // The installed ones come later.
         const otherRoot = scope.root === 'HKCU' ? 'HKLM' : 'HKCU';
         const data = join(run.out, 'ProgramData/Vistel');
+        const otherReceiver = run.receiverPath;
         await mkdir(join(run.out, 'Videos/Vistel'), { recursive: true });
         await writeFile(join(run.out, 'Videos/Vistel/recording.mp4'), 'the user\'s');
+        if (name === 'machine') {
+            await assertRefusedInUse(run, older, data);
+            assert.deepEqual(await entryIn(run, 'HKLM'), {});
+        }
+        await run.closeWindow(); // The installed ones come later.
 
+        let above; // the folder that the first installation may create above its own
         for (const isRunning of [false, true]) {
+            if (isRunning) {
+                await mkdir(above, { recursive: true });
+            }
             let program;
             const startIfWanted = async () => {
                 if (isRunning) {
@@ -246,6 +265,7 @@ for (const [name, scope] of Object.entries(Scopes)) {
             assert.match(InstallLocation, scope.folder);
             assert.deepEqual(await entryIn(run, otherRoot), {});
             const folder = run.prefix.unixPath(InstallLocation);
+            above = dirname(folder);
             const profile = InstallLocation.split('\\').slice(0, 3).join('\\');
             const link = run.prefix.unixPath(`${scope.menu(profile)}\\Vistel Receiver.lnk`);
             assert.ok(existsSync(link), link);
@@ -257,6 +277,13 @@ for (const [name, scope] of Object.entries(Scopes)) {
             await mkdir(dirname(profileFile), { recursive: true });
             await writeFile(profileFile, 'of a page');
             run.receiverPath = `${InstallLocation}\\${Program}`;
+            if (name === 'machine' && !isRunning) {
+                const other = await run.driver.startProgram(otherReceiver, '--embedded');
+                await assertRefusedInUse(run, newer, data, folder);
+                assert.equal((await entryIn(run, 'HKLM')).DisplayVersion, DisplayVersion);
+                await kill(run, Program);
+                await within(LimitMs, 'end of the other receiver', other.exited);
+            }
             await startIfWanted();
             assert.equal(await install(run, newer, `${scope.option} /CAMERA`), 0);
             await expectClosed();
@@ -277,11 +304,33 @@ for (const [name, scope] of Object.entries(Scopes)) {
             await uninstall(run, scope.root);
             await expectClosed();
             assert.deepEqual([folder, link, data, join(run.out, 'LocalAppData/Vistel')].filter(existsSync), []);
+            assert.equal(existsSync(above), isRunning || name === 'machine', 'it stays if it was there before');
             assert.equal(await registeredCameraIn(run, scope.root), undefined);
+            assert.match(await query(run, `HKCU\\${CaptureDevicesKey}`), /Unable to find/);
             assert.deepEqual(await run.logLines(), []);
             assert.deepEqual(await readdir(join(run.out, 'Videos/Vistel')), ['recording.mp4']);
         }
     });
+}
+
+// While a receiver from another folder writes the frame file, an installation for all users changes nothing.
+async function assertRefusedInUse(run, installer, ...folders) {
+    const frameFile = join(folders[0], 'frame-buffer.bin');
+    await until(LimitMs, 'frame file in use', async () =>
+        existsSync(frameFile) && (await readFile(frameFile)).subarray(0, 4).equals(Buffer.from('VSTL')));
+    const state = async () => {
+        const paths = [];
+        for (const folder of folders) {
+            paths.push(folder, ...(await filesIn(folder)).map((file) => join(folder, file)));
+        }
+        return Promise.all(paths.map(async (path) => {
+            const { mode, ino } = await lstat(path);
+            return { path, mode, ino };
+        }));
+    };
+    const before = await state();
+    assert.match(await refusalOf(run, installer, '/AllUsers'), /frame-buffer\.bin is in use/);
+    assert.deepEqual(await state(), before);
 }
 
 // Of rights Wine keeps little more than that these accounts are named and not everyone.
