@@ -5,6 +5,8 @@
      be killed before any of its steps, up to KILLS times, and is then started again. Altogether it completes FRAMES
      frames, each of either size.
    - READERS readers like examples/camera/frame_reader.h, load by load, which try again and again.
+   - The steps of both and their order are in publishing_steps.pml. A test compiles that file as C++ and compares it
+     with the stores and loads of the program and of the reader.
    - The order of stores on x64. A plain store waits in the writer's store buffer, which it leaves first in, first out.
      Those of a block copy or a block clearing may be streaming ones: they arrive at any time and in any order. An
      interlocked operation and a barrier wait for all of them.
@@ -13,6 +15,9 @@
    - What a reader accepts is one whole frame: geometry, time stamp and every part of the picture.
    - `activeBuffer` names a whole frame at any time, also while the sequence is odd and after a kill.
    - When the writer has come to its end, the sequence is even and every reader's next attempt gets the newest frame.
+   - With RESIZED_FILE: the writer can always give the file its size. Windows truncates no file that a process maps.
+   - With REMEMBERING_READER: a reader that skips the sequence of its last frame does not skip another frame, provided
+     that it has read the sequence 0 of every reset.
 
    What is simplified, and why that hides nothing
    - Two geometry fields for four; three parts for a buffer, two of which a small frame fills. A mixture of many pieces
@@ -24,8 +29,11 @@
    - A kill takes no store back: all that was stored has arrived long before the next process opens the file.
    - A publish depends on the past only by what is in the file. Three frames use each buffer again; two kills let the
      writer that recovers die as well.
-   - Magic and version are right from the start. A new file, all zero, has no valid geometry either. FOREIGN_FILE starts
-     from a file that another program or version has left: an even sequence and no valid geometry.
+   - Magic and version are one field, `Format`. Readers load it only with FOREIGN_FILE: without, nobody changes it.
+   - A new file is all zero and has its size. FOREIGN_FILE starts from a file that another program or version has left:
+     an even sequence, and no valid geometry or another format. RESIZED_FILE starts from a file that is too long, with a
+     frame, or that was cut in its header; the one reader maps it when it has the right size.
+   - Only REMEMBERING_READER, which is one, has a memory. The others read a frame again.
    - A reader gives an attempt up when it sees that the sequence has changed, for the second look would refuse it
      anyway. PATIENT_READER does not, and a test of its own compares.
 
@@ -34,11 +42,17 @@
      middle of a copy until the writer has been killed in a change of geometry, started again, and has published as
      often as before, accepts a mixed frame. Therefore no reset begins here while an attempt is under way, except with
      RESET_DURING_AN_ATTEMPT, which shows that limit.
+   - A reader that does not look between a reset and the frame that has the sequence of its last one skips that frame.
+     RESET_WITHOUT_A_LOOK shows that.
+   - A file that another program has cut after the header, which remains valid: readers accept its last frame with zeros
+     in it until there is another. FILE_CUT_IN_A_FRAME shows that.
+   - Two writers at once, which TWO_WRITERS shows to mix frames. What they store is visible at once: they need no store
+     buffer for that.
 
    WEAK_ORDER is a processor on which stores arrive in any order and an interlocked operation is no barrier. Publishing
    needs one more barrier there, after the opening increment, and has it there; it has none for x64, where the
-   interlocked operation is one. Each other name that is tested here and never defined is one mistake.
-   CMakeLists.txt lists them; the check has to find every one. */
+   interlocked operation is one. Each other name that is tested here or in publishing_steps.pml and never defined is one
+   mistake. CMakeLists.txt lists them; the check has to find every one. */
 
 #ifndef FRAMES
 #define FRAMES 3
@@ -49,17 +63,16 @@
 #ifndef READERS
 #define READERS 1
 #endif
+#ifdef TWO_WRITERS
+#define WRITERS 2
+#else
+#define WRITERS 1
+#endif
 
-/* Even frames are small and odd ones large; frame 0 is a cleared buffer. A size is the number of parts. */
-#define Small 2
-#define Large 3
-#define SizeOf(frame) (Small + (frame) % 2)
-
-/* The cells of the file. Spin numbers them from the last, Width, which is 1. */
+/* The cells of the file. Spin numbers them from the last, Format, which is 1. */
 mtype = { Buffer1Part2, Buffer1Part1, Buffer1Part0, Buffer0Part2, Buffer0Part1, Buffer0Part0,
-          Timestamp, ActiveBuffer, Sequence, FrameSize, Width };
-#define CellLimit 12
-#define Part(buffer, index) (Buffer0Part0 + Large * (buffer) + (index))
+          Timestamp, ActiveBuffer, Sequence, FrameSize, Width, Format };
+#define CellLimit 13
 
 byte memory[CellLimit]; /* what others read */
 byte newest[CellLimit]; /* what the writer reads: its last store, arrived or not */
@@ -70,7 +83,26 @@ byte streamCount;
 #define AllArrived (empty(storeBuffer) && streamCount == 0)
 
 byte kills;
+byte lastNumber; /* of a frame: half of it */
+byte writersDone;
 byte attempts; /* readers between their two looks */
+
+#ifdef RESIZED_FILE
+#define Exact 1
+#define TooLong 2
+byte fileSize; /* 0: too short */
+byte mappings; /* of readers */
+#endif
+
+#ifdef REMEMBERING_READER
+byte lastSequence; /* that the reader has accepted or refused; 0: none */
+byte lastFrame; /* 0: refused */
+byte resets;
+byte resetsSeen; /* by the reader */
+#define IsNew(sequence) ((sequence) != lastSequence)
+#else
+#define IsNew(sequence) true
+#endif
 
 /* For the assertions only. */
 byte completed; /* frames published to the end */
@@ -81,6 +113,11 @@ bool resetting; /* from the start of a reset to the next frame */
     (memory[Part(buffer, 1)] == memory[Part(buffer, 0)] && \
      (SizeOf(memory[Part(buffer, 0)]) == Small || memory[Part(buffer, 2)] == memory[Part(buffer, 0)]))
 
+#define STEPS(name) inline name() {
+#define STEPS_WITH(name, parameter) inline name(parameter) {
+#define END_STEPS }
+#include "publishing_steps.pml"
+
 /* ---- Stores and their way to memory. Each of the writer's steps is one of these four, or death. ---- */
 
 #define OrDie :: atomic { kills < KILLS -> kills++; printf("writer is killed\n"); goto killed }
@@ -90,6 +127,7 @@ inline Arrive(cell, value) {
     assert(resetting || IsWhole(memory[ActiveBuffer]))
 }
 
+#ifndef TWO_WRITERS
 /* A store of what is there already cannot be seen to arrive. */
 inline Stream(cell, value) {
     if
@@ -104,6 +142,7 @@ inline Stream(cell, value) {
     OrDie
     fi
 }
+#endif
 
 inline Barrier() {
     if
@@ -111,8 +150,19 @@ inline Barrier() {
     OrDie
     fi
 }
+inline ImpliedBarrier() { Barrier() }
 
-#ifdef WEAK_ORDER
+#if defined(TWO_WRITERS)
+inline Store(cell, value) {
+    atomic {
+        newest[cell] = value;
+        printf("writer %d stores %e = %d\n", _pid, cell, newest[cell]);
+        Arrive(cell, newest[cell])
+    }
+}
+inline Stream(cell, value) { Store(cell, value) }
+inline Interlocked(cell, value) { Store(cell, value) }
+#elif defined(WEAK_ORDER)
 inline Store(cell, value) { Stream(cell, value) }
 inline Interlocked(cell, value) { Stream(cell, value) }
 #else
@@ -155,6 +205,7 @@ end:
 #ifdef WEAK_ORDER
     :: atomic { StreamArrives(Width) }
     :: atomic { StreamArrives(FrameSize) }
+    :: atomic { StreamArrives(Format) }
 #else
     :: atomic {
            storeBuffer ? cell, value ->
@@ -178,77 +229,8 @@ end:
 
 /* ---- The writer. ---- */
 
-#define IsHeaderValid (newest[Width] == newest[FrameSize] && newest[Width] != 0)
-
-inline StoreGeometry(size) {
-    Store(Width, size);
-    Store(FrameSize, size)
-}
-
-inline ResetFrameFile() {
-#ifdef RESET_DURING_AN_ATTEMPT
-    resetting = true;
-#else
-    atomic { attempts == 0 -> resetting = true }
-#endif
-    Stream(Sequence, 0);
-    Stream(ActiveBuffer, 0);
-    Stream(Timestamp, 0);
-    Stream(Buffer0Part0, 0);
-    Stream(Buffer0Part1, 0);
-    Stream(Buffer0Part2, 0);
-    Stream(Buffer1Part0, 0);
-    Stream(Buffer1Part1, 0);
-    Stream(Buffer1Part2, 0);
-#ifndef BARRIER_IN_RESET_LEFT_OUT
-    Barrier();
-#endif
-    StoreGeometry(Small)
-}
-
-inline OpenSharedFrameFile() {
-    if
-    :: !IsHeaderValid -> ResetFrameFile()
-    :: else
-    fi
-}
-
-#ifdef RECOVERY_LEFT_OUT
-#define OpeningIncrement 1
-#else
-#define OpeningIncrement (1 + newest[Sequence] % 2) /* a sequence that a dead writer left odd stays odd */
-#endif
-
-#ifdef ACTIVE_BUFFER_WRITTEN_TO
-#define Target newest[ActiveBuffer]
-#else
-#define Target (1 - newest[ActiveBuffer])
-#endif
-
-inline BeginFrame(size) {
-#ifdef GEOMETRY_BEFORE_OPENING_INCREMENT
-    StoreGeometry(size);
-#endif
-#ifdef RECOVERY_THROUGH_EVEN
-    if
-    :: newest[Sequence] % 2 != 0 -> Interlocked(Sequence, newest[Sequence] + 1)
-    :: else
-    fi;
-#endif
-#if defined(OPENING_INCREMENT_PLAIN)
-    Store(Sequence, newest[Sequence] + OpeningIncrement);
-#elif !defined(OPENING_INCREMENT_LEFT_OUT)
-    Interlocked(Sequence, newest[Sequence] + OpeningIncrement);
-    Barrier(); /* on x64 a part of the interlocked operation */
-#endif
-    resetting = false;
-#ifndef GEOMETRY_BEFORE_OPENING_INCREMENT
-    StoreGeometry(size);
-#endif
-    buffer = Target
-}
-
 inline CopyFrame() {
+    resetting = false;
     Stream(Part(buffer, 0), frame);
     Stream(Part(buffer, 1), frame);
     if
@@ -257,106 +239,110 @@ inline CopyFrame() {
     fi
 }
 
-/* What follows the copy is a barrier by itself on x64, interlocked as it is. */
-#ifdef NO_BARRIER_OF_ANY_KIND
-#define BARRIERS_LEFT_OUT
-#define Exchange Store
+#ifdef RESIZED_FILE
+inline SetFileSize() {
+    if
+    :: atomic {
+           assert(fileSize != TooLong || mappings == 0);
+           fileSize = Exact
+       }
+    OrDie
+    fi
+}
+#endif
+
+inline OpenSharedFrameFile() {
+#ifdef RESIZED_FILE
+    SetFileSize();
+#endif
+    if
+    :: !IsValidForWriter(newest[Format], newest[Width], newest[FrameSize]) ->
+#ifdef RESET_DURING_AN_ATTEMPT
+       resetting = true;
 #else
-#define Exchange Interlocked
+       atomic {
+           attempts == 0 ->
+           resetting = true
+#ifdef REMEMBERING_READER
+           ; resets++
 #endif
-
-#ifdef BARRIERS_LEFT_OUT
-#define BARRIER_BEFORE_INDEX_LEFT_OUT
-#define BARRIER_BEFORE_LAST_INCREMENT_LEFT_OUT
+       }
 #endif
-
-inline LastIncrement() {
-#ifndef LAST_INCREMENT_LEFT_OUT
-    Exchange(Sequence, newest[Sequence] + 1)
-#else
-    skip
-#endif
+       ResetFrameFile()
+    :: else
+    fi
 }
 
-inline CompleteFrame() {
-#ifndef BARRIER_BEFORE_INDEX_LEFT_OUT
-    Barrier();
-#endif
-#if !defined(INDEX_LEFT_OUT) && !defined(INDEX_BEFORE_COPY) && !defined(INDEX_AFTER_LAST_INCREMENT)
-    Exchange(ActiveBuffer, buffer);
-#endif
-#if !defined(TIMESTAMP_LEFT_OUT) && !defined(TIMESTAMP_AFTER_LAST_INCREMENT)
-    Exchange(Timestamp, frame);
-#endif
-#ifndef BARRIER_BEFORE_LAST_INCREMENT_LEFT_OUT
-    Barrier();
-#endif
-    LastIncrement()
-#ifdef INDEX_AFTER_LAST_INCREMENT
-    ; Exchange(ActiveBuffer, buffer)
-#endif
-#ifdef TIMESTAMP_AFTER_LAST_INCREMENT
-    ; Exchange(Timestamp, frame)
-#endif
-}
-
-inline PublishFrame() {
-    atomic {
-        lastNumber++;
-        if
-        :: frame = 2 * lastNumber
-        :: frame = 2 * lastNumber + 1
-        fi
-    }
-    BeginFrame(SizeOf(frame));
-#ifdef INDEX_BEFORE_COPY
-    Exchange(ActiveBuffer, buffer);
-#endif
-    CopyFrame();
-    CompleteFrame();
-    atomic { completed++; newestFrame = frame; frame = 0; buffer = 0 }
-}
-
-#ifdef FOREIGN_FILE
+#if defined(FOREIGN_FILE) || defined(RESIZED_FILE)
 #define OldSequence 100
+#define OldFrame 200
 inline Lay(cell, value) {
     newest[cell] = value;
     memory[cell] = value
 }
-inline LayForeignFile() {
+inline LayFile(format, frameSize, lastPart) {
     d_step {
-        Lay(Width, Large);
-        Lay(FrameSize, Small);
+        Lay(Format, format);
+        Lay(Width, SizeOf(OldFrame));
+        Lay(FrameSize, frameSize);
         Lay(Sequence, OldSequence);
         Lay(ActiveBuffer, 1);
-        Lay(Timestamp, 200);
-        Lay(Buffer0Part0, 201);
-        Lay(Buffer0Part1, 202);
-        Lay(Buffer1Part0, 203);
-        Lay(Buffer1Part1, 204)
+        Lay(Timestamp, OldFrame);
+        Lay(Buffer1Part0, OldFrame);
+        Lay(Buffer1Part1, lastPart)
     }
+}
+inline LayOldFile() {
+    if
+#ifdef FOREIGN_FILE
+    :: LayFile(OurFormat, Large, OldFrame + 1)
+    :: LayFile(OurFormat + 1, Small, OldFrame + 1)
+#else
+    :: LayFile(OurFormat, Small, OldFrame); fileSize = TooLong
+    :: d_step { Lay(Format, OurFormat); Lay(Width, Large) } /* the rest is cut off */
+#ifdef FILE_CUT_IN_A_FRAME
+    :: LayFile(OurFormat, Small, 0)
+#endif
+#endif
+    fi
 }
 #endif
 
-active proctype Writer() {
-    byte lastNumber;
+active [WRITERS] proctype Writer() {
     byte frame;
     byte buffer;
 
-#ifdef FOREIGN_FILE
-    LayForeignFile();
+#if defined(FOREIGN_FILE) || defined(RESIZED_FILE)
+    LayOldFile();
 #endif
 start:
     OpenSharedFrameFile();
     do
-    :: completed < FRAMES -> PublishFrame()
+    :: completed < FRAMES ->
+       atomic {
+           lastNumber++;
+           if
+           :: frame = 2 * lastNumber
+           :: frame = 2 * lastNumber + 1
+           fi
+       }
+       PublishFrame();
+       atomic { completed++; newestFrame = frame; frame = 0; buffer = 0 }
     :: else -> goto done
     od;
 killed:
     atomic { AllArrived -> frame = 0; buffer = 0; goto start }
 done:
-    AllArrived;
-    assert(memory[Sequence] != 0 && memory[Sequence] % 2 == 0)
+    atomic {
+        AllArrived ->
+        writersDone++;
+        assert(writersDone < WRITERS || (memory[Sequence] != 0 && memory[Sequence] % 2 == 0))
+#if defined(RESET_WITHOUT_A_LOOK)
+        ; assert(lastSequence != memory[Sequence] || lastFrame == newestFrame)
+#elif defined(REMEMBERING_READER)
+        ; assert(lastSequence != memory[Sequence] || lastFrame == newestFrame || resetsSeen != resets)
+#endif
+    }
 }
 
 /* ---- Readers. ---- */
@@ -374,49 +360,113 @@ inline GiveUpIfChanged() {
 
 #define Once(bit) atomic { !(loaded & (bit)) -> loaded = loaded | (bit); GiveUpIfChanged()
 
+#ifdef FOREIGN_FILE
+#define FormatFound format
+#define AllFields 31
+#else
+#define FormatFound OurFormat
+#define AllFields 15
+#endif
+
+inline LoadActiveBuffer() { buffer = memory[ActiveBuffer] }
+inline LoadTimestamp() { timestamp = memory[Timestamp] }
+
 inline LoadHeader() {
+#ifdef ACTIVE_BUFFER_BEFORE_FIRST_LOOK
+    loaded = 4;
+#endif
     do
     :: Once(1); width = memory[Width] }
     :: Once(2); frameSize = memory[FrameSize] }
-    :: Once(4); buffer = memory[ActiveBuffer] }
-    :: Once(8); timestamp = memory[Timestamp] }
-    :: loaded == 15 -> loaded = 0; break
+    :: Once(4); LoadActiveBuffer() }
+    :: Once(8); LoadTimestamp() }
+#ifdef FOREIGN_FILE
+    :: Once(16); format = memory[Format] }
+#endif
+    :: loaded == AllFields -> loaded = 0; break
     od
 }
+
+/* Not a mistake: the second look refuses the copy when the two loads differ. */
+#ifdef ACTIVE_BUFFER_LOADED_TWICE
+#define AllParts 15
+#else
+#define AllParts 7
+#endif
 
 inline LoadBuffer() {
-    loaded = (frameSize == Large -> 0 : 4);
-    do
-    :: Once(1); copy[0] = memory[Part(buffer, 0)] }
-    :: Once(2); copy[1] = memory[Part(buffer, 1)] }
-    :: Once(4); copy[2] = memory[Part(buffer, 2)] }
-    :: loaded == 7 -> loaded = 0; break
-    od
-}
-
-#ifdef ODD_SEQUENCE_READ
-#define IsReadable(sequence) (sequence != 0)
-#else
-#define IsReadable(sequence) (sequence != 0 && sequence % 2 == 0)
+    if
+    :: IsValidForReader(FormatFound, width, frameSize) ->
+       loaded = (frameSize == Large -> 0 : 4);
+       do
+       :: Once(1); copy[0] = memory[Part(buffer, 0)] }
+       :: Once(2); copy[1] = memory[Part(buffer, 1)] }
+       :: Once(4); copy[2] = memory[Part(buffer, 2)] }
+#ifdef ACTIVE_BUFFER_LOADED_TWICE
+       :: Once(8); LoadActiveBuffer() }
 #endif
+       :: loaded == AllParts -> loaded = 0; break
+       od
+    :: else
+    fi
+}
 
 inline LoadSequence() { sequence = memory[Sequence] }
 
-inline SecondLook() {
-#ifdef SECOND_LOOK_LEFT_OUT
-    skip
-#else
+inline FirstLook() {
+    do
+#ifdef REMEMBERING_READER
+    :: atomic {
+           memory[Sequence] == 0 && (lastSequence != 0 || resetsSeen != resets) ->
+           lastSequence = AfterZero(lastSequence);
+           resetsSeen = resets
+       }
+#endif
+    :: atomic {
+           IsReadable(memory[Sequence]) && IsNew(memory[Sequence]) ->
+           LoadSequence();
+           attempts++;
+           last = (writersDone == WRITERS);
+           printf("reader finds Sequence = %d\n", sequence);
+           break
+       }
+    od
+}
+
+inline FirstLookAgain() {
     atomic {
+        LoadSequence();
         if
-        :: memory[Sequence] != sequence -> goto refused
+        :: !IsReadable(sequence) -> goto refused
         :: else
         fi
     }
+}
+
+inline SecondLook() {
+    atomic {
+        if
+        :: !IsStill(memory[Sequence], sequence) -> goto refused
+        :: else
+        fi
+    }
+}
+
+inline Remember(frame) {
+#ifdef REMEMBERING_READER
+    lastSequence = sequence;
+    lastFrame = frame;
+    resetsSeen = resets
+#else
+    skip
 #endif
 }
 
 active [READERS] proctype Reader() {
     byte sequence;
+#ifdef FOREIGN_FILE
+    byte format;
+#endif
     byte width;
     byte frameSize;
     byte buffer;
@@ -425,44 +475,30 @@ active [READERS] proctype Reader() {
     byte loaded; /* fields or parts so far, one bit each */
     bool last; /* this attempt began after the writer's end */
 
+#ifdef RESIZED_FILE
+endUnmapped:
+    atomic {
+#ifndef SIZE_UNCHECKED
+        fileSize == Exact ->
+#endif
+        mappings++
+    }
+#endif
 end:
+    ReadFrame();
     atomic {
-        IsReadable(memory[Sequence]) ->
-        LoadSequence();
-        attempts++;
-        last = (completed == FRAMES && AllArrived);
-        printf("reader finds Sequence = %d\n", sequence)
-    }
-    LoadHeader();
-#ifdef FIRST_LOOK_AFTER_HEADER
-    atomic {
-        LoadSequence();
-        if
-        :: !IsReadable(sequence) -> goto refused
-        :: else
-        fi
-    }
-#endif
-#ifdef SECOND_LOOK_BEFORE_COPY
-    SecondLook();
-#endif
-    if
-    :: width == frameSize && width != 0 -> LoadBuffer()
 #ifdef FOREIGN_FILE
-    :: else -> goto refused
-#else
-    :: else
+        if
+        :: !IsValidForReader(FormatFound, width, frameSize) -> Remember(0); goto refused
+        :: else
+        fi;
 #endif
-    fi;
-#ifndef SECOND_LOOK_BEFORE_COPY
-    SecondLook();
-#endif
-    atomic {
         printf("reader accepts Width = %d, FrameSize = %d, Timestamp = %d, parts %d %d %d of buffer %d\n",
                width, frameSize, timestamp, copy[0], copy[1], copy[2], buffer);
-        assert(width == frameSize && width == SizeOf(timestamp) &&
+        assert(timestamp != 0 && width == frameSize && width == SizeOf(timestamp) &&
                copy[0] == timestamp && copy[1] == timestamp && (width == Small || copy[2] == timestamp));
         assert(!last || timestamp == newestFrame);
+        Remember(timestamp);
         last = false
     }
 refused:
@@ -470,6 +506,9 @@ refused:
         assert(!last);
         attempts--;
         sequence = 0;
+#ifdef FOREIGN_FILE
+        format = 0;
+#endif
         width = 0;
         frameSize = 0;
         buffer = 0;
