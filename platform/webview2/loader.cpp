@@ -19,7 +19,6 @@
 #include "platform/hresult.h"
 #include "platform/webview2/runtime_search.h"
 
-#include <cstddef>
 #include <map>
 #include <new>
 #include <optional>
@@ -31,16 +30,8 @@ namespace {
 
 using CompletedHandler = ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler;
 
-constexpr std::size_t MaxPathLength = 32767; // without the terminator
-
 using CreateEnvironment = HRESULT(STDMETHODCALLTYPE*)(bool joinRunningVersion, RuntimeType type, PCWSTR userDataFolder,
                                                       IUnknown* options, CompletedHandler* handler);
-
-std::wstring ProgramPath() {
-    std::wstring path(MaxPathLength + 1, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    return path;
-}
 
 // The handlers that wait for the message loop of their thread, by the timer that ends the wait.
 thread_local std::map<UINT_PTR, ComPtr<CompletedHandler>> waitingHandlers;

@@ -28,7 +28,6 @@ constexpr std::array<Channel, 5> Channels = {{
     {L"{65C35B14-6C1D-4122-AC46-7148CC9D6497}", L"canary"},
     {L"{BE59E8FD-089A-411B-A3B0-051D9E417818}", L"internal"},
 }};
-constexpr std::size_t MaxTextLength = 32767; // of a path and of an environment variable, without the terminator
 
 // A decision of the user or of an administrator: the variable counts before the policy.
 struct Override {
@@ -173,6 +172,12 @@ std::wstring ResolveFolder(const std::wstring& folder, const std::wstring& progr
 }
 
 } // namespace
+
+std::wstring ProgramPath() {
+    std::wstring path(MaxTextLength + 1, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return path;
+}
 
 std::optional<Runtime> FindRuntime(const std::wstring& programPath, const std::wstring& callersFolder) {
     const std::wstring fixedFolder = ReadOverride(BrowserFolder, programPath).value_or(callersFolder);

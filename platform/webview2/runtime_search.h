@@ -2,6 +2,7 @@
 // Starts nothing.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,12 @@ struct Runtime {
     std::wstring versionFolder;
     std::wstring clientLibrary; // full path
 };
+
+// The longest path, environment variable and registry text that is read, without the terminator.
+inline constexpr std::size_t MaxTextLength = 32767;
+
+// The full path of the program that runs.
+[[nodiscard]] std::wstring ProgramPath();
 
 // `programPath` is the full path of the program that asks: policies name it, and a relative folder counts from its
 // folder. `callersFolder` is the folder of a fixed version, or empty.

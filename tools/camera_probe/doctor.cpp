@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::size_t LogLineCount = 12;
 constexpr std::streamoff LogTailBytes = 16384; // A page can make the log long.
-constexpr std::size_t MaxTextLength = 32767;
 
 bool IsDenied(const std::wstring& path, DWORD access, DWORD flags) {
     const UniqueFile file(CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -64,8 +63,7 @@ std::optional<std::wstring> SampleCameraPath() {
 
 // The receiver beside this program: policies may name it.
 std::wstring ReceiverPath() {
-    std::wstring path(MaxTextLength + 1, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    const std::wstring path = ProgramPath();
     return JoinPath(path.substr(0, path.rfind(L'\\')), L"vistel-receiver.exe");
 }
 
