@@ -66,6 +66,23 @@ TEST_F(MappedFileContract, TheSameLengthCanBeSetWhileAViewExists) {
     EXPECT_EQ(std::filesystem::file_size(path), FileSize);
 }
 
+// Windows grows a file that is mapped, and refuses to cut one.
+TEST_F(MappedFileContract, AFileThatIsTooShortGrowsWhileAReaderMapsIt) {
+    Source("SetEndOfFile function (fileapi.h)");
+    const UniqueFile reader = Open();
+    ASSERT_TRUE(SetLength(reader, FileSize / 3));
+    const MappedView old = Map(reader);
+    ASSERT_TRUE(old);
+    const UniqueFile writer = Open();
+    ASSERT_TRUE(SetLength(writer, FileSize));
+    ASSERT_EQ(std::filesystem::file_size(path), FileSize);
+    const MappedView whole = Map(writer);
+    ASSERT_TRUE(whole);
+    static_cast<volatile std::uint8_t*>(whole.Get())[0] = 5;
+    EXPECT_EQ(static_cast<const volatile std::uint8_t*>(old.Get())[0], 5);
+    EXPECT_EQ(static_cast<const volatile std::uint8_t*>(whole.Get())[FileSize - 1], 0);
+}
+
 TEST_F(MappedFileContract, AViewOutlivesTheHandlesOfItsFileAndMapping) {
     Source("UnmapViewOfFile function (memoryapi.h)");
     UniqueFile file = Open();
