@@ -56,8 +56,8 @@ protected:
                 if (failingAllocation) {
                     fault.emplace(*failingAllocation);
                 }
-                const int exitCode = wWinMain(GetModuleHandleW(nullptr), nullptr,
-                                              commandLine != nullptr ? text.data() : nullptr, SW_SHOWNORMAL);
+                const int exitCode =
+                    wWinMain(instance, nullptr, commandLine != nullptr ? text.data() : nullptr, showCommand);
                 allocationFailed = fault && fault->Happened();
                 return exitCode;
             },
@@ -78,6 +78,8 @@ protected:
         return navigation;
     }
 
+    HINSTANCE instance = GetModuleHandleW(nullptr);
+    int showCommand = SW_SHOWNORMAL;
     HRESULT comResult = S_OK; // a failure is returned instead of calling the system
     HRESULT mediaResult = S_OK;
     std::optional<unsigned> failingAllocation;
@@ -98,13 +100,20 @@ TEST_F(EntryPointTest, ShutsEverythingDownBeforeTheApplicationIsDestroyed) {
                             L"released WebView", L"released Controller", L"released Environment"));
 }
 
-// The recording has started Media Foundation once more, so that the writer still works after the first MFShutdown.
+// The recording has started Media Foundation once more, so that the writer still works after the first MFShutdown. The
+// only view is that of the shared frame file.
 TEST_F(EntryPointTest, FinalizesARecordingWhenTheApplicationIsDestroyed) {
     const CaptureFolders folders;
     SinkWriterFakes writers;
+    const ImportPatch unmappings("kernel32.dll", "UnmapViewOfFile", &UnmapViewOfFile,
+                                 [this](auto* original, LPCVOID view) {
+                                     browser.Note(L"UnmapViewOfFile");
+                                     return original(view);
+                                 });
     EXPECT_EQ(Main(L"",
                    [&] {
                        browser.CompleteBoth();
+                       EXPECT_EQ(browser.RaiseWebMessage(L"ready"), S_OK);
                        EXPECT_EQ(browser.RaiseWebMessage(L"media:record:start"), S_OK);
                        (void)browser.TakeCalls();
                        writers.onCall = [&](const std::string& call) { browser.Note({call.begin(), call.end()}); };
@@ -112,7 +121,29 @@ TEST_F(EntryPointTest, FinalizesARecordingWhenTheApplicationIsDestroyed) {
               0);
     EXPECT_THAT(browser.TakeCalls(),
                 ElementsAre(L"MFShutdown", L"CoUninitialize", L"Finalize", L"released", L"MFShutdown",
+                            L"UnmapViewOfFile", L"released SharedBuffer1", L"released SharedBuffer0",
                             L"released WebView", L"released Controller", L"released Environment"));
+}
+
+TEST_F(EntryPointTest, HandsItsInstanceAndShowCommandOn) {
+    std::vector<int> commands;
+    const ImportPatch shows("user32.dll", "ShowWindow", &ShowWindow, [&](auto* original, HWND window, int command) {
+        commands.push_back(command);
+        return original(window, command);
+    });
+    showCommand = SW_SHOWMAXIMIZED;
+    EXPECT_EQ(Main(L""), 0);
+    EXPECT_THAT(commands, ElementsAre(SW_SHOWMAXIMIZED));
+
+    std::vector<HINSTANCE> instances;
+    const ImportPatch registrations("user32.dll", "RegisterClassExW", &RegisterClassExW,
+                                    [&](auto*, const WNDCLASSEXW* windowClass) {
+                                        instances.push_back(windowClass->hInstance);
+                                        return ATOM{0};
+                                    });
+    instance = GetModuleHandleW(L"kernel32.dll");
+    EXPECT_EQ(Main(L""), 1);
+    EXPECT_THAT(instances, ElementsAre(instance));
 }
 
 TEST_F(EntryPointTest, StartsComAsASingleThreadedApartmentAndMediaFoundationInFull) {

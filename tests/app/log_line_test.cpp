@@ -1,8 +1,14 @@
 #include "app/log_line.h"
 
+#include "tests/support/guarded_bytes.h"
+
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace receiver {
 namespace {
@@ -47,6 +53,31 @@ TEST(LogLine, ASurrogatePairAndAnUnpairedSurrogateAreOneCharacterEach) {
     EXPECT_EQ(FormatLogLine(Afternoon, L"a" + high + L"b" + low, S_OK), "14:03:07  a?b?");
     EXPECT_EQ(FormatLogLine(Afternoon, low + high, S_OK), "14:03:07  ??");
     EXPECT_EQ(FormatLogLine(Afternoon, high + pair, S_OK), "14:03:07  ??");
+}
+
+TEST(LogLine, APairIsD800ToDBFFAndThenDC00ToDFFF) {
+    const auto lineOf = [](unsigned first, unsigned second) {
+        return FormatLogLine(Afternoon, std::wstring{static_cast<wchar_t>(first), static_cast<wchar_t>(second)}, S_OK);
+    };
+    for (const unsigned first : {0xD800U, 0xDBFFU}) {
+        for (const unsigned second : {0xDC00U, 0xDFFFU}) {
+            EXPECT_EQ(lineOf(first, second), "14:03:07  ?") << first << ' ' << second;
+        }
+        for (const unsigned second : {0xDBFFU, 0xE000U}) {
+            EXPECT_EQ(lineOf(first, second), "14:03:07  ??") << first << ' ' << second;
+        }
+    }
+    for (const unsigned first : {0xD7FFU, 0xDC00U}) {
+        EXPECT_EQ(lineOf(first, 0xDC00), "14:03:07  ??") << first;
+    }
+}
+
+TEST(LogLine, NothingIsReadAfterAFirstHalfAtTheEnd) {
+    constexpr wchar_t First = 0xD83D;
+    const GuardedBytes memory(sizeof(First));
+    const std::span<std::uint8_t> bytes = memory.Last(sizeof(First));
+    std::memcpy(bytes.data(), &First, sizeof(First));
+    EXPECT_EQ(FormatLogLine(Afternoon, {reinterpret_cast<const wchar_t*>(bytes.data()), 1}, S_OK), "14:03:07  ?");
 }
 
 TEST(LogLine, ALongMessageIsNotCut) {

@@ -12,6 +12,7 @@
 #include <ostream>
 #include <string>
 #include <tuple>
+#include <vector>
 
 namespace receiver {
 
@@ -220,6 +221,23 @@ TEST_F(WindowLayoutTest, TheWindowStaysInsideItsMonitorsWorkArea) {
                 ExpectBrowserFillsTheWindow();
             }
         }
+    });
+}
+
+TEST_F(WindowLayoutTest, AWindowOutsideEveryMonitorComesToTheNearest) {
+    InLoop([this] {
+        SetWindowPos(MainWindow(), nullptr, 20000, -20000, 0, 0, SWP_NOSIZE | SWP_NOZORDER);
+        ASSERT_EQ(MonitorFromWindow(MainWindow(), MONITOR_DEFAULTTONULL), nullptr);
+        const WindowRectangle expected = Place(Outer(), 450, 800, WorkArea());
+        std::vector<DWORD> choices; // of a monitor for a window that is on none
+        const ImportPatch monitors("user32.dll", "MonitorFromWindow", &MonitorFromWindow,
+                                   [&](auto* original, HWND window, DWORD choice) {
+                                       choices.push_back(choice);
+                                       return original(window, choice);
+                                   });
+        Portrait();
+        EXPECT_THAT(choices, ElementsAre(MONITOR_DEFAULTTONEAREST));
+        EXPECT_EQ(Outer(), expected);
     });
 }
 

@@ -226,8 +226,9 @@ void BrowserFakes::MakeEventArguments() {
                                                             *status);
                                 });
 
-    for (FakeObject* arguments : {messageArguments, permissionArguments, navigationArguments}) {
-        arguments->onReleased = nullptr; // Every handler only borrows them; that is not recorded.
+    eventSender = &Make(L"Sender", {});
+    for (FakeObject* borrowed : {eventSender, messageArguments, permissionArguments, navigationArguments}) {
+        borrowed->onReleased = nullptr; // Every handler only borrows them; that is not recorded.
     }
 }
 
@@ -307,7 +308,7 @@ void BrowserFakes::CompleteBoth() {
 
 HRESULT BrowserFakes::RaiseWebMessage(const wchar_t* text) {
     message = text;
-    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto sender = eventSender->Reference<ICoreWebView2>();
     const auto arguments = messageArguments->Reference<ICoreWebView2WebMessageReceivedEventArgs>();
     return Invoke(messageHandlers.at(messageHandlers.size() - 1), sender.Get(), arguments.Get());
 }
@@ -322,7 +323,7 @@ HRESULT BrowserFakes::RaiseObjectMessage() {
 HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, COREWEBVIEW2_PERMISSION_STATE& state) {
     permissionKind = kind;
     permissionState = state;
-    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto sender = eventSender->Reference<ICoreWebView2>();
     const auto arguments = permissionArguments->Reference<ICoreWebView2PermissionRequestedEventArgs>();
     const HRESULT result = Invoke(permissionHandlers.at(permissionHandlers.size() - 1), sender.Get(), arguments.Get());
     state = permissionState;
@@ -332,7 +333,7 @@ HRESULT BrowserFakes::RaisePermissionRequest(COREWEBVIEW2_PERMISSION_KIND kind, 
 HRESULT BrowserFakes::RaiseNavigationCompleted(BOOL success, COREWEBVIEW2_WEB_ERROR_STATUS status) {
     navigationSuccess = success;
     navigationStatus = status;
-    const auto sender = webView->Reference<ICoreWebView2>();
+    const auto sender = eventSender->Reference<ICoreWebView2>();
     const auto arguments = navigationArguments->Reference<ICoreWebView2NavigationCompletedEventArgs>();
     return Invoke(navigationHandlers.at(navigationHandlers.size() - 1), sender.Get(), arguments.Get());
 }

@@ -213,6 +213,7 @@ private:
     FakeObject* environment = nullptr;
     FakeObject* controller = nullptr;
     FakeObject* webView = nullptr;
+    FakeObject* eventSender = nullptr; // of all events; the receiver uses its own view instead
     FakeObject* settings = nullptr;
     FakeObject* messageArguments = nullptr;
     FakeObject* permissionArguments = nullptr;
