@@ -6,6 +6,8 @@
         fills: [], // fillRect: { style, rectangle }, style being the gradient's number or a color
         texts: [], // fillText: { text, x, y, font, style }
         captures: [], // captureStream: { width, height, rate, stream }
+        sentTrack: null, // What addTrack was given, and its contentHint at that time.
+        sentHint: null,
         connections: [], // RTCPeerConnection objects in the order of their making
         constructorArguments: [],
         calls: [], // "sender.createOffer begins", "sender.createOffer ends" and so on, in order
@@ -92,6 +94,7 @@
     wrap(Connection.prototype, 'addTrack', function (call, [track]) {
         probe.calls.push(`${nameOf(this)}.addTrack`);
         probe.sentTrack = track;
+        probe.sentHint = track.contentHint;
         return call();
     });
     wrap(Connection.prototype, 'addIceCandidate', function (call, [candidate]) {

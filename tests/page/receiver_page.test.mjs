@@ -35,16 +35,19 @@ const frames = (page) => page.run(() => host.frames);
 const waitForFrames = (page, count) => page.waitFor((wanted) => host.frames.length >= wanted, count);
 const waitForMoreFrames = async (page, count) => waitForFrames(page, (await frames(page)).length + count);
 
-// A script that puts frames of the given formats, 64 x 32 each, in the place of the decoded ones.
-function replaceFrames(formats) {
+// A script that puts frames of the given formats, 64 x 32 each, in the place of the decoded ones. `crop` are the options
+// with which VideoFrame makes a frame of another one.
+function replaceFrames(formats, crop = {}) {
     return `window.MediaStreamTrackProcessor = class {
         constructor() {
             this.readable = new ReadableStream({
                 start(controller) {
                     for (const format of ${JSON.stringify(formats)}) {
-                        controller.enqueue(new VideoFrame(new Uint8Array(64 * 32 * 4), {
+                        const whole = new VideoFrame(new Uint8Array(64 * 32 * 4), {
                             format, codedWidth: 64, codedHeight: 32, timestamp: 0,
-                        }));
+                        });
+                        controller.enqueue(new VideoFrame(whole, ${JSON.stringify(crop)}));
+                        whole.close();
                     }
                 },
             });
@@ -119,6 +122,13 @@ receiverTest('fills the window and keeps its width', async (page) => {
         widths.push(await page.run(() => document.querySelector('main').getBoundingClientRect().width));
     }
     assert.deepEqual(widths, [252, 619, 620, 620]);
+    // A lower window shows a part of the page, and the rest by scrolling.
+    await page.resize(900, 100);
+    assert.deepEqual(await page.run(() => {
+        const [main, body] = ['main', 'body'].map((name) => document.querySelector(name).getBoundingClientRect());
+        return [main.top, body.height - main.height, body.height > innerHeight,
+            document.scrollingElement.scrollHeight - body.height];
+    }), [0, 0, true, 0]);
 });
 
 receiverTest('runs without a secure context', async (page) => {
@@ -183,7 +193,7 @@ receiverTest('captures the picture for sharpness', async (page) => {
     assert.deepEqual(await page.run(() => probe.captures.map(({ width, height, rate }) => [width, height, rate])),
                      [[1280, 720, 30]]);
     assert.ok(await page.run(() => probe.captures[0].stream.getVideoTracks()[0] === probe.sentTrack));
-    assert.equal(await page.run(() => probe.sentTrack.contentHint), 'detail');
+    assert.equal(await page.run(() => probe.sentHint), 'detail');
 });
 
 receiverTest('negotiates in order, with one encoding', async (page) => {
@@ -210,6 +220,19 @@ receiverTest('negotiates in order, with one encoding', async (page) => {
     assert.ok(candidates.every(({ candidate }) => candidate));
 });
 
+// The host may answer "ready" before postMessage returns.
+receiverTest('listens for buffers before it posts "ready"', async (page) => {
+    await page.openString(ReceiverPage);
+    await waitForFrames(page, 1);
+}, `const { postMessage } = chrome.webview;
+    chrome.webview.postMessage = (text) => {
+        postMessage(text);
+        if (text === 'ready') {
+            host.postBuffer(0);
+            host.postBuffer(1);
+        }
+    };`);
+
 receiverTest('starts once, however many buffers arrive', async (page) => {
     await start(page);
     await page.giveSlots();
@@ -218,6 +241,8 @@ receiverTest('starts once, however many buffers arrive', async (page) => {
     await waitForMoreFrames(page, 4);
     assert.deepEqual(await page.run(() => [probe.connections.length, probe.captures.length]), [2, 1]);
     assert.deepEqual(await texts(page), ['ready']);
+    // The frames are in the new buffers.
+    assert.ok(await page.run(() => host.buffers.every((buffer) => new Uint8Array(buffer).some((byte) => byte > 0))));
 });
 
 for (const first of [0, 1]) {
@@ -285,6 +310,14 @@ receiverTest('names as many planes as the format has', async (page) => {
     await page.waitFor(() => probe.frames.length === 7 && probe.openFrames === 0);
 }, replaceFrames(['NV12', 'I420', 'I420A', 'RGBA', 'RGBX', 'BGRA', 'BGRX']));
 
+receiverTest('posts the visible part of a frame with the size of the whole', async (page) => {
+    await start(page);
+    await waitForFrames(page, 2);
+    assert.deepEqual(await frames(page), ['frame:0:I420:64:32:0:0,32;512,16;640,16', 'frame:1:RGBA:64:32:0:0,128']);
+}, replaceFrames(['I420', 'RGBA'], {
+    visibleRect: { x: 4, y: 2, width: 32, height: 16 }, displayWidth: 90, displayHeight: 45,
+}));
+
 receiverTest('closes every frame', async (page) => {
     await start(page);
     await waitForFrames(page, 21);
@@ -343,6 +376,37 @@ receiverTest('reports an unsupported format and stops', async (page) => {
     assert.equal((await frames(page)).length, 1);
     assert.deepEqual(await page.run(() => [probe.frames.length, probe.openFrames]), [2, 0]);
 }, replaceFrames(['NV12', 'I422', 'NV12']));
+
+// Frames that only have a format take the place of the decoded ones: most of these formats no decoder here produces.
+receiverTest('supports no other format of WebCodecs', async (page) => {
+    const planar = ['I420', 'I422', 'I444'].flatMap((format) => ['', 'A'].flatMap((alpha) =>
+        ['', 'P10', 'P12'].map((depth) => `${format}${alpha}${depth}`)));
+    const others = [...planar, 'NV21', 'NV12A', 'rgba', null].filter((format) => !/^I420A?$/.test(format));
+    await start(page);
+    for (const format of others) {
+        await page.run((next) => {
+            window.nextFormat = next;
+            probe.connections[1].ontrack({ track: null });
+        }, format);
+        await page.waitForText(`error:Unsupported decoded format: ${format}`);
+    }
+    assert.deepEqual(await frames(page), []);
+    assert.ok(await page.run((count) => window.closedFrames >= count, others.length));
+}, `window.nextFormat = 'I422';
+    window.closedFrames = 0;
+    window.MediaStreamTrackProcessor = class {
+        constructor() {
+            const format = window.nextFormat;
+            this.readable = new ReadableStream({
+                start(controller) {
+                    controller.enqueue({
+                        format, codedWidth: 64, codedHeight: 32, copyTo: async () => [{ offset: 0, stride: 64 }],
+                        close: () => ++window.closedFrames,
+                    });
+                },
+            });
+        }
+    };`);
 
 receiverTest('reports a slot that is too small and stops', async (page) => {
     await openAsProduct(page);
