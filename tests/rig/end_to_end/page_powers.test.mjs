@@ -1,4 +1,4 @@
-// What a page can do besides posting frames: play, ask for a camera, open windows, be loaded again.
+// What a page can do besides posting frames: play, ask for a camera, open windows, be loaded again, lead elsewhere.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { readdir } from 'node:fs/promises';
@@ -7,7 +7,7 @@ import { test } from 'node:test';
 import { within } from '../processes.mjs';
 import { fillNoise } from './pages/noise.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { goodMessage, Ok, startOnSlotPage } from './slot_page_run.mjs';
+import { goodMessage, Ok, serveSlotPage, startOnSlotPage } from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
 
@@ -51,12 +51,13 @@ test('a page that opens a window stays where it is', async (t) => {
     assert.equal((await logTexts(run)).filter((text) => text.startsWith('Navigation completed: ')).length, 1);
 });
 
-test('a page that is loaded again gets new slots', async (t) => {
+test('a page that is loaded again gets new slots, and so does the page of another address', async (t) => {
     const slotPage = await startOnSlotPage(t);
-    const { run, frameFile } = slotPage;
+    const { run, page, frameFile } = slotPage;
+    const leave = [`location.href = '${await serveSlotPage(t)}'`, 'location.reload()', 'location.reload()'];
     const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
     let seed = 0;
-    for (let round = 0; round < 3; ++round) {
+    for (const [round, script] of leave.entries()) {
         assert.deepEqual(await slotPage.connect(), [8294400, 8294400]);
         assert.equal((await readdir(run.browser.shmFolder)).length, 2);
         for (const slot of [0, 1]) {
@@ -67,7 +68,8 @@ test('a page that is loaded again gets new slots', async (t) => {
             assert.equal(sequence, 2 * seed);
             assert.ok(picture.equals(Buffer.from(noise.buffer)), `round ${round}, slot ${slot}`);
         }
-        await slotPage.reload();
+        await slotPage.navigated(() => page.evaluate(`void (${script})`));
+        await slotPage.post();
     }
     assert.equal(await run.closeWindow(), 0);
     const texts = await logTexts(run);

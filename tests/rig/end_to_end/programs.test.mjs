@@ -34,6 +34,7 @@ test('the receiver has its manifest, icon and version', async () => {
     const program = new PortableExecutable(await read(Receiver));
     const manifest = program.resource(ResourceType.Manifest, 1).toString();
     assert.match(manifest, /<requestedExecutionLevel level="asInvoker" uiAccess="false"\/>/);
+    assert.doesNotMatch(manifest, /dpiAware/i); // Windows scales the window.
     assert.ok(program.resource(ResourceType.Icon, 101).readUInt16LE(4) > 1, 'sizes of the icon');
     const cache = (await read('CMakeCache.txt')).toString();
     assert.equal(program.fileVersion(), `${/^CMAKE_PROJECT_VERSION:STATIC=(.*)$/m.exec(cache)[1]}.0`);

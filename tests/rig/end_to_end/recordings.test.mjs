@@ -25,6 +25,8 @@ const EndOfSession = 'C:\\windows\\system32\\wineboot.exe';
 const EndLimitMs = 60000;
 const LeastSimilarity = 33; // dB; two steps of the gradient reach 24
 
+const isMediaResult = ({ type }) => type === 'media-result';
+
 // Starts a recording; the path that the page receives.
 async function startRecording(slotPage) {
     const [started, ...others] = await slotPage.mediaCommand('media:record:start');
@@ -172,7 +174,7 @@ test('a slow encoder delays everything and loses nothing', async (t) => {
     assert.deepEqual(results, { [Ok]: 8, '00000001': 1 });
     assert.equal(slotPage.frameFile.header().sequence, before + 12);
     const received = (await slotPage.takeReceived()).map((text) => JSON.parse(text))
-        .filter(({ type }) => type === 'media-result');
+        .filter(isMediaResult);
     assert.deepEqual(received, [
         mediaResult('recording-stopped', path), mediaResult('snapshot', received[1]?.path),
         mediaResult('recording-stopped', '', 1),
@@ -221,21 +223,37 @@ test('the end of the session ends the program at once, and the recording with it
 });
 
 test('a full disk ends the recording, not the picture', async (t) => {
-    const slotPage = await startOnSlotPage(t, { fileLimitBytes: 300000 });
+    const fileLimitBytes = 300000;
+    const slotPage = await startOnSlotPage(t, { fileLimitBytes });
+    const { run, frameFile } = slotPage;
     await slotPage.connect();
     const path = await startRecording(slotPage);
+    let posted = 0;
     let answers = { [Ok]: 1 };
     for (let seed = 1; answers[Ok]; ++seed) {
         assert.ok(seed < 300, 'the disk is never full');
         await slotPage.fill(0, seed); // hardly anything to compress
         answers = await slotPage.post(goodMessage());
+        posted = seed;
     }
     assert.deepEqual(answers, { [DiskFull.toString(16).toUpperCase()]: 1 });
-    assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text)).at(-1),
-                     mediaResult('recording-failed', path, DiskFull));
-    assert.ok(existsSync(captureFile(slotPage.run, 'Videos', path)));
+    assert.deepEqual((await slotPage.takeReceived()).map((text) => JSON.parse(text)).filter(isMediaResult),
+                     [mediaResult('recording-failed', path, DiskFull)]);
+    const file = captureFile(run, 'Videos', path);
+    const { size } = await fs.stat(file);
+    assert.ok(size > 0 && size <= fileLimitBytes, `a file of ${size} bytes`);
+    assert.deepEqual([run.encoder.recordings[0].state, run.encoder.recordings[0].result], ['finalized', DiskFull]);
     await publish(slotPage, 2);
-    assert.equal(await slotPage.run.closeWindow(), 0);
+    assert.equal(frameFile.header().sequence, 2 * (posted + 2));
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', '', 1)]);
+
+    run.encoder.fileLimitBytes = undefined;
+    const next = await startRecording(slotPage);
+    await publish(slotPage, 3);
+    assert.deepEqual(await slotPage.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', next)]);
+    assert.equal((await checkFile(slotPage, next, run.encoder.recordings[1], 1280, 720)).length, 3);
+    assert.equal((await fs.stat(file)).size, size);
+    assert.equal(await run.closeWindow(), 0);
 });
 
 test('without a folder for it there is no recording', async (t) => {

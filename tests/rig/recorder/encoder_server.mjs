@@ -81,13 +81,18 @@ class EncoderServer {
     #listener = createServer((socket) => this.#onConnection(socket));
 
     constructor(options) {
-        this.#options = options;
+        this.#options = { ...options };
     }
 
     async start() {
         this.#listener.listen(0, '127.0.0.1');
         await once(this.#listener, 'listening');
         this.port = this.#listener.address().port;
+    }
+
+    // For recordings that begin from now on; undefined: the disk has space.
+    set fileLimitBytes(bytes) {
+        this.#options.fileLimitBytes = bytes;
     }
 
     // What the DLL must find in its environment.
