@@ -208,6 +208,33 @@ TEST_F(BrowserContract, CallsHandlersLaterOnTheSameThread) {
     Show(EmptyPage); // The handlers compare the threads.
 }
 
+TEST_F(BrowserContract, TakesTheSettingsThatTheReceiverTurnsOff) {
+    Source("ICoreWebView2Settings");
+    ComPtr<ICoreWebView2Settings> settings;
+    ASSERT_EQ(webView->get_Settings(settings.Put()), S_OK);
+    EXPECT_EQ(settings->put_AreDefaultContextMenusEnabled(FALSE), S_OK);
+    EXPECT_EQ(settings->put_AreDevToolsEnabled(FALSE), S_OK);
+    EXPECT_EQ(settings->put_IsStatusBarEnabled(FALSE), S_OK);
+    BOOL menus = TRUE;
+    BOOL tools = TRUE;
+    BOOL statusBar = TRUE;
+    EXPECT_EQ(settings->get_AreDefaultContextMenusEnabled(&menus), S_OK);
+    EXPECT_EQ(settings->get_AreDevToolsEnabled(&tools), S_OK);
+    EXPECT_EQ(settings->get_IsStatusBarEnabled(&statusBar), S_OK);
+    EXPECT_TRUE(menus == FALSE && tools == FALSE && statusBar == FALSE);
+}
+
+TEST_F(BrowserContract, ReportsANavigationThatFailedAndItsAddress) {
+    Source("ICoreWebView2NavigationCompletedEventArgs");
+    constexpr wchar_t ClosedPort[] = L"http://127.0.0.1:2/";
+    ASSERT_EQ(webView->Navigate(ClosedPort), S_OK);
+    ASSERT_TRUE(Until([this] { return !navigations.empty(); }));
+    EXPECT_EQ(navigations.back(), FALSE);
+    CoTaskString address;
+    ASSERT_EQ(webView->get_Source(address.Put()), S_OK);
+    EXPECT_STREQ(address.Get(), ClosedPort);
+}
+
 TEST_F(BrowserContract, DeliversTextsAndOtherMessagesInTheirOrder) {
     Source("ICoreWebView2WebMessageReceivedEventArgs");
     Show(L"<script>for (const message of ['one', { a: 1 }, 'two', '', null, 'last']) "
