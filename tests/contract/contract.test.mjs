@@ -1,8 +1,10 @@
 // Runs the contract tests in the rig, in the receiver's place: the rig is judged as Windows would be.
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
+import { join } from 'node:path';
 import { test } from 'node:test';
 
+import { SourceFolder } from '../rig/prefix.mjs';
 import { startReceiver } from '../rig/receiver_run.mjs';
 
 const LimitMs = 240000;
@@ -24,4 +26,10 @@ test('the rig keeps the contract that the program has with Windows', async (t) =
     // Every clause names its source.
     const clauses = report.split('<testcase ').slice(1);
     clauses.forEach((clause) => assert.match(clause, /name="source" value="[^"]+"/, clause));
+    // The document lists those that say nothing about Windows.
+    const simulated = clauses.filter((clause) => clause.includes('name="simulated"'))
+        .map((clause) => `\`${/ classname="(\w+)"/.exec(clause)[1]}\``);
+    const document = await readFile(join(SourceFolder, 'docs/only-windows.md'), 'utf8');
+    const [, list] = /only simulates\s+the\s+clauses\s+of ([^.]*)\./.exec(document);
+    assert.deepEqual([...new Set(simulated)].sort(), list.split(/\s+and\s+|,\s+/).sort());
 });
