@@ -18,6 +18,7 @@ using Place = Resource::Place;
 constexpr char NoErrorDefined[] = "It returns nothing, or nothing that reports a failure.";
 constexpr char NoState[] = "It only copies a value that the system always has.";
 constexpr char OwnWindow[] = "It fails only for an invalid window or index.";
+constexpr char AfterWriting[] = "The bytes have been written before, by _write.";
 constexpr char Runtime[] = "The C++ runtime calls it for its own purposes, also inside operator new.";
 
 template <typename Method>
@@ -98,6 +99,11 @@ std::span<const CallRule> CallRules() {
         {.name = "RtlLookupFunctionEntry", .failure = Failure::Unseen, .reason = Runtime},
         {.name = "RtlUnwindEx", .failure = Failure::Unseen, .reason = Runtime},
         {.name = "RtlVirtualUnwind", .failure = Failure::Unseen, .reason = Runtime},
+        // the C runtime, through the streams of C++
+        {.name = "_wfopen", .failure = Failure::Zero, .acquires = {"stream", Place::Result}, .knownCode = S_OK},
+        {.name = "_read", .failure = Failure::Ones, .knownCode = S_OK},
+        {.name = "_write", .failure = Failure::Ones, .knownCode = S_OK},
+        {.name = "fclose", .reason = AfterWriting, .releases = {"stream", Place::Argument, 0}},
         // advapi32, shell32
         {.name = "ConvertStringSecurityDescriptorToSecurityDescriptorW",
          .failure = Failure::Zero,

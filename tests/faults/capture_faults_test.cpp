@@ -159,14 +159,15 @@ TEST(FaultsOf, QualityWhileRecording) {
         .run = [](FaultFixture& fixture) { fixture.Post(L"quality:1080p"); },
         .good = {"call IMFSinkWriter::Finalize", "call MFShutdown", MediaResult("recording-stopped", Video, "0"),
                  "call CreateDirectoryW", "log Video quality selected: 1080p", "result 0x00000000"},
-        .unnoticed = "GetTempPathW PostWebMessageAsJson MFShutdown",
+        .unnoticed = "GetTempPathW PostWebMessageAsJson MFShutdown _write:quality",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
                      {"IMFSinkWriter::Finalize",
                       {MediaResult("recording-stopped", Video, "%"), "log Video quality selected: 1080p",
                        "result 0x00000000"}},
-                     {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW",
+                     {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW _wfopen:quality",
                       {MediaResult("recording-stopped", Video, "0"), "log Video quality selected: 1080p",
                        "result 0x80004005"}}},
+        .otherFiles = {{0, "quality"}},
         .withoutMemory = {"result 0x8007000E"},
         .again =
             [](FaultFixture& fixture) {

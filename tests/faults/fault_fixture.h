@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -108,7 +109,8 @@ private:
 };
 
 struct Outcome {
-    // Names separated by blanks. NAME#1 is only the second call; NAME+ and NAME#1+ are calls that fail from then on.
+    // Names separated by blanks. NAME#1 is only the second call; NAME+ and NAME#1+ are calls that fail from then on;
+    // NAME:FILE is the call for that one of `otherFiles`.
     std::string calls;
     Observations seen;
 };
@@ -121,6 +123,7 @@ struct Operation {
     Observations good{};
     std::string unnoticed{}; // the calls whose failure changes nothing
     std::vector<Outcome> outcomes{}; // of the other calls, without "call" observations
+    std::map<unsigned, std::string> otherFiles{}; // that are opened besides the log: their numbers among all, and names
     std::string cutShort{}; // the calls whose failure ends the operation with a part of the good observations
     Observations withoutMemory{}; // what may also be observed when an allocation fails
     std::function<void(FaultFixture&)> again{}; // run afterwards on the same receiver; empty: `run`
@@ -133,7 +136,8 @@ inline constexpr char UsageOn[] = R"(posted {"type":"virtual-camera-usage","acti
 [[nodiscard]] std::span<const CallRule> CallRules();
 
 // Runs the operation without a failure, then with each of its calls failing, once and from then on, with several codes,
-// then with each of its allocations failing.
+// then with each of its allocations failing. Every eighth also fails together with the next one, or each together with
+// any later one if the environment variable VISTEL_FAULT_PAIRS is "all".
 void FailEveryCallOf(const Operation& operation);
 
 } // namespace receiver

@@ -87,10 +87,11 @@ TEST(FaultsOf, Quality) {
         .prepare = [](FaultFixture& fixture) { fixture.OpenBrowser(); },
         .run = [](FaultFixture& fixture) { fixture.Post(L"quality:720p"); },
         .good = {"call CreateDirectoryW", "log Video quality selected: 720p", Ok},
-        .unnoticed = "GetTempPathW",
+        .unnoticed = "GetTempPathW _write:quality",
         .outcomes = {{"TryGetWebMessageAsString", {"result $"}},
-                     {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW",
+                     {"GetEnvironmentVariableW CreateDirectoryW GetFileAttributesW _wfopen:quality",
                       {"log Video quality selected: 720p", "result 0x80004005"}}},
+        .otherFiles = {{0, "quality"}},
         .withoutMemory = {"result 0x8007000E"},
     });
 }
@@ -122,7 +123,7 @@ TEST(FaultsOf, Orientation) {
                       {Ok, "in its place", Line, Ok, "moved"}},
                      {"GetWindowRect+ AdjustWindowRectExForDpi+ GetMonitorInfoW+ SetWindowPos+",
                       {Ok, "in its place", Ok, "in its place"}}},
-        .withoutMemory = {"result 0x8007000E", "in its place", "moved"},
+        .withoutMemory = {"result 0x8007000E", "result 0x8007000E", "in its place", "moved"},
         .again =
             [post, toPortrait](FaultFixture& fixture) {
                 post(fixture, L"window:orientation:landscape");

@@ -116,7 +116,7 @@ TEST(FaultsOf, Start) {
             {{"CoInitializeEx MFStartup", {Failed}},
              {"RegisterClassExW CreateWindowExW", StartUpTo(Started, {Failed})},
              {"CreateEventW", StartWith("log Virtual camera usage monitor initialized (HRESULT $)", Monitored)},
-             {"GetEnvironmentVariableW#0",
+             {"GetEnvironmentVariableW#0 _wfopen:identifier _read",
               StartWith("log Receiver URL: https://page.example/?clientVersion=0.1.3", UrlLine)},
              {"GetEnvironmentVariableW#1 GetEnvironmentVariableW#0+",
               StartUpTo(Monitored, {"log LOCALAPPDATA is unavailable. (HRESULT $)",
@@ -140,6 +140,7 @@ TEST(FaultsOf, Start) {
               StartWith("log Navigation completed: success=1, status=0, source=https://receiver.example/page",
                         NavigatedLine)},
              {"get_Source", StartWith("log Navigation completed: success=1, status=11, source=", NavigatedLine)}},
+        .otherFiles = {{2, "identifier"}}, // after the log's first two lines
         .cutShort = "GetMessageW",
         .withoutMemory = {"result 0x00000001", "environment 0x8007000E", "controller 0x8007000E",
                           "navigation 0x8007000E",

@@ -13,30 +13,36 @@
 namespace receiver {
 namespace {
 
-thread_local bool armed = false;
+thread_local AllocationFault* currentFault = nullptr;
 thread_local unsigned allocationsLeft = 0; // until the one that fails
+thread_local std::optional<unsigned> gapAfter; // after the one that fails
 thread_local bool happened = false;
 thread_local unsigned pauses = 0;
 std::atomic<long> liveAllocations = 0;
 
 bool TakeFault() noexcept {
-    if (!armed || pauses > 0 || allocationsLeft-- > 0) {
+    if (currentFault == nullptr || happened || pauses > 0 || allocationsLeft-- > 0) {
         return false;
     }
-    armed = false;
-    happened = true;
+    if (currentFault->onFailure) {
+        const AllocationPause pause;
+        currentFault->onFailure();
+    }
+    happened = !gapAfter;
+    allocationsLeft = std::exchange(gapAfter, {}).value_or(0);
     return true;
 }
 
 } // namespace
 
-AllocationFault::AllocationFault(unsigned index) noexcept {
-    armed = true;
+AllocationFault::AllocationFault(unsigned index, std::optional<unsigned> gap) noexcept {
+    currentFault = this;
     allocationsLeft = index;
+    gapAfter = gap;
     happened = false;
 }
 
-AllocationFault::~AllocationFault() { armed = false; }
+AllocationFault::~AllocationFault() { currentFault = nullptr; }
 
 bool AllocationFault::Happened() const noexcept { return happened; }
 

@@ -1,17 +1,24 @@
-// Lets one allocation through operator new fail on this thread, as if memory had run out.
+// Lets one or two allocations through operator new fail on this thread, as if memory had run out.
 #pragma once
+
+#include <functional>
+#include <optional>
 
 namespace receiver {
 
-// While it exists, allocation number `index`, counted from 0, throws std::bad_alloc. Only one exists at a time.
+// While it exists, allocation number `index`, counted from 0, throws std::bad_alloc. With a `gap`, so many of the
+// following ones succeed and then one more fails. Only one exists at a time.
 class AllocationFault {
 public:
-    explicit AllocationFault(unsigned index) noexcept;
+    explicit AllocationFault(unsigned index, std::optional<unsigned> gap = {}) noexcept;
     AllocationFault(const AllocationFault&) = delete;
     AllocationFault& operator=(const AllocationFault&) = delete;
     ~AllocationFault();
 
+    // Whether all the allocations failed that should.
     [[nodiscard]] bool Happened() const noexcept;
+
+    std::function<void()> onFailure; // called for each before it fails
 };
 
 // While it exists, allocations succeed and are not counted: for the code of the test itself.

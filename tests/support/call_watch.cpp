@@ -101,6 +101,11 @@ bool IsProductCall(unsigned pauses = 0) {
     return !paused;
 }
 
+const CallRule* FindRule(std::string_view name) {
+    const auto rule = std::find_if(rules.begin(), rules.end(), [&](const CallRule& one) { return one.name == name; });
+    return rule != rules.end() ? &*rule : nullptr;
+}
+
 std::size_t NumberOf(std::string_view name) {
     for (std::size_t number = 0; number < functionCount; ++number) {
         if (name == functions.at(number).name.data()) {
@@ -112,8 +117,7 @@ std::size_t NumberOf(std::string_view name) {
         throw std::invalid_argument("name too long: " + std::string(name));
     }
     std::copy(name.begin(), name.end(), added.name.begin());
-    const auto rule = std::find_if(rules.begin(), rules.end(), [&](const CallRule& one) { return one.name == name; });
-    added.rule = rule != rules.end() ? &*rule : nullptr;
+    added.rule = FindRule(name);
     return functionCount++;
 }
 
@@ -328,7 +332,8 @@ void* const* ProxyTable() noexcept {
     return table.data();
 }
 
-// The C runtime's library: its functions are not the platform's, and its memory fails through operator new.
+// The C runtime's library: its functions are not the platform's, and its memory fails through operator new. Those that
+// have a rule are intercepted.
 bool IsRuntime(std::string_view library) {
     return library.starts_with("msvcrt") || library.starts_with("api-ms-win-crt");
 }
@@ -339,7 +344,7 @@ class CallWatch::Imports {
 public:
     Imports() {
         for (const ImportedFunction& import : ImportedFunctions()) {
-            if (IsRuntime(import.library)) {
+            if (IsRuntime(import.library) && FindRule(import.name) == nullptr) {
                 continue;
             }
             const std::size_t number = NumberOf(import.name);

@@ -1,6 +1,7 @@
 // Intercepts every call from the product to the system, without knowing its signature, and lets one of them fail: the
-// functions in the import tables of this program, the methods of the COM objects that they return and, through
-// BrowserFakes::onCall, those of the browser. Also records what the product acquires from the system and releases.
+// functions in the import tables of this program, of the C runtime's those that have a rule, the methods of the COM
+// objects that they return and, through BrowserFakes::onCall, those of the browser. Also records what the product
+// acquires from the system and releases.
 #pragma once
 
 #include "tests/support/allocation_fault.h"
@@ -51,7 +52,8 @@ struct CallRule {
     std::size_t slot = 0; // of a method
     bool worksAnyway = false; // a failing call has its effect nevertheless
     bool recorded = false; // CallWatch::onRecordedCall is called for it
-    // A code that the function is known to fail with; one of Win32 unless it returns an HRESULT.
+    // A code that the function is known to fail with; one of Win32 unless it returns an HRESULT. S_OK: it gives the
+    // product no code.
     HRESULT knownCode = HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY);
 };
 
