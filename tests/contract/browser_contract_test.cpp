@@ -281,16 +281,9 @@ TEST_F(BrowserContract, ASharedBufferHoldsWhatThePageWroteBeforeItsMessageAndOut
 TEST_F(BrowserContract, SoundPlaysWithoutAUserOnlyIfTheProgramAllowsIt) {
     Source("CoreWebView2PermissionKind Enum");
     constexpr wchar_t Page[] = LR"(<script>
-            // A second of silence: 8000 samples of one byte after the header of a WAV file.
-            const file = new DataView(new ArrayBuffer(8044));
-            const text = (at, letters) => [...letters].forEach((c, i) => file.setUint8(at + i, c.charCodeAt(0)));
-            text(0, 'RIFF');
-            file.setUint32(4, 8036, true);
-            text(8, 'WAVEfmt ');
-            [[16, 16], [24, 8000], [28, 8000], [40, 8000]].forEach(([at, value]) => file.setUint32(at, value, true));
-            [[20, 1], [22, 1], [32, 1], [34, 8]].forEach(([at, value]) => file.setUint16(at, value, true));
-            text(36, 'data');
-            new Audio(URL.createObjectURL(new Blob([file]))).play().then(
+            // A WAV file of a second: the bytes of its header and then one value all the time.
+            const file = 'UklGRmYfAABXQVZFZm10IBAAAAABAAEAQB8AAEAfAAABAAgAZGF0YUIfAAAA' + 'A'.repeat(10668);
+            new Audio(`data:audio/wav;base64,${file}`).play().then(
                 () => chrome.webview.postMessage('plays'), (error) => chrome.webview.postMessage(error.name));
         </script>)";
     Show(Page);

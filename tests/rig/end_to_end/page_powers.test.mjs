@@ -4,6 +4,7 @@ import { once } from 'node:events';
 import { readdir } from 'node:fs/promises';
 import { test } from 'node:test';
 
+import { PlaySound } from '../browser/silent_sound.mjs';
 import { within } from '../processes.mjs';
 import { fillNoise } from './pages/noise.mjs';
 import { logTexts } from './receiver_texts.mjs';
@@ -11,24 +12,11 @@ import { goodMessage, Ok, serveSlotPage, startOnSlotPage } from './slot_page_run
 
 const EventLimitMs = 60000;
 
-// A second of silence: 8000 samples of one byte after the header of a WAV file.
-const PlaySilence = `(() => {
-    const file = new DataView(new ArrayBuffer(8044));
-    const text = (at, letters) => [...letters].forEach((letter, i) => file.setUint8(at + i, letter.charCodeAt(0)));
-    text(0, 'RIFF');
-    file.setUint32(4, 8036, true);
-    text(8, 'WAVEfmt ');
-    [[16, 16], [24, 8000], [28, 8000], [40, 8000]].forEach(([at, value]) => file.setUint32(at, value, true));
-    [[20, 1], [22, 1], [32, 1], [34, 8]].forEach(([at, value]) => file.setUint16(at, value, true));
-    text(36, 'data');
-    return new Audio(URL.createObjectURL(new Blob([file]))).play().then(() => 'plays', (error) => error.name);
-})()`;
-
 test('a page may play but not film', async (t) => {
     const { run, page } = await startOnSlotPage(t);
     const asked = [];
     run.browser.events.on('permission', ({ kind }) => asked.push(kind));
-    assert.equal(await page.evaluate(PlaySilence), 'plays');
+    assert.equal(await page.evaluate(PlaySound), 'plays');
     for (const wish of ['video', 'audio']) {
         assert.equal(await page.evaluate(
             `navigator.mediaDevices.getUserMedia({ ${wish}: true }).then(() => 'allowed', (error) => error.name)`),
