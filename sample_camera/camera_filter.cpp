@@ -3,6 +3,7 @@
 #include "platform/hresult.h"
 #include "sample_camera/enumerators.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 

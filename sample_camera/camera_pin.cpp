@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 namespace sample_camera {
@@ -104,8 +105,9 @@ HRESULT CameraPin::Connect(IPin* receivePin, const AM_MEDIA_TYPE* wanted) noexce
     HRESULT result = VFW_E_NO_ACCEPTABLE_TYPES;
     const Offer offer = Offered();
     for (ULONG i = 0; i < offer.count; ++i) {
-        if (wanted == nullptr || Matches(offer.formats[i], *wanted)) {
-            result = TryConnect(*receivePin, offer.formats[i]);
+        const StreamFormat& offered = offer.formats[i];
+        if (const auto match = wanted != nullptr ? Match(offered, *wanted) : std::optional(offered)) {
+            result = TryConnect(*receivePin, *match);
             if (SUCCEEDED(result)) {
                 return S_OK;
             }
@@ -158,7 +160,7 @@ HRESULT CameraPin::Disconnect() noexcept {
     if (filter.IsActive()) {
         return VFW_E_NOT_STOPPED;
     }
-    ComPtr<IPin> oldPeer; // released below, when no lock is held
+    ComPtr<IPin> oldPeer; // released below, when `lock` is not held
     ComPtr<IMemInputPin> oldInput;
     ComPtr<IMemAllocator> oldAllocator;
     const std::lock_guard guard(lock);

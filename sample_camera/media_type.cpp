@@ -81,17 +81,17 @@ std::optional<StreamFormat> ParseMediaType(const AM_MEDIA_TYPE& type) noexcept {
     return std::nullopt;
 }
 
-bool Matches(const StreamFormat& format, const AM_MEDIA_TYPE& wanted) noexcept {
+std::optional<StreamFormat> Match(const StreamFormat& format, const AM_MEDIA_TYPE& wanted) noexcept {
     const auto isOrAny = [](const GUID& asked, const GUID& offered) { return asked == GUID_NULL || asked == offered; };
     if (!isOrAny(wanted.majortype, MEDIATYPE_Video) || !isOrAny(wanted.subtype, SubtypeOf(format.video.pixels)) ||
         !isOrAny(wanted.formattype, FORMAT_VideoInfo)) {
-        return false;
+        return std::nullopt;
     }
     if (wanted.formattype == GUID_NULL || wanted.pbFormat == nullptr) {
-        return true;
+        return format;
     }
-    const std::optional<StreamFormat> parsed = ParseMediaType(wanted);
-    return parsed && parsed->video == format.video;
+    const std::optional<StreamFormat> complete = ParseMediaType(wanted);
+    return complete && complete->video == format.video ? complete : std::nullopt;
 }
 
 } // namespace sample_camera

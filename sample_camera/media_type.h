@@ -25,7 +25,8 @@ void FreeMediaType(AM_MEDIA_TYPE& type) noexcept;
 // camera does not offer it.
 [[nodiscard]] std::optional<StreamFormat> ParseMediaType(const AM_MEDIA_TYPE& type) noexcept;
 
-// Whether `format` is one that `wanted` asks for. GUID_NULL in `wanted` stands for anything.
-[[nodiscard]] bool Matches(const StreamFormat& format, const AM_MEDIA_TYPE& wanted) noexcept;
+// `format` if `wanted` asks for it, with the interval of `wanted` if that is complete; else empty. GUID_NULL in
+// `wanted` stands for anything.
+[[nodiscard]] std::optional<StreamFormat> Match(const StreamFormat& format, const AM_MEDIA_TYPE& wanted) noexcept;
 
 } // namespace sample_camera

@@ -137,18 +137,36 @@ TEST_F(StreamFormatTest, AFormatThatIsCutShortIsRefused) {
 TEST_F(StreamFormatTest, PartialTypesMatchByWhatTheyName) {
     const StreamFormat format{VideoFormats[1], ShortestInterval100ns};
     AM_MEDIA_TYPE wanted{};
-    EXPECT_TRUE(Matches(format, wanted)) << "anything";
+    EXPECT_TRUE(Match(format, wanted)) << "anything";
     wanted.majortype = MEDIATYPE_Video;
     wanted.subtype = MEDIASUBTYPE_YUY2;
-    EXPECT_TRUE(Matches(format, wanted));
+    EXPECT_TRUE(Match(format, wanted));
     wanted.subtype = MEDIASUBTYPE_NV12;
-    EXPECT_FALSE(Matches(format, wanted));
+    EXPECT_FALSE(Match(format, wanted));
     wanted.subtype = GUID_NULL;
     wanted.majortype = MEDIATYPE_Audio;
-    EXPECT_FALSE(Matches(format, wanted));
+    EXPECT_FALSE(Match(format, wanted));
     ASSERT_EQ(MakeMediaType({VideoFormats[4], ShortestInterval100ns}, wanted), S_OK);
-    EXPECT_FALSE(Matches(format, wanted)) << "the other size";
+    EXPECT_FALSE(Match(format, wanted)) << "the other size";
     FreeMediaType(wanted);
+}
+
+TEST_F(StreamFormatTest, ACompleteTypeIsConnectedWithItsInterval) {
+    const ComPtr<IBaseFilter> camera = MakeCamera();
+    const ComPtr<IBaseFilter> grabber = MakeGrabber();
+    const ComPtr<IPin> pin = CapturePin(camera);
+    AM_MEDIA_TYPE type{};
+    ASSERT_EQ(MakeMediaType({VideoFormats[1], 666666}, type), S_OK);
+    EXPECT_EQ(pin->Connect(InputPin(grabber).Get(), &type), S_OK);
+    FreeMediaType(type);
+    ASSERT_EQ(pin->ConnectionMediaType(&type), S_OK);
+    const std::optional<StreamFormat> connected = ParseMediaType(type);
+    FreeMediaType(type);
+    ASSERT_TRUE(connected);
+    EXPECT_EQ(connected->video, VideoFormats[1]);
+    EXPECT_EQ(connected->interval100ns, 666666);
+    EXPECT_EQ(pin->Disconnect(), S_OK);
+    EXPECT_EQ(InputPin(grabber)->Disconnect(), S_OK);
 }
 
 TEST_F(StreamFormatTest, ThePinsCategoryIsCapture) {
