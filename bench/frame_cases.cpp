@@ -57,6 +57,7 @@ const std::vector<FrameCase>& FrameCases() {
         {"640x480 I420 on 720p", L"I420", 640, 480, 0, false, 1280, 720},
         {"720x1280 NV12 on 1080p", L"NV12", 720, 1280, 0, false, 1920, 1080},
         {"720p NV12 rotated 90", L"NV12", 1280, 720, 90, false, 1280, 720},
+        {"720x1280 NV12 rotated 90", L"NV12", 720, 1280, 90, false, 1280, 720},
         {"720p NV12 rotated 270", L"NV12", 1280, 720, 270, false, 1280, 720},
         {"720p NV12 rotated 180", L"NV12", 1280, 720, 180, false, 1280, 720},
         {"720p NV12 mirrored", L"NV12", 1280, 720, 0, true, 1280, 720},

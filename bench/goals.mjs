@@ -19,6 +19,7 @@ export const Goals = {
     '720p NV12 rotated 90, bars kept': { baseline: 1.90, libyuv: 0.22 },
     '720p NV12 rotated 270, bars cleared': { baseline: 2.40, libyuv: 0.28 },
     '720p NV12 rotated 270, bars kept': { baseline: 1.90, libyuv: 0.22 },
+    '720x1280 NV12 rotated 90': { libyuv: 0.45 },
     '720p NV12 rotated 180': { baseline: 1.12, libyuv: 1.12 },
     '720p NV12 mirrored': { baseline: 1.12, libyuv: 1.12 },
     '720p NV12 rotated 180 and mirrored': { baseline: 1.12, libyuv: 1.12 },
