@@ -4,7 +4,11 @@ import { EventEmitter } from 'node:events';
 import { accessSync, constants } from 'node:fs';
 import { mkdir, rm } from 'node:fs/promises';
 
-const disabledFeatures = ['Translate', 'MediaRouter', 'OptimizationHints'];
+// The last three load pages that no test looks at: two of the address bar and one that is kept ready.
+const disabledFeatures = [
+    'Translate', 'MediaRouter', 'OptimizationHints',
+    'WebUIOmniboxPopup', 'WebUIOmniboxAimPopup', 'SpareRendererForSitePerProcess',
+];
 
 function flags(profile, hostResolverRules, publicPorts, extraFlags) {
     const list = [
