@@ -10,7 +10,7 @@ import { test } from 'node:test';
 
 import { until } from '../processes.mjs';
 import { captureFile, captureNames, decodeVideo, recordingFile, similarity } from './capture_files.mjs';
-import { mediaResult } from './page_messages.mjs';
+import { mediaResult, UsageOff } from './page_messages.mjs';
 import { fillGradient } from './pages/gradient.mjs';
 import { answeringDuring } from './receiver_health.mjs';
 import { logTexts } from './receiver_texts.mjs';
@@ -163,26 +163,30 @@ test('a slow encoder delays everything and loses nothing', async (t) => {
     const { run } = slotPage;
     await slotPage.connect();
     const path = await startRecording(slotPage);
-    await publish(slotPage, 20);
     const camera = run.camera();
     await run.waitForLog('Virtual camera consumer started requesting frames');
+    await publish(slotPage, 20);
     await slotPage.takeReceived();
     const before = slotPage.frameFile.header().sequence;
-    // The window answers again as soon as a call has returned, and what was posted in the meantime comes in its order.
-    const results = await answeringDuring(run, () => slotPage.post(
-        ...Array(5).fill(goodMessage(1)), 'media:record:stop', goodMessage(0), 'media:snapshot', 'media:record:stop'));
+    // The window answers again as soon as a call has returned, and what was posted in the meantime comes in its order;
+    // that the camera has become idle, after it.
+    const [results, report] = await Promise.all([
+        answeringDuring(run, () => slotPage.post(...Array(5).fill(goodMessage(1)), 'media:record:stop', goodMessage(0),
+                                                 'media:snapshot', 'media:record:stop')),
+        slotPage.frameFile.waitForFrames(before / 2 + 5, EndLimitMs).then(() => camera.finish()),
+    ]);
     assert.deepEqual(results, { [Ok]: 8, '00000001': 1 });
     assert.equal(slotPage.frameFile.header().sequence, before + 12);
-    const received = (await slotPage.takeReceived()).map((text) => JSON.parse(text))
-        .filter(isMediaResult);
+    await run.waitForLog('Virtual camera consumer stopped requesting frames');
+    await slotPage.post();
+    const received = (await slotPage.takeReceived()).map((text) => JSON.parse(text));
     assert.deepEqual(received, [
         mediaResult('recording-stopped', path), mediaResult('snapshot', received[1]?.path),
-        mediaResult('recording-stopped', '', 1),
+        mediaResult('recording-stopped', '', 1), JSON.parse(UsageOff),
     ]);
     const [recording] = run.encoder.recordings;
     assert.equal(recording.samples.length, 25);
     assert.equal((await checkFile(slotPage, path, recording, 1280, 720)).length, 25);
-    const report = await camera.finish();
     assert.ok(report.framesRead > 0);
     assert.equal(report.tornReads, 0);
     assert.equal(await run.closeWindow(), 0);
