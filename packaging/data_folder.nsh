@@ -52,9 +52,10 @@ Function CreateSharedFile
     !insertmacro FreeRights
 FunctionEnd
 
-; Refuses the installation if the file $R5 is in use, before anything is changed. A link is not followed.
+; Refuses the installation if CreateSharedFile could not delete the file $R5 because it is in use. Nothing is changed,
+; and a link is not followed.
 Function CheckSharedFile
-    System::Call 'kernel32::CreateFileW(w R5, i ${DELETE}, i 0, p 0, i ${OPEN_EXISTING}, \
+    System::Call 'kernel32::CreateFileW(w R5, i ${DELETE}, i ${SHARE_ALL}, p 0, i ${OPEN_EXISTING}, \
         i ${FILE_FLAG_OPEN_REPARSE_POINT}, p 0) p .R6 ?e'
     Pop $R7
     StrCmp $R6 -1 closed
