@@ -56,10 +56,10 @@ export async function recordingFile(run, path, recording, width, height) {
     return file;
 }
 
-// All pictures of a video, in NV12.
+// All pictures of a video, or the one of a JPEG file, in NV12 and scaled to this size.
 export async function decodeVideo(file, width, height) {
     const raw = `${file}.nv12`;
-    await decode(file, ['-pix_fmt', 'nv12', '-f', 'rawvideo', raw]);
+    await decode(file, ['-vf', `scale=${width}:${height}:flags=area`, '-pix_fmt', 'nv12', '-f', 'rawvideo', raw]);
     const bytes = await fs.readFile(raw);
     await fs.rm(raw);
     const size = width * height * 3 / 2;

@@ -4,6 +4,8 @@
 const CardWidth = 1280;
 const Counter = { left: 448, top: 590, square: 24, bits: 16 };
 const ColorBars = { left: 340, top: 486, width: 75, height: 52 };
+const BarRows = { top: 8, bottom: 708 }; // where nothing but the moving bar is yellow
+const LeastBarSamples = 3; // of chroma; the bar may be leaving the picture
 
 // The mean [Y, U, V] of the middle of a square or bar; places and sizes are those on the test card.
 function colorOf({ picture, width, height }, left, top, squareWidth, squareHeight) {
@@ -38,6 +40,21 @@ export function frameNumber(frame) {
         number = number * 2 + (isWhite(color) ? 1 : 0);
     }
     return number;
+}
+
+const isYellow = (u) => u < 105;
+
+// How far the top of the moving bar is from its bottom, in pixels on the test card: more than a few in a picture that
+// is made of two frames. Undefined while the bar is not wholly in the picture.
+export function barOffset({ picture, width, height }) {
+    const scale = width / CardWidth;
+    const [top, bottom] = Object.values(BarRows).map((row) => {
+        const chroma = picture.subarray(width * height + (Math.floor(row * scale) >> 1) * width).subarray(0, width);
+        const columns = Array.from({ length: width / 2 }, (_, i) => 2 * i).filter((x) => isYellow(chroma[x]));
+        const isWhole = columns.length >= LeastBarSamples && columns[0] > 0 && columns.at(-1) < width - 2;
+        return isWhole ? columns.reduce((sum, x) => sum + x, 0) / columns.length / scale : undefined;
+    });
+    return top === undefined || bottom === undefined ? undefined : Math.abs(top - bottom);
 }
 
 // What is sure about white, yellow, cyan, green, magenta, red, blue and black in any YUV.

@@ -4,13 +4,14 @@ import { rm } from 'node:fs/promises';
 import { join } from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
-import { captureFile, recordingFile } from '../end_to_end/capture_files.mjs';
+import { captureFile, decodeVideo, recordingFile } from '../end_to_end/capture_files.mjs';
 import { FrameFile } from '../end_to_end/frame_file.mjs';
+import { barOffset, frameNumber, hasColorBars } from '../end_to_end/test_card.mjs';
 import { medianAndP99 } from '../percentiles.mjs';
 import { SourceFolder } from '../prefix.mjs';
 import { until, within } from '../processes.mjs';
 import { startReceiver } from '../receiver_run.mjs';
-import { decode, probe } from '../recorder/mp4_encoder.mjs';
+import { probe } from '../recorder/mp4_encoder.mjs';
 import { serveFolder } from '../static_server.mjs';
 
 const LimitMs = 120000;
@@ -18,7 +19,9 @@ const LeastCycles = 6;
 const [Width, Height] = [1280, 720];
 const ClockSlackMs = 1000; // between two looks at a clock on a busy machine
 const EndOfVideo = 'error:The video track has ended';
-const ForErrors = ['-f', 'null', '-']; // what is decoded goes nowhere
+const [SmallWidth, SmallHeight] = [320, 180]; // of the pictures that are compared with the page's
+const CounterRange = 65536; // of the frame number on the page's picture
+const MixedPixels = 10; // The bar moves so far with every frame.
 
 // What the program may hold beyond what it held before: in memory less than it takes to leave a few hundred bytes with
 // each frame, and of all else less than it takes to leave one with each recording.
@@ -174,7 +177,7 @@ class Soak {
             if (width !== Width || height !== Height) {
                 throw new Error(`it is ${width} x ${height}`);
             }
-            await decode(file, ForErrors);
+            checkPictures(await decodeVideo(file, SmallWidth, SmallHeight));
             await rm(file);
             ++this.#report.snapshots;
         });
@@ -193,7 +196,11 @@ class Soak {
                 throw new Error(`its last frame stands at ${lastMs} ms`);
             }
             const file = await recordingFile(this.#run, path, recording, Width, Height);
-            await decode(file, ForErrors);
+            const pictures = await decodeVideo(file, SmallWidth, SmallHeight);
+            if (pictures.length !== frames) {
+                throw new Error(`${pictures.length} of ${frames} pictures can be decoded`);
+            }
+            checkPictures(pictures);
             await rm(file);
             this.#report.recordings.push({ frames, seconds: lastMs / 1000 });
         });
@@ -237,8 +244,8 @@ class Soak {
             }
         }
         // On a busy machine a camera may miss some.
-        if (frames.read === 0) {
-            this.#fail(`the camera read none of ${published} frames`);
+        if (2 * frames.read < published) {
+            this.#fail(`the camera read ${frames.read} of ${published} frames`);
         }
         await until(LimitMs, `page that has posted ${posted} frames`, async () =>
             await this.#page.evaluate('posted.textContent') === String(posted));
@@ -249,6 +256,26 @@ class Soak {
         this.#report.latencyMs = medianAndP99(callbacks.map(({ endMs }, index) => endMs - this.#posts[index]));
         this.#report.frameCostUs = medianAndP99(callbacks.map(({ microseconds }) => microseconds));
     }
+}
+
+// The pictures are those that the page drew, whole and in order. At first the video is blurred. The page fills its two
+// slots in turn and does not wait for the receiver, so that of two frames in a row the older may come last.
+function checkPictures(pictures) {
+    const shown = pictures.map((picture) => ({ picture, width: SmallWidth, height: SmallHeight }));
+    const numbers = shown.map((picture) => (hasColorBars(picture) ? frameNumber(picture) : undefined));
+    const readable = numbers.filter((number) => number !== undefined).length;
+    if (2 * readable < pictures.length) {
+        throw new Error(`${readable} of ${pictures.length} pictures show the test card`);
+    }
+    numbers.forEach((number, index) => {
+        const steps = (number - numbers[index - 2] + CounterRange) % CounterRange;
+        if (steps > CounterRange / 2) {
+            throw new Error(`picture ${index} shows frame ${number} after ${numbers[index - 2]}`);
+        }
+        if (number !== undefined && barOffset(shown[index]) >= MixedPixels) {
+            throw new Error(`picture ${index} is made of two frames`);
+        }
+    });
 }
 
 // No line reports a failure, except the end that the soak itself causes.
