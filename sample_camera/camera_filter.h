@@ -24,7 +24,8 @@ public:
     // connected may call back.
     [[nodiscard]] std::recursive_mutex& Transition() noexcept { return transition; }
     [[nodiscard]] bool IsActive() const noexcept { return state != State_Stopped; }
-    // Has the graph connect the pin again, with its new format.
+    // Has the graph connect the pin again, with its new format. The caller does not hold `Transition()`: the graph
+    // takes a lock of its own, and holds it while it starts or stops this filter.
     [[nodiscard]] HRESULT Reconnect() noexcept;
 
     STDMETHODIMP QueryInterface(REFIID id, void** object) noexcept override;

@@ -41,7 +41,7 @@ private:
 
 StreamTarget CameraPin::Target() const noexcept {
     const std::lock_guard guard(lock);
-    return {input, allocator, format};
+    return {input, allocator, connectedFormat};
 }
 
 ComPtr<IPin> CameraPin::Peer() const noexcept {
@@ -134,6 +134,7 @@ HRESULT CameraPin::TryConnect(IPin& receivePin, const StreamFormat& offered) noe
     peer = ComPtr<IPin>(&receivePin);
     input = std::move(memInput);
     allocator = std::move(newAllocator);
+    connectedFormat = offered;
     format = offered;
     return S_OK;
 }
@@ -234,22 +235,23 @@ HRESULT CameraPin::EnumMediaTypes(IEnumMediaTypes** types) noexcept {
 }
 
 HRESULT CameraPin::SetFormat(AM_MEDIA_TYPE* type) noexcept {
-    const std::lock_guard transition(filter.Transition());
-    if (filter.IsActive()) {
-        return VFW_E_NOT_STOPPED;
-    }
-    std::optional<StreamFormat> wanted;
-    if (type != nullptr) {
-        wanted = ParseMediaType(*type);
-        if (!wanted) {
+    ComPtr<IPin> connected;
+    {
+        const std::lock_guard transition(filter.Transition());
+        if (filter.IsActive()) {
+            return VFW_E_NOT_STOPPED;
+        }
+        std::optional<StreamFormat> wanted;
+        if (type != nullptr) {
+            wanted = ParseMediaType(*type);
+            if (!wanted) {
+                return VFW_E_INVALIDMEDIATYPE;
+            }
+        }
+        connected = Peer();
+        if (connected && type != nullptr && connected->QueryAccept(type) != S_OK) {
             return VFW_E_INVALIDMEDIATYPE;
         }
-    }
-    const ComPtr<IPin> connected = Peer();
-    if (connected && type != nullptr && connected->QueryAccept(type) != S_OK) {
-        return VFW_E_INVALIDMEDIATYPE;
-    }
-    {
         const std::lock_guard guard(lock);
         chosen = wanted.has_value(); // without a type every format is offered again
         format = wanted.value_or(StreamFormat{VideoFormats[0], ShortestInterval100ns});
@@ -258,7 +260,11 @@ HRESULT CameraPin::SetFormat(AM_MEDIA_TYPE* type) noexcept {
 }
 
 HRESULT CameraPin::GetFormat(AM_MEDIA_TYPE** type) noexcept {
-    return type == nullptr ? E_POINTER : NewMediaType(Target().format, type);
+    if (type == nullptr) {
+        return E_POINTER;
+    }
+    const std::lock_guard guard(lock);
+    return NewMediaType(format, type);
 }
 
 HRESULT CameraPin::GetNumberOfCapabilities(int* count, int* size) noexcept {

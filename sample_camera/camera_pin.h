@@ -73,7 +73,8 @@ private:
     CameraFilter& filter;
 
     mutable std::mutex lock; // guards what follows; not held during calls to others
-    StreamFormat format{VideoFormats[0], ShortestInterval100ns}; // of the connection, or that of the next one
+    StreamFormat format{VideoFormats[0], ShortestInterval100ns}; // asked for or connected last: that of GetFormat
+    StreamFormat connectedFormat{}; // what the peer has accepted; unchanged by SetFormat
     bool chosen = false; // by SetFormat: no other format is offered
     ComPtr<IPin> peer;
     ComPtr<IMemInputPin> input;

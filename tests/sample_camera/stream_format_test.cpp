@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -30,11 +33,40 @@ protected:
     }
 };
 
+// A graph that does nothing but what a test wants when a pin is to be connected again. On the stack: not counted.
+class ReconnectGraph final : public IFilterGraph {
+public:
+    explicit ReconnectGraph(std::function<HRESULT()> newOnReconnect) : onReconnect(std::move(newOnReconnect)) {}
+
+    STDMETHODIMP QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP AddFilter(IBaseFilter*, LPCWSTR) override { return E_NOTIMPL; }
+    STDMETHODIMP RemoveFilter(IBaseFilter*) override { return E_NOTIMPL; }
+    STDMETHODIMP EnumFilters(IEnumFilters**) override { return E_NOTIMPL; }
+    STDMETHODIMP FindFilterByName(LPCWSTR, IBaseFilter**) override { return E_NOTIMPL; }
+    STDMETHODIMP ConnectDirect(IPin*, IPin*, const AM_MEDIA_TYPE*) override { return E_NOTIMPL; }
+    STDMETHODIMP Reconnect(IPin*) override { return onReconnect(); }
+    STDMETHODIMP Disconnect(IPin*) override { return E_NOTIMPL; }
+    STDMETHODIMP SetDefaultSyncSource() override { return E_NOTIMPL; }
+
+private:
+    std::function<HRESULT()> onReconnect;
+};
+
 // Frees it.
 std::optional<StreamFormat> Take(AM_MEDIA_TYPE* type) {
     std::optional<StreamFormat> format = ParseMediaType(*type);
     FreeMediaType(*type);
     CoTaskMemFree(type);
+    return format;
+}
+
+std::optional<StreamFormat> ConnectedFormat(const ComPtr<IPin>& pin) {
+    AM_MEDIA_TYPE type{};
+    EXPECT_EQ(pin->ConnectionMediaType(&type), S_OK);
+    std::optional<StreamFormat> format = ParseMediaType(type);
+    FreeMediaType(type);
     return format;
 }
 
@@ -159,14 +191,56 @@ TEST_F(StreamFormatTest, ACompleteTypeIsConnectedWithItsInterval) {
     ASSERT_EQ(MakeMediaType({VideoFormats[1], 666666}, type), S_OK);
     EXPECT_EQ(pin->Connect(InputPin(grabber).Get(), &type), S_OK);
     FreeMediaType(type);
-    ASSERT_EQ(pin->ConnectionMediaType(&type), S_OK);
-    const std::optional<StreamFormat> connected = ParseMediaType(type);
-    FreeMediaType(type);
+    const std::optional<StreamFormat> connected = ConnectedFormat(pin);
     ASSERT_TRUE(connected);
     EXPECT_EQ(connected->video, VideoFormats[1]);
     EXPECT_EQ(connected->interval100ns, 666666);
     EXPECT_EQ(pin->Disconnect(), S_OK);
     EXPECT_EQ(InputPin(grabber)->Disconnect(), S_OK);
+}
+
+// A graph holds a lock of its own in Reconnect, and while it stops its filters in another thread.
+TEST_F(StreamFormatTest, AnotherThreadCanStopTheCameraWhileItIsConnectedAgain) {
+    const ComPtr<IBaseFilter> camera = MakeCamera();
+    const ComPtr<IBaseFilter> grabber = MakeGrabber();
+    const ComPtr<IPin> pin = CapturePin(camera);
+    std::future<HRESULT> stopped;
+    ReconnectGraph graph([&] {
+        stopped = std::async(std::launch::async, [&] { return camera->Stop(); });
+        return stopped.wait_for(Limit) == std::future_status::ready ? S_OK : E_FAIL;
+    });
+    ASSERT_EQ(camera->JoinFilterGraph(&graph, nullptr), S_OK);
+    ASSERT_EQ(pin->Connect(InputPin(grabber).Get(), nullptr), S_OK);
+    EXPECT_EQ(Config(pin)->SetFormat(nullptr), S_OK);
+    ASSERT_TRUE(stopped.valid());
+    EXPECT_EQ(stopped.get(), S_OK);
+    EXPECT_EQ(pin->Disconnect(), S_OK);
+    EXPECT_EQ(InputPin(grabber)->Disconnect(), S_OK);
+    EXPECT_EQ(camera->JoinFilterGraph(nullptr, nullptr), S_OK);
+}
+
+TEST_F(StreamFormatTest, AConnectionKeepsItsFormatUntilTheGraphConnectsAgain) {
+    const ComPtr<IBaseFilter> camera = MakeCamera();
+    const ComPtr<IBaseFilter> grabber = MakeGrabber();
+    const ComPtr<IPin> pin = CapturePin(camera);
+    ReconnectGraph graph([] { return VFW_E_NOT_STOPPED; });
+    ASSERT_EQ(camera->JoinFilterGraph(&graph, nullptr), S_OK);
+    ASSERT_EQ(pin->Connect(InputPin(grabber).Get(), nullptr), S_OK);
+    AM_MEDIA_TYPE wanted{};
+    ASSERT_EQ(MakeMediaType({VideoFormats[4], 500000}, wanted), S_OK);
+    EXPECT_EQ(Config(pin)->SetFormat(&wanted), VFW_E_NOT_STOPPED);
+    FreeMediaType(wanted);
+    EXPECT_EQ(ConnectedFormat(pin)->video, VideoFormats[0]);
+    EXPECT_EQ(pin->Disconnect(), S_OK);
+    EXPECT_EQ(InputPin(grabber)->Disconnect(), S_OK);
+    EXPECT_EQ(camera->JoinFilterGraph(nullptr, nullptr), S_OK);
+}
+
+TEST_F(StreamFormatTest, AConnectedCameraIsConnectedAgainWithAnotherFormat) {
+    CaptureGraph graph;
+    ASSERT_EQ(graph.Render(&PIN_CATEGORY_CAPTURE), S_OK);
+    EXPECT_EQ(graph.SetFormat({VideoFormats[4], ShortestInterval100ns}), S_OK);
+    EXPECT_EQ(ConnectedFormat(CapturePin(graph.Camera()))->video, VideoFormats[4]);
 }
 
 TEST_F(StreamFormatTest, ThePinsCategoryIsCapture) {
