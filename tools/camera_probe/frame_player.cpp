@@ -191,6 +191,8 @@ void FramePlayer::WriteFrame(std::uint32_t width) {
 void FramePlayer::Reset() {
     std::memset(Bytes() + offsetof(vistel::FileHeader, sequence), 0,
                 vistel::FileSize - offsetof(vistel::FileHeader, sequence));
+    // Zeros are visible before the geometry: no reader accepts an old frame under the new header.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
     SetHeader(Width720p);
 }
 
