@@ -1,16 +1,22 @@
 // Every rule for a writer, kept once and broken once.
 #include "tools/camera_probe/writer_check.h"
 
+#include "frames/frame_file.h"
 #include "frames/shared_frame_file.h"
+#include "platform/handles.h"
 #include "tests/frames/frame_file_process.h"
 #include "tests/frames/shared_frame_file_pattern.h"
 #include "tests/support/test_files.h"
+
+#include <windows.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -152,6 +158,90 @@ TEST(WriterCheck, TheCommandPassesTheReceiversWriterAndNothingElse) {
         }
     }
     FAIL() << "no frame was seen";
+}
+
+// A new frame file, mapped for a writer that breaks rules.
+class MappedFrameFile {
+public:
+    explicit MappedFrameFile(const std::filesystem::path& path)
+        : file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)),
+          mapping(CreateFileMappingW(file.Get(), nullptr, PAGE_READWRITE, 0, sizeof(FrameFileLayout), nullptr)),
+          view(MapViewOfFile(mapping.Get(), FILE_MAP_WRITE, 0, 0, sizeof(FrameFileLayout))) {
+        EXPECT_TRUE(view);
+        ResetFrameFile(Layout());
+    }
+    [[nodiscard]] FrameFileLayout& Layout() const { return *static_cast<FrameFileLayout*>(view.Get()); }
+
+private:
+    UniqueFile file;
+    UniqueHandle mapping;
+    MappedView view;
+};
+
+// Writes a frame as a right writer does, but for what `damage` does to the header before the frame is complete.
+void WriteFrame(
+    FrameFileLayout& file, const std::function<void(FrameFileHeader&)>& damage = [](FrameFileHeader&) {}) {
+    std::uint8_t* const buffer = BeginFrame(file, 1280, 720);
+    std::memset(buffer, static_cast<int>(file.header.sequence / 2 % 256), 1280);
+    damage(file.header);
+    CompleteFrame(file, buffer, GetTickCount64());
+}
+
+struct BrokenOnFile {
+    WriterRule rule;
+    void (*write)(FrameFileLayout&); // after a right frame
+};
+
+// camera_probe --check, on a writer that breaks one rule after every second frame.
+TEST(WriterCheck, TheCommandFindsEachRuleThatAWriterBreaksAndNoOther) {
+    using namespace std::chrono_literals;
+    constexpr DWORD FrameMs = 10;
+    const PrivateFolder folder;
+    for (const BrokenOnFile& broken : {
+             BrokenOnFile{WriterRule::Format,
+                          [](FrameFileLayout& file) { WriteFrame(file, [](auto& header) { header.magic = 0; }); }},
+             BrokenOnFile{WriterRule::Reserved,
+                          [](FrameFileLayout& file) { WriteFrame(file, [](auto& header) { header.reserved0 = 1; }); }},
+             BrokenOnFile{WriterRule::Geometry,
+                          [](FrameFileLayout& file) { WriteFrame(file, [](auto& header) { ++header.stride; }); }},
+             BrokenOnFile{
+                 WriterRule::Sequence, // to a number that no frame before had
+                 [](FrameFileLayout& file) { WriteFrame(file, [](auto& header) { header.sequence -= 1000; }); }},
+             BrokenOnFile{WriterRule::Alternation,
+                          [](FrameFileLayout& file) {
+                              (void)BeginFrame(file, 1280, 720); // the buffer is not used
+                              CompleteFrame(file, file.buffers[file.header.activeBuffer], GetTickCount64());
+                          }},
+             BrokenOnFile{WriterRule::Clock,
+                          [](FrameFileLayout& file) {
+                              CompleteFrame(file, BeginFrame(file, 1280, 720), GetTickCount64() + 3600000);
+                          }},
+             BrokenOnFile{WriterRule::Order,
+                          [](FrameFileLayout& file) { ++file.buffers[file.header.activeBuffer][0]; }},
+         }) {
+        const std::filesystem::path path = folder.Path() / (std::to_string(static_cast<int>(broken.rule)) + ".bin");
+        const MappedFrameFile file(path);
+        file.Layout().header.sequence = std::uint64_t{1} << 40;
+        std::string output;
+        std::optional<DWORD> code;
+        for (int attempt = 0; attempt < 100 && output.find("BROKEN") == std::string::npos; ++attempt) {
+            ChildProcess check(BuiltProgram(VISTEL_CAMERA_PROBE), L"--check \"" + path.wstring() + L"\"",
+                               folder.Path() / L"output.txt");
+            for (int round = 0; round < 15; ++round) {
+                WriteFrame(file.Layout());
+                Sleep(FrameMs);
+                broken.write(file.Layout());
+                Sleep(FrameMs);
+            }
+            check.Stop();
+            code = check.WaitForExit(60s);
+            output = check.Output(); // It may have started too late to see this.
+        }
+        EXPECT_EQ(code, 1U);
+        EXPECT_THAT(output, testing::HasSubstr(std::string("BROKEN  ") + Text(broken.rule)));
+        EXPECT_EQ(output.find("BROKEN"), output.rfind("BROKEN")) << output;
+    }
 }
 
 } // namespace
