@@ -1,18 +1,24 @@
-// More than one receiver on one machine: at the same time, and one after the other that was killed.
+// More than one receiver on one machine: at the same time, and one after the other that was killed. A receiver that
+// stood still for a while.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { mkdtemp, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { basename, join } from 'node:path';
 import { test } from 'node:test';
+import { setTimeout as delay } from 'node:timers/promises';
 
 import { within } from '../processes.mjs';
+import { captureFile, captureNames, recordingFile } from './capture_files.mjs';
+import { mediaResult } from './page_messages.mjs';
 import { fillNoise } from './pages/noise.mjs';
 import { logTexts } from './receiver_texts.mjs';
 import { watchForLeftovers } from './run_traces.mjs';
 import { goodMessage, Ok, serveSlotPage, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
+const StillMs = 3000; // longer than the 2 seconds after which a camera shows no picture
+const TicksPerMs = 10000; // of a recording's times
 
 test('two receivers share the machine', async (t) => {
     const first = await startOnSlotPage(t);
@@ -55,12 +61,14 @@ test('a receiver goes on where another was killed', async (t) => {
     const killed = await startOnSlotPage(t, { out });
     const leftovers = await watchForLeftovers(killed.run);
     await killed.connect();
+    const [{ path: unfinished }] = await killed.mediaCommand('media:record:start');
     await killed.page.evaluate(`slotPage.repeat(${JSON.stringify(goodMessage())})`);
     await killed.frameFile.waitForFrames(20, EventLimitMs);
     process.kill(await killed.run.linuxProcessId(), 'SIGKILL');
     await killed.run.waitForExit();
     await killed.run.stop();
     assert.deepEqual(await leftovers(), []);
+    const recordings = [captureFile(killed.run, 'Videos', unfinished)];
 
     const { frameFile } = killed;
     const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
@@ -69,6 +77,7 @@ test('a receiver goes on where another was killed', async (t) => {
         const next = await startOnSlotPage(t, { out });
         await next.connect();
         assert.equal(frameFile.header().sequence, sequence);
+        const [{ path }] = await next.mediaCommand('media:record:start');
         assert.ok(!(await next.run.logLines()).some((line) => line.includes('First ')));
         for (const [slot, end] of [sequence + 2 + sequence % 2, sequence + 4 + sequence % 2].entries()) {
             await next.fill(slot, seed + slot);
@@ -78,6 +87,8 @@ test('a receiver goes on where another was killed', async (t) => {
             assert.equal(frame.sequence, end);
             assert.ok(frame.picture.equals(Buffer.from(noise.buffer)));
         }
+        assert.deepEqual(await next.mediaCommand('media:record:stop'), [mediaResult('recording-stopped', path)]);
+        recordings.push(await recordingFile(next.run, path, next.run.encoder.recordings[0], 1280, 720));
         assert.equal(await next.run.closeWindow(), 0);
         await next.run.stop();
     };
@@ -85,4 +96,37 @@ test('a receiver goes on where another was killed', async (t) => {
     // Where a kill in the middle of a frame leaves the counter.
     frameFile.setSequence(frameFile.header().sequence + 1);
     await goOn(3);
+    assert.deepEqual((await captureNames(killed.run, 'Videos')).sort(), recordings.map((file) => basename(file)));
+});
+
+test('a receiver that stood still goes on with what was posted in the meantime', async (t) => {
+    const slotPage = await startOnSlotPage(t);
+    const { run, page, frameFile } = slotPage;
+    await slotPage.connect();
+    const camera = run.camera();
+    await run.waitForLog('Virtual camera consumer started requesting frames');
+    const [{ path }] = await slotPage.mediaCommand('media:record:start');
+    assert.deepEqual(await slotPage.post(goodMessage(0), goodMessage(1)), { [Ok]: 2 });
+
+    const id = await run.linuxProcessId();
+    process.kill(id, 'SIGSTOP');
+    const stopped = frameFile.header();
+    await page.evaluate(`slotPage.post(${JSON.stringify([goodMessage(0), goodMessage(1), goodMessage(0)])})`);
+    await delay(StillMs);
+    assert.deepEqual(frameFile.header(), stopped);
+    process.kill(id, 'SIGCONT');
+
+    await slotPage.post();
+    assert.equal(frameFile.header().sequence, stopped.sequence + 6);
+    assert.deepEqual((await slotPage.mediaCommand('media:record:stop')).at(-1), mediaResult('recording-stopped', path));
+    const [recording] = run.encoder.recordings;
+    await recordingFile(run, path, recording, 1280, 720);
+    const times = recording.samples.map(({ time }) => time);
+    assert.equal(times.length, 5);
+    // The pause is in the recording; the program's clock may lag a little.
+    assert.ok(times[2] - times[1] > StillMs / 2 * TicksPerMs, `times ${times}`);
+    const { framesRead, tornReads } = await camera.finish();
+    assert.ok(framesRead > 0);
+    assert.equal(tornReads, 0);
+    assert.equal(await run.closeWindow(), 0);
 });
