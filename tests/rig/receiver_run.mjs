@@ -104,7 +104,13 @@ class ReceiverRun {
             await (value === null ? this.driver.ask('unset', name) : this.driver.ask('set', name, value));
         }
         this.receiverPath = await options.prepare?.(this) ?? ReceiverPath;
-        this.#program = await this.startAnother(options.commandLine ?? (options.args ?? []).join(' '));
+        await this.startProgram(options.commandLine ?? (options.args ?? []).join(' '));
+    }
+
+    // Starts the program; once more when it has ended.
+    async startProgram(commandLine) {
+        this.exitCode = undefined;
+        this.#program = await this.startAnother(commandLine);
         this.exited = this.#program.exited.then((code) => {
             this.exitCode = code;
             return code;

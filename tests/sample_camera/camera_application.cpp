@@ -1,8 +1,12 @@
 // An application that has the sample camera open in each format of one size at once, for tests of the whole path:
 //   camera_application DLL [HEIGHT FOLDER]
 // Puts each frame into a file in FOLDER, named for the format, then prints the format and "frame"; for the camera's
-// card only the format and "card". Without HEIGHT it only loads the DLL. Ends when its standard input ends.
+// card only the format and "card", followed by "stale" when it equals the one without a running receiver. Without
+// HEIGHT it only loads the DLL. Ends when its standard input ends.
+#include "examples/camera/frame_reader.h"
+#include "sample_camera/card.h"
 #include "tests/sample_camera/capture_graph.h"
+#include "tests/sample_camera/picture_reference.h"
 
 #include <windows.h>
 
@@ -52,8 +56,15 @@ bool IsCard(const Sample& sample, PixelFormat pixels) {
     return true;
 }
 
+std::vector<std::uint8_t> StaleCard(const VideoFormat& format) {
+    std::vector<std::uint8_t> nv12(ImageBytes({PixelFormat::Nv12, format.size}));
+    DrawCard(std::string("No picture: ") + vistel::Text(vistel::PictureState::Stale), nv12.data(), format.size);
+    return ReferenceConversion(nv12.data(), format);
+}
+
 struct Stream {
     VideoFormat format;
+    std::vector<std::uint8_t> staleCard;
     std::unique_ptr<CaptureGraph> graph;
 };
 
@@ -67,7 +78,7 @@ bool Open(const wchar_t* dll, std::uint32_t height, std::vector<Stream>& streams
             FAILED(graph->Run())) {
             return false;
         }
-        streams.push_back({format, std::move(graph)});
+        streams.push_back({format, StaleCard(format), std::move(graph)});
     }
     return true;
 }
@@ -75,13 +86,15 @@ bool Open(const wchar_t* dll, std::uint32_t height, std::vector<Stream>& streams
 void Take(const Stream& stream, const std::filesystem::path& folder) {
     while (const std::optional<Sample> sample = stream.graph->Next(std::chrono::milliseconds(0))) {
         const std::string name = NameOf(stream.format);
-        const bool card = IsCard(*sample, stream.format.pixels);
-        if (!card) {
+        const char* what = "frame";
+        if (IsCard(*sample, stream.format.pixels)) {
+            what = sample->bytes == stream.staleCard ? "card stale" : "card";
+        } else {
             std::ofstream(folder / name, std::ios::binary)
                 .write(reinterpret_cast<const char*>(sample->bytes.data()),
                        static_cast<std::streamsize>(sample->bytes.size()));
         }
-        std::printf("%s %s\n", name.c_str(), card ? "card" : "frame");
+        std::printf("%s %s\n", name.c_str(), what);
         std::fflush(stdout);
     }
 }
