@@ -20,7 +20,8 @@ function describe({ frames, latencyMs, frameCostUs, recordings, snapshots, held,
             `             ${frames.published} published; ${frames.dropped} posted and not published, ` +
             `${frames.refused} refused\n` +
             `             ${frames.read} read by the camera; ${frames.overtaken} published and not read, ` +
-            `${frames.torn} torn`,
+            `${frames.torn} torn\n` +
+            `             ${frames.late} handled when the page may have been writing their slot again`,
         latencyMs && `Latency:     ${spread(latencyMs, 'ms')}, from the page's post to the end of the receiver's work`,
         frameCostUs && `Cost:        ${spread(frameCostUs, 'us')}, of the receiver alone, its recordings included`,
         `Recordings:  ${recordings.length} whole, ${sum('frames')} frames in ${sum('seconds').toFixed(0)} s`,
