@@ -29,7 +29,7 @@
    - A kill takes no store back: all that was stored has arrived long before the next process opens the file.
    - A publish depends on the past only by what is in the file. Three frames use each buffer again; two kills let the
      writer that recovers die as well.
-   - Magic and version are one field, `Format`. Readers load it only with FOREIGN_FILE: without, nobody changes it.
+   - Magic and version are one field, `Format`. Readers load it only with FOREIGN_FILE: otherwise it never changes.
    - A new file is all zero and has its size. FOREIGN_FILE starts from a file that another program or version has left:
      an even sequence, and no valid geometry or another format. RESIZED_FILE starts from a file that is too long, with a
      frame, or that was cut in its header; the one reader maps it when it has the right size.
