@@ -156,10 +156,10 @@ TEST(FrameFile, TheFirstFrameGoesToBufferOneAndTheSecondToBufferZero) {
     EXPECT_EQ(ReadPattern(file->buffers[1], 1280, 720), 2U);
     EXPECT_EQ(BytesOf(*file, 64, MaxFrameSize), Bytes(MaxFrameSize));
 
-    Publish(*file, 4, 1033);
+    Publish(*file, 4, 0x0123456789ABCDEF);
     EXPECT_EQ(file->header.activeBuffer, 0U);
     EXPECT_EQ(file->header.sequence, 4U);
-    EXPECT_EQ(file->header.timestamp, 1033U);
+    EXPECT_EQ(file->header.timestamp, 0x0123456789ABCDEFU);
     EXPECT_EQ(ReadPattern(file->buffers[0], 1280, 720), 4U);
     EXPECT_EQ(ReadPattern(file->buffers[1], 1280, 720), 2U);
 }

@@ -95,6 +95,8 @@ TEST_F(UsageTrackerTest, HandlesTimesBeyond32Bits) {
     ExpectChange(true, later);
     ExpectNoChange(false, later + 3999);
     ExpectChange(false, later + 4000);
+    ExpectChange(true, Start);
+    ExpectChange(false, Start + (std::uint64_t{1} << 32)); // a silence of 49.7 days
 }
 
 TEST_F(UsageTrackerTest, NeverStopsWhenTheOnlySignalWasAtTimeZero) {
