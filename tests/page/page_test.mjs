@@ -72,6 +72,7 @@ export function pageTest(name, scripts, body) {
 
 class Page {
     #scripts = [];
+    #hidden = false;
 
     get server() {
         return `http://127.0.0.1:${server.port}`;
@@ -120,6 +121,7 @@ class Page {
 
     // Hides the page as a person does who minimizes its window, until the page is closed.
     async hide() {
+        this.#hidden = true;
         await this.#setWindowState('minimized');
         await this.waitFor(() => document.visibilityState === 'hidden');
     }
@@ -185,8 +187,10 @@ class Page {
         for (const identifier of this.#scripts) {
             await send('Page.removeScriptToEvaluateOnNewDocument', { identifier });
         }
-        await this.#setWindowState('normal');
-        await this.#navigate('about:blank');
+        if (this.#hidden) {
+            await this.#setWindowState('normal');
+        }
+        await this.open('tests/page/blank.html'); // of the tests' own server, whose pages share a process
     }
 
     async #setWindowState(windowState) {
