@@ -1,4 +1,6 @@
 // Snapshots and recordings requested by the page: files, log lines and posted results.
+#include "capture/snapshot_writer.h"
+#include "frames/nv12_frame.h"
 #include "platform/com_ptr.h"
 #include "tests/capture/capture_folders.h"
 #include "tests/capture/sink_writer_fake.h"
@@ -15,8 +17,10 @@
 #include <wincodec.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -71,6 +75,24 @@ TEST_F(PageCaptureTest, ASnapshotOfTheLastFrameIsSaved) {
     EXPECT_THAT(posted, ElementsAre(MediaResult(L"snapshot", true, folders.PicturePath(), 0)));
     EXPECT_THAT(LogLines(), ElementsAre("Snapshot requested"));
     EXPECT_GT(std::filesystem::file_size(folders.PicturePath()), 1000U);
+}
+
+TEST_F(PageCaptureTest, ASnapshotHasTheSizeInForce) {
+    for (const auto& [quality, width, height] :
+         {std::tuple{L"quality:1080p", 1920U, 1080U}, {L"quality:720p", 1280U, 720U}}) {
+        const std::vector<std::uint8_t> frame(Nv12Size(width, height), 99);
+        std::memset(browser.BufferMemory(0), 99, frame.size());
+        ASSERT_EQ(Post(quality), S_OK);
+        const std::wstring size = std::to_wstring(width) + L':' + std::to_wstring(height) + L':';
+        const std::wstring planes =
+            L"0," + std::to_wstring(width) + L';' + std::to_wstring(width * height) + L',' + std::to_wstring(width);
+        ASSERT_EQ(Post(L"frame:0:NV12:" + size + L"0:0:0:" + size + planes), S_OK);
+        ASSERT_EQ(Post(L"media:snapshot"), S_OK);
+        const std::string picture = ReadBytes(folders.PicturePath());
+        std::wstring path;
+        ASSERT_EQ(SaveSnapshot(frame.data(), static_cast<std::uint32_t>(frame.size()), width, height, path), S_OK);
+        EXPECT_TRUE(ReadBytes(path) == picture) << width << " x " << height;
+    }
 }
 
 TEST_F(PageCaptureTest, AFailedSnapshotReportsItsPath) {
