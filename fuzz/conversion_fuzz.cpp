@@ -1,7 +1,7 @@
-// Conversion of hostile frames out of a slot that ends at an untouchable page, by every table of kernels: first while
-// another thread rewrites the slot, then once more at rest, when the plain reference must give the same bytes. Input: a
-// frame to a line, "64x36 NV12:64:36:0:0:0:64:36:0,64;2304,64": the canvas, then a descriptor as in a frame message,
-// whose numbers are brought inside the parser's limits. All frames go onto one canvas.
+// Conversion of hostile frames out of a slot that ends at an untouchable page, by every table of kernels: the plain
+// reference must give the same bytes. A share of the inputs is converted before that while another thread rewrites the
+// slot. Input: a frame to a line, "64x36 NV12:64:36:0:0:0:64:36:0,64;2304,64": the canvas, then a descriptor as in a
+// frame message, whose numbers are brought inside the parser's limits. All frames go onto one canvas.
 
 #include "frames/conversion/canvas.h"
 #include "frames/conversion/frame_converter.h"
@@ -23,9 +23,22 @@ namespace receiver {
 namespace {
 
 constexpr std::size_t MaxFrames = 4;
-// As wide or as high as the real canvases, but not both: they would take a thousand times as long.
 constexpr std::uint32_t MaxCanvasSize = 1920;
-constexpr std::uint32_t MaxCanvasArea = 32768;
+constexpr std::uint32_t MaxCodedWidth = 4096;
+constexpr std::uint32_t MaxCodedHeight = 2160;
+
+// Frames and canvases may be as wide or as high as the real ones, but not both: real canvases would take a thousand
+// times as long.
+struct Areas {
+    std::uint32_t canvas; // pixels
+    std::uint32_t coded;
+};
+constexpr Areas SmallAreas{.canvas = 4096, .coded = 16384};
+constexpr Areas LargeAreas{.canvas = 32768, .coded = MaxCodedWidth * MaxCodedHeight};
+
+// The shares of the inputs that take longer.
+bool HasLargeAreas(std::uint32_t hash) { return hash % 32 == 0; }
+bool IsDisturbed(std::uint32_t hash) { return hash / 32 % 8 == 0; }
 
 struct Input {
     std::uint32_t canvasWidth = 0;
@@ -41,7 +54,7 @@ std::uint32_t Bring(std::uint64_t number, std::uint32_t max) {
 }
 std::uint32_t BringEven(std::uint64_t number, std::uint32_t max) { return Bring(number / 2, max / 2) * 2; }
 
-Input ReadInput(std::string_view line) {
+Input ReadInput(std::string_view line, const Areas& areas) {
     const std::size_t formatBegin = std::min(line.find(' '), line.size() - 1) + 1;
     const std::size_t formatEnd = std::min(line.find(':', formatBegin), line.size());
     const std::vector<std::uint64_t> canvas = NumbersIn(line.substr(0, formatBegin));
@@ -51,12 +64,12 @@ Input ReadInput(std::string_view line) {
     Input input;
     input.canvasWidth = BringEven(canvas.empty() ? 0 : canvas[0], MaxCanvasSize);
     input.canvasHeight =
-        BringEven(canvas.size() < 2 ? 0 : canvas[1], std::min(MaxCanvasSize, MaxCanvasArea / input.canvasWidth));
+        BringEven(canvas.size() < 2 ? 0 : canvas[1], std::min(MaxCanvasSize, areas.canvas / input.canvasWidth));
     FrameDescriptor& frame = input.frame;
     input.format = std::make_shared<std::wstring>(ToUnits(line.substr(formatBegin, formatEnd - formatBegin)));
     frame.format = *input.format;
-    frame.codedWidth = BringEven(number(0), 4096);
-    frame.codedHeight = BringEven(number(1), 2160);
+    frame.codedWidth = BringEven(number(0), MaxCodedWidth);
+    frame.codedHeight = BringEven(number(1), std::min(MaxCodedHeight, areas.coded / frame.codedWidth));
     frame.flipA = number(2) % 2 != 0;
     frame.rotation = number(3) % 90 == 0 ? static_cast<std::uint32_t>(number(3) % 360)
                                          : static_cast<std::uint32_t>(number(3) % 4 * 90);
@@ -221,18 +234,22 @@ void CheckAtRest(const LivelySlot& slot, const std::vector<Input>& inputs) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace receiver;
     static LivelySlot slot;
+    const std::string_view text = AsText(data, size);
+    const std::uint32_t hash = Hash(text);
     std::vector<Input> inputs;
-    for (const std::string_view line : SplitLines(AsText(data, size))) {
+    for (const std::string_view line : SplitLines(text)) {
         if (!line.empty() && inputs.size() < MaxFrames) {
-            inputs.push_back(ReadInput(line));
+            inputs.push_back(ReadInput(line, HasLargeAreas(hash) ? LargeAreas : SmallAreas));
         }
     }
     if (inputs.empty()) {
         return 0;
     }
-    slot.Disturb(inputs[0].frame.planes[0].offset);
-    CheckDisturbed(slot, inputs);
-    slot.Rest();
+    if (IsDisturbed(hash)) {
+        slot.Disturb(inputs[0].frame.planes[0].offset);
+        CheckDisturbed(slot, inputs);
+        slot.Rest();
+    }
     CheckAtRest(slot, inputs);
     return 0;
 }

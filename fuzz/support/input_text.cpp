@@ -52,4 +52,12 @@ std::vector<std::uint64_t> NumbersIn(std::string_view text) {
     return numbers;
 }
 
+std::uint32_t Hash(std::string_view bytes) {
+    std::uint64_t hash = 1;
+    for (const char byte : bytes) {
+        hash = (hash + static_cast<std::uint8_t>(byte)) * 6364136223846793005U + 1442695040888963407U;
+    }
+    return static_cast<std::uint32_t>(hash >> 32);
+}
+
 } // namespace receiver

@@ -3,6 +3,7 @@
 // the fakes of tests/.
 #pragma once
 
+#include "frames/conversion/row_kernels.h"
 #include "fuzz/support/guarded_memory.h"
 #include "tests/capture/sink_writer_fake.h"
 #include "tests/support/webview2_fakes.h"
@@ -39,6 +40,7 @@ public:
     bool maximized = false;
     bool minimized = false;
     unsigned callsUntilFailure = 0; // 0: no call fails
+    const RowKernels* kernels = Avx2Usable() ? &Avx2Kernels : &ScalarKernels; // of frames and snapshots
 
     // Recorded here.
     // In one sequence: "log" and a line, "box" and a text, "writer" and a call of the sink writer, and the browser's
@@ -46,7 +48,7 @@ public:
     std::vector<std::wstring> events;
     bool boxShown = false;
     bool failed = false; // a call has been made to fail
-    unsigned pixelSum = 0; // of all bytes of the last snapshot
+    unsigned pixelSum = 0; // of the bytes read of snapshots
 
     // Counts the call and returns whether it is the one that fails.
     [[nodiscard]] bool Fails() noexcept;
