@@ -42,32 +42,25 @@ endforeach()
 function(add_tidy_test name file)
     add_lint_test(lint/tidy/${name} COMMAND ${CLANG_TIDY} --quiet --config-file=${PROJECT_SOURCE_DIR}/.clang-tidy
         -p ${PROJECT_BINARY_DIR} ${target_arguments} ${file})
-    set_tests_properties(lint/tidy/${name} PROPERTIES TIMEOUT 600 COST 20)
+    set_tests_properties(lint/tidy/${name} PROPERTIES TIMEOUT 600 COST 60)
 endfunction()
 
-# The files of a folder are checked as one: the headers that they include take most of the time. A file with compile
+# The product's files are checked as one: the headers that they include take most of the time. A file with compile
 # options of its own is checked alone.
 find_sources(tidy_sources ${product_folders})
 list(FILTER tidy_sources INCLUDE REGEX "\\.cpp$")
 list(REMOVE_ITEM tidy_sources ${avx2_source})
-foreach(source IN LISTS tidy_sources)
-    cmake_path(GET source PARENT_PATH folder)
-    list(APPEND tidy_folders ${folder})
-    string(APPEND unit_${folder} "#include \"${source}\" // NOLINT(bugprone-suspicious-include)\n")
-endforeach()
-list(REMOVE_DUPLICATES tidy_folders)
-add_library(tidy_units OBJECT EXCLUDE_FROM_ALL) # never built; clang-tidy looks up its compile commands
-target_compile_definitions(tidy_units PRIVATE VISTEL_RECEIVER_URL="${VISTEL_RECEIVER_URL}")
-target_link_libraries(tidy_units PRIVATE receiver_shell)
-foreach(folder IN LISTS tidy_folders)
-    set(unit ${CMAKE_CURRENT_BINARY_DIR}/tidy/${folder}.cpp)
-    file(CONFIGURE OUTPUT ${unit} CONTENT "${unit_${folder}}" @ONLY)
-    target_sources(tidy_units PRIVATE ${unit})
-    add_tidy_test(${folder} ${unit})
-endforeach()
+list(TRANSFORM tidy_sources REPLACE ".+" "#include \"\\0\" // NOLINT(bugprone-suspicious-include)\n")
+list(JOIN tidy_sources "" unit_text)
+set(unit ${CMAKE_CURRENT_BINARY_DIR}/tidy/product.cpp)
+file(CONFIGURE OUTPUT ${unit} CONTENT "${unit_text}" @ONLY)
+add_library(tidy_unit OBJECT EXCLUDE_FROM_ALL ${unit}) # never built; clang-tidy looks up its compile command
+target_compile_definitions(tidy_unit PRIVATE VISTEL_RECEIVER_URL="${VISTEL_RECEIVER_URL}")
+target_link_libraries(tidy_unit PRIVATE receiver_shell)
+add_tidy_test(product ${unit})
 add_tidy_test(${avx2_source} ${PROJECT_SOURCE_DIR}/${avx2_source})
 
-# A second compiler, where it is installed, on the same units. ./dev lint has it read every file on its own, the tests
+# A second compiler, where it is installed, on the same unit. ./dev lint has it read every file on its own, the tests
 # and tools, too, which takes minutes.
 find_program(SECOND_COMPILER clang++-22)
 if(SECOND_COMPILER)

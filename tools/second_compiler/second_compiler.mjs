@@ -1,7 +1,7 @@
 // Has a current clang read the sources that another compiler builds, with all of clang's warnings but those named here
 // as errors: `second_compiler.mjs COMPILE_COMMANDS [PATH...]`. COMPILE_COMMANDS is the list that CMake writes. With
-// paths, only those files and the files below those folders are read; without, all but the units made for clang-tidy,
-// which repeat others. Sources of the cross compiler are read for the same target, native ones with libc++, whose
+// paths, only those files and the files below those folders are read; without, all but the unit made for clang-tidy,
+// which repeats others. Sources of the cross compiler are read for the same target, native ones with libc++, whose
 // headers include fewer others by accident.
 import { execFile } from 'node:child_process';
 import { readFileSync } from 'node:fs';
