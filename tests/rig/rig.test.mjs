@@ -13,6 +13,7 @@ import { medianAndP99 } from './percentiles.mjs';
 import { SourceFolder } from './prefix.mjs';
 import { end, lock, lockHolder, run, start, until, within } from './processes.mjs';
 import { parseOptions } from './run_options.mjs';
+import { describeSlope, memorySlope } from './soak/slope.mjs';
 import { serveFolder } from './static_server.mjs';
 
 const LimitMs = 60000;
@@ -178,6 +179,28 @@ test('memory that grows without end is a leak; pages that the heap gave back and
     await holding((round) => (round < 2 ? 1000 : 2684)); // given back before the first round
     await holding((round) => (round === 0 ? 2684 : 1000 + Math.min(round, 4) * 421));
     await assert.rejects(holding((round) => 1000 + round * 129), { message: '774 kB more in the end' });
+});
+
+test('the slope of memory tells a leak from noise, from a step at the start, and from too short a run', () => {
+    // One sample a minute; `bytesAt` has the minute, the frames and pages that come and go.
+    const slope = (minutes, bytesAt) => memorySlope(Array.from({ length: minutes }, (_, minute) => {
+        const frames = 1800 * (minute + 1);
+        return { frames, bytes: 1e7 + bytesAt(minute, frames, 4096 * (minute * 7 % 5)) };
+    }));
+    const leaking = slope(60, (minute, frames, pages) => 2 * frames + pages);
+    assert.ok(leaking.leaks);
+    assert.ok(leaking.least < 2 && leaking.most > 2 && Math.abs(leaking.bytesPerFrame - 2) < 0.1);
+    assert.deepEqual([leaking.samples, leaking.frames], [50, 49 * 1800]);
+    assert.ok(!slope(60, (minute, frames, pages) => 0.5 * frames + pages).leaks);
+    assert.ok(!slope(60, (minute, frames, pages) => pages).leaks);
+    assert.ok(!slope(60, (minute, frames, pages) => Math.min(minute, 9) * 500000 + pages).leaks); // warming up
+    assert.ok(!slope(60, (minute) => (minute > 10 && minute < 35 ? -5e6 : 0)).leaks); // given back, taken again
+    assert.ok(!slope(60, (minute) => (minute > 35 ? 2e6 : 0)).leaks); // one step
+    assert.ok(!slope(9, (minute) => 4096 * minute).leaks); // less than a granule
+    assert.ok(slope(9, (minute, frames) => 50 * frames).leaks);
+    const short = slope(6, (minute, frames) => 50 * frames);
+    assert.deepEqual([short.least, short.leaks], [undefined, false]);
+    assert.match(describeSlope(short), /^50\.00 bytes per frame, too few for an interval; limit 1\.16 /);
 });
 
 test('percentiles are values that were measured, in numeric order', () => {

@@ -13,6 +13,7 @@ import { until, within } from '../processes.mjs';
 import { startReceiver } from '../receiver_run.mjs';
 import { probe } from '../recorder/mp4_encoder.mjs';
 import { serveFolder } from '../static_server.mjs';
+import { describeSlope, memorySlope } from './slope.mjs';
 
 const LimitMs = 120000;
 const LeastCycles = 6;
@@ -23,8 +24,9 @@ const [SmallWidth, SmallHeight] = [320, 180]; // of the pictures that are compar
 const CounterRange = 65536; // of the frame number on the page's picture
 const MixedPixels = 10; // The bar moves so far with every frame.
 
-// What the program may hold beyond what it held before: in memory less than it takes to leave a few hundred bytes with
-// each frame, and of all else less than it takes to leave one with each recording.
+// What the program may hold beyond what it held before: in memory, in a run that is too short for the interval of a
+// slope, less than it takes to leave a few hundred bytes with each frame; and of all else less than it takes to leave
+// one with each recording.
 const MemoryAllowanceKb = 512;
 const CountAllowance = LeastCycles / 2 - 1;
 
@@ -42,7 +44,8 @@ const CountAllowance = LeastCycles / 2 - 1;
 //   frameCostUs   { median, p99 } of the receiver's callback alone
 //   recordings    { frames, seconds } of each that is whole
 //   snapshots     the number of those that are whole
-//   held          what the program held after each cycle
+//   held          what the program held after each cycle, with the number of frames posted until then
+//   memory        the growth of the program's memory, as in slope.mjs
 export async function soak({ minutes, minimized = false, out, interrupted = new Promise(() => {}) }) {
     const report = { minutes, problems: [], recordings: [], snapshots: 0, held: [] };
     const server = await serveFolder(join(SourceFolder, 'examples/page'));
@@ -98,7 +101,7 @@ class Soak {
         const cycles = Math.max(LeastCycles, minutes);
         for (let cycle = 0; cycle < cycles; ++cycle) {
             await this.#cycle(minutes * 60000 / cycles);
-            this.#report.held.push(await this.#run.held());
+            this.#report.held.push({ frames: this.#posts.length, ...await this.#run.held() });
         }
         this.#checkGrowth();
         // The receiver has handled all frames once it has logged a message that the page posts after them.
@@ -229,7 +232,13 @@ class Soak {
     // The least that was held counts: what comes and goes, such as a thread of the system, is no growth.
     #checkGrowth() {
         const { held } = this.#report;
-        for (const name of Object.keys(held[0])) {
+        const memory = memorySlope(held.map(({ frames, privateKb }) => ({ frames, bytes: 1024 * privateKb })));
+        this.#report.memory = memory;
+        if (memory.leaks) {
+            this.#fail(`memory grows by ${describeSlope(memory)}`);
+        }
+        const isByHalves = (name) => name !== 'frames' && (name !== 'privateKb' || memory.least === undefined);
+        for (const name of Object.keys(held[0]).filter(isByHalves)) {
             const half = Math.ceil(held.length / 2);
             const [before, after] = [held.slice(0, half), held.slice(half)].map(
                 (part) => Math.min(...part.map((holding) => holding[name])));

@@ -5,12 +5,13 @@ import { join } from 'node:path';
 
 import { SourceFolder } from '../prefix.mjs';
 import { lock } from '../processes.mjs';
+import { describeSlope } from './slope.mjs';
 import { soak } from './soak.mjs';
 
 const LeastMinimizedRate = 29; // of the page's 30 frames per second
 const out = join(SourceFolder, 'build/soak');
 
-function describe({ frames, latencyMs, frameCostUs, recordings, snapshots, held, logLines }) {
+function describe({ frames, latencyMs, frameCostUs, recordings, snapshots, held, memory, logLines }) {
     const sum = (name) => recordings.reduce((total, recording) => total + recording[name], 0);
     const show = (holding) => Object.entries(holding).map(([name, value]) => `${value} ${name}`).join(', ');
     const spread = ({ median, p99 }, unit) =>
@@ -28,6 +29,7 @@ function describe({ frames, latencyMs, frameCostUs, recordings, snapshots, held,
         `Snapshots:   ${snapshots} whole`,
         held.length > 0 && `Held:        ${show(held[0])}, after the first recording\n` +
             `             ${show(held.at(-1))}, in the end`,
+        memory && `Memory:      ${describeSlope(memory)}`,
         logLines && `Log:         ${logLines} lines`,
     ].filter(Boolean).join('\n');
 }
