@@ -2,6 +2,7 @@
 #include "fuzz/windows/allocations.h"
 
 #include "fuzz/support/guarded_memory.h"
+#include "fuzz/windows/fake_windows.h"
 #include "tests/support/allocation_fault.h"
 
 #include <sanitizer/asan_interface.h>
@@ -40,6 +41,9 @@ std::vector<LargeBlock*>& LargeBlocks() {
 // All large blocks, and few others, begin between these addresses.
 std::uintptr_t lowestAddress = UINTPTR_MAX;
 std::uintptr_t highestAddress = 0;
+
+// Those of libFuzzer are not large blocks: the leak sanitizer must find the pointers in them.
+bool IsLarge(std::size_t size) { return size >= LargeSize && FakeWindows::Exists(); }
 
 void* TakeLargeBlock(std::size_t size) {
     std::vector<LargeBlock*>& blocks = LargeBlocks();
@@ -98,7 +102,7 @@ AllocationResume::~AllocationResume() { (void)pausesBefore; }
 } // namespace receiver
 
 void* operator new(std::size_t size) {
-    if (size >= receiver::LargeSize) {
+    if (receiver::IsLarge(size)) {
         return receiver::TakeLargeBlock(size);
     }
     void* const memory = std::malloc(size);
@@ -122,7 +126,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 
 void* operator new(std::size_t size, std::align_val_t alignment) {
     const auto unit = static_cast<std::size_t>(alignment);
-    if (size >= receiver::LargeSize && unit <= receiver::Alignment) {
+    if (receiver::IsLarge(size) && unit <= receiver::Alignment) {
         return receiver::TakeLargeBlock(size);
     }
     void* const memory = std::aligned_alloc(unit, (size + unit - 1) / unit * unit);

@@ -1,4 +1,4 @@
-// Large blocks of memory are used again by the next input: the system would clear their pages each time.
+// Large blocks of the program's memory are used again by the next input: the system would clear their pages each time.
 #pragma once
 
 #include <cstddef>

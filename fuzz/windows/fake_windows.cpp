@@ -67,6 +67,8 @@ FakeWindows::~FakeWindows() {
 
 FakeWindows& FakeWindows::Current() noexcept { return *current; }
 
+bool FakeWindows::Exists() noexcept { return current != nullptr; }
+
 bool FakeWindows::Fails() noexcept {
     if (callsUntilFailure == 0 || --callsUntilFailure > 0) {
         return false;

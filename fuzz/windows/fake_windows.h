@@ -29,6 +29,7 @@ public:
 
     // The only one that exists.
     [[nodiscard]] static FakeWindows& Current() noexcept;
+    [[nodiscard]] static bool Exists() noexcept;
 
     // Set by the target.
     std::function<bool(MSG&)> nextMessage; // the next message of the program's message loop; false: WM_QUIT
