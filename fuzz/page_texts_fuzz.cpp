@@ -1,7 +1,7 @@
 // Runs the whole program on sequences of page texts, over the fake Windows of fuzz/windows/. Input: one text per line;
-// lines that begin with an exclamation mark are events outside the page, see Apply(). Until a call is made to fail, the
-// result of every text, and the sequence of log lines, boxes, posted messages and recorder calls, are compared with
-// those of a model.
+// lines that begin with an exclamation mark are events outside the page, see Apply(). "!start COMMAND LINE" and
+// "!id INSTALLATION ID" may come before all others. Until a call is made to fail, the result of every text, and the
+// sequence of log lines, boxes, posted messages and recorder calls, are compared with those of a model.
 
 #include "app/receiver_app.h"
 #include "frames/frame_message.h"
@@ -13,7 +13,10 @@
 #include "fuzz/windows/fake_windows.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cwchar>
+#include <filesystem>
+#include <fstream>
 #include <initializer_list>
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, PWSTR commandLine, int showCommand);
@@ -21,7 +24,7 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE previous, PWSTR commandLine, i
 namespace receiver {
 namespace {
 
-constexpr std::size_t MaxLines = 16; // so that no input takes long
+constexpr std::size_t MaxLines = 32; // so that no input takes long
 
 // The share of the inputs whose frames and snapshots the program's own row functions make.
 bool MakesPictures(std::uint32_t hash) { return hash % 64 == 0; }
@@ -265,11 +268,65 @@ HRESULT Model::Convert(const std::wstring& text, Outcome& outcome) {
     return S_OK;
 }
 
+// What the program finds when it starts.
+struct Start {
+    std::wstring commandLine = L"--embedded";
+    std::string installationId; // the first line of its file
+};
+
+// Removes the lines about the start.
+Start TakeStart(std::vector<std::string_view>& lines) {
+    Start start;
+    const auto take = [&](std::string_view name) {
+        std::optional<std::string_view> value;
+        if (lines.size() > 1 && lines.front().starts_with(name)) {
+            value = lines.front().substr(name.size());
+            lines.erase(lines.begin());
+        }
+        return value;
+    };
+    if (const auto commandLine = take("!start ")) {
+        start.commandLine = ToUnits(*commandLine).c_str(); // It ends at its first zero.
+    }
+    start.installationId = take("!id ").value_or("");
+    return start;
+}
+
+bool IsId(const std::string& text) {
+    std::size_t hyphens = 0;
+    for (const std::size_t place : {8U, 13U, 18U, 23U}) {
+        hyphens += place < text.size() && text[place] == '-' ? 1U : 0U;
+    }
+    const auto digits = std::ranges::count_if(text, [](unsigned char byte) { return std::isxdigit(byte) != 0; });
+    return text.size() == 36 && hyphens == 4 && digits == 32;
+}
+
+// The address that the program opens; empty: the built-in page.
+std::wstring ExpectedAddress(const Start& start) {
+    const std::wstring& commandLine = start.commandLine;
+    std::wstring address = L"" VISTEL_RECEIVER_URL;
+    if (commandLine.starts_with(L"--url=")) {
+        address = commandLine.substr(6);
+        if (address.size() > 1 && address.starts_with(L'"') && address.ends_with(L'"')) {
+            address = address.substr(1, address.size() - 2);
+        }
+    }
+    if (commandLine == L"--embedded" || address.empty()) {
+        return {};
+    }
+    std::wstring query = L"clientVersion=0.1.3";
+    if (IsId(start.installationId)) {
+        query =
+            L"installationId=" + std::wstring(start.installationId.begin(), start.installationId.end()) + L"&" + query;
+    }
+    return address + (address.find(L'?') < address.size() ? L"&" : L"?") + query;
+}
+
 // One run of the program, controlled through its message loop.
 class Session {
 public:
-    Session(FakeWindows& machine, std::vector<std::string_view> newLines)
-        : windows(machine), lines(std::move(newLines)) {
+    Session(FakeWindows& machine, std::wstring newAddress, std::vector<std::string_view> newLines)
+        : windows(machine), address(std::move(newAddress)), lines(std::move(newLines)) {
         lines.resize(std::min(lines.size(), MaxLines));
         windows.nextMessage = [this](MSG& message) { return Next(message); };
         if (lines.front().starts_with("!fail")) {
@@ -285,6 +342,7 @@ private:
     void Tick(bool signaled);
     void Navigate(bool success, int status);
     void RequestPermission(int kind);
+    void CheckStart() const;
     void Check(HRESULT result, const Outcome& expected) const;
     void Forget() {
         windows.events.clear();
@@ -293,6 +351,7 @@ private:
     }
 
     FakeWindows& windows;
+    std::wstring address; // of the page; empty: the built-in one
     std::vector<std::string_view> lines;
     std::size_t nextLine = 0;
     Model model;
@@ -307,6 +366,7 @@ bool Session::Next(MSG& message) {
             const HRESULT controller = Answer();
             (void)windows.browser.CompleteController(controller, SUCCEEDED(controller));
         }
+        CheckStart();
     } else if (nextLine < lines.size()) {
         const std::string_view line = lines[nextLine++];
         Forget();
@@ -386,6 +446,22 @@ void Session::RequestPermission(int kind) {
     }
 }
 
+void Session::CheckStart() const {
+    if (!windows.failed) {
+        Outcome expected;
+        for (const wchar_t* const line : {L"Receiver starting", L"Virtual camera usage monitor initialized",
+                                          L"WebView2 environment request accepted", L"WebView2 environment callback",
+                                          L"WebView2 controller callback"}) {
+            expected.Log(line);
+        }
+        if (!address.empty()) {
+            expected.Log(L"Receiver URL: " + address);
+        }
+        expected.Log(L"Receiver page navigation requested");
+        Require(windows.events == expected.events, "the start opens the page of the command line");
+    }
+}
+
 void Session::Check(HRESULT result, const Outcome& expected) const {
     if (!windows.failed) {
         Require(result == expected.result, "a text has the expected result");
@@ -411,9 +487,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (!MakesPictures(Hash(text))) {
             windows.kernels = &EdgeKernels;
         }
-        const Session session(windows, SplitLines(text));
-        wchar_t commandLine[] = L"--embedded";
-        const int exitCode = wWinMain(nullptr, nullptr, commandLine, SW_SHOWNORMAL);
+        std::vector<std::string_view> lines = SplitLines(text);
+        Start start = TakeStart(lines);
+        const Session session(windows, ExpectedAddress(start), std::move(lines));
+        const std::filesystem::path idFile(windows.programData + L"Vistel\\installation-id.txt");
+        if (!start.installationId.empty()) {
+            std::ofstream(idFile, std::ios::binary) << start.installationId << '\n';
+        }
+        const int exitCode = wWinMain(nullptr, nullptr, start.commandLine.data(), SW_SHOWNORMAL);
+        if (!start.installationId.empty()) {
+            std::filesystem::remove(idFile);
+        }
 
         Require(exitCode == 0 || (exitCode == 1 && windows.failed), "the exit code is that of the run");
         Require(windows.failed || !windows.boxShown, "nothing fails unless a call was made to fail");

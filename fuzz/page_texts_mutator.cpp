@@ -14,6 +14,9 @@ namespace receiver {
 namespace {
 
 constexpr std::string_view UsualLines[] = {
+    "!start --url=https://receiver.example/page?a=b",
+    "!start \"",
+    "!id 01234567-89ab-cdef-0123-456789ABCDEF",
     "ready",
     "frame:0:NV12:1280:720:0:0:0:1280:720:0,1280;921600,1280",
     "frame:1:RGBA:64:36:1:90:0:36:64:0,256",
