@@ -95,6 +95,11 @@ class EncoderServer {
         this.#options.fileLimitBytes = bytes;
     }
 
+    // Ends the encoder of every recording as a crash would.
+    killEncoders() {
+        this.#sessions.forEach((session) => session.killEncoder());
+    }
+
     // What the DLL must find in its environment.
     environment() {
         return { RIG_RECORDER_PORT: String(this.port) };
@@ -135,6 +140,10 @@ class RecordingSession {
             await this.#encoder?.abandon();
         }
         await this.ended;
+    }
+
+    killEncoder() {
+        this.#encoder?.kill();
     }
 
     async #serve(recordings) {

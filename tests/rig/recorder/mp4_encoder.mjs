@@ -89,9 +89,13 @@ export class Mp4Encoder {
         return this.#ended;
     }
 
+    kill() {
+        this.#child.kill('SIGKILL');
+    }
+
     // Leaves the file as it is.
     async abandon() {
-        this.#child.kill('SIGKILL');
+        this.kill();
         await this.#ended;
     }
 
