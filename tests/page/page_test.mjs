@@ -11,6 +11,7 @@ import { Chromium } from '../rig/browser/chromium.mjs';
 import { SourceFolder } from '../rig/prefix.mjs';
 import { run, until, within } from '../rig/processes.mjs';
 import { serveFolder } from '../rig/static_server.mjs';
+import { temporaryRoot } from '../rig/temporary_root.mjs';
 
 const LimitMs = 120000;
 const WindowSize = [1000, 800];
@@ -28,7 +29,7 @@ const loads = new EventEmitter(); // "load" (id of the document's loader)
 
 before(async () => {
     server = await serveFolder(SourceFolder);
-    folder = mkdtempSync('/tmp/vistel-page-'); // Short: Chromium puts a socket into it.
+    folder = mkdtempSync(join(temporaryRoot(), 'vistel-page-'));
     chromium = await Chromium.start({ profile: join(folder, 'profile') });
     target = (await chromium.send('Target.createTarget', { url: 'about:blank' })).targetId;
     session = (await chromium.send('Target.attachToTarget', { targetId: target, flatten: true })).sessionId;

@@ -7,6 +7,7 @@ import { basename, dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 import { end, lock, run, start } from './processes.mjs';
+import { temporaryRoot, TemporaryRoots } from './temporary_root.mjs';
 
 export const SourceFolder = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
 const RigFolder = join(SourceFolder, 'build/rig');
@@ -17,7 +18,6 @@ const WithoutRootsRights = ['setpriv', `--inh-caps=${RootsRights}`, `--bounding-
 
 const BootLimitMs = 180000;
 const EndLimitMs = 20000;
-const SharedMemory = '/dev/shm';
 // Debian's package fonts-wine puts them where its Wine does not look; the caption's buttons are made of one of them.
 const WineFonts = '/usr/share/wine/fonts';
 
@@ -70,10 +70,9 @@ class Prefix {
         this.#lock = runLock;
         this.path = join(runFolder, 'prefix');
         this.driveC = join(this.path, 'drive_c');
-        // For the profiles of browsers.
-        this.browserFolder = temporaryFolder(runFolder);
-        // Memory shared with the programs is kept off the disk where that is possible.
-        this.sharedMemory = existsSync(SharedMemory) ? sharedMemoryFolder(runFolder) : join(runFolder, 'shm');
+        this.temporary = join(temporaryRoot(), temporaryName(runFolder));
+        this.browserFolder = join(this.temporary, 'browsers');
+        this.sharedMemory = join(this.temporary, 'slots');
     }
 
     static async create(template) {
@@ -81,9 +80,10 @@ class Prefix {
         const prefix = new Prefix(runFolder, lock(join(runFolder, 'lock'), { wait: true }));
         try {
             await fs.mkdir(join(runFolder, 'home'));
-            await fs.mkdir(prefix.browserFolder, { mode: 0o700 });
             await fs.mkdir(join(runFolder, 'runtime'), { mode: 0o700 });
-            await fs.mkdir(prefix.sharedMemory, { mode: 0o700 });
+            await fs.mkdir(prefix.temporary, { mode: 0o700 });
+            await fs.mkdir(prefix.browserFolder);
+            await fs.mkdir(prefix.sharedMemory);
             await prefix.#clone(template);
             return prefix;
         } catch (error) {
@@ -283,7 +283,8 @@ function lockOf(runFolder) {
 
 async function removeRun(runFolder) {
     await stopWine(runFolder);
-    for (const folder of [sharedMemoryFolder(runFolder), temporaryFolder(runFolder), runFolder]) {
+    const temporary = TemporaryRoots.map((root) => join(root, temporaryName(runFolder)));
+    for (const folder of [...temporary, runFolder]) {
         await fs.rm(folder, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 });
     }
 }
@@ -310,14 +311,7 @@ async function stopWine(folder) {
     }
 }
 
-function sharedMemoryFolder(runFolder) {
-    return join(SharedMemory, `vistel-${basename(runFolder)}`);
-}
-
-// Browsers put sockets among their files, and the path of a socket is short.
-function temporaryFolder(runFolder) {
-    return join('/tmp', `vistel-${basename(runFolder)}`);
-}
+const temporaryName = (runFolder) => `vistel-${basename(runFolder)}`;
 
 // The name under which Wine knows the user.
 async function userName(path) {

@@ -6,6 +6,7 @@ import { createServer } from 'node:net';
 import { createRequire } from 'node:module';
 import { join } from 'node:path';
 
+import { temporaryRoot } from '../temporary_root.mjs';
 import { Chromium } from './chromium.mjs';
 import { encodeLine, readLines } from './host_lines.mjs';
 import { PageSession } from './page_session.mjs';
@@ -258,7 +259,7 @@ class BrowserServer {
     }
 
     async start() {
-        this.shmFolder = mkdtempSync(join(this.options.shmDir ?? '/dev/shm', 'webview-rig-'));
+        this.shmFolder = mkdtempSync(join(this.options.shmDir ?? temporaryRoot(), 'webview-rig-'));
         process.once('exit', this.#onProcessExit);
         this.#listener.listen(0, '127.0.0.1');
         this.#webSockets = new WebSocketServer({

@@ -3,10 +3,10 @@ import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { existsSync, mkdtempSync, readdirSync, rmSync } from 'node:fs';
 import { createServer } from 'node:http';
-import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
+import { temporaryRoot } from '../temporary_root.mjs';
 import { startBrowserServer } from './browser_server.mjs';
 import { HostProcess } from './host_process.mjs';
 import { PlaySound, SilentSound } from './silent_sound.mjs';
@@ -33,7 +33,7 @@ async function serve(t, pages, policy) {
     return `http://127.0.0.1:${server.address().port}`;
 }
 
-const temporaryFolder = () => mkdtempSync(join(tmpdir(), 'browser-server-test-'));
+const temporaryFolder = () => mkdtempSync(join(temporaryRoot(), 'browser-server-test-'));
 
 async function start(t, { host: hostOptions, ...options } = {}) {
     const folder = temporaryFolder();

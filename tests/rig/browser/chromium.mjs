@@ -1,8 +1,9 @@
 // One headless Chromium, driven over its debugging pipe: JSON messages, each ended by a zero byte.
 import { spawn } from 'node:child_process';
 import { EventEmitter } from 'node:events';
-import { accessSync, constants } from 'node:fs';
 import { mkdir, rm } from 'node:fs/promises';
+
+import { hasSharedMemory } from '../temporary_root.mjs';
 
 // The last three load pages that no test looks at: two of the address bar and one that is kept ready.
 const disabledFeatures = [
@@ -18,9 +19,7 @@ function flags(profile, hostResolverRules, publicPorts, extraFlags) {
         '--disable-breakpad', '--password-store=basic', `--disable-features=${disabledFeatures.join()}`,
         `--ip-address-space-overrides=${publicPorts.map((port) => `127.0.0.1:${port}=public`).join()}`,
     ];
-    try {
-        accessSync('/dev/shm', constants.W_OK);
-    } catch {
+    if (!hasSharedMemory()) {
         list.push('--disable-dev-shm-usage');
     }
     if (hostResolverRules) {

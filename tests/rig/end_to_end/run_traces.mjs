@@ -18,9 +18,9 @@ export async function filesOutsideSandbox(run) {
 
 // Lists what remains of a run that has been stopped.
 export async function watchForLeftovers(run) {
-    const { runFolder, sharedMemory, path } = run.prefix;
+    const { runFolder, temporary, path } = run.prefix;
     const server = (await readFile(join(path, 'wineserver'), 'utf8').catch(() => '')).trim();
-    const folders = [runFolder, sharedMemory, ...(server ? [join('/tmp', server)] : [])];
+    const folders = [runFolder, temporary, ...(server ? [join('/tmp', server)] : [])];
     return async () => [...folders.filter((folder) => existsSync(folder)), ...(await processesOf(runFolder))];
 }
 
