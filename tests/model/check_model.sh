@@ -15,7 +15,7 @@ if [[ $wanted == fails ]]; then
     options=(-O0 -DBFS)
 else
     options=(-O1 -DCOLLAPSE) # depth first, which needs the least memory
-    ((${#defines[@]} > 0)) || options+=(-O2)
+    ((${#defines[@]} > 0)) || options=(-O2) # 1.7 GB instead of 0.7, and a quarter less time
 fi
 spin -a "${defines[@]}" "$model"
 gcc "${options[@]}" -w -DSAFETY -DMEMLIM=1900 -o search pan.c
