@@ -8,24 +8,22 @@ import * as fs from 'node:fs/promises';
 import { dirname, join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
-import { setTimeout as delay } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
 
 import { end, start, until, within } from '../processes.mjs';
 import { captureFile, captureNames, decodeJpeg, decodeVideo, recordingFile } from './capture_files.mjs';
 import { FrameFileBytes } from './frame_file.mjs';
 import { mediaResult } from './page_messages.mjs';
-import { fillNoise } from './pages/noise.mjs';
 import { assertHoldsNoMore } from './receiver_health.mjs';
 import { watchForLeftovers } from './run_traces.mjs';
-import { goodMessage, Ok, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
+import { goodMessage, noisePicture, Ok, SlotPage, startOnSlotPage } from './slot_page_run.mjs';
+import { isStopped, stopDuring } from './stopped_receiver.mjs';
 
 const EventLimitMs = 60000;
 const SlackKb = 128;
 const BatchFrames = 100;
 const PageRounds = Number(process.env.VISTEL_PAGE_ROUNDS ?? 5);
 const QualityChanges = 60; // in each round, an even number
-const PauseMs = 5;
 const Failed = 0x80004005;
 const EndOfJpeg = Buffer.from([0xff, 0xd9]);
 const Python = '/usr/bin/python3'; // Debian's, which has Debian's numpy
@@ -40,50 +38,12 @@ print("mapped", flush=True)
 sys.stdin.read()
 print(view[:8].hex(), flush=True)`;
 
-// The picture that a slot with the noise of a seed makes when it is posted as NV12.
-function noisePicture(seed, [width, height]) {
-    const noise = new Uint32Array(width * height * 3 / 2 / 4);
-    fillNoise(noise, seed);
-    return Buffer.from(noise.buffer);
-}
-
 // Each slot twice, so that a buffer of the frame file gets another picture each time.
 const batch = ([width, height]) =>
     Array.from({ length: BatchFrames }, (_, i) => goodMessage((i >> 1) % 2, width, height));
 
-// A thread that has just ended counts as one that runs.
-const isStopped = async (id) => {
-    const tasks = await fs.readdir(`/proc/${id}/task`);
-    const states = await Promise.all(tasks.map((task) =>
-        fs.readFile(`/proc/${id}/task/${task}/stat`, 'utf8').catch(() => '')));
-    return states.every((text) => /\) T /.test(text));
-};
-
-// Posts messages, again and again, until the receiver was stopped when `isMoment` is true: { id, answers }, the
-// process and the promise of what the last messages are answered.
-async function stopDuring(slotPage, messages, isMoment) {
-    const id = await slotPage.run.linuxProcessId();
-    for (const limit = performance.now() + EventLimitMs; performance.now() < limit;) {
-        let isAnswered = false;
-        const answers = slotPage.post(...messages).finally(() => {
-            isAnswered = true;
-        });
-        answers.catch(() => {}); // The caller may kill the receiver.
-        while (!isAnswered) {
-            process.kill(id, 'SIGSTOP');
-            await until(EventLimitMs, 'stop of the receiver', () => isStopped(id));
-            if (await isMoment()) {
-                return { id, answers };
-            }
-            process.kill(id, 'SIGCONT');
-            await delay(PauseMs);
-        }
-    }
-    throw new Error('the receiver was never stopped at the right moment');
-}
-
 const stopInFrame = (slotPage, size) =>
-    stopDuring(slotPage, batch(size), () => slotPage.frameFile.header().sequence % 2 === 1);
+    stopDuring(slotPage, () => batch(size), () => slotPage.frameFile.header().sequence % 2 === 1);
 
 async function kill(run) {
     process.kill(await run.linuxProcessId(), 'SIGKILL');
@@ -161,7 +121,7 @@ async function killInReady({ run, page, frameFile }, t) {
 async function killInSnapshot(slotPage) {
     const { run } = slotPage;
     const complete = new Set(await captureNames(run, 'Pictures'));
-    await stopDuring(slotPage, Array(5).fill('media:snapshot'), async () => {
+    await stopDuring(slotPage, () => Array(5).fill('media:snapshot'), async () => {
         const last = (await captureNames(run, 'Pictures')).sort().at(-1);
         const bytes = complete.has(last) ? EndOfJpeg : await fs.readFile(join(run.out, 'Pictures/Vistel', last));
         return !bytes.subarray(-EndOfJpeg.length).equals(EndOfJpeg);

@@ -6,6 +6,7 @@ import { within } from '../processes.mjs';
 import { startReceiver } from '../receiver_run.mjs';
 import { serveFolder } from '../static_server.mjs';
 import { FrameFile } from './frame_file.mjs';
+import { fillNoise } from './pages/noise.mjs';
 
 export const Ok = '00000000';
 export const InvalidArgument = '80070057';
@@ -28,6 +29,13 @@ export function frameMessage({
 export const goodMessage = (slot = 0, width = 1280, height = 720) => frameMessage({
     slot, format: 'NV12', codedWidth: width, codedHeight: height, planes: [[0, width], [width * height, width]],
 });
+
+// The picture that goodMessage() makes of a slot with the noise of a seed (SlotPage.fill).
+export function noisePicture(seed, [width, height]) {
+    const noise = new Uint32Array(width * height * 3 / 2 / 4);
+    fillNoise(noise, seed);
+    return Buffer.from(noise.buffer);
+}
 
 // The address of the page, served until the test ends.
 export async function serveSlotPage(t) {
