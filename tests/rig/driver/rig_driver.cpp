@@ -8,6 +8,8 @@
 //   place WINDOW X Y WIDTH HEIGHT   moves and sizes
 //   display WIDTH HEIGHT            changes the size of the display; only Wine's virtual desktop has several sizes
 //   send WINDOW MESSAGE WPARAM LPARAM   any message; answers its result
+//   probe WINDOW                    waits until the window answers, but not for long; answers whether it did, and the
+//                                   processor time that its thread took meanwhile, in milliseconds
 //   handles PROCESS                 how many handles a process holds
 //   terminate PROGRAM CODE
 // PROGRAM counts the programs started, from 0. The end of one is reported in a line of its own:
@@ -145,6 +147,9 @@ private:
             }
             return JsonLine().Number("result", static_cast<std::int64_t>(result)).Take();
         }
+        if (verb == "probe" && numbers.size() == 1) {
+            return Probe(Window(numbers[0]));
+        }
         if (verb == "handles" && numbers.size() == 1) {
             const std::optional<std::int64_t> count = CountHandles(static_cast<DWORD>(numbers[0]));
             return count ? JsonLine().Number("handles", *count).Take() : Failure(L"the handles cannot be counted");
@@ -202,6 +207,37 @@ private:
         return Done(command == SC_CLOSE ? PostMessageW(Window(window[0]), WM_SYSCOMMAND, command, 0) != FALSE
                                         : SendMessageTimeoutW(Window(window[0]), WM_SYSCOMMAND, command, 0, SMTO_NORMAL,
                                                               SendTimeoutMs, &result) != 0);
+    }
+
+    static std::string Probe(HWND window) {
+        const receiver::UniqueHandle thread(
+            OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, GetWindowThreadProcessId(window, nullptr)));
+        std::int64_t before = 0;
+        std::int64_t after = 0;
+        if (!thread || !ReadProcessorMs(thread.Get(), before)) {
+            return Done(FALSE);
+        }
+        DWORD_PTR result = 0;
+        const bool answered = SendMessageTimeoutW(window, WM_NULL, 0, 0, SMTO_NORMAL, SendTimeoutMs, &result) != 0;
+        if ((!answered && GetLastError() != ERROR_TIMEOUT) || !ReadProcessorMs(thread.Get(), after)) {
+            return Done(FALSE);
+        }
+        return JsonLine().Boolean("answered", answered).Number("workedMs", after - before).Take();
+    }
+
+    static bool ReadProcessorMs(HANDLE thread, std::int64_t& milliseconds) {
+        FILETIME creation = {};
+        FILETIME exit = {};
+        FILETIME kernel = {};
+        FILETIME user = {};
+        if (GetThreadTimes(thread, &creation, &exit, &kernel, &user) == 0) {
+            return false;
+        }
+        const auto ticks = [](const FILETIME& time) {
+            return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+        };
+        milliseconds = (ticks(kernel) + ticks(user)) / 10000;
+        return true;
     }
 
     std::string Terminate(std::int64_t program, UINT code) {
