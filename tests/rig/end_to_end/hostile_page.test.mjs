@@ -9,10 +9,11 @@ import { Worker } from 'node:worker_threads';
 
 import { until, within } from '../processes.mjs';
 import { captureFile, decodeJpeg, decodeVideo, probeVideo } from './capture_files.mjs';
-import { fillNoise } from './pages/noise.mjs';
 import { answeringDuring, assertHoldsNoMore } from './receiver_health.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { frameMessage, goodMessage, InvalidArgument, InvalidMediaType, Ok, startOnSlotPage } from './slot_page_run.mjs';
+import {
+    frameMessage, goodMessage, InvalidArgument, InvalidMediaType, noisePicture, Ok, startOnSlotPage,
+} from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
 const SlackKb = 128;
@@ -73,11 +74,9 @@ const LogLines = new RegExp(`^(?:${[
 async function assertGoodPageWorks(slotPage) {
     assert.deepEqual(await slotPage.connect(), [8294400, 8294400]);
     assert.deepEqual(await slotPage.post('quality:720p'), { [Ok]: 1 });
-    const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
-    fillNoise(noise, 7);
     await slotPage.fill(1, 7);
     assert.deepEqual(await slotPage.post(goodMessage(1)), { [Ok]: 1 });
-    assert.ok((await slotPage.frameFile.newestFrame()).picture.equals(Buffer.from(noise.buffer)));
+    assert.ok((await slotPage.frameFile.newestFrame()).picture.equals(noisePicture(7, [1280, 720])));
     const [snapshot] = await slotPage.mediaCommand('media:snapshot');
     await assertSnapshot(slotPage.run, snapshot);
 }

@@ -6,9 +6,8 @@ import { test } from 'node:test';
 
 import { PlaySound } from '../browser/silent_sound.mjs';
 import { within } from '../processes.mjs';
-import { fillNoise } from './pages/noise.mjs';
 import { logTexts } from './receiver_texts.mjs';
-import { goodMessage, Ok, serveSlotPage, startOnSlotPage } from './slot_page_run.mjs';
+import { goodMessage, noisePicture, Ok, serveSlotPage, startOnSlotPage } from './slot_page_run.mjs';
 
 const EventLimitMs = 60000;
 
@@ -43,18 +42,16 @@ test('a page that is loaded again gets new slots, and so does the page of anothe
     const slotPage = await startOnSlotPage(t);
     const { run, page, frameFile } = slotPage;
     const leave = [`location.href = '${await serveSlotPage(t)}'`, 'location.reload()', 'location.reload()'];
-    const noise = new Uint32Array(1280 * 720 * 3 / 2 / 4);
     let seed = 0;
     for (const [round, script] of leave.entries()) {
         assert.deepEqual(await slotPage.connect(), [8294400, 8294400]);
         assert.equal((await readdir(run.browser.shmFolder)).length, 2);
         for (const slot of [0, 1]) {
-            fillNoise(noise, ++seed);
-            await slotPage.fill(slot, seed);
+            await slotPage.fill(slot, ++seed);
             assert.deepEqual(await slotPage.post(goodMessage(slot)), { [Ok]: 1 });
             const { sequence, picture } = await frameFile.newestFrame();
             assert.equal(sequence, 2 * seed);
-            assert.ok(picture.equals(Buffer.from(noise.buffer)), `round ${round}, slot ${slot}`);
+            assert.ok(picture.equals(noisePicture(seed, [1280, 720])), `round ${round}, slot ${slot}`);
         }
         await slotPage.navigated(() => page.evaluate(`void (${script})`));
         await slotPage.post();
