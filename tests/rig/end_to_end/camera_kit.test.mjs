@@ -3,6 +3,7 @@
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { createInterface } from 'node:readline';
+import { text as readText } from 'node:stream/consumers';
 import { test } from 'node:test';
 
 import { startDisplay } from '../display.mjs';
@@ -60,17 +61,13 @@ test('the reader for Python passes what the camera probe plays', async (t) => {
         stdio: ['pipe', 'pipe', 'inherit'],
     });
     t.after(() => end(judge));
-    let seen = '';
-    judge.stdout.on('data', (text) => {
-        seen += text;
-    });
+    const seen = readText(judge.stdout);
     const player = prefix.start(probe, ['--play', 'C:\\rig\\played.bin'], display.name);
     t.after(() => end(player));
     player.stdout.resume();
     assert.equal(await within(PlayLimitMs, 'end of the play', player.exited), 0);
     judge.stdin.end();
-    await within(LimitMs, 'end of the reader', judge.exited);
-    const { whole, mixed, widths, stale } = JSON.parse(seen);
+    const { whole, mixed, widths, stale } = JSON.parse(await within(LimitMs, 'end of the reader', seen));
     assert.ok(whole > 0);
     assert.equal(mixed, 0);
     assert.deepEqual(widths, [1280, 1920]);

@@ -1,5 +1,6 @@
 // The report on the system that a page gets for its "ready": the true version, and whether the camera is registered.
 import assert from 'node:assert/strict';
+import { text as readText } from 'node:stream/consumers';
 import { test } from 'node:test';
 
 import { within } from '../processes.mjs';
@@ -12,11 +13,7 @@ const CameraKey = 'HKLM\\SOFTWARE\\Classes\\CLSID\\{A42D576C-2AD1-4D63-94B0-31E9
 // What the system itself calls its version, as in "10.0.22631".
 async function systemVersion({ prefix, display }) {
     const program = prefix.start('cmd.exe', ['/c', 'ver'], display.name);
-    let text = '';
-    program.stdout.setEncoding('utf8').on('data', (chunk) => {
-        text += chunk;
-    });
-    await within(ProgramLimitMs, 'version of the system', program.exited);
+    const text = await within(ProgramLimitMs, 'version of the system', readText(program.stdout));
     return /\d+\.\d+\.\d+/.exec(text)[0];
 }
 

@@ -6,6 +6,7 @@ import { existsSync } from 'node:fs';
 import { lstat, mkdir, mkdtemp, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
+import { text as readText } from 'node:stream/consumers';
 import { after, before, test } from 'node:test';
 
 import { SourceFolder } from '../prefix.mjs';
@@ -81,11 +82,9 @@ async function install(run, installer, options = '') {
 // { code, text }: what a program ends with and writes to its standard output.
 async function output(run, program, programArguments) {
     const { stdout, exited } = run.prefix.start(program, programArguments, run.display.name);
-    let text = '';
-    stdout.on('data', (chunk) => {
-        text += chunk;
-    });
-    return { code: await within(LimitMs, `end of ${program}`, exited), text };
+    // The last output may come after the end.
+    const [code, text] = await within(LimitMs, `end of ${program}`, Promise.all([exited, readText(stdout)]));
+    return { code, text };
 }
 
 // Runs an installer silently that refuses; what it writes.
