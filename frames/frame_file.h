@@ -39,7 +39,7 @@ struct FrameFileLayout {
     FrameFileHeader header;
     std::uint8_t buffers[2][MaxFrameSize]; // NV12, the first frameSize bytes of each
 };
-static_assert(sizeof(FrameFileLayout) == 6220864);
+static_assert(sizeof(FrameFileLayout) == sizeof(FrameFileHeader) + 2 * std::size_t{MaxFrameSize});
 
 [[nodiscard]] bool IsHeaderValid(const FrameFileHeader& header) noexcept;
 

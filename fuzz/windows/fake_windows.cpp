@@ -68,8 +68,6 @@ FakeWindows::~FakeWindows() {
 
 FakeWindows& FakeWindows::Current() noexcept { return *current; }
 
-bool FakeWindows::Exists() noexcept { return current != nullptr; }
-
 bool FakeWindows::Fails() noexcept {
     if (callsUntilFailure == 0 || --callsUntilFailure > 0) {
         return false;
@@ -168,11 +166,8 @@ BOOL SetEndOfFile(HANDLE) {
         return Done(false);
     }
     const std::span<std::uint8_t> file = current->FrameFile();
-    // Zeros follow the end of the old file. Only those of the header: the program reads no others, and zeroing
-    // megabytes for each input takes long.
-    constexpr std::size_t HeaderBytes = sizeof(receiver::FrameFileHeader);
-    const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(current->frameFileSize, HeaderBytes));
-    std::memset(file.data() + kept, 0, HeaderBytes - kept);
+    const auto kept = static_cast<std::size_t>(std::min<std::uint64_t>(current->frameFileSize, file.size()));
+    std::ranges::fill(file.subspan(kept), std::uint8_t{0});
     current->frameFileSize = file.size();
     return TRUE;
 }

@@ -3,7 +3,6 @@
 // the fakes of tests/.
 #pragma once
 
-#include "frames/conversion/row_kernels.h"
 #include "fuzz/support/guarded_memory.h"
 #include "tests/capture/sink_writer_fake.h"
 #include "tests/support/webview2_fakes.h"
@@ -29,7 +28,6 @@ public:
 
     // The only one that exists.
     [[nodiscard]] static FakeWindows& Current() noexcept;
-    [[nodiscard]] static bool Exists() noexcept;
 
     // Set by the target.
     std::function<bool(MSG&)> nextMessage; // the next message of the program's message loop; false: WM_QUIT
@@ -41,7 +39,6 @@ public:
     bool maximized = false;
     bool minimized = false;
     unsigned callsUntilFailure = 0; // 0: no call fails
-    const RowKernels* kernels = Avx2Usable() ? &Avx2Kernels : &ScalarKernels; // of frames and snapshots
 
     // Recorded here.
     // In one sequence: "log" and a line, "box" and a text, "writer" and a call of the sink writer, and the browser's
