@@ -434,13 +434,22 @@ TEST(FrameConverter, BlackensTheCanvasForAnUnsupportedFormat) {
         FrameDescriptor frame = TightFrame(L"I420A", {16, 16});
         frame.format = wrong.format;
         frame.planeCount = wrong.planeCount;
-        for (const Size& canvas : Canvases) {
-            for (const Size& before : CanvasesBefore) {
-                FrameCanvas bytes = RandomCanvas(before, 1);
-                EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, frame, canvas.width, canvas.height, bytes));
-                EXPECT_TRUE(SameCanvas(BlackCanvas(canvas.width, canvas.height), bytes.Frame().bytes, canvas))
-                    << Describe(frame, canvas) << " from " << before.width << " x " << before.height;
-            }
+        FrameCanvas bytes = RandomCanvas({34, 16}, 1);
+        EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, frame, 32, 18, bytes));
+        EXPECT_EQ(BlackCanvas(32, 18), BytesOf(bytes)) << Describe(frame, {32, 18});
+    }
+}
+
+TEST(FrameConverter, BlackensACanvasOfAnySizeAndContent) {
+    const Bytes slot = RandomBytes(1024, 1);
+    const FrameDescriptor frame = TightFrame(L"YUY2", {16, 16});
+    FrameConverter converter;
+    for (const Size& canvas : Canvases) {
+        for (const Size& before : CanvasesBefore) {
+            FrameCanvas bytes = RandomCanvas(before, 1);
+            EXPECT_EQ(MF_E_INVALIDMEDIATYPE, converter.Convert(slot, frame, canvas.width, canvas.height, bytes));
+            EXPECT_TRUE(SameCanvas(BlackCanvas(canvas.width, canvas.height), bytes.Frame().bytes, canvas))
+                << Describe(frame, canvas) << " from " << before.width << " x " << before.height;
         }
     }
 }
@@ -688,10 +697,10 @@ TEST(FrameConverter, IsNotAffectedByRefusedFrames) {
 TEST(FrameConverter, SurvivesASlotThatChangesWhileItIsRead) {
     constexpr std::uint8_t First = 40;
     constexpr std::uint8_t Second = 190;
-    constexpr int ConversionCount = 60;
-    const Size canvas = {1280, 720};
+    constexpr int ConversionCount = 100;
+    const Size canvas = {320, 180};
     for (const wchar_t* format : {L"NV12", L"I420", L"RGBA"}) {
-        FrameDescriptor frame = TightFrame(format, {640, 480});
+        FrameDescriptor frame = TightFrame(format, {160, 120});
         Bytes slot(static_cast<std::size_t>(ReferenceSlotSize(frame)), First);
         std::atomic<bool> stop = false;
         std::atomic<std::uint64_t> fills = 0;
@@ -717,10 +726,10 @@ TEST(FrameConverter, SurvivesASlotThatChangesWhileItIsRead) {
             Bytes expected = BlackCanvas(canvas.width, canvas.height);
             bool valid = bytes.Frame().bytes.size() == expected.size();
             for (std::size_t index = 0; valid && index < expected.size(); ++index) {
-                const std::size_t column = index % 1280;
-                const bool picture = column >= 160 && column < 1120;
+                const std::size_t column = index % 320;
+                const bool picture = column >= 40 && column < 280;
                 const bool packed = frame.planeCount == 1;
-                const bool luma = index < std::size_t{1280} * 720;
+                const bool luma = index < std::size_t{320} * 180;
                 const std::uint8_t byte = bytes.Frame().bytes[index];
                 if (!picture) {
                     valid = byte == expected[index];
