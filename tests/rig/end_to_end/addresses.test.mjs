@@ -61,14 +61,12 @@ test('a page that is not there is only noted', async (t) => {
                      navigationTexts(`${address}?clientVersion=0.1.3`, 0, 0));
 });
 
-for (const commandLine of ['--embedded', '--url=""']) {
-    test(`${commandLine} shows the built-in page`, async (t) => {
-        const texts = await navigate(t, { commandLine });
-        assert.equal(texts[0], 'Receiver page navigation requested');
-        assert.ok(texts.includes('Navigation completed: success=1, status=0, source=about:blank'));
-        assert.ok(!texts.some((text) => text.startsWith('Receiver URL: ')));
-    });
-}
+test('an empty address shows the built-in page', async (t) => {
+    const texts = await navigate(t, { commandLine: '--url=""' });
+    assert.equal(texts[0], 'Receiver page navigation requested');
+    assert.ok(texts.includes('Navigation completed: success=1, status=0, source=about:blank'));
+    assert.ok(!texts.some((text) => text.startsWith('Receiver URL: ')));
+});
 
 // A server for the hosted page's name: { port, keyHash }. The certificate is made here and thrown away.
 async function serveHostedPage(t, page) {

@@ -9,16 +9,13 @@ import { goodMessage, InvalidArgument, Ok, startOnSlotPage } from './slot_page_r
 const Denied = '80070005';
 const NoInterface = '80004002';
 
-for (const faults of [
-    'get_Settings', 'put_AreDefaultContextMenusEnabled,put_AreDevToolsEnabled,put_IsStatusBarEnabled',
-]) {
-    test(`the page is shown although ${faults} fails`, async (t) => {
-        const slotPage = await startOnSlotPage(t, { faults });
-        await slotPage.connect();
-        assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
-        assert.equal(await slotPage.run.closeWindow(), 0);
-    });
-}
+test('the page is shown although no setting can be changed', async (t) => {
+    const faults = 'put_AreDefaultContextMenusEnabled,put_AreDevToolsEnabled,put_IsStatusBarEnabled';
+    const slotPage = await startOnSlotPage(t, { faults });
+    await slotPage.connect();
+    assert.deepEqual(await slotPage.post(goodMessage()), { [Ok]: 1 });
+    assert.equal(await slotPage.run.closeWindow(), 0);
+});
 
 test('what cannot be read of a navigation or a message is left out', async (t) => {
     const slotPage = await startOnSlotPage(t, {
