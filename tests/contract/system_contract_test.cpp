@@ -153,9 +153,9 @@ TEST(ImagingContract, TheJpegEncoderTakesBlueGreenRed) {
     const Apartment apartment;
     const PrivateFolder folder;
     const std::filesystem::path path = folder.Path() / L"picture.jpg";
-    constexpr UINT Width = 64;
-    constexpr UINT Height = 48;
-    std::vector<BYTE> pixels(std::size_t{Width} * Height * 3, 90);
+    constexpr UINT PictureWidth = 64;
+    constexpr UINT PictureHeight = 48;
+    std::vector<BYTE> pixels(std::size_t{PictureWidth} * PictureHeight * 3, 90);
     {
         ComPtr<IWICImagingFactory> factory;
         ASSERT_EQ(CoCreateInstance(CLSID_WICImagingFactory2, nullptr, CLSCTX_INPROC_SERVER, IID_IWICImagingFactory,
@@ -171,11 +171,12 @@ TEST(ImagingContract, TheJpegEncoderTakesBlueGreenRed) {
         ComPtr<IPropertyBag2> options;
         ASSERT_EQ(encoder->CreateNewFrame(frame.Put(), options.Put()), S_OK);
         ASSERT_EQ(frame->Initialize(options.Get()), S_OK);
-        ASSERT_EQ(frame->SetSize(Width, Height), S_OK);
+        ASSERT_EQ(frame->SetSize(PictureWidth, PictureHeight), S_OK);
         WICPixelFormatGUID format = GUID_WICPixelFormat24bppBGR;
         EXPECT_EQ(frame->SetPixelFormat(&format), S_OK);
         EXPECT_EQ(format, GUID_WICPixelFormat24bppBGR);
-        ASSERT_EQ(frame->WritePixels(Height, Width * 3, static_cast<UINT>(pixels.size()), pixels.data()), S_OK);
+        ASSERT_EQ(frame->WritePixels(PictureHeight, PictureWidth * 3, static_cast<UINT>(pixels.size()), pixels.data()),
+                  S_OK);
         ASSERT_EQ(frame->Commit(), S_OK);
         ASSERT_EQ(encoder->Commit(), S_OK);
     }

@@ -19,8 +19,6 @@ namespace {
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr HRESULT FileNotFound = static_cast<HRESULT>(0x80070002);
-
 // What a request leads to when the system refuses a call of it.
 enum Outcome : unsigned {
     Found = 1, // the runtime is called

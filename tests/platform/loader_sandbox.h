@@ -20,6 +20,8 @@
 
 namespace receiver {
 
+constexpr HRESULT FileNotFound = static_cast<HRESULT>(0x80070002);
+
 using CompletedHandler = ICoreWebView2CreateCoreWebView2EnvironmentCompletedHandler;
 
 struct ClientCall {

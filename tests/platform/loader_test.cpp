@@ -22,8 +22,6 @@ namespace {
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr HRESULT FileNotFound = static_cast<HRESULT>(0x80070002);
-
 // Options that count the references to them.
 class CountedOptions final : public IUnknown {
 public:

@@ -13,6 +13,8 @@
 namespace sample_camera {
 
 struct Held {
+    static constexpr std::size_t AllowedBytes = 1 << 20; // by which a process may grow: less than one frame
+
     std::size_t bytes = 0;
     std::int64_t handles = 0;
 

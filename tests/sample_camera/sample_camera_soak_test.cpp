@@ -27,7 +27,6 @@ using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr auto FrameInterval = std::chrono::microseconds(33333);
 constexpr std::uint64_t WarmUpFrames = 45;
-constexpr std::size_t AllowedBytes = 1 << 20; // less than one frame
 
 std::uint64_t FrameCount() {
     return WarmUpFrames + 30 * std::stoull(receiver::ReadEnvironmentVariable(L"VISTEL_SOAK_SECONDS").value_or(L"3"));
@@ -117,7 +116,7 @@ TEST(SampleCameraSoakTest, TwoApplicationsAtOnceReceiveFramesInOrderAndHoldNoMor
         std::printf("a copy of a frame: %.2f ms; %zu KiB and %lld handles before, %zu KiB and %lld handles after\n",
                     Median(copies) / 1000, before.bytes / 1024, static_cast<long long>(before.handles),
                     after.bytes / 1024, static_cast<long long>(after.handles));
-        EXPECT_LE(after.bytes, before.bytes + AllowedBytes);
+        EXPECT_LE(after.bytes, before.bytes + Held::AllowedBytes);
         EXPECT_LE(after.handles, before.handles + 5);
     }
     CoUninitialize();

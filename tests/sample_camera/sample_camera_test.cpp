@@ -373,7 +373,6 @@ TEST_F(SampleCamera, SurvivesEveryOrderOfTakingItDown) {
 TEST_F(SampleCamera, FiveHundredRunsLeaveNothingBehind) {
     constexpr int WarmUp = 50;
     constexpr int Cycles = 500;
-    constexpr std::size_t AllowedBytes = 1 << 20; // one leaked frame is more
     const UniqueHandle usage(CreateEventW(nullptr, FALSE, FALSE, vistel::UsageSignal::EventName));
     ASSERT_TRUE(usage);
     const ComPtr<IBaseFilter> grabber = MakeGrabber();
@@ -401,7 +400,7 @@ TEST_F(SampleCamera, FiveHundredRunsLeaveNothingBehind) {
     std::printf("%d runs: %zu KiB and %lld handles before, %zu KiB and %lld handles after\n", Cycles,
                 before.bytes / 1024, static_cast<long long>(before.handles), after.bytes / 1024,
                 static_cast<long long>(after.handles));
-    EXPECT_LE(after.bytes, before.bytes + AllowedBytes);
+    EXPECT_LE(after.bytes, before.bytes + Held::AllowedBytes);
     EXPECT_LE(after.handles, before.handles + 5);
 }
 
