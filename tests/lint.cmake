@@ -55,6 +55,7 @@ list(JOIN tidy_sources "" unit_text)
 set(unit ${CMAKE_CURRENT_BINARY_DIR}/tidy/product.cpp)
 file(CONFIGURE OUTPUT ${unit} CONTENT "${unit_text}" @ONLY)
 add_library(tidy_unit OBJECT EXCLUDE_FROM_ALL ${unit}) # never built; clang-tidy looks up its compile command
+set_target_properties(tidy_unit PROPERTIES UNITY_BUILD OFF)
 target_compile_definitions(tidy_unit PRIVATE VISTEL_RECEIVER_URL="${VISTEL_RECEIVER_URL}")
 target_link_libraries(tidy_unit PRIVATE receiver_shell)
 add_tidy_test(product ${unit})

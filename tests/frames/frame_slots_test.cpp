@@ -203,7 +203,7 @@ TEST_F(FrameSlotsTest, AFrameOfTheOutputSizeIsPublishedByteForByte) {
 // After 49.7 days a count of milliseconds needs more than 32 bits.
 TEST_F(FrameSlotsTest, TheTimeStampHasAllBitsOfTheClock) {
     PostSlots();
-    constexpr ULONGLONG Now = 0x0123456789ABCDEF;
+    static constexpr ULONGLONG Now = 0x0123456789ABCDEF;
     const ImportPatch clock("kernel32.dll", "GetTickCount64", &GetTickCount64, [](auto*) { return Now; });
     EXPECT_EQ(app->HandleFrameMessage(GoodFrame), S_OK);
     EXPECT_EQ(FrameHeader().timestamp, Now);

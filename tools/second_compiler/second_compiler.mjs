@@ -68,10 +68,19 @@ async function complaintsAbout({ directory, command, file }, foldersOf) {
     }
 }
 
+// A unit that CMake made of several sources counts as these.
+function sourcesOf(entry) {
+    if (!entry.file.includes('/Unity/')) {
+        return [entry];
+    }
+    return [...readFileSync(entry.file, 'utf8').matchAll(/^#include "(.+)"$/gm)].map(([, file]) => ({ ...entry, file }));
+}
+
 const [list, ...wanted] = process.argv.slice(2);
-const chosen = JSON.parse(readFileSync(list, 'utf8')).filter(({ file }) => {
+const chosen = JSON.parse(readFileSync(list, 'utf8')).flatMap(sourcesOf).filter(({ file }) => {
     const path = relative(Root, file);
-    return !path.startsWith('..') && !path.includes('googletest') && !ExceptedFiles.includes(path) &&
+    return path.endsWith('.cpp') && !path.startsWith('..') && !path.includes('googletest') &&
+        !ExceptedFiles.includes(path) &&
         (wanted.length === 0 ? !path.includes('/tidy/') : wanted.some((each) => `${path}/`.startsWith(`${each}/`)));
 });
 // A file may belong to several targets.

@@ -6,8 +6,8 @@
 
 namespace rig {
 
-HRESULT Controller::Start(const std::shared_ptr<Session>& session, HWND parent, CompletedHandler* handler) {
-    auto controller = receiver::ComPtr<Controller>::Attach(new Controller(session, handler));
+HRESULT Controller::Start(const std::shared_ptr<Session>& newSession, HWND parent, CompletedHandler* handler) {
+    auto controller = receiver::ComPtr<Controller>::Attach(new Controller(newSession, handler));
     Controller* const borrowed = controller.Get(); // The window ends before the controller does.
     controller->window = PictureWindow::Create(
         parent, [borrowed] { borrowed->OnWindowDestroyed(); },
@@ -16,7 +16,7 @@ HRESULT Controller::Start(const std::shared_ptr<Session>& session, HWND parent, 
         return receiver::LastErrorResult();
     }
     controller->pendingSelf = controller;
-    session->Send("controller", controller->page);
+    newSession->Send("controller", controller->page);
     return S_OK;
 }
 

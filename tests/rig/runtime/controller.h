@@ -15,7 +15,7 @@ public:
     using CompletedHandler = ICoreWebView2CreateCoreWebView2ControllerCompletedHandler;
 
     // Makes the child window at once and calls `handler` when the server has the page.
-    static HRESULT Start(const std::shared_ptr<Session>& session, HWND parent, CompletedHandler* handler);
+    static HRESULT Start(const std::shared_ptr<Session>& newSession, HWND parent, CompletedHandler* handler);
     Controller(std::shared_ptr<Session> newSession, CompletedHandler* handler);
 
     HRESULT STDMETHODCALLTYPE get_IsVisible(BOOL* value) noexcept override;

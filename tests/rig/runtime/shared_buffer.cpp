@@ -22,7 +22,7 @@ std::wstring SharedFolder() {
 
 } // namespace
 
-HRESULT SharedBuffer::Create(const std::shared_ptr<Session>& session, UINT64 bytes,
+HRESULT SharedBuffer::Create(const std::shared_ptr<Session>& newSession, UINT64 bytes,
                              ICoreWebView2SharedBuffer** buffer) {
     if (buffer == nullptr) {
         return E_POINTER;
@@ -30,7 +30,7 @@ HRESULT SharedBuffer::Create(const std::shared_ptr<Session>& session, UINT64 byt
     if (bytes == 0 || bytes >= SizeLimit) {
         return E_INVALIDARG;
     }
-    auto created = receiver::ComPtr<SharedBuffer>::Attach(new SharedBuffer(session, bytes));
+    auto created = receiver::ComPtr<SharedBuffer>::Attach(new SharedBuffer(newSession, bytes));
     RETURN_IF_FAILED(created->Open());
     created->AddRef();
     *buffer = created.Get();

@@ -12,7 +12,7 @@ namespace rig {
 
 class SharedBuffer final : public SessionObject<ICoreWebView2SharedBuffer, IID_ICoreWebView2SharedBuffer> {
 public:
-    static HRESULT Create(const std::shared_ptr<Session>& session, UINT64 bytes, ICoreWebView2SharedBuffer** buffer);
+    static HRESULT Create(const std::shared_ptr<Session>& newSession, UINT64 bytes, ICoreWebView2SharedBuffer** buffer);
     explicit SharedBuffer(std::shared_ptr<Session> newSession, UINT64 bytes);
 
     HRESULT STDMETHODCALLTYPE get_Size(UINT64* value) noexcept override;
